@@ -335,8 +335,24 @@ class ChangeTest(tool.ToolTest):
         before = self.directory_contents()
         run = self.run_tool("set", self.file, "upstream", "password", "--obfuscated", "-n",
                             given="second")
+        self.assertEqual((DONE, "", f"zstz: {self.file}: note: the obfuscated values would change\n"),
+                         (run.returncode, run.stdout, run.stderr))
+        run = self.run_tool("set", self.file, "upstream", "password", "--obfuscated", "-nq",
+                            given="second")
         self.assertEqual((DONE, "", ""), (run.returncode, run.stdout, run.stderr))
         self.assertEqual(before, self.directory_contents())
+
+    def test_patch_applies_the_difference_of_a_file_elsewhere(self):
+        name = self.path.parent.name
+        for path, root in ((self.file, "/"), (f"../{name}/{self.path.name}", "/"),
+                           (self.path.name, self.directory.name)):
+            with self.subTest(path):
+                self.path.write_bytes(b"[a]\nk = 1\n")
+                run = self.run_in_directory("set", "-n", path, "a", "k", "2")
+                patch = subprocess.run(["patch", "-p0", "-d", root], input=run.stdout, check=False,
+                                       capture_output=True)
+                self.assertEqual(0, patch.returncode, patch.stdout)
+                self.assertEqual(b"[a]\nk = 2\n", self.path.read_bytes())
 
     def hold(self, seconds):
         """Locks the file as a store does and returns the process; it ends when its standard input

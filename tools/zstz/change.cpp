@@ -1,4 +1,5 @@
 // change: the verbs set, add, unset and rename.
+#include <Z/dialects/counting.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -7,8 +8,8 @@
 #include "commands.h"
 #include "edited_file.h"
 #include "failures.h"
-#include "key_lines.h"
 #include "secret_input.h"
+#include "spelling.h"
 #include "stanza_file.h"
 
 namespace {
@@ -72,15 +73,10 @@ size_t numberedIndex(std::vector<std::string> const& values, Request const& requ
     return number - 1;
 }
 
-// Values of zDialectRepeatedKey.
-constexpr int kLastCounts = 1, kFirstCounts = 2, kLastOrList = 3;
-
 // Returns whether only one line of a key is valid.
 bool countsOnce(Store const& store, std::string const& key)
 {
-    int const rule = store.dialect().get(zDialectRepeatedKey);
-    return rule == kLastCounts || rule == kFirstCounts ||
-           (rule == kLastOrList && !key.ends_with("[]"));
+    return zdialects::countsOnce(store.switches(), key);
 }
 
 void setValues(Store& store, Request const& request, std::vector<std::string> const& values)
@@ -146,44 +142,36 @@ void unsetValue(EditedFile& file, Request const& request)
     store.removeValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str());
 }
 
-// Replaces the spelling of the value `placeholder` by the value of the request.
-void spellRaw(EditedFile& file, Request const& request, std::string const& placeholder)
-{
-    std::string const text = file.text();
-    zlines::Dialect const& dialect = keptText(file.store())->dialect;
-    zlines::Outline outline(text, dialect);
-    std::vector<KeyLine> const lines = findKeyLines(outline, request.stanza, request.key);
-    for (size_t i = 0; i < lines.size(); ++i) {
-        if (lines[i].value != placeholder)
-            continue;
-        zlines::Line const& line = lines[i].line;
-        std::string after = text;
-        after.replace(line.valueBegin, line.valueEnd - line.valueBegin, request.value);
-        zlines::Outline changed(after, dialect);
-        std::vector<KeyLine> const found = findKeyLines(changed, request.stanza, request.key);
-        if (changed.lines().size() == outline.lines().size() && found.size() == lines.size() &&
-            found[i].raw == request.value)
-            return file.setText(after);
-    }
-    throw Failure{exitInvalidValue,
-                  request.file,
-                  {nameKey(request.key, request.stanza) + ": " + quote(request.value) +
-                       " would not read back as it is spelled",
-                   "leave out --raw, so that zstz spells the value"}};
-}
-
-// Makes a change whose value is passed as it is spelled.
+// Makes a change with a value as it is spelled, or of a key without a value.
 template <class Apply>
 void applyRaw(EditedFile& file, Request const& request, Apply apply)
 {
     std::vector<std::string> const values = valuesOf(file.store(), request.stanza, request.key);
     Request plain = request;
     plain.raw = false;
+    plain.bare = false;
     plain.value = "raw";
     while (std::find(values.begin(), values.end(), plain.value) != values.end())
         plain.value += '0';
     apply(file, plain);
-    spellRaw(file, request, plain.value);
+    respellValue(file, request, plain.value);
+}
+
+// Returns whether the key is alone in its line already.
+bool isAlone(Store const& store, Request const& request)
+{
+    return store.contents().contains(request.stanza.c_str(), request.key.c_str()) != 0 &&
+           valuesOf(store, request.stanza, request.key).empty();
+}
+
+void requireKeysAlone(Store const& store, Request const& request)
+{
+    if (store.switches().keyAlone != zdialects::KeyAlone::option)
+        throw Failure{
+            exitRefused,
+            request.file,
+            {std::string("the dialect ") + store.dialect().name() + " has no keys without a value",
+             "leave out --bare and pass a value, which may be ''"}};
 }
 
 }  // namespace
@@ -212,10 +200,14 @@ void prepareValue(Request& request)
 
 void applySet(EditedFile& file, Request const& request)
 {
-    if (request.raw)
-        return applyRaw(file, request, applySet);
     Store& store = file.store();
     requireUnambiguous(store, request);
+    if (request.bare)
+        requireKeysAlone(store, request);
+    if (request.bare && request.only != "new" && isAlone(store, request))
+        return;
+    if (request.raw || request.bare)
+        return applyRaw(file, request, applySet);
     checkNewValue(store, request);
     checkExistence(store, request);
     checkKind(store, request);
@@ -228,7 +220,7 @@ void applySet(EditedFile& file, Request const& request)
         if (values.size() > 1)
             return setValues(store, request, values);
     } else if (values.size() > 1 && !request.all && countsOnce(store, request.key)) {
-        bool const isFirst = store.dialect().get(zDialectRepeatedKey) == kFirstCounts;
+        bool const isFirst = store.switches().repeatedKey == zdialects::RepeatedKey::first;
         values[isFirst ? 0 : values.size() - 1] = request.value;
         if (!request.quiet)
             fprintf(stderr, "zstz: %s: note: %s has %zu lines, and only the %s is valid\n",
@@ -328,6 +320,8 @@ void applyRename(EditedFile& file, Request const& request)
     isStanza ? requireStanza(store, request.file, request.stanza) : requireKey(store, request);
     if (request.newName == (isStanza ? request.stanza : request.key))
         return;
+    if (isSameName(store, request))
+        return respellName(file, request);
     if (isStanza ? store.exists(name) != 0 : store.exists(stanza, name) != 0)
         throw Failure{exitRefused,
                       request.file,

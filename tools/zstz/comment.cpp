@@ -81,6 +81,20 @@ uint32_t findCommentedLine(Outline& outline, Request const& request)
                : outline.sections()[outline.stanzas()[stanza].firstSection].header;
 }
 
+// Returns whether the key has an indentation, and no comment that has one of its own.
+bool isIndentedKey(EditedFile& file, Request const& request)
+{
+    if (file.store().isStanzaFile() || request.key.empty())
+        return false;
+    std::string const text = file.text();
+    Outline outline(text, keptText(file.store())->dialect);
+    std::vector<KeyLine> const lines = findKeyLines(outline, request.stanza, request.key);
+    if (lines.empty() || outline.sharesLine(lines.front().index))
+        return false;
+    char const first = text[lines.front().line.begin];
+    return first == ' ' || first == '\t';
+}
+
 // Inserts a comment above the existing comment, in its style.
 void insertAbove(EditedFile& file, Request const& request, std::string const& comment)
 {
@@ -90,11 +104,12 @@ void insertAbove(EditedFile& file, Request const& request, std::string const& co
     while (index > 0 && outline.lines()[index - 1].kind == zlines::commentLine)
         --index;
     Line const& line = outline.lines()[index];
-    std::string const indent(zlines::slice(text, line.begin, line.nameBegin()));
+    std::string_view indent = zlines::slice(text, line.begin, line.nameBegin());
+    indent = indent.substr(0, indent.find_first_not_of(" \t"));
     std::string const lineEnding(outline.lineEndingOf(index));
-    std::string inserted = indent;
+    std::string inserted(indent);
     for (char const c : comment)
-        inserted += c == '\n' ? lineEnding + indent : std::string(1, c);
+        inserted += c == '\n' ? lineEnding + std::string(indent) : std::string(1, c);
     std::string after = text;
     after.insert(line.begin, inserted + lineEnding);
     file.setText(after);
@@ -126,7 +141,8 @@ void setComment(EditedFile& file, Request const& request)
     }
     std::string comment = markLines(request.text, commentMark(store), request);
     requireComments(store, comment, request);
-    if (keepsOld && !request.normalise)
+    bool const isFirst = store.getComment(stanza, key, old) == 0;
+    if ((keepsOld && !request.normalise) || (isFirst && isIndentedKey(file, request)))
         return insertAbove(file, request, comment);
     if (keepsOld)
         comment += '\n' + toStdString(old);

@@ -1,6 +1,7 @@
 #include "commented_lines.h"
 
 #include <Z/ZException.h>
+#include <Z/dialects/counting.h>
 #include <Z/dialects/line_rules.h>
 #include <stdlib.h>
 
@@ -14,9 +15,6 @@ namespace {
 using zdialects::LineRules;
 using zlines::Line;
 using zlines::Outline;
-
-// Values of zDialectRepeatedKey.
-constexpr int kAllCount = 0, kLastOrListCounts = 3;
 
 Failure refuse(Request const& request, std::string const& problem, char const* remedy)
 {
@@ -261,9 +259,7 @@ void turnOn(EditedFile& file, Request const& request)
     std::string const name = nameKey(request.key, request.stanza);
     std::vector<Candidate> const chosen =
         chooseCandidates(Candidates(outline, request).groups(), request);
-    int const rule = file.store().dialect().get(zDialectRepeatedKey);
-    bool const countsOnce =
-        rule != kAllCount && !(rule == kLastOrListCounts && request.key.ends_with("[]"));
+    bool const countsOnce = zdialects::countsOnce(file.store().switches(), request.key);
     size_t const count = findKeyLines(outline, request.stanza, request.key).size();
     if (count > 0 && countsOnce)
         throw refuse(request, name + " exists, and of several lines only one is valid",

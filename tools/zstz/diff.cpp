@@ -14,7 +14,7 @@ namespace {
 
 std::string nameOf(std::string const& path)
 {
-    return path == kStandardInput ? kStandardInputName : path;
+    return path == kStandardInput ? kStandardInputName : patchPath(path);
 }
 
 // Returns the dialect of a file. A name that determines none, such as a copy's, gets the dialect of

@@ -15,6 +15,7 @@
 #include "edit_lock.h"
 #include "failures.h"
 #include "key_lines.h"
+#include "output.h"
 #include "problems.h"
 
 namespace {
@@ -161,8 +162,11 @@ void EditedFile::requireKeptLines() const
 
 void EditedFile::printDifference(std::string const& text) const
 {
-    std::string const diff =
-        zlines::formatUnifiedDiff(original_, text, isNew_ ? "/dev/null" : path(), path());
+    std::string const diff = zlines::formatUnifiedDiff(
+        original_, text, isNew_ ? "/dev/null" : patchPath(path()), patchPath(path()));
+    if (secrets() != originalSecrets_ && !request_.quiet)
+        fprintf(stderr, "zstz: %s: note: the obfuscated values would change\n",
+                toPrintable(path()).c_str());
     fwrite(diff.data(), 1, diff.size(), stdout);
 }
 

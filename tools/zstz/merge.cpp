@@ -125,7 +125,8 @@ void finish(Request const& request, std::string const& ours, std::string const& 
 {
     std::string const name = request.path.empty() ? request.file : request.path;
     if (request.dryRun) {
-        std::string const diff = zlines::formatUnifiedDiff(ours, text, name, name);
+        std::string const diff =
+            zlines::formatUnifiedDiff(ours, text, patchPath(name), patchPath(name));
         fwrite(diff.data(), 1, diff.size(), stdout);
     } else if (request.file == kStandardInput) {
         fwrite(text.data(), 1, text.size(), stdout);

@@ -1,8 +1,11 @@
 #include "output.h"
 
+#include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "failures.h"
 #include "json.h"
@@ -19,27 +22,30 @@ bool isNameByte(char c)
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
 }
 
-// Returns the name of the variable of a key.
+// Returns the name of the variable of a key. The part above the first header adds no name.
 std::string variableName(std::string_view stanza, std::string_view key)
 {
-    std::string name(stanza);
-    name += '_';
+    std::string name;
+    if (stanza != ".")
+        (name += stanza) += '_';
     name += key;
-    for (char& c : name)
-        if (!isNameByte(c))
-            c = '_';
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return !isNameByte(c); }, '_');
     return name.front() >= '0' && name.front() <= '9' ? '_' + name : name;
 }
 
-std::string quoteForShell(std::string_view text)
+void appendForShell(std::string_view text, std::string& out)
 {
-    std::string quoted = "'";
-    for (char const c : text) {
-        if (c == '\'')
-            quoted += "'\\'";
-        quoted += c;
+    out += '\'';
+    for (;;) {
+        size_t const quote = text.find('\'');
+        out += text.substr(0, quote);
+        if (quote == text.npos)
+            break;
+        out += "'\\''";
+        text.remove_prefix(quote + 1);
     }
-    return quoted + '\'';
+    out += '\'';
 }
 
 // Returns the form of the values. Plain lines need a line of their own for each stanza, so --null
@@ -85,6 +91,22 @@ std::string escapeField(std::string_view text)
     return escaped;
 }
 
+std::string patchPath(std::string const& path)
+{
+    std::string_view whole = path;
+    std::string real;
+    if (('/' + path + '/').find("/../") != path.npos) {
+        size_t const name = path.rfind('/') + 1;
+        char directory[PATH_MAX];
+        if (realpath(path.substr(0, name).c_str(), directory) == nullptr)
+            return path;
+        real = std::string(directory) + '/' + path.substr(name);
+        whole = real;
+    }
+    whole.remove_prefix(std::min(whole.find_first_not_of('/'), whole.size()));
+    return std::string(whole);
+}
+
 ValuePrinter::ValuePrinter(Request const& request, PlainForm plainForm)
     : request_(request), plainForm_(plainForm), form_(formOf(request, plainForm))
 {
@@ -105,6 +127,8 @@ void ValuePrinter::addStanza(std::string_view name)
     else if (form_ == "plain" && plainForm_ == stanzasAndKeys)
         append(hasStanza_ ? "\n[" : "[", name, ']');
     stanza_ = name;
+    if (form_ == "sh")
+        stanzas_.push_back(stanza_);
     hasStanza_ = true;
     hasKey_ = false;
 }
@@ -162,17 +186,41 @@ void ValuePrinter::addVariables(std::string_view key, Values const& values,
         addVariable(name + '_' + std::to_string(i + 1), key, values[i]);
 }
 
-void ValuePrinter::addVariable(std::string const& name, std::string_view key,
-                               std::string_view value)
+void ValuePrinter::addVariable(std::string_view name, std::string_view key, std::string_view value)
 {
-    std::string const described = nameKey(std::string(key), stanza_);
-    auto const [known, isNew] = variables_.emplace(name, described);
-    if (!isNew)
+    variables_.push_back({std::hash<std::string_view>()(name), out_.size(), name.size(),
+                          stanzas_.size() - 1, keys_.size(), key.size()});
+    keys_ += key;
+    out_ += name;
+    out_ += '=';
+    appendForShell(value, out_);
+    out_ += lineEnd(request_);
+}
+
+void ValuePrinter::requireDistinctNames()
+{
+    auto const nameOf = [&](Variable const& variable) {
+        return std::string_view(out_).substr(variable.name, variable.length);
+    };
+    auto const describe = [&](Variable const& variable) {
+        return nameKey(keys_.substr(variable.key, variable.keyLength), stanzas_[variable.stanza]);
+    };
+    std::sort(variables_.begin(), variables_.end(), [&](Variable const& a, Variable const& b) {
+        if (a.hash != b.hash)
+            return a.hash < b.hash;
+        int const order = nameOf(a).compare(nameOf(b));
+        return order != 0 ? order < 0 : a.name < b.name;
+    });
+    auto const same = std::adjacent_find(variables_.begin(), variables_.end(),
+                                         [&](Variable const& a, Variable const& b) {
+                                             return a.hash == b.hash && nameOf(a) == nameOf(b);
+                                         });
+    if (same != variables_.end())
         throw Failure{exitRefused,
                       request_.file,
-                      {known->second + " and " + described + " have the same variable " + name,
+                      {describe(same[0]) + " and " + describe(same[1]) +
+                           " have the same variable " + std::string(nameOf(*same)),
                        "use --format json or lines"}};
-    append(name, '=', quoteForShell(value));
 }
 
 void ValuePrinter::addFields(std::string_view key, Values const& values)
@@ -187,6 +235,7 @@ void ValuePrinter::addFields(std::string_view key, Values const& values)
 void ValuePrinter::finish()
 {
     endStanza();
+    requireDistinctNames();
     if (form_ == "json")
         append(hasStanza_ ? "}" : "{}");
     if (!request_.quiet)

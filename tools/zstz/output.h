@@ -1,7 +1,6 @@
 // output: the forms in which zstz prints names and values: plain, json, sh and lines.
 #pragma once
 
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +20,10 @@ void printNames(Request const& request, std::vector<std::string> const& names);
 /// Returns `text` with "\t", "\n" and "\\" for a tab, a newline and a backslash.
 std::string escapeField(std::string_view text);
 
+/// Returns the path of a file in a unified diff. patch(1) refuses paths with ".." and absolute
+/// paths: they are relative to the root directory.
+std::string patchPath(std::string const& path);
+
 // Prints keys with their values. Prints nothing before finish(), so that a failure leaves no
 // partial output.
 class ValuePrinter {
@@ -36,19 +39,26 @@ public:
     /// Starts a stanza.
     void addStanza(std::string_view name);
 
-    /// Returns whether addKey() uses `counting`.
-    bool needsCounting() const { return form_ == "sh"; }
-
     /// Adds a key of the stanza that was added last. `values` is empty for a key without values.
     /// range   `counting` is the value that counts, see ZProperties_6_0::getValue().
-    /// throws  Failure if two variables of the form "sh" have the same name.
     void addKey(std::string_view key, std::vector<std::string_view> const& values,
                 std::string_view counting);
 
+    /// throws  Failure if two variables of the form "sh" have the same name.
     void finish();
 
 private:
     using Values = std::vector<std::string_view>;
+
+    // A variable of the form "sh".
+    struct Variable {
+        size_t hash;
+        size_t name;  // its place in the output
+        size_t length;
+        size_t stanza;
+        size_t key;  // its place in `keys_`
+        size_t keyLength;
+    };
 
     // Adds a line that consists of the parts.
     template <class... Parts>
@@ -56,7 +66,8 @@ private:
     void addPlain(std::string_view key, Values const& values);
     void addJson(std::string_view key, Values const& values);
     void addVariables(std::string_view key, Values const& values, std::string_view counting);
-    void addVariable(std::string const& name, std::string_view key, std::string_view value);
+    void addVariable(std::string_view name, std::string_view key, std::string_view value);
+    void requireDistinctNames();
     void addFields(std::string_view key, Values const& values);
     void endStanza();
 
@@ -67,6 +78,9 @@ private:
     std::string stanza_;
     bool hasStanza_ = false;
     bool hasKeysAlone_ = false;
-    bool hasKey_ = false;                           // in this stanza
-    std::map<std::string, std::string> variables_;  // the key of each name of a variable
+    bool hasKey_ = false;  // in this stanza
+    // Only of the form "sh". A map of the names would take several times as long.
+    std::vector<std::string> stanzas_;
+    std::string keys_;
+    std::vector<Variable> variables_;
 };

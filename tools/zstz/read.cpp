@@ -13,10 +13,9 @@
 
 namespace {
 
-// Values of ZStanzaSwitch.
-constexpr int kFirstCounts = 2;  // of zDialectRepeatedKey
-constexpr int kKeyIsOption = 3;  // of zDialectKeyAlone
-constexpr int kEmptyResets = 2;  // of zDialectEmptyValues
+using zdialects::EmptyValues;
+using zdialects::KeyAlone;
+using zdialects::RepeatedKey;
 
 Failure describeType(Request const& request, std::string const& value, char const* type,
                      char const* remedy)
@@ -54,8 +53,7 @@ std::string convertValue(Request const& request, std::string const& value, bool 
 std::string convertCounting(Store const& store, Request const& request,
                             std::vector<std::string> const& values)
 {
-    ZStanzaDialect_6_0 const dialect = store.dialect();
-    bool const isOption = values.empty() && dialect.get(zDialectKeyAlone) == kKeyIsOption;
+    bool const isOption = values.empty() && store.switches().keyAlone == KeyAlone::option;
     if (isOption && request.as == "boolean")
         return "yes";
     if (isOption && request.as == "number")
@@ -70,9 +68,8 @@ std::string convertCounting(Store const& store, Request const& request,
 // Returns whether no value of an existing key counts, because an empty one resets it.
 bool isReset(Store const& store, Request const& request)
 {
-    return store.dialect().get(zDialectEmptyValues) == kEmptyResets && !request.all &&
-           !request.raw && !request.line &&
-           countingValuesOf(store, request.stanza, request.key).empty();
+    return store.switches().emptyValues == EmptyValues::reset && !request.all && !request.raw &&
+           !request.line && countingValuesOf(store, request.stanza, request.key).empty();
 }
 
 void throwMissing(Store const& store, Request const& request)
@@ -107,7 +104,7 @@ std::vector<std::string> chooseValues(Store const& store, Request const& request
 {
     if (request.line || request.raw) {
         std::vector<std::string> const lines = describeLines(store, request);
-        bool const isFirst = store.dialect().get(zDialectRepeatedKey) == kFirstCounts;
+        bool const isFirst = store.switches().repeatedKey == RepeatedKey::first;
         return request.raw || request.all
                    ? lines
                    : std::vector<std::string>{isFirst ? lines.front() : lines.back()};
@@ -218,8 +215,9 @@ int runList(Request const& request)
     else if (!request.stanza.empty())
         requireStanza(store, request.file, request.stanza);
     NameFilter const filter(store, request);
+    zdialects::Switches const switches = store.switches();
     ValuePrinter printer(request, ValuePrinter::stanzasAndKeys);
-    printer.printKeysAlone(store.dialect().get(zDialectKeyAlone) == kKeyIsOption);
+    printer.printKeysAlone(switches.keyAlone == KeyAlone::option);
     forEachKey(
         store,
         [&](std::string_view stanza) {
@@ -233,10 +231,8 @@ int runList(Request const& request)
                 return;
             std::vector<std::string_view> const masks(key.isObfuscated ? key.values.size() : 0,
                                                       kMask);
-            std::string const counting =
-                !printer.needsCounting() || key.isObfuscated
-                    ? kMask
-                    : countingValue(store, std::string(key.stanza), std::string(key.name));
+            std::string_view const counting =
+                key.isObfuscated ? kMask : countingValue(switches, key);
             printer.addKey(key.name, key.isObfuscated ? masks : key.values, counting);
         });
     printer.finish();

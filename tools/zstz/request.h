@@ -28,6 +28,7 @@ struct Request {
     bool normalise = false;    // store every line in one form
     bool replace = false;      // rename a new file over the old one
     bool raw = false;          // the value is spelled as in a line
+    bool bare = false;         // set: the key is alone, without a separator and a value
 
     std::string as = "text";  // get: text, number or boolean
     bool all = false;         // get: every value; set, unset: all values of the key

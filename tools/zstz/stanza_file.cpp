@@ -4,11 +4,14 @@
 #include <Z/ZException.h>
 #include <Z/ZPropertiesImpl_p.h>
 #include <Z/cache/map_order.h>
+#include <Z/dialects/counting.h>
 #include <Z/stanza/limits.h>
 #include <Z/stanza/reserved_entry.h>
 #include <Z/stanza/whitespace.h>
 #include <stdio.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include "busy.h"
 #include "dialect_choice.h"
@@ -183,6 +186,17 @@ std::string countingValue(Store const& store, std::string const& stanza, std::st
 {
     std::vector<std::string> const values = countingValuesOf(store, stanza, key);
     return values.empty() ? "" : values.back();
+}
+
+std::string_view countingValue(zdialects::Switches const& switches, KeyView const& key)
+{
+    std::vector<std::string_view> const& values = key.values;
+    auto const [first, end] =
+        zdialects::countingRange(switches, key.name, static_cast<int>(values.size()), [&] {
+            auto const last = std::find(values.rbegin(), values.rend(), "");
+            return static_cast<int>(values.rend() - last);
+        });
+    return first < end ? values[static_cast<size_t>(end) - 1] : std::string_view();
 }
 
 bool hasComments(Store const& store, std::string const& stanza)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Z/ZPropertiesImpl.h>
+#include <Z/ZStanzaDialect_p.h>
 #include <Z/ZStanzaFileProperties.h>
 
 #include <functional>
@@ -25,6 +26,7 @@ public:
     }
 
     bool isStanzaFile() const { return dialect().name() == std::string_view("stanza"); }
+    zdialects::Switches switches() const { return zdialects::switchesOf(dialect()); }
 
     ZSCFData_6_0& contents() const { return static_cast<ZSCFData_6_0&>(cache()); }
 };
@@ -62,6 +64,9 @@ struct KeyView {
     std::vector<std::string_view> const& values;
     bool isObfuscated;
 };
+
+/// Returns the last value of a key that counts in a dialect; empty without values.
+std::string_view countingValue(zdialects::Switches const& switches, KeyView const& key);
 
 /// Calls `onStanza` with the name of each stanza, and `onKey` for each of its keys if `onStanza`
 /// returns true, in the order of outlineOf().

@@ -96,6 +96,8 @@ constexpr Option kSetOptions[] = {
     {"--nth", 0, "N", "replace the value with this number; the first is 1", &Request::nth},
     {"--only", 0, "new|existing", "refuse to change, or to create, the key", &Request::only},
     {"--all", 0, nullptr, "replace all values of the key", &Request::all},
+    {"--bare", 0, nullptr, "write the key alone, without \"=\", if the dialect has such keys",
+     &Request::bare},
     kRaw,
     kObfuscated,
 };
@@ -154,7 +156,7 @@ constexpr Option kLockOptions[] = {
 
 void checkValueIsPassed(Request const& request, PassedNames const&)
 {
-    if (!request.obfuscated && !request.hasValue)
+    if (!request.obfuscated && !request.bare && !request.hasValue)
         throw UsageError{"VALUE is required"};
 }
 
@@ -303,7 +305,8 @@ constexpr Verb kVerbs[] = {
      "zstz set /etc/gateway.conf listener port 8443\n"
      "zstz set /etc/gateway.conf upstream password --obfuscated <password.txt",
      kSetOptions, fileOptions | changeOptions, false,
-     "--obfuscated VALUE; --obfuscated --raw; --raw --normalise; --all --old; --all --nth; --old "
+     "--obfuscated VALUE; --bare VALUE; --bare --raw; --bare --obfuscated; --bare --normalise; "
+     "--obfuscated --raw; --raw --normalise; --all --old; --all --nth; --old "
      "--nth; --obfuscated --old; --obfuscated "
      "--nth",
      kAllFormats, checkSet, nullptr, prepareValue, applySet},
