@@ -80,7 +80,9 @@ REFUSED = [
 # value and a new value.
 DIFFERENT = [
     ("php", "a constant that replaces a constant is evaluated", lambda start, value:
-     start == "A | B" and value in ("null", "Off", "E_ALL & ~E_NOTICE")),
+     start == "A | B" and value in ("null", "Off")),
+    ("php", "an expression of error levels is evaluated", lambda start, value:
+     value == "E_ALL & ~E_NOTICE"),
 ]
 
 

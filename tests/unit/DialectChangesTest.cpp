@@ -146,6 +146,14 @@ TEST(DialectChanges, AConstantOfPhpReplacesAConstant)
         {"php", "[a]\nk = Off\n", set("a", "k", "On"), "[a]\nk = On\n"},
         {"php", "[a]\nk = \"x\"\n", set("a", "k", "A & B"), "[a]\nk = \"A & B\"\n"},
         {"php", "[a]\nk = x\n", set("a", "k", "A & B"), "[a]\nk = \"A & B\"\n"},
+        {"php", "[a]\nj = x\n", set("a", "k", "E_ALL & ~E_NOTICE"),
+         "[a]\nj = x\nk = E_ALL & ~E_NOTICE\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "E_ALL & ~(E_NOTICE)"),
+         "[a]\nk = E_ALL & ~(E_NOTICE)\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "E_ALL & ~8"), "[a]\nk = E_ALL & ~8\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "E_ALL & A"), "[a]\nk = \"E_ALL & A\"\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "1 & 2"), "[a]\nk = \"1 & 2\"\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "~"), "[a]\nk = \"~\"\n"},
     });
 }
 

@@ -103,6 +103,9 @@ public:
         }
     }
 
+    // Returns whether the operands that isValid() read are error levels, at least one by its name.
+    bool isLevel() const { return hasLevel_ && !hasOtherName_; }
+
 private:
     void skipBlanks()
     {
@@ -133,18 +136,29 @@ private:
         if (operand.empty() || (!isNumber && (hasSign || isDigit(operand[0]))) ||
             isConstantWord(operand))
             return false;
+        if (!isNumber)
+            (operand.starts_with("E_") ? hasLevel_ : hasOtherName_) = true;
         rest_.remove_prefix(operand.size());
         skipBlanks();
         return true;
     }
 
     std::string_view rest_;
+    bool hasLevel_ = false;
+    bool hasOtherName_ = false;
     char last_ = 0;
 };
 
 bool isConstant(std::string_view text)
 {
     return isConstantWord(text) || ConstantExpression(text).isValid();
+}
+
+// Such an expression is no text: PHP would take the quoted text for no level at all.
+bool isErrorLevel(std::string_view text)
+{
+    ConstantExpression expression(text);
+    return expression.isValid() && expression.isLevel();
 }
 
 // Returns whether PHP reads the bytes as they are.
@@ -172,7 +186,7 @@ bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string
         return false;
     if ((bits & notPlainShell) && !isShellWord(spelled))
         return false;
-    return !(bits & notPlainConstants) || isPlainText(spelled) ||
+    return !(bits & notPlainConstants) || isPlainText(spelled) || isErrorLevel(spelled) ||
            (isConstant(spelled) && isConstant(before));
 }
 

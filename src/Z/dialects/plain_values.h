@@ -11,7 +11,7 @@ namespace zdialects {
 /// Returns whether programs of the format read `spelled`, which has no quotes around it, as our
 /// reader does.
 /// range   `before` is the value that it replaces, if that had no quotes either; else empty. A
-///         constant may replace a constant.
+///         constant may replace a constant; an expression of error levels may replace any value.
 bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string_view before);
 
 /// Returns whether they read a value in double quotes so.
