@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 
@@ -15,8 +16,9 @@
 #include "text/process_locale.h"
 #include "text/table_directory.h"
 
-// Weak: another provider of the text services may lack this function.
+// Weak: another provider of the text services may lack these functions.
 extern "C" [[gnu::weak]] int qvr_check_dir(char const* dir, char* problem, size_t room);
+extern "C" [[gnu::weak]] size_t qvr_mbspan(qvr_cs_t cs, char const* s, size_t n);
 
 namespace {
 
@@ -163,6 +165,13 @@ qvr_loc_t processLocale()
     return localeHandle.load(std::memory_order_acquire);
 }
 
+// Returns whether `cs` is the local codeset, and the locale has one byte per character.
+bool isSingleByteLocal(qvr_cs_t cs)
+{
+    return cs == localHandle.load(std::memory_order_acquire) && cs != nullptr &&
+           maxCharacterSize.load(std::memory_order_relaxed) == 1;
+}
+
 // Returns the length in bytes of the character at `s` if `accepts` returns true for it, else 0.
 int lengthIfOfClass(qvr_cs_t cs, char const* s, size_t n, int (*accepts)(uint32_t))
 {
@@ -208,8 +217,7 @@ int zmblen_6_0(qvr_cs_t cs, char const* s, size_t n)
     // KEPT: the terminator has length 1 here, unlike in every other codeset. A loop that adds the
     // results until it is past the terminator would never end with a length of 0.
     // Test: zqvrutil.KeepsLengthOneInSingleByteLocales
-    if (cs == localHandle.load(std::memory_order_acquire) && cs != nullptr &&
-        maxCharacterSize.load(std::memory_order_relaxed) == 1)
+    if (isSingleByteLocal(cs))
         return 1;
     return qvr_mblen(cs, s, n);
 }
@@ -343,21 +351,19 @@ size_t zstrcount_6_0(qvr_cs_t cs, char const* s)
     // KEPT: bytes, although the name suggests characters. A caller that sizes a buffer by the
     // result would make it too small otherwise.
     // Test: zqvrutil.KeepsCountingBytes
-    bool const isUTF8 = cs != nullptr && cs == utf8Handle.load(std::memory_order_acquire);
-    char const* at = s;
-    while (*at != '\0') {
-        if (isUTF8 && static_cast<unsigned char>(*at) < 0x80) {
-            ++at;
-            continue;
-        }
-        // A character that the terminator truncates is invalid either way; bytes past the
-        // terminator may be unreadable.
-        int const length = zmblen_6_0(cs, at, strnlen(at, kMaxBytesPerCharacter));
-        if (length <= 0)
+    size_t const length = strlen(s);
+    if (isSingleByteLocal(cs))
+        return length;
+    if (qvr_mbspan != nullptr)
+        return qvr_mbspan(cs, s, length);
+    size_t at = 0;
+    while (at < length) {
+        int const step = zmblen_6_0(cs, s + at, std::min(length - at, kMaxBytesPerCharacter));
+        if (step <= 0)
             break;
-        at += length;
+        at += static_cast<size_t>(step);
     }
-    return static_cast<size_t>(at - s);
+    return at;
 }
 
 ptrdiff_t zlcs_to_utf8_6_0(char const* src, size_t srcLen, char* dst, size_t dstLen)

@@ -40,6 +40,108 @@ bool isNoBreakSpace(uint32_t wc)
     return wc == 0x00A0 || wc == 0x2007 || wc == 0x202F;
 }
 
+constexpr size_t kBlock = 64;
+
+// Returns whether the three bytes before `s` leave no character open that continues at `s`.
+bool isBoundary(unsigned char const* s)
+{
+    return s[-1] < 0xC0 && s[-2] < 0xE0 && s[-3] < 0xF0;
+}
+
+using Vector [[gnu::vector_size(16)]] = unsigned char;
+using Signed [[gnu::vector_size(16)]] = signed char;
+
+Vector load(unsigned char const* s)
+{
+    Vector loaded;
+    std::memcpy(&loaded, s, sizeof loaded);
+    return loaded;
+}
+
+// Returns which bytes are wrong after the three bytes before each of them.
+Vector findWrong(unsigned char const* s)
+{
+    auto const mask = [](auto comparison) { return reinterpret_cast<Vector>(comparison); };
+    Vector const byte = load(s);
+    Vector const before = load(s - 1);
+    // Vectors compare signed bytes faster; trailing bytes are the lowest.
+    Vector const trails = mask(reinterpret_cast<Signed>(byte) < static_cast<signed char>(-0x40));
+    Vector const follows =
+        mask(before >= 0xC0) | mask(load(s - 2) >= 0xE0) | mask(load(s - 3) >= 0xF0);
+    // Bytes of no character, forms of shorter characters, surrogates, values above U+10FFFF.
+    Vector const low = mask(byte < 0xA0);
+    Vector const lowest = mask(byte < 0x90);
+    return (trails ^ follows) | mask(byte >= 0xF5) | mask((byte & 0xFE) == 0xC0) |
+           (mask(before == 0xE0) & low) | (mask(before == 0xED) & ~low) |
+           (mask(before == 0xF0) & lowest) | (mask(before == 0xF4) & ~lowest);
+}
+
+// Returns whether the bytes of a block can follow the three bytes before it, which are valid. The
+// last character of either may be open.
+bool isValidBlock(unsigned char const* s)
+{
+    Vector wrong{};
+    for (size_t i = 0; i < kBlock; i += sizeof wrong)
+        wrong |= findWrong(s + i);
+    uint64_t halves[2];
+    std::memcpy(halves, &wrong, sizeof halves);
+    return (halves[0] | halves[1]) == 0;
+}
+
+// Returns where the first invalid character from `at` on starts; a position not below `end` without
+// one.
+size_t endOfCharacters(unsigned char const* s, size_t n, size_t at, size_t end)
+{
+    while (at < end) {
+        if (s[at] < 0x80) {
+            ++at;
+            continue;
+        }
+        DecodeResult const decoded = decodeUtf8(s + at, n - at);
+        if (decoded.length < 0)
+            break;
+        at += static_cast<size_t>(decoded.length);
+    }
+    return at;
+}
+
+// Returns the length of the valid characters at the start of `n` bytes. Blocks are checked as a
+// whole. The start, the rest and a block with an invalid byte are read character by character.
+size_t spanOfUtf8(unsigned char const* s, size_t n)
+{
+    constexpr size_t kBefore = 3;
+    if (n < kBefore + kBlock)
+        return endOfCharacters(s, n, 0, n);
+    size_t at = endOfCharacters(s, n, 0, kBefore);
+    if (at < kBefore)
+        return at;
+    while (n - at >= kBlock) {
+        bool const isAscii = !hasNonAscii<kBlock / 8>(s + at);
+        if (isAscii ? !isBoundary(s + at) : !isValidBlock(s + at))
+            break;
+        at += kBlock;
+    }
+    while (!isBoundary(s + at))
+        --at;
+    return endOfCharacters(s, n, at, n);
+}
+
+size_t spanOfTables(qvr_cs const& cs, unsigned char const* s, size_t n)
+{
+    size_t at = 0;
+    while (at < n) {
+        if (cs.ascii)
+            at += asciiRun(s + at, n - at);
+        if (at == n)
+            break;
+        DecodeResult const decoded = decode(cs, s + at, n - at);
+        if (decoded.length < 0)
+            break;
+        at += static_cast<size_t>(decoded.length);
+    }
+    return at;
+}
+
 }  // namespace
 }  // namespace qvr
 
@@ -53,6 +155,14 @@ int qvr_mblen(qvr_cs_t cs, char const* s, size_t n)
         return 0;
     int const length = decode(*cs, bytes(s), n).length;
     return length > 0 ? length : -1;
+}
+
+size_t qvr_mbspan(qvr_cs_t cs, char const* s, size_t n)
+{
+    if (cs == nullptr || s == nullptr)
+        return 0;
+    unsigned char const* const text = bytes(s);
+    return cs->kind == Kind::utf8 ? spanOfUtf8(text, n) : spanOfTables(*cs, text, n);
 }
 
 int qvr_mbtowc(qvr_cs_t cs, uint32_t* wc, char const* s, size_t n)

@@ -152,6 +152,14 @@ ptrdiff_t qvr_from_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, 
 ///         in a codeset that has characters of four (GB18030, EUC-TW): see "Memory" above.
 int qvr_mblen(qvr_cs_t cs, char const* s, size_t n);
 
+/// Returns the length of the valid characters at the start of `n` bytes; zero bytes among them are
+/// characters. The sum of what qvr_mblen returns for one character after the other, and faster.
+/// units   bytes.
+/// range   a character that does not end within the `n` bytes is not counted. 0 if an argument is
+///         null.
+/// cost    O(n), as qvr_mblen for each character that is not ASCII.
+size_t qvr_mbspan(qvr_cs_t cs, char const* s, size_t n);
+
 /// Decodes the character at `s` into `*wc`, a Unicode code point, and returns its length; 0 with a
 /// value of 0 at the terminator.
 /// range   `wc` may be null. Otherwise as qvr_mblen.

@@ -97,16 +97,27 @@ inline void encodeUtf8(uint32_t value, int length, unsigned char* out)
     }
 }
 
+// Returns whether any of the `words` * 8 bytes at `s` is beyond ASCII.
+template <size_t words>
+bool hasNonAscii(unsigned char const* s)
+{
+    uint64_t all = 0;
+    for (size_t i = 0; i < words; ++i) {
+        uint64_t word;
+        std::memcpy(&word, s + i * sizeof word, sizeof word);
+        all |= word;
+    }
+    return (all & 0x8080808080808080u) != 0;
+}
+
 // Returns the length of the ASCII prefix of `n` bytes.
 inline size_t asciiRun(unsigned char const* s, size_t n)
 {
     size_t i = 0;
-    for (; n - i >= sizeof(uint64_t); i += sizeof(uint64_t)) {
-        uint64_t word;
-        std::memcpy(&word, s + i, sizeof word);
-        if ((word & 0x8080808080808080u) != 0)
-            break;
-    }
+    while (n - i >= 64 && !hasNonAscii<8>(s + i))
+        i += 64;
+    while (n - i >= 8 && !hasNonAscii<1>(s + i))
+        i += 8;
     while (i < n && s[i] < 0x80)
         ++i;
     return i;
