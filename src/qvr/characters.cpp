@@ -1,5 +1,6 @@
 #include <unicode/uchar.h>
 
+#include <atomic>
 #include <cstring>
 
 #include "codeset_p.h"
@@ -7,37 +8,59 @@
 namespace qvr {
 namespace {
 
-enum Class : uint8_t { upper = 1, lower = 2, space = 4, digit = 8 };
+enum Class : uint8_t { upper = 1, lower = 2, space = 4, alpha = 8, alnum = 16, known = 32 };
 
-// Classes of the ASCII characters: the most frequent characters need no lookup in ICU.
-constexpr std::array<uint8_t, 128> makeAsciiClasses()
+// The classes of an ASCII character: the most frequent characters need no lookup in ICU.
+uint8_t classesOfAscii(uint32_t c)
 {
-    std::array<uint8_t, 128> classes{};
-    for (unsigned c = 0; c < 128; ++c) {
-        classes[c] = static_cast<uint8_t>((c >= 'A' && c <= 'Z' ? upper : 0) |
-                                          (c >= 'a' && c <= 'z' ? lower : 0) |
-                                          (c == ' ' || (c >= '\t' && c <= '\r') ? space : 0) |
-                                          (c >= '0' && c <= '9' ? digit : 0));
-    }
-    return classes;
-}
-
-constexpr std::array<uint8_t, 128> kAsciiClasses = makeAsciiClasses();
-
-int isIn(unsigned classes, uint32_t ascii)
-{
-    return (kAsciiClasses[ascii] & classes) != 0;
-}
-
-bool has(uint32_t wc, UProperty property)
-{
-    return wc <= kMaxCodePoint && !isSurrogate(wc) &&
-           u_hasBinaryProperty(static_cast<UChar32>(wc), property);
+    bool const isUpper = c >= 'A' && c <= 'Z';
+    bool const isLower = c >= 'a' && c <= 'z';
+    bool const isDigit = c >= '0' && c <= '9';
+    return static_cast<uint8_t>((isUpper ? upper : 0) | (isLower ? lower : 0) |
+                                (isUpper || isLower ? alpha : 0) |
+                                (isUpper || isLower || isDigit ? alnum : 0) |
+                                (c == ' ' || (c >= '\t' && c <= '\r') ? space : 0) | known);
 }
 
 bool isNoBreakSpace(uint32_t wc)
 {
     return wc == 0x00A0 || wc == 0x2007 || wc == 0x202F;
+}
+
+uint8_t classesOf(uint32_t wc)
+{
+    if (wc < 0x80)
+        return classesOfAscii(wc);
+    if (wc > kMaxCodePoint || isSurrogate(wc))
+        return known;
+    auto const c = static_cast<UChar32>(wc);
+    bool const isAlpha = u_hasBinaryProperty(c, UCHAR_ALPHABETIC);
+    return static_cast<uint8_t>(
+        (u_hasBinaryProperty(c, UCHAR_UPPERCASE) ? upper : 0) |
+        (u_hasBinaryProperty(c, UCHAR_LOWERCASE) ? lower : 0) |
+        (u_hasBinaryProperty(c, UCHAR_WHITE_SPACE) && !isNoBreakSpace(wc) ? space : 0) |
+        (isAlpha ? alpha : 0) | (isAlpha || u_isdigit(c) ? alnum : 0) | known);
+}
+
+// The classes of characters below 0x10000, once they are known; 0: not yet.
+// Threads that look up the same character at the same time store the same byte.
+constinit std::array<std::atomic<uint8_t>, 0x10000> classes_{};
+
+// Returns whether a character is in a class that was not looked up before.
+[[gnu::noinline]] int findIsIn(Class wanted, uint32_t wc)
+{
+    uint8_t const classes = classesOf(wc);
+    if (wc < classes_.size())
+        classes_[wc].store(classes, std::memory_order_relaxed);
+    return (classes & wanted) != 0;
+}
+
+int isIn(Class wanted, uint32_t wc)
+{
+    if (wc < classes_.size())
+        if (uint8_t const classes = classes_[wc].load(std::memory_order_relaxed))
+            return (classes & wanted) != 0;
+    return findIsIn(wanted, wc);
 }
 
 constexpr size_t kBlock = 64;
@@ -195,33 +218,30 @@ int qvr_wctomb(qvr_cs_t cs, char* s, size_t room, uint16_t wc)
 
 int qvr_iswupper(uint32_t wc)
 {
-    return wc < 0x80 ? isIn(upper, wc) : has(wc, UCHAR_UPPERCASE);
+    return isIn(upper, wc);
 }
 
 int qvr_iswlower(uint32_t wc)
 {
-    return wc < 0x80 ? isIn(lower, wc) : has(wc, UCHAR_LOWERCASE);
+    return isIn(lower, wc);
 }
 
 int qvr_iswspace(uint32_t wc)
 {
-    return wc < 0x80 ? isIn(space, wc) : has(wc, UCHAR_WHITE_SPACE) && !isNoBreakSpace(wc);
+    return isIn(space, wc);
 }
 
 int qvr_iswdigit(uint32_t wc)
 {
-    return wc < 0x80 && isIn(digit, wc);
+    return wc >= '0' && wc <= '9';
 }
 
 int qvr_iswalpha(uint32_t wc)
 {
-    return wc < 0x80 ? isIn(upper | lower, wc) : has(wc, UCHAR_ALPHABETIC);
+    return isIn(alpha, wc);
 }
 
 int qvr_iswalnum(uint32_t wc)
 {
-    if (wc < 0x80)
-        return isIn(upper | lower | digit, wc);
-    return has(wc, UCHAR_ALPHABETIC) ||
-           (wc <= kMaxCodePoint && u_isdigit(static_cast<UChar32>(wc)));
+    return isIn(alnum, wc);
 }
