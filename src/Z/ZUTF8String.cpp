@@ -6,6 +6,7 @@
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZStringIterator.h"
+#include "text/ascii.h"
 #include "zqvrutil.h"
 
 namespace {
@@ -178,23 +179,19 @@ ZUTF8String_6_0 ZUTF8String_6_0::subString(unsigned int from, unsigned int count
 
 ZUTF8String_6_0& ZUTF8String_6_0::lower()
 {
-    char* at = buffer();
-    for (; *at != 0 && isAscii(*at); ++at)
-        if (*at >= 'A' && *at <= 'Z')
-            *at = static_cast<char>(*at + ('a' - 'A'));
-    if (*at != 0)
-        zstrlower_6_0(getCodesetHandle(), at);
+    char* const rest =
+        buffer() + ztext::lowerAscii(buffer(), ZAbstractMutableString_6_0::getLength());
+    if (*rest != 0)
+        zstrlower_6_0(getCodesetHandle(), rest);
     return *this;
 }
 
 ZUTF8String_6_0& ZUTF8String_6_0::upper()
 {
-    char* at = buffer();
-    for (; *at != 0 && isAscii(*at); ++at)
-        if (*at >= 'a' && *at <= 'z')
-            *at = static_cast<char>(*at - ('a' - 'A'));
-    if (*at != 0)
-        zstrupper_6_0(getCodesetHandle(), at);
+    char* const rest =
+        buffer() + ztext::upperAscii(buffer(), ZAbstractMutableString_6_0::getLength());
+    if (*rest != 0)
+        zstrupper_6_0(getCodesetHandle(), rest);
     return *this;
 }
 

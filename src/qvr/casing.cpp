@@ -21,15 +21,45 @@ uint32_t lowerOf(uint32_t value, bool turkic)
     return static_cast<uint32_t>(u_tolower(static_cast<UChar32>(value)));
 }
 
+// Switches the case of the letters from `first` to `first` + 25 in `kBlock` ASCII characters. The
+// number of bytes is constant, so that the compiler forms vectors.
+template <size_t kBlock>
+void switchCaseOfBlock(unsigned char* s, unsigned char first)
+{
+    auto const toTop = static_cast<unsigned char>(0x7F - 25 - first);  // moves the last one to 0x7F
+    for (size_t i = 0; i < kBlock; ++i) {
+        bool const isLetter = static_cast<signed char>(s[i] + toTop) > 0x7F - 26;
+        s[i] = static_cast<unsigned char>(s[i] ^ (isLetter ? 0x20 : 0));
+    }
+}
+
+// The same for `n` bytes.
+void switchCase(unsigned char* s, size_t n, unsigned char first)
+{
+    for (; n >= 64; s += 64, n -= 64)
+        switchCaseOfBlock<64>(s, first);
+    for (; n >= 16; s += 16, n -= 16)
+        switchCaseOfBlock<16>(s, first);
+    for (; n > 0; ++s, --n)
+        switchCaseOfBlock<1>(s, first);
+}
+
 // Replaces each character with its counterpart if that has the same length in bytes. The two cases
 // of an ASCII letter from `first` to `last` differ in one bit.
 template <class Counterpart>
-void changeCase(qvr_cs const& cs, char* text, bool turkic, char first, char last,
+void changeCase(qvr_cs const& cs, char* text, bool turkic, unsigned char first, unsigned char last,
                 Counterpart counterpart)
 {
     unsigned char* s = bytes(text);
-    while (*s != 0) {
-        if (cs.ascii && *s < 0x80 && !(turkic && (*s == 'i' || *s == 'I'))) {
+    unsigned char const* const end = s + std::strlen(text);
+    while (s != end) {
+        if (cs.ascii && *s < 0x80 && !turkic) {
+            size_t const run = asciiRun(s, static_cast<size_t>(end - s));
+            switchCase(s, run, first);
+            s += run;
+            continue;
+        }
+        if (cs.ascii && *s < 0x80 && *s != 'i' && *s != 'I') {
             if (*s >= first && *s <= last)
                 *s ^= 0x20;
             ++s;

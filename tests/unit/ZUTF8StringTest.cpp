@@ -54,6 +54,45 @@ TEST(ZUTF8String, LowerAndUpperChangeAsciiAndTheRest)
     }
 }
 
+// ASCII is changed in blocks. After the first other byte the text services change the rest, and a
+// zero byte ends both.
+TEST(ZUTF8String, CaseChangesUpToTheFirstZeroByte)
+{
+    std::string all;
+    for (int byte = 1; byte < 0x80; ++byte)
+        all += static_cast<char>(byte);
+    while (all.size() < 700)
+        all += "Some MORE text, ";
+    auto const changed = [](std::string text, size_t end, char first) {
+        for (size_t i = 0; i < end; ++i)
+            if (text[i] >= first && text[i] < first + 26)
+                text[i] = static_cast<char>(text[i] ^ 0x20);
+        return text;
+    };
+    for (size_t size : {0, 1, 15, 16, 17, 63, 64, 65, 127, 255, 256, 257, 300, 600}) {
+        for (size_t start : {0, 1, 7, 60}) {
+            for (size_t at = 0; at <= size; at += size > 100 ? 13 : 1) {
+                std::string text = all.substr(start, size);
+                ZUTF8String_6_0 lower(text.data(), static_cast<unsigned>(size));
+                EXPECT_EQ(changed(text, size, 'A'), textOf(lower.lower()));
+                if (at == size)
+                    continue;
+                text[at] = '\0';
+                lower.setChars(text.data(), static_cast<unsigned>(size));
+                lower.lower();
+                EXPECT_EQ(changed(text, at, 'A'), std::string(lower.getChars(), size));
+                ZUTF8String_6_0 upper(text.data(), static_cast<unsigned>(size));
+                upper.upper();
+                EXPECT_EQ(changed(text, at, 'a'), std::string(upper.getChars(), size));
+                text[at] = '\xFF';  // no character: all others change
+                upper.setChars(text.data(), static_cast<unsigned>(size));
+                upper.upper();
+                EXPECT_EQ(changed(text, size, 'a'), std::string(upper.getChars(), size));
+            }
+        }
+    }
+}
+
 TEST(ZUTF8String, ReplaceOverwritesAnAsciiCharacter)
 {
     struct Case {
