@@ -1,3 +1,6 @@
+#include <locale.h>
+#include <strings.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -91,42 +94,61 @@ bool isSameAscii(unsigned a, unsigned b)
     return a < 0x80 && (a == b || ((a ^ b) == 0x20 && (a | 0x20) >= 'a' && (a | 0x20) <= 'z'));
 }
 
-constexpr uint64_t kEachByte = 0x0101010101010101;
-
-// Returns whether eight bytes at `a` and `b` are ASCII characters that differ in case at most.
+// Returns whether `kBlock` bytes at `a` and `b` are ASCII characters that differ in case at most.
+// The number of bytes is constant, so that the compiler forms vectors.
+template <size_t kBlock>
 bool areSameAscii(unsigned char const* a, unsigned char const* b)
 {
-    uint64_t wordA, wordB;
-    std::memcpy(&wordA, a, sizeof wordA);
-    std::memcpy(&wordB, b, sizeof wordB);
-    if (((wordA | wordB) & kEachByte * 0x80) != 0)
-        return false;
-    // The highest bit of each byte, unused in ASCII, marks the upper-case letters.
-    auto const lowered = [](uint64_t word) {
-        uint64_t const fromA = word + kEachByte * (0x80 - 'A');
-        uint64_t const aboveZ = word + kEachByte * (0x80 - 'Z' - 1);
-        return word | (fromA & ~aboveZ & kEachByte * 0x80) >> 2;
+    auto const lowered = [](unsigned char byte) {
+        bool const isUpper = static_cast<unsigned char>(byte - 'A') < 26;
+        return static_cast<unsigned char>(byte | (isUpper ? 0x20 : 0));
     };
-    return wordA == wordB || lowered(wordA) == lowered(wordB);
+    unsigned char different = 0;
+    for (size_t i = 0; i < kBlock; ++i)
+        different |=
+            static_cast<unsigned char>((lowered(a[i]) ^ lowered(b[i])) | ((a[i] | b[i]) & 0x80));
+    return different == 0;
 }
 
-// Skips the ASCII characters that are equal, without regard to case, on both sides.
-void skipSameAscii(Cursor& a, Cursor& b)
+constexpr size_t kShort = 64;  // most comparisons end within this many bytes
+constexpr size_t kLong = 256;
+
+// Skips the ASCII characters that are equal, without regard to case, on both sides. Searches for a
+// terminator in `block` bytes at a time, and continues with the next block if `all`. Returns
+// whether it skipped all bytes of the last block.
+bool skipSameAscii(Cursor& a, Cursor& b, size_t block, bool all)
 {
-    constexpr size_t kBlock = 256;  // bytes searched for a terminator at a time
     size_t i;
     do {
-        size_t limit = std::min({a.left, b.left, kBlock});
+        size_t limit = std::min({a.left, b.left, block});
         limit = strnlen(reinterpret_cast<char const*>(a.s), limit);
         limit = strnlen(reinterpret_cast<char const*>(b.s), limit);
         i = 0;
-        while (limit - i >= sizeof(uint64_t) && areSameAscii(a.s + i, b.s + i))
-            i += sizeof(uint64_t);
+        while (limit - i >= 32 && areSameAscii<32>(a.s + i, b.s + i))
+            i += 32;
+        while (limit - i >= 8 && areSameAscii<8>(a.s + i, b.s + i))
+            i += 8;
         while (i < limit && isSameAscii(a.s[i], b.s[i]))
             ++i;
         a = {a.s + i, a.left - i};
         b = {b.s + i, b.left - i};
-    } while (i == kBlock);
+    } while (all && i == block);
+    return i == block;
+}
+
+// Returns whether the C library, which compares in vectors, finds that the strings differ in the
+// case of ASCII letters at most. After false they may still be equal.
+bool areSameInC(Cursor const& a, Cursor const& b)
+{
+    static locale_t const locale = newlocale(LC_ALL_MASK, "C", nullptr);
+    if (locale == nullptr)
+        return false;
+    char const* const textA = reinterpret_cast<char const*>(a.s);
+    char const* const textB = reinterpret_cast<char const*>(b.s);
+    if (a.left != b.left)
+        return false;
+    return a.left > SIZE_MAX / 2 ? strcasecmp_l(textA, textB, locale) == 0
+                                 : strncasecmp_l(textA, textB, a.left, locale) == 0;
 }
 
 // Consumes the next unit and returns it folded; 0 at the end. Invalid bytes, and the few characters
@@ -149,9 +171,15 @@ uint32_t nextFolded(qvr_cs const& cs, bool turkic, Cursor& cursor)
 
 int compare(qvr_cs const& cs, bool turkic, Cursor a, Cursor b)
 {
+    bool const skips = cs.ascii && !turkic;
+    // In codesets without bytes of ASCII inside longer characters, equal bytes are equal
+    // characters.
+    bool const comparesBytes = skips && cs.kind != Kind::multiByte;
+    if (comparesBytes && skipSameAscii(a, b, kShort, false) && areSameInC(a, b))
+        return 0;
     for (;;) {
-        if (cs.ascii && !turkic)
-            skipSameAscii(a, b);
+        if (skips)
+            skipSameAscii(a, b, kLong, true);
         uint32_t const fromA = nextFolded(cs, turkic, a);
         uint32_t const fromB = nextFolded(cs, turkic, b);
         if (fromA != fromB)
