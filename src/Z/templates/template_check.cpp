@@ -183,11 +183,22 @@ private:
     {
         std::string_view const all = side_.outline().text();
         size_t const begin = line == zlines::kNone ? 0 : side_.outline().lines()[line].begin;
-        auto const number = static_cast<size_t>(
-            std::count(all.begin(), all.begin() + static_cast<ptrdiff_t>(begin), '\n'));
         std::string_view const before = all.substr(begin, line == zlines::kNone ? 0 : offset);
-        differences_.push_back({Place{number + 1, zlines::countCharacters(before) + 1}, cause,
+        differences_.push_back({Place{numberOf(begin), zlines::countCharacters(before) + 1}, cause,
                                 stanza, key, std::move(text)});
+    }
+
+    // Returns the number, from 1, of the line that has a byte of the text.
+    size_t numberOf(size_t byte)
+    {
+        std::string_view const all = side_.outline().text();
+        if (starts_.empty()) {
+            starts_.push_back(0);
+            for (size_t at = 0; (at = all.find('\n', at)) != all.npos;)
+                starts_.push_back(++at);
+        }
+        return static_cast<size_t>(std::upper_bound(starts_.begin(), starts_.end(), byte) -
+                                   starts_.begin());
     }
 
     bool const isStanzaFile_;
@@ -199,6 +210,7 @@ private:
     std::unordered_map<std::string, uint32_t> headers_;  // the first of each stanza
     std::unordered_set<std::string> keys_;               // of the file
     std::vector<Difference> differences_;
+    std::vector<size_t> starts_;  // of the lines; empty before the first difference
 };
 
 }  // namespace
