@@ -4,6 +4,7 @@
 #include <Z/ZLCString.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include <functional>
 #include <string>
@@ -345,6 +346,41 @@ TEST(DialectChanges, TheLinesOfAKeyKeepTheSpellingsOfItsName)
     EXPECT_EQ("[A]\nkey=2\n[a]\nl=3\n", textOf(store));
     store.setValue("A", "l", "4");
     EXPECT_EQ("[A]\nkey=2\n[a]\nl=4\n", textOf(store));
+}
+
+TEST(DialectChanges, ANewNameHasTheSpellingOfTheCaller)
+{
+    struct New {
+        char const* dialect;
+        char const* before;
+        char const* stanza;
+        char const* key;
+        char const* other;  // another spelling of the key
+        char const* after;
+    };
+    for (New const& c : {
+             New{"windows", "[A]\nk=1\n", "a", "New", "NEW", "[A]\nk=1\nNew=v\n"},
+             New{"mysql", "[a]\nk=1\n", "a", "a-b", "a_b", "[a]\nk=1\na-b=v\n"},
+             New{"mysql", "[a]\nk=1\n", "a", "a_b", "a-b", "[a]\nk=1\na_b=v\n"},
+             New{"git", "[a]\n\tk = 1\n", "B.Sub", "newKey", "newkey",
+                 "[a]\n\tk = 1\n\n[B \"Sub\"]\n\tnewKey = v\n"},
+             New{"samba", "[a]\nk = 1\n", "The B", "The Key", "thekey",
+                 "[a]\nk = 1\n\n[The B]\nThe Key = v\n"},
+             New{"python", "[a]\nk = 1\n", "B", "Key", "key", "[a]\nk = 1\n\n[B]\nKey = v\n"},
+             New{"editorconfig", "[*]\nk = 1\n", "*", "Key", "key", "[*]\nk = 1\nKey = v\n"},
+         }) {
+        SCOPED_TRACE(std::string(c.dialect) + " " + c.key);
+        Store store(1, dialectNamed(c.dialect));
+        store.loadText(c.before, strlen(c.before));
+        store.setValue(c.stanza, c.key, "v");
+        EXPECT_EQ(c.after, textOf(store));
+        ZLCString_6_0 value;
+        store.getValue(c.stanza, c.other, value, 0, nullptr);
+        EXPECT_STREQ("v", value.getChars());
+        store.setValue(c.stanza, c.other, "w");
+        store.setValue(c.stanza, c.other, "v");
+        EXPECT_EQ(c.after, textOf(store));
+    }
 }
 
 TEST(DialectChanges, EachChangeCanBeUndone)
