@@ -11,8 +11,8 @@
 namespace zlines {
 
 /// Returns for each wanted stanza its stanza in the text, in ascending order, or kNone. Stanzas
-/// with the same header and contents match; between two matches, stanzas with the same header and
-/// the most common lines do.
+/// with the same header, contents and comments match; between two matches, stanzas with the same
+/// header and the most common lines do.
 /// cost    as align() for the stanzas, and O(n log n) for the lines of each.
 std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document);
 
