@@ -85,6 +85,20 @@ private:
         return values;
     }
 
+    // Returns the names and lists of JSON text, sorted.
+    static std::vector<std::string> inAnyOrder(std::string const& values)
+    {
+        std::vector<std::string> parts;
+        for (size_t at = 0; at < values.size();) {
+            size_t const begin = values[at] == ',' ? at + 1 : at;
+            size_t const end = std::min(values.find_first_of("]{}", begin), values.size());
+            parts.push_back(values.substr(begin, end - begin));
+            at = end + 1;
+        }
+        std::sort(parts.begin(), parts.end());
+        return parts;
+    }
+
     char const* chooseStanza()
     {
         static char const* const kStanzas[] = {"s", "t", "s", "S", "s]2", "a.B", "", "x]y"};
@@ -214,6 +228,9 @@ inline void PlainDialects::checkReading(Contents const& contents) const
     ZPROP_handle* const other = create();
     int const code = zstzPropLoadText_6_0(other, contents.text.data(), contents.text.size());
     expect(code == zpropOk, "composed contents are valid");
-    expect(valuesOf(other) == valuesOf(store_), "composed contents have the values of the store");
+    // A key that was removed and set again has its old line in the text, but is the last in the
+    // store.
+    expect(inAnyOrder(valuesOf(other)) == inAnyOrder(valuesOf(store_)),
+           "composed contents have the values of the store");
     zstzPropClose_6_0(other);
 }
