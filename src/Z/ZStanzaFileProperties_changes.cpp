@@ -2,6 +2,7 @@
 #include <string.h>
 
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "ZArrayList.h"
@@ -26,6 +27,15 @@ void requireNotReserved(ZPCache_6_0 const& cache, char const* stanza, char const
         refuseText();
 }
 
+bool hasValue(ZPCache_6_0& cache, char const* stanza, char const* key, char const* wanted)
+{
+    auto values = static_cast<ZSCFData_6_0&>(cache).values(stanza, key, ZPCache_6_0::plainValues);
+    for (Text value; values.next(value);)
+        if (std::string_view(value.chars, value.length) == wanted)
+            return true;
+    return false;
+}
+
 }  // namespace
 
 void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
@@ -35,10 +45,17 @@ void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
     if (!rep_->isValidKey(stanza, key) || (values == nullptr && count != 0))
         refuseText();
     Rep::Strings strings;
+    bool isFirstKept = false;
     for (unsigned i = 0; i < count; ++i) {
         if (values[i] == nullptr || (*values[i] == '\0' && count > 1 && rep_->dialect == nullptr))
             refuseText();
-        rep_->requireValidValue(key, values[i]);
+        // A value that the key has keeps its line, even if no new line could have the value.
+        bool const isKept = rep_->dialect != nullptr && count > 1 &&
+                            !rep_->isValidValue(key, values[i]) &&
+                            hasValue(cache(), stanza, key, values[i]);
+        isFirstKept = isFirstKept || (isKept && i == 0);
+        if (!isKept)
+            rep_->requireValidValue(key, values[i]);
         strings.add(values[i], zPropLocalStrings);
     }
     if (count < 2) {
@@ -50,11 +67,17 @@ void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
     checkAccess(stanza, key, 0);
     // Create a new stanza or key without lines first, so that it can be removed without a trace if
     // memory is exhausted.
+    auto notice = Rep::makeNotice(ZPropertyChanged_6_0::set, stanza, key);
     changeKey(cache(), stanza, key, [&] {
         cache().add(stanza, key, 0);
         ZArrayList_6_0& list = *cache().get(stanza, key, ZPCache_6_0::plainValues);
         strings.reserveIn(list, 0);
-        setValue(stanza, key, strings.text(0), 0);
+        if (isFirstKept) {
+            cache().addLine(stanza, key, strings.text(0), 0);
+            Rep::recordChange(*this, std::move(notice));
+        } else {
+            setValue(stanza, key, strings.text(0), 0);
+        }
         // The list has the first value, and capacity for all of them: nothing below throws.
         strings.removeFirst();
         strings.moveTo(list);

@@ -406,7 +406,8 @@ int zstzPropIter_initStanzas_6_0(ZPROP_handle* handle, ZPROP_iter_handle** itera
 /// exist.
 /// range   `count` 0 leaves the key without values; `values` may be null then. An only value may be
 ///         empty, which does the same; several values must not be empty. Names and values as
-///         zstzPropSetStringValue_6_0.
+///         zstzPropSetStringValue_6_0. In a dialect, one of several values may be any value that
+///         the key has: its line stays.
 /// codes   55 for a bad handle, a negative count, a null name, array or value; 52 if a string is
 ///         invalid or the key has obfuscated values. Nothing is changed then.
 int zstzPropSetStringValues_6_0(ZPROP_handle* handle, char const* stanza, char const* key,

@@ -434,3 +434,19 @@ TEST(DialectChanges, ACommentWithTheMarkOfCommentsAfterValuesStays)
     EXPECT_EQ(" ; c\nl=  2; c\n", changed("php,marks=#", " ; c\nl=  1; c\n", set(".", "l", "2")));
     EXPECT_EQ("l=2\n ; c\n[s]\n", changed("php,marks=#", "l=1\n ; c\n[s]\n", set(".", "l", "2")));
 }
+
+TEST(DialectChanges, AValueThatNoLineCouldGetKeepsItsLine)
+{
+    char const* const kept = "[s]\nk = \xe2\x80\xa9\nk = 1\n";
+    auto const setBoth = [](char const* first, char const* second) {
+        return [=](Store& store) {
+            char const* const values[] = {first, second};
+            store.setValues("s", "k", values, 2);
+        };
+    };
+    EXPECT_EQ("[s]\nk = \xe2\x80\xa9\nk = 2\n",
+              changed("python", kept, setBoth("\xe2\x80\xa9", "2")));
+    EXPECT_EQ(kept, changed("python", kept, setBoth("\xe2\x80\xa9", "1")));
+    EXPECT_EQ("refused", changed("python", kept, setBoth("\xe2\x80\xa8", "1")));
+    EXPECT_EQ("refused", changed("python", kept, set("s", "l", "\xe2\x80\xa9")));
+}
