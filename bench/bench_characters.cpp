@@ -30,7 +30,7 @@ constexpr Text kTexts[] = {
     {"japanese", "\u8a2d\u5b9a\u3092\u5909\u66f4\u3057\u307e\u3059\n"},
 };
 
-// A text of about `size` bytes that consists of whole characters.
+// Whole characters, about `size` bytes.
 std::string repeated(Text const& text, size_t size)
 {
     std::string made;
@@ -56,6 +56,19 @@ void iterate(benchmark::State& state, Text const& from)
         characters.reset();
         while (characters.hasMore())
             benchmark::DoNotOptimize(characters.getNext());
+    }
+    setBytes(state, text);
+}
+
+template <class String>
+void iterateViews(benchmark::State& state, Text const& from)
+{
+    std::string const text = repeated(from, kSize);
+    String const source(text.c_str());
+    for (auto _ : state) {
+        ZCharacterViews_6_0 characters(source);
+        while (char const* character = characters.next())
+            benchmark::DoNotOptimize(character);
     }
     setBytes(state, text);
 }
@@ -117,9 +130,9 @@ void tokenizeBySpans(benchmark::State& state, Text const& from)
 template <class String>
 void changeCase(benchmark::State& state, bool lowers)
 {
-    std::string const text = repeated({"", "Log.Level = WARNING, debug\n"},
-                                      static_cast<size_t>(state.range(0)))
-                                 .substr(0, static_cast<size_t>(state.range(0)));
+    std::string const text =
+        repeated({"", "Log.Level = WARNING, debug\n"}, static_cast<size_t>(state.range(0)))
+            .substr(0, static_cast<size_t>(state.range(0)));
     String const source(text.c_str());
     String string(source);
     for (auto _ : state) {
@@ -133,9 +146,9 @@ void changeCase(benchmark::State& state, bool lowers)
 #ifdef Z_PEER_QT
 void changeCaseByQt(benchmark::State& state, bool lowers)
 {
-    std::string const text = repeated({"", "Log.Level = WARNING, debug\n"},
-                                      static_cast<size_t>(state.range(0)))
-                                 .substr(0, static_cast<size_t>(state.range(0)));
+    std::string const text =
+        repeated({"", "Log.Level = WARNING, debug\n"}, static_cast<size_t>(state.range(0)))
+            .substr(0, static_cast<size_t>(state.range(0)));
     QByteArray const source(text.c_str());
     for (auto _ : state) {
         QByteArray const changed = lowers ? source.toLower() : source.toUpper();
@@ -153,8 +166,8 @@ void add(std::string const& row, Text const& text, void (*run)(benchmark::State&
 
 void addCase(std::string const& row, void (*run)(benchmark::State&, bool), bool lowers)
 {
-    benchmark::RegisterBenchmark(
-        row.c_str(), [run, lowers](benchmark::State& state) { run(state, lowers); })
+    benchmark::RegisterBenchmark(row.c_str(),
+                                 [run, lowers](benchmark::State& state) { run(state, lowers); })
         ->Arg(64)
         ->Arg(static_cast<int>(kSize));
 }
@@ -166,6 +179,8 @@ bool const areRowsRegistered = [] {
         add("Iterate/U8_FWD_1", text, forwardByIcu);
         add("IterateLocal/Z", text, iterate<ZLCString_6_0>);
         add("IterateLocal/U8_FWD_1", text, forwardByIcu);
+        add("IterateViews/Z", text, iterateViews<ZUTF8String_6_0>);
+        add("IterateViews/U8_FWD_1", text, forwardByIcu);
         add("CharCount/Z", text, charCount<ZUTF8String_6_0>);
         add("CharCount/U8_FWD_1", text, forwardByIcu);
         add("CharCountLocal/Z", text, charCount<ZLCString_6_0>);

@@ -287,6 +287,8 @@ protected:
     char* buffer() { return text_; }
 
 private:
+    friend class ZStringIterator_6_0;
+
     static constexpr unsigned int kDefaultLength = 95;
 
     // Returns whether two blocks of `n` bytes are equal. Most keys and names are one to two words
@@ -309,6 +311,14 @@ private:
 
     // Returns whether `length` bytes change neither the capacity nor the buffer.
     bool fits(size_t length) const { return length <= capacity_; }
+
+    // Replaces the contents with one byte. Every capacity is larger.
+    void setByte(char c)
+    {
+        char const bytes[2] = {c, 0};
+        memcpy(text_, bytes, sizeof bytes);
+        length_ = 1;
+    }
 
     void end(size_t length)
     {

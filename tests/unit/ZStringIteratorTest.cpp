@@ -2,6 +2,7 @@
 #include <Z/ZLCString.h>
 #include <Z/ZStringIterator.h>
 #include <Z/ZUTF8String.h>
+#include <Z/zqvrutil.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -35,6 +36,27 @@ Characters charactersOf(Source const& source)
     }
     return characters;
 }
+
+template <class Source>
+Characters viewsOf(Source const& source)
+{
+    ZCharacterViews_6_0 views(source);
+    EXPECT_EQ(0u, views.length());
+    Characters characters;
+    while (char const* const character = views.next())
+        characters.emplace_back(character, views.length());
+    EXPECT_EQ(0u, views.length());
+    EXPECT_EQ(nullptr, views.next());
+    return characters;
+}
+
+// A string that hides the last byte of its text.
+template <class String>
+class Shortened : public String {
+public:
+    using String::String;
+    unsigned int getLength() const override { return String::getLength() - 1; }
+};
 
 // A string whose getChars() returns null.
 class NoText : public ZUTF8ConstString_6_0 {
@@ -209,10 +231,10 @@ TEST(ZStringIterator, ATruncatedLocalCharacterThrows)
 
 TEST(ZStringIterator, ACharacterLongerThanTheTextThrows)
 {
-    ZUTF8ConstString_6_0 const source("abc");
+    ZUTF8ConstString_6_0 const source("\u00e9bc");
     ZUTF8String_6_0 target("before");
     ZStringIterator_6_0 iterator(source, target);
-    MeasuredLength const wrong(4);
+    MeasuredLength const wrong(5);
     EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 113, [&] { iterator.getNext(); }));
     EXPECT_STREQ("before", target);
 }
@@ -240,8 +262,123 @@ TEST(ZStringIterator, ReturnsTheCharactersOfAComposedString)
             text += characters.back();
         }
         PageEnd const end(text);
-        ASSERT_EQ(characters, charactersOf<ZUTF8String_6_0>(ZUTF8ConstString_6_0(end.text())));
+        ZUTF8ConstString_6_0 const view(end.text());
+        ZUTF8String_6_0 const owned(view);
+        ASSERT_EQ(characters, charactersOf<ZUTF8String_6_0>(view));
+        ASSERT_EQ(characters, charactersOf<ZUTF8String_6_0>(owned));
+        ASSERT_EQ(characters, viewsOf(view));
+        ASSERT_EQ(characters, viewsOf(owned));
     }
+}
+
+// Invalid characters, and every length: the services measure one character after the other.
+template <class Owned, class View>
+void expectMeasuredCharacters(std::vector<std::string> const& alphabet)
+{
+    constexpr unsigned kSeed = 20261125;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    for (size_t size = 0; size <= 200; ++size) {
+        std::string text;
+        while (text.size() < size)
+            text += alphabet[random() % alphabet.size()];
+        text.resize(size);
+        PageEnd const end(text);
+        View const view(end.text());
+        Owned const owned(view);
+        Characters expected;
+        bool isValid = true;
+        for (size_t at = 0; at < size && isValid;) {
+            int const length = zmblen_6_0(view.getCodesetHandle(), end.text() + at, size - at);
+            isValid = length > 0;
+            if (isValid) {
+                expected.emplace_back(text, at, static_cast<size_t>(length));
+                at += static_cast<size_t>(length);
+            }
+        }
+        auto const expectCharacters = [&](auto const& source) {
+            Owned target;
+            ZStringIterator_6_0 iterator(source, target);
+            ZCharacterViews_6_0 views(source);
+            for (std::string const& character : expected) {
+                ASSERT_TRUE(iterator.hasMore());
+                ASSERT_EQ(&target, iterator.getNext());
+                ASSERT_EQ(character, std::string(target.getChars(), target.getLength()));
+                char const* const next = views.next();
+                ASSERT_EQ(character, std::string(next, views.length()));
+            }
+            ASSERT_EQ(!isValid, iterator.hasMore());
+            if (isValid) {
+                ASSERT_EQ(nullptr, views.next());
+                return;
+            }
+            for (int i = 0; i < 2; ++i) {
+                ASSERT_TRUE(
+                    raises<ZQVRMBLenException_6_0>(46, kSource, 113, [&] { iterator.getNext(); }));
+                ASSERT_TRUE(
+                    raises<ZQVRMBLenException_6_0>(46, kSource, 152, [&] { views.next(); }));
+            }
+        };
+        expectCharacters(view);
+        expectCharacters(owned);
+    }
+}
+
+TEST(ZStringIterator, MeasuresAsTheTextServicesDo)
+{
+    std::vector<std::string> const ascii = {"a", "plain text ", "\x7F", "\x01"};
+    std::vector<std::string> const pieces[] = {
+        ascii,
+        {"\u00e9", "a", "\u07ff"},
+        {"\u3042", "\uD7FF", "\uE000", "\u0800", "\U0001F600", "b"},
+        {"\u3042", "plain text ", "\xE0\x9F\xBF"},
+        {"\u3042", "plain text ", "\xED\xA0\x80"},
+        {"\u00e9", "plain text ", "\xC0\x80"},
+        {"\u00e9", "plain text ", "\x80", "\xC3"},
+    };
+    for (std::vector<std::string> const& alphabet : pieces) {
+        SCOPED_TRACE(alphabet.back());
+        expectMeasuredCharacters<ZUTF8String_6_0, ZUTF8ConstString_6_0>(alphabet);
+        expectMeasuredCharacters<ZLCString_6_0, ZLCConstString_6_0>(alphabet);
+    }
+    LocalCharacter const local = localCharacter();
+    expectMeasuredCharacters<ZLCString_6_0, ZLCConstString_6_0>({"plain text ", "b", local.local});
+    expectMeasuredCharacters<ZLCString_6_0, ZLCConstString_6_0>({"plain text ", local.cut});
+}
+
+TEST(ZStringIterator, AsksADerivedStringForItsLength)
+{
+    Shortened<ZUTF8String_6_0> const owned("abc");
+    Shortened<ZUTF8ConstString_6_0> const view("abc");
+    ZUTF8String_6_0 target;
+    auto const expectTwo = [&](ZStringIterator_6_0 iterator) {
+        EXPECT_STREQ("a", *iterator.getNext());
+        EXPECT_STREQ("b", *iterator.getNext());
+        EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 113, [&] { iterator.getNext(); }));
+    };
+    expectTwo(ZStringIterator_6_0(owned, target));
+    expectTwo(ZStringIterator_6_0(view, target));
+    if (isSingleByteLocale())
+        return;
+    Shortened<ZLCString_6_0> const local("abc");
+    ZLCString_6_0 localTarget;
+    expectTwo(ZStringIterator_6_0(local, localTarget));
+}
+
+TEST(ZCharacterViews, WithoutATextThereAreNone)
+{
+    EXPECT_EQ(nullptr, ZCharacterViews_6_0(NoText()).next());
+    EXPECT_EQ(Characters(), viewsOf(ZUTF8String_6_0()));
+    EXPECT_EQ(Characters({"a"}), viewsOf(ZLCString_6_0("a\0b", 3)));
+}
+
+TEST(ZCharacterViews, ReferToTheTextOfTheSource)
+{
+    ZUTF8String_6_0 const source("a\u3042");
+    ZCharacterViews_6_0 views(source);
+    EXPECT_EQ(source.getChars(), views.next());
+    EXPECT_EQ(source.getChars() + 1, views.next());
+    EXPECT_EQ(3u, views.length());
 }
 
 TEST(ZStringIterator, AStepAllocatesNothing)
