@@ -5,14 +5,16 @@
 
 #include <algorithm>
 #include <memory>
-#include <optional>
 
 #include "ZArrayList.h"
 #include "ZException.h"
 #include "ZLCString.h"
+#include "ZStringIterator_p.h"
 #include "ZUTF8String.h"
 #include "text/character_set.h"
 #include "zqvrutil.h"
+
+using namespace zcharacters;
 
 namespace {
 
@@ -28,9 +30,10 @@ enum RaiseSite {
 
 constexpr char kDefaultDelimiters[] = " \t\r\n";
 
-bool isLocal(ZAbstractString_6_0 const& string)
+int charWidthOf(ZAbstractString_6_0 const& string)
 {
-    return string.getCodesetHandle() == ZAbstractString_6_0::lcs_handle_;
+    bool const isLocal = string.getCodesetHandle() == ZAbstractString_6_0::lcs_handle_;
+    return isLocal ? static_cast<int>(MB_CUR_MAX) : kUtf8;
 }
 
 // Tests whether the bytes of a character occur in a string of delimiters, at any position: also
@@ -47,7 +50,9 @@ public:
     bool accepts(char const* character, size_t length)
     {
         if (length == 1)
-            return occurring_.contains(character, 1);
+            return contains(*character);
+        if (!contains(*character))  // most delimiters are ASCII
+            return false;
         if (length > ztext::CharacterSet::kMaxCharacterSize)
             return occurs(character, length);
         Progress& progress = progress_[length];
@@ -61,6 +66,8 @@ public:
         }
         return progress.filled ? occurring_.contains(character, length) : occurs(character, length);
     }
+
+    bool contains(char byte) const { return occurring_.contains(&byte, 1); }
 
 private:
     static constexpr int kFewSearches = 4;
@@ -98,20 +105,87 @@ struct OwnDelimiters : String {
     DelimiterTest test;
 };
 
-// Returns a new string with the contents `delimiters`, in the codeset of `source`.
-ZAbstractMutableString_6_0* newDelimiters(ZAbstractString_6_0 const& source, char const* delimiters)
+// Returns a new string with the contents `delimiters`, in the codeset of the characters.
+ZAbstractMutableString_6_0* newDelimiters(int charWidth, char const* delimiters)
 {
-    if (isLocal(source))
+    if (charWidth != kUtf8)
         return new OwnDelimiters<ZLCString_6_0>(delimiters);
     return new OwnDelimiters<ZUTF8String_6_0>(delimiters);
 }
 
 // Returns the test of delimiters that newDelimiters() created.
-DelimiterTest& testOf(ZAbstractMutableString_6_0& delimiters)
+DelimiterTest& testOf(ZAbstractMutableString_6_0& delimiters, int charWidth)
 {
-    if (isLocal(delimiters))
+    if (charWidth != kUtf8)
         return static_cast<OwnDelimiters<ZLCString_6_0>&>(delimiters).test;
     return static_cast<OwnDelimiters<ZUTF8String_6_0>&>(delimiters).test;
+}
+
+// Returns the length of the character at `at`, up to `end`.
+size_t measure(ZAbstractString_6_0 const& source, char const* at, char const* end, int site)
+{
+    auto const left = static_cast<size_t>(end - at);
+    int const measured = zmblen_6_0(source.getCodesetHandle(), at, left);
+    if (measured < 1 || static_cast<size_t>(measured) > std::min<size_t>(left, MB_LEN_MAX))
+        ZQVRMBLenException_6_0().throwException(kSource, site);
+    return static_cast<size_t>(measured);
+}
+
+// Returns the first character from `at` on that is not, or is, a delimiter. Bytes up to `highest`
+// are whole characters.
+template <bool ofDelimiters>
+char const* endOfWhole(char const* at, DelimiterTest const& test, unsigned highest)
+{
+    while (isWhole(*at, highest) && test.contains(*at) == ofDelimiters)
+        ++at;
+    return at;
+}
+
+// Returns the end of the run that starts at `from` and continues to `at`, where a character must be
+// measured.
+template <bool ofDelimiters>
+[[gnu::noinline]] char const* endOfMeasured(ZAbstractString_6_0 const& source, char const* from,
+                                            char const* at, DelimiterTest& test, unsigned highest)
+{
+    size_t const length = source.getLength();
+    char const* const end =
+        from + (length - std::min(length, static_cast<size_t>(from - source.getChars())));
+    while (*at != 0 && !isWhole(*at, highest)) {
+        size_t const step =
+            measure(source, at, end, ofDelimiters ? raiseInSkipAll : raiseInSkipOther);
+        if (test.accepts(at, step) != ofDelimiters)
+            break;
+        at = endOfWhole<ofDelimiters>(at + step, test, highest);
+    }
+    return at;
+}
+
+// Returns the length in bytes of the run of delimiters, or of non-delimiters, that starts at `from`
+// in `source`.
+template <bool ofDelimiters>
+size_t spanOf(ZAbstractString_6_0 const& source, int charWidth, DelimiterTest& test,
+              char const* from)
+{
+    unsigned const highest = highestWhole(source, charWidth, from);
+    char const* at = endOfWhole<ofDelimiters>(from, test, highest);
+    if (*at != 0 && !isWhole(*at, highest))
+        at = endOfMeasured<ofDelimiters>(source, from, at, test, highest);
+    return static_cast<size_t>(at - from);
+}
+
+size_t spanOf(ZAbstractString_6_0 const& source, int charWidth, DelimiterTest& test,
+              char const* from, bool ofDelimiters)
+{
+    return ofDelimiters ? spanOf<true>(source, charWidth, test, from)
+                        : spanOf<false>(source, charWidth, test, from);
+}
+
+// The same for delimiters of one call.
+[[gnu::noinline]] size_t spanOfOther(ZAbstractString_6_0 const& source, int charWidth,
+                                     char const* delimiters, char const* from, bool ofDelimiters)
+{
+    DelimiterTest test(delimiters);
+    return spanOf(source, charWidth, test, from, ofDelimiters);
 }
 
 void checkCodesets(ZAbstractString_6_0 const& source, ZAbstractString_6_0 const& target, int site)
@@ -128,10 +202,10 @@ ZStringTokenizer_6_0::ZStringTokenizer_6_0(ZAbstractString_6_0 const& source,
       source_(&source),
       target_(&target),
       delimiters_(nullptr),
-      charWidth_(isLocal(source) ? static_cast<int>(MB_CUR_MAX) : 0)
+      charWidth_(charWidthOf(source))
 {
     checkCodesets(source, target, raiseWithoutDelimiters);
-    delimiters_ = newDelimiters(source, kDefaultDelimiters);
+    delimiters_ = newDelimiters(charWidth_, kDefaultDelimiters);
 }
 
 ZStringTokenizer_6_0::ZStringTokenizer_6_0(ZAbstractString_6_0 const& source,
@@ -141,10 +215,10 @@ ZStringTokenizer_6_0::ZStringTokenizer_6_0(ZAbstractString_6_0 const& source,
       source_(&source),
       target_(&target),
       delimiters_(nullptr),
-      charWidth_(isLocal(source) ? static_cast<int>(MB_CUR_MAX) : 0)
+      charWidth_(charWidthOf(source))
 {
     checkCodesets(source, target, raiseWithDelimiters);
-    delimiters_ = newDelimiters(source, delimiters.getChars());
+    delimiters_ = newDelimiters(charWidth_, delimiters.getChars());
 }
 
 ZStringTokenizer_6_0::ZStringTokenizer_6_0(ZStringTokenizer_6_0 const& other)
@@ -152,7 +226,7 @@ ZStringTokenizer_6_0::ZStringTokenizer_6_0(ZStringTokenizer_6_0 const& other)
       cursor_(other.cursor_),
       source_(other.source_),
       target_(other.target_),
-      delimiters_(newDelimiters(*other.source_, other.delimiters_->getChars())),
+      delimiters_(newDelimiters(other.charWidth_, other.delimiters_->getChars())),
       charWidth_(other.charWidth_)
 {
 }
@@ -160,7 +234,7 @@ ZStringTokenizer_6_0::ZStringTokenizer_6_0(ZStringTokenizer_6_0 const& other)
 ZStringTokenizer_6_0& ZStringTokenizer_6_0::operator=(ZStringTokenizer_6_0 const& other)
 {
     ZAbstractMutableString_6_0* const fresh =
-        newDelimiters(*other.source_, other.delimiters_->getChars());
+        newDelimiters(other.charWidth_, other.delimiters_->getChars());
     delete delimiters_;
     delimiters_ = fresh;
     cursor_ = other.cursor_;
@@ -245,26 +319,7 @@ unsigned int ZStringTokenizer_6_0::skipOther(ZAbstractString_6_0 const& delimite
 size_t ZStringTokenizer_6_0::span(char const* from, ZAbstractString_6_0 const& delimiters,
                                   bool ofDelimiters) const
 {
-    std::optional<DelimiterTest> ofCall;
-    DelimiterTest& test =
-        &delimiters == delimiters_ ? testOf(*delimiters_) : ofCall.emplace(delimiters.getChars());
-    qvr_cs const* const cs = source_->getCodesetHandle();
-    size_t const length = source_->getLength();
-    size_t left = length - std::min(length, static_cast<size_t>(from - source_->getChars()));
-    char const* at = from;
-    while (*at != 0) {
-        size_t step = 1;
-        if (charWidth_ != 1) {
-            int const measured = zmblen_6_0(cs, at, left);
-            if (measured < 1 || static_cast<size_t>(measured) > std::min<size_t>(left, MB_LEN_MAX))
-                ZQVRMBLenException_6_0().throwException(
-                    kSource, ofDelimiters ? raiseInSkipAll : raiseInSkipOther);
-            step = static_cast<size_t>(measured);
-        }
-        if (test.accepts(at, step) != ofDelimiters)
-            break;
-        at += step;
-        left -= step;
-    }
-    return static_cast<size_t>(at - from);
+    if (&delimiters == delimiters_)
+        return spanOf(*source_, charWidth_, testOf(*delimiters_, charWidth_), from, ofDelimiters);
+    return spanOfOther(*source_, charWidth_, delimiters.getChars(), from, ofDelimiters);
 }

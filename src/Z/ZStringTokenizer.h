@@ -1,7 +1,7 @@
 // ZStringTokenizer: splits a string into the runs of characters between delimiters.
 //
 // Subsystem: text tools.  Stands on: ZAbstractMutableString, ZArrayList, ZException, ZIterator,
-// ZLCString, ZUTF8String, zqvrutil.
+// ZLCString, ZStringIterator, ZUTF8String, zqvrutil.
 //
 // Delimiters are never returned, adjacent ones give no empty tokens, and there is no quoting. The
 // tokenizer writes each token into a string of the caller. Delimiters may differ from call to call.

@@ -335,6 +335,22 @@ TEST(ZStringTokenizer, ACharacterThatCannotBeMeasuredThrows)
         raises<ZQVRMBLenException_6_0>(46, kSource, 331, [&] { tokenizer.skipOther(blank); }));
 }
 
+// A string that hides the last byte of its text.
+class Shortened : public ZUTF8String_6_0 {
+public:
+    using ZUTF8String_6_0::ZUTF8String_6_0;
+    unsigned int getLength() const override { return ZUTF8String_6_0::getLength() - 1; }
+};
+
+TEST(ZStringTokenizer, AsksADerivedStringForItsLength)
+{
+    Shortened const source("a bc");
+    ZUTF8String_6_0 target;
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    EXPECT_STREQ("a", *tokenizer.getNext());
+    EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 331, [&] { tokenizer.getNext(); }));
+}
+
 TEST(ZStringTokenizer, ATruncatedLocalCharacterThrows)
 {
     std::string const cut = localCharacter().cut;
@@ -353,7 +369,7 @@ TEST(ZStringTokenizer, ACharacterLongerThanTheTextOrThanAnyThrows)
 {
     for (int length : {41, 17}) {
         SCOPED_TRACE(length);
-        ZUTF8String_6_0 const source(std::string(40, 'a').c_str());
+        ZUTF8String_6_0 const source(("\u00e9" + std::string(38, 'a')).c_str());
         ZUTF8String_6_0 target("before");
         ZStringTokenizer_6_0 tokenizer(source, target);
         MeasuredLength const wrong(length);
