@@ -216,6 +216,7 @@ void ZDialectData_6_0::renameStanza(char const* category, char const* name)
         std::string const renamed = after.withNumber(after.number);
         Renumbering old(*this, before, before.number + 1);
         Renumbering following(*this, after, after.number, old.bytes() + renamed.size() + 1);
+        rep().keepOldCategoryName(category);
         following.increase();
         rep().renameCategory(category, renamed);
         old.decrease();
@@ -328,6 +329,6 @@ void ZDialectData_6_0::readText(char const* path, char const* text, size_t lengt
         zcache::load(*rep().dialect, path, kept->text, rep());
         return kept;
     });
-    rep().kept.swap(read);
+    rep().keep(std::move(read));
     changed();
 }

@@ -517,12 +517,14 @@ bool ZPCategoryBasedCache_6_0::lastValue(char const* category, char const* key, 
 
 void ZPCategoryBasedCache_6_0::renameKey(char const* category, char const* key, char const* name)
 {
+    KeptLines::keepOldName(*this, category, key);
     rep_->renameKey(checkedView(category), checkedView(key), checkedView(name));
     changed();
 }
 
 void ZPCategoryBasedCache_6_0::renameCategory(char const* category, char const* name)
 {
+    KeptLines::keepOldName(*this, category, nullptr);
     rep_->renameCategory(checkedView(category), checkedView(name));
     changed();
 }

@@ -53,6 +53,19 @@ zstanza::CommentForm ZPCategoryBasedCache_6_0::KeptLines::commentForm(ZPCache_6_
     return direct == nullptr ? zstanza::CommentForm() : direct->rep().policy().comments;
 }
 
+void ZPCategoryBasedCache_6_0::KeptLines::keepOldName(Cache const& cache, char const* category,
+                                                      char const* key)
+{
+    if (textOf(cache) == nullptr)
+        return;
+    zmemory::translateBadAlloc(zstanza::kSource, zstanza::raiseInAllocate, [&] {
+        if (key != nullptr)
+            cache.rep_->keepOldKeyName(category, key);
+        else
+            cache.rep_->keepOldCategoryName(category);
+    });
+}
+
 SharedText ZPCategoryBasedCache_6_0::KeptLines::textAfterReading(
     Cache const& cache, std::string_view bytes, zlines::SharedDialect const& dialect)
 {
@@ -210,7 +223,7 @@ void ZPCategoryBasedCache_6_0::KeptLines::Collector::keep(std::string_view store
 {
     // An override of be_write() may have written something else.
     if (cache_ != nullptr && text_ != nullptr && text_->text == stored)
-        cache_->rep().kept = text_;
+        cache_->rep().keep(text_);
     if (cache_ != nullptr)
         std::exchange(cache_, nullptr)->rep().sink = nullptr;
 }

@@ -97,6 +97,9 @@ bool ZPCategoryBasedCache_6_0::KeptLines::mergeText(Cache const& ours, Base cons
             return false;
         zlines::Document document;
         describe(ours, document);
+        zlines::SharedText const& kept = textOf(ours);
+        if (kept.get() != &base.text && kept->text != before)
+            document.dropOldNames();
         std::string wanted;
         zlines::TextHistory history = base.text.history;
         try {

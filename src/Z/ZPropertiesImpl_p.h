@@ -42,6 +42,13 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zca
     Rep() = default;
     Rep(Rep const& other) : Contents(other), dialect(other.dialect), kept(other.kept) {}
 
+    // Sets the text that the present names are in.
+    void keep(zlines::SharedText text)
+    {
+        kept = std::move(text);
+        forgetOldNames();
+    }
+
     std::shared_ptr<zdialects::SwitchedDialect const> dialect;  // null: stanza files
     zlines::SharedText kept;                               // the text as read or stored; null: none
     mutable std::shared_ptr<zlines::SpelledText> spelled;  // the text of these contents, or null
@@ -76,6 +83,9 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     /// keep lines.
     static zlines::SharedText textAfterReading(Cache const& cache, std::string_view bytes,
                                                zlines::SharedDialect const& dialect);
+
+    /// Keeps the name of a category, or of a key that is not null, which is in the text as read.
+    static void keepOldName(Cache const& cache, char const* category, char const* key);
 
     static std::string textBeforeReading(Cache const& cache);
 

@@ -107,7 +107,7 @@ void ZSCFData_6_0::readBlock(char const* path, void* block, size_t length)
         Rep::DerivedReader reader(*this);
         run(reader);
     }
-    rep().kept = std::move(text);
+    rep().keep(std::move(text));
     changed();
 }
 

@@ -100,6 +100,7 @@ void Contents::freeKey(Id id, uint32_t hash)
 {
     keyIndex_.remove(hash, id);
     arena_.drop(name(keys_[id]));
+    oldKeyNames_.erase(id);
     keys_.free(id);
 }
 
@@ -149,6 +150,7 @@ void Contents::freeCategory(Id id)
     std::string_view const name = this->name(categories_[id]);
     categoryIndex_.remove(categoryHash(name), id);
     arena_.drop(name);
+    oldCategoryNames_.erase(id);
     categories_.free(id);
 }
 

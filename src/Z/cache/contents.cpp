@@ -53,6 +53,8 @@ Contents::Contents(Contents const& other) : Contents()
             if (extra.lists[kind] != nullptr)
                 keyExtras_[i].lists[kind] = new ZArrayList_6_0(*extra.lists[kind]);
     }
+    oldCategoryNames_ = other.oldCategoryNames_;
+    oldKeyNames_ = other.oldKeyNames_;
     moveStrings(other.arena_);
 }
 
@@ -90,6 +92,8 @@ void Contents::swap(Contents& other)
     keyIndex_.swap(other.keyIndex_);
     templateIndex_.swap(other.templateIndex_);
     treap_.swap(other.treap_);
+    oldCategoryNames_.swap(other.oldCategoryNames_);
+    oldKeyNames_.swap(other.oldKeyNames_);
     std::swap(firstCategory_, other.firstCategory_);
     std::swap(lastCategory_, other.lastCategory_);
     std::swap(categoryCount_, other.categoryCount_);

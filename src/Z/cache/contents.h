@@ -13,7 +13,9 @@
 // renaming, values, value_lists, secrets, lines, sections, key_lines, comments and detached_lines.
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "../ZArrayList.h"
@@ -155,6 +157,18 @@ public:
     /// has the new name.
     void renameKey(std::string_view category, std::string_view key, std::string_view name);
     void renameCategory(std::string_view category, std::string_view name);
+
+    /// Keep the present name of a key or category as its old name, until forgetOldNames(). A key
+    /// or category that has an old name keeps that.
+    /// throws  std::bad_alloc.
+    void keepOldKeyName(std::string_view category, std::string_view key);
+    void keepOldCategoryName(std::string_view category);
+
+    void forgetOldNames();
+
+    /// Return the old name if another name is present; else an empty view.
+    std::string_view oldKeyName(Id key) const;
+    std::string_view oldCategoryName(Id category) const;
 
     /// Ensures that renames to names of `bytes` in total, with their zero bytes, do not throw.
     void reserveNames(size_t bytes) { arena_.reserve(bytes); }
@@ -327,6 +341,8 @@ private:
     HashIndex keyIndex_;
     HashIndex templateIndex_;
     LineTreap treap_;
+    std::unordered_map<Id, std::string> oldCategoryNames_;
+    std::unordered_map<Id, std::string> oldKeyNames_;
 
     Id firstCategory_ = 0;  // not detached, in insertion order
     Id lastCategory_ = 0;

@@ -77,12 +77,14 @@ void describe(Contents const& contents, bool keepsEmpty, zlines::Document& docum
         if (line.kind == headerLine) {
             document.addStanza(contents.text(line), isBelow);
             document.stanzas.back().hasNewName = contents.category(line.ref).hasNewName;
+            document.stanzas.back().oldName = contents.oldCategoryName(line.ref);
             isBelowBlank = isBelow && contents.isTop(line.ref);  // its header is not in the file
         } else if (line.kind == commentLine) {
             document.addComment(contents.text(line), isBelow);
         } else if (contents.key(line.ref).isLive) {
             document.addKey(contents.text(line), isBelow);
             document.entries.back().hasNewName = contents.key(line.ref).hasNewName != 0;
+            document.entries.back().oldName = contents.oldKeyName(line.ref);
             contents.forEachValue(line.ref, Contents::plain, [&](std::string_view value) {
                 if (keepsEmpty || !value.empty())
                     document.addValue(value);

@@ -18,6 +18,41 @@ void Contents::forEachKeyOf(Id category, Call call)
             call(lines_[line].ref);
 }
 
+void Contents::keepOldKeyName(std::string_view categoryName, std::string_view keyName)
+{
+    Id const id = find(categoryName, keyName).key;
+    oldKeyNames_.try_emplace(id, name(keys_[id]));
+}
+
+void Contents::keepOldCategoryName(std::string_view categoryName)
+{
+    Id const id = findCategory(categoryName);
+    oldCategoryNames_.try_emplace(id, name(categories_[id]));
+}
+
+void Contents::forgetOldNames()
+{
+    oldCategoryNames_.clear();
+    oldKeyNames_.clear();
+}
+
+std::string_view Contents::oldKeyName(Id key) const
+{
+    auto const found = oldKeyNames_.find(key);
+    return found == oldKeyNames_.end() || policy_.keys.matches(found->second, name(keys_[key]))
+               ? std::string_view()
+               : found->second;
+}
+
+std::string_view Contents::oldCategoryName(Id category) const
+{
+    auto const found = oldCategoryNames_.find(category);
+    return found == oldCategoryNames_.end() ||
+                   policy_.categories.matches(found->second, name(categories_[category]))
+               ? std::string_view()
+               : found->second;
+}
+
 void Contents::renameKey(std::string_view categoryName, std::string_view oldName,
                          std::string_view newName)
 {

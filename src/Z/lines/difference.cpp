@@ -18,12 +18,13 @@ bool isWithoutLine(Entry const& entry)
 }  // namespace
 
 Difference::Difference(std::string_view text, Dialect const& dialect, Document const& document,
-                       TextHistory const& history)
+                       TextHistory const& history, Names names)
     : text_(text),
       dialect_(dialect),
       document_(document),
       outline_(text, dialect, history.movedComments),
       edits_(text),
+      names_(names),
       isScattered_(history.isScattered),
       headerComments_(history.headerComments)
 {
@@ -59,6 +60,44 @@ std::string_view Difference::nameOf(uint32_t stanza) const
     return stanza == 0 ? dialect_.topStanza() : document_.stanzas[stanza].name;
 }
 
+// Returns whether a wanted stanza has another name in the text.
+bool Difference::isRenamed(uint32_t stanza) const
+{
+    return names_ == oldNames && !document_.stanzas[stanza].oldName.empty();
+}
+
+// Returns the stanza of the text for each wanted stanza, or kNone. A stanza that was renamed is
+// found by its old name, and no other stanza is.
+std::vector<uint32_t> Difference::findStanzas()
+{
+    if (!dialect_.joinsHeaders())
+        return matchSeparateStanzas(outline_, document_, names_ == oldNames);
+    std::vector<uint32_t> found(document_.stanzas.size(), kNone);
+    std::vector<bool> isFound;  // of each stanza of the text, by its old name
+    for (uint32_t i = 1; i < found.size(); ++i) {
+        if (!isRenamed(i))
+            continue;
+        std::string_view const name =
+            dialect_.comparableStanza(document_.stanzas[i].oldName, nameSpace_);
+        uint32_t const read = outline_.find(name, i);
+        isFound.resize(outline_.stanzas().size());
+        if (read == kNone || read == 0 || isFound[read])
+            continue;
+        isFound[read] = true;
+        found[i] = read;
+    }
+    for (uint32_t i = 1; i < found.size(); ++i) {
+        if (found[i] != kNone)
+            continue;
+        std::string_view const name =
+            dialect_.comparableStanza(document_.stanzas[i].name, nameSpace_);
+        uint32_t const read = outline_.find(name, i);
+        if (read != kNone && (isFound.empty() || !isFound[read]))
+            found[i] = read;
+    }
+    return found;
+}
+
 // Finds each wanted stanza in the text. A stanza that was removed and added again follows the other
 // wanted stanzas. If its old position in the text is earlier, it is removed there and added again.
 void Difference::matchStanzas()
@@ -67,19 +106,17 @@ void Difference::matchStanzas()
     readOf_[0] = 0;
     outline_.stanzas()[0].isKept = true;
     uint32_t last = 0;
-    std::vector<uint32_t> separate;
-    if (!dialect_.joinsHeaders())
-        separate = matchSeparateStanzas(outline_, document_);
+    std::vector<uint32_t> const found = findStanzas();
     for (uint32_t i = 1; i < readOf_.size(); ++i) {
-        std::string_view const name =
-            dialect_.comparableStanza(document_.stanzas[i].name, nameSpace_);
-        uint32_t const read = separate.empty() ? outline_.find(name, i) : separate[i];
+        uint32_t const read = found[i];
         if (read == kNone || (read != 0 && read <= last))
             continue;
         last = read == 0 ? last : read;
         readOf_[i] = read;
         outline_.stanzas()[read].isKept = true;
-        if (document_.stanzas[i].hasNewName)
+        if (isRenamed(i) && hasOtherName(outline_.stanzas()[read], document_.stanzas[i].name))
+            renameHeaders(outline_.stanzas()[read], document_.stanzas[i].name);
+        else if (document_.stanzas[i].hasNewName)
             respellHeaders(outline_.stanzas()[read], document_.stanzas[i].name);
     }
     matchRenamedStanzas();
@@ -111,9 +148,6 @@ void Difference::matchRenamedStanzas()
             readOf_[i] = read;
             stanzas[read].isKept = true;
             renameHeaders(stanzas[read], wanted.name);
-            if (!headerComments_.empty())
-                renamedStanzas_[stanzas[read].name] =
-                    dialect_.comparableStanza(wanted.name, nameSpace_);
         }
         if (readOf_[i] != kNone && readOf_[i] != 0)
             first = readOf_[i] + 1;
@@ -135,9 +169,19 @@ void Difference::respellHeaders(ReadStanza const& stanza, std::string_view name)
     }
 }
 
+// Returns whether the headers of a stanza have another name, apart from its number.
+bool Difference::hasOtherName(ReadStanza const& stanza, std::string_view name)
+{
+    std::string_view const wanted = dialect_.comparableStanza(name, nameSpace_);
+    return dialect_.joinsHeaders() ? stanza.name != wanted
+                                   : withoutNumber(stanza.name) != withoutNumber(wanted);
+}
+
 void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
 {
     record(name, {}, {});
+    if (!headerComments_.empty())
+        renamedStanzas_[stanza.name] = dialect_.comparableStanza(name, nameSpace_);
     for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
         uint32_t const header = outline_.sections()[i].header;
         if (header != kNone)
@@ -214,6 +258,10 @@ bool Difference::isRespelled(Entry const& entry, uint32_t line)
 // their order differs.
 bool Difference::compareInOrder(Entries entries, ReadStanza const& read)
 {
+    if (names_ == oldNames && std::any_of(entries.begin(), entries.end(), [](Entry const& entry) {
+            return !entry.oldName.empty();
+        }))
+        return false;
     size_t const count = edits_.count();
     size_t const proven = provenEdits_;
     bool const hadFirst = hasFirst_;
@@ -339,7 +387,7 @@ void Difference::record(std::string_view stanza, std::string_view key, std::stri
 bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
              TextHistory& history, std::string& out)
 {
-    Difference difference(text, dialect, document, history);
+    Difference difference(text, dialect, document, history, Difference::oldNames);
     if (!difference.isEmpty())
         out = difference.compose(history);
     if (out.size() >= kNone)
@@ -348,7 +396,7 @@ bool rewrite(std::string_view text, Dialect const& dialect, Document const& docu
         difference.requireValidText(difference.first());
         return !difference.isEmpty();
     }
-    Difference const remaining(out, dialect, document, history);
+    Difference const remaining(out, dialect, document, history, Difference::presentNames);
     remaining.requireValidText(difference.first());
     if (!remaining.isEmpty())
         throw difference.count() == 1 ? difference.first() : remaining.first();

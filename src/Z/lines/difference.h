@@ -39,8 +39,10 @@ struct Refusal {
 class Difference {
 public:
     /// range   the arguments but `history` outlive the object.
+    ///         `names` is oldNames if the text has the old names of the document.
+    enum Names { oldNames, presentNames };
     Difference(std::string_view text, Dialect const& dialect, Document const& document,
-               TextHistory const& history);
+               TextHistory const& history, Names names);
 
     bool isEmpty() const { return edits_.count() == 0; }
 
@@ -98,8 +100,11 @@ private:
 
     std::string_view nameOf(uint32_t stanza) const;
     void matchStanzas();
+    std::vector<uint32_t> findStanzas();
+    bool isRenamed(uint32_t stanza) const;
     void matchRenamedStanzas();
     void renameHeaders(ReadStanza const& stanza, std::string_view name);
+    bool hasOtherName(ReadStanza const& stanza, std::string_view name);
     void respellHeaders(ReadStanza const& stanza, std::string_view name);
     void removeStanzas();
     void removeStanza(ReadStanza const& stanza, ReadStanza& before);
@@ -132,7 +137,7 @@ private:
 
     // difference_lines.cpp
     void place(Reordered const& stanza);
-    uint32_t firstStaying(Entry const& entry, uint32_t first);
+    uint32_t firstStaying(uint32_t first);
     void placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at);
     void placeRemainingComments(Reordered const& stanza, Placement& at);
     void insertComments(Placement& at, uint32_t position, uint32_t after, LineKind below,
@@ -169,14 +174,16 @@ private:
     Edits edits_;
     Refusal first_;
     bool hasFirst_ = false;
+    Names const names_;
     bool isScattered_;
     std::vector<HeaderComment> headerComments_;
     std::unordered_map<std::string_view, std::string, NameHash> renamedStanzas_;
     size_t provenEdits_ = 0;
-    std::string_view stanzaName_;     // that is compared, for first_
-    std::vector<Entry> topEntries_;   // of both stanzas for the lines above the first header
-    std::vector<uint32_t> readOf_;    // of each wanted stanza: its stanza in the text
-    std::vector<uint32_t> nextKept_;  // of each: the next stanza that the text has, or kNone
+    std::string_view stanzaName_;        // that is compared, for first_
+    Entry const* renamedKey_ = nullptr;  // that is compared, if its lines have another name
+    std::vector<Entry> topEntries_;      // of both stanzas for the lines above the first header
+    std::vector<uint32_t> readOf_;       // of each wanted stanza: its stanza in the text
+    std::vector<uint32_t> nextKept_;     // of each: the next stanza that the text has, or kNone
     std::vector<Reordered> reordered_;
     std::vector<bool> gone_;           // lines that are removed; empty: none
     std::vector<NewComment> carried_;  // above the header of the next new stanza

@@ -45,7 +45,7 @@ void Difference::place(Reordered const& stanza)
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1, valueLine, false);
         else if (!at.comments.empty())
             insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
-        at.after = entry.isComment ? line : firstStaying(entry, line);
+        at.after = entry.isComment ? line : firstStaying(line);
         at.position = outline_.endOf(at.after);
         at.isAfterKey = !entry.isComment;
     }
@@ -55,10 +55,13 @@ void Difference::place(Reordered const& stanza)
 
 // Returns the first line of a key, or the next if the first is removed. Only blank and removed
 // lines are between them.
-uint32_t Difference::firstStaying(Entry const& entry, uint32_t first)
+uint32_t Difference::firstStaying(uint32_t first)
 {
     std::vector<Line> const& lines = outline_.lines();
-    auto const isOfKey = [&](uint32_t line) { return lines[line].isKey() && hasKey(entry, line); };
+    std::string const name(outline_.keyName(first, keySpace_));
+    auto const isOfKey = [&](uint32_t line) {
+        return lines[line].isKey() && outline_.keyName(line, keySpace_) == name;
+    };
     uint32_t line = first;
     while (line < lines.size() &&
            (isBlank(line) || (isGone(line) && (isOfKey(line) || lines[line].kind == commentLine))))

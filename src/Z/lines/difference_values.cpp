@@ -35,23 +35,21 @@ void Difference::compareLines(Reordered& stanza)
 {
     stanzaName_ = nameOf(stanza.stanza);
     Matching found = matchLines(outline_, outline_.stanzas()[stanza.read], document_,
-                                stanza.entries, isScattered_);
+                                stanza.entries, isScattered_, names_ == oldNames);
     isScattered_ = isScattered_ || found.isScattered;
     for (ReadKey const& key : found.keys) {
-        if (key.entry != kNone && !key.isRenamed) {
-            Entry const& entry = stanza.entries[key.entry];
+        if (key.entry == kNone) {
             for (uint32_t const line : key.lines)
-                if (isRespelled(entry, line))
-                    renameKey(line, entry);
-            compareValues(entry, key.lines);
+                removeLine(line);
             continue;
         }
-        for (uint32_t const line : key.lines) {
-            if (key.isRenamed)
-                renameKey(line, stanza.entries[key.entry]);
-            else
-                removeLine(line);
-        }
+        Entry const& entry = stanza.entries[key.entry];
+        renamedKey_ = key.isRenamed ? &entry : nullptr;
+        compareValues(entry, key.lines);
+        renamedKey_ = nullptr;
+        for (uint32_t const line : key.lines)
+            if (!isGone(line) && (key.isRenamed || isRespelled(entry, line)))
+                renameKey(line, entry);
     }
     for (uint32_t const line : found.removedComments)
         removeLine(line);
@@ -210,8 +208,9 @@ bool Difference::dropSpaces(uint32_t line, Replacement& change) const
     Line const& record = outline_.lines()[line];
     size_t const newline = slice(text_, record.begin, outline_.endOf(line)).find('\n');
     size_t const separator = text_.find_first_of(dialect_.separatorBytes(), record.nameEnd);
-    if (record.begin + newline + 1 < outline_.endOf(line) || outline_.sharesLine(line) ||
-        change.begin != record.valueBegin || separator >= record.valueBegin)
+    if (renamedKey_ != nullptr || record.begin + newline + 1 < outline_.endOf(line) ||
+        outline_.sharesLine(line) || change.begin != record.valueBegin ||
+        separator >= record.valueBegin)
         return false;
     change.text.erase(0, change.text.find_first_not_of(' '));
     change.text.insert(0, 1, text_[separator]);
@@ -257,9 +256,13 @@ void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order ord
     record(stanzaName_, outline_.keyName(model, keySpace_), value);
     Style const style = styleOf(outline_, model);
     uint32_t const below = order == Edits::valuesOfLineAbove ? model + 1 : model;
+    std::string key;
+    if (renamedKey_ != nullptr)
+        dialect_.appendKey(renamedKey_->text, key);
+    else
+        key = outline_.spelledName(model);
     std::string line;
-    if (!appendLine(style, outline_.spelledName(model), value,
-                    contextAbove(below == 0 ? kNone : below - 1), below, line))
+    if (!appendLine(style, key, value, contextAbove(below == 0 ? kNone : below - 1), below, line))
         throw refusalBelow(below == 0 ? kNone : below - 1, outline_.keyName(model, keySpace_),
                            value);
     edits_.insertLines(position, std::move(line), style.lineEnding, order);

@@ -22,6 +22,8 @@ struct Entry {
     // The name was set: if names are folded, each line of the key gets this spelling. Otherwise
     // it is the spelling of the first line that was read.
     bool hasNewName = false;
+
+    std::string_view oldName = {};  // the name in the text, if the key was renamed
 };
 
 struct Stanza {
@@ -29,7 +31,8 @@ struct Stanza {
     uint32_t firstEntry;
     uint32_t entryCount;
     bool isBelowBlank;
-    bool hasNewName = false;  // as for a key
+    bool hasNewName = false;        // as for a key
+    std::string_view oldName = {};  // as for a key
 };
 
 struct Document {
@@ -73,6 +76,14 @@ struct Document {
     {
         values.push_back(value);
         ++entries.back().valueCount;
+    }
+
+    void dropOldNames()
+    {
+        for (Stanza& stanza : stanzas)
+            stanza.oldName = {};
+        for (Entry& entry : entries)
+            entry.oldName = {};
     }
 
     /// Returns a copy that lives as long as this object.

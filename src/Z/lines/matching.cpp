@@ -31,9 +31,11 @@ public:
         found_.movedFrom.assign(entries.size(), kNone);
     }
 
-    Matching match(ReadStanza const& stanza, bool isScattered)
+    Matching match(ReadStanza const& stanza, bool isScattered, bool hasOldNames)
     {
         readLines(stanza);
+        if (hasOldNames)
+            matchOldNames();
         matchNames();
         bool const isOrdered = matchGaps();
         matchCommentsAnywhere(isScattered || found_.isScattered || !isOrdered);
@@ -80,12 +82,31 @@ private:
         isMatched_.resize(read_.size());
     }
 
+    void matchOldNames()
+    {
+        for (uint32_t i = 0; i < entries_.size(); ++i) {
+            if (entries_[i].oldName.empty())
+                continue;
+            auto const known =
+                index_.find(outline_.dialect().comparableKey(entries_[i].oldName, space_));
+            if (known == index_.end() || found_.keys[known->second].entry != kNone)
+                continue;
+            assign(known->second, i);
+            found_.keys[known->second].isRenamed = true;
+            renamed_.emplace(i, known->second);
+        }
+    }
+
     void matchNames()
     {
         for (uint32_t i = 0; i < entries_.size(); ++i) {
             Entry const& entry = entries_[i];
             if (entry.isComment) {
                 wanted_.push_back({false, i, kNone});
+                continue;
+            }
+            if (auto const renamed = renamed_.find(i); renamed != renamed_.end()) {
+                wanted_.push_back({true, i, renamed->second});
                 continue;
             }
             auto const known = index_.find(outline_.dialect().comparableKey(entry.text, space_));
@@ -255,6 +276,7 @@ private:
     Entries const entries_;
     Matching found_;
     std::unordered_map<std::string_view, uint32_t, NameHash> index_;  // of the keys of the text
+    std::unordered_map<uint32_t, uint32_t> renamed_;  // entries whose key has an old name, by entry
     std::vector<Item> read_;
     std::vector<Item> wanted_;
     std::vector<bool> isMatched_;  // of each item of the text
@@ -266,9 +288,9 @@ private:
 }  // namespace
 
 Matching matchLines(Outline& outline, ReadStanza const& stanza, Document const& document,
-                    Entries entries, bool isScattered)
+                    Entries entries, bool isScattered, bool hasOldNames)
 {
-    return Matcher(outline, document, entries).match(stanza, isScattered);
+    return Matcher(outline, document, entries).match(stanza, isScattered, hasOldNames);
 }
 
 bool isSameStanza(Outline& outline, ReadStanza const& stanza, Document const& document,

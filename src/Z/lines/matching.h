@@ -35,9 +35,10 @@ struct Matching {
 
 /// Returns the lines of the entries of a stanza.
 /// range   `isScattered` is true if keys of the text had lines in different parts of their stanzas.
+///         `hasOldNames` is true if the text has the old names of entries.
 /// cost    linear in lines and entries, and as align() for keys and comments in another order.
 Matching matchLines(Outline& outline, ReadStanza const& stanza, Document const& document,
-                    Entries entries, bool isScattered);
+                    Entries entries, bool isScattered, bool hasOldNames);
 
 /// Returns whether a stanza of the text has at least half of its keys and values in common with
 /// the entries of another name.

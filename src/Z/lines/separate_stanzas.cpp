@@ -10,6 +10,14 @@
 
 namespace zlines {
 
+std::string_view withoutNumber(std::string_view name)
+{
+    size_t const digits = name.find_last_not_of("0123456789");
+    bool const isNumbered =
+        digits != std::string_view::npos && digits + 1 < name.size() && name[digits] == ']';
+    return name.substr(0, isNumbered ? digits : name.size());
+}
+
 namespace {
 
 // A stanza without the number in its name.
@@ -19,10 +27,7 @@ public:
               std::string commentAbove)
         : lines(std::move(keys)), comments(std::move(below)), above(std::move(commentAbove))
     {
-        size_t const digits = name.find_last_not_of("0123456789");
-        bool const isNumbered =
-            digits != std::string_view::npos && digits + 1 < name.size() && name[digits] == ']';
-        header = name.substr(0, isNumbered ? digits : name.size());
+        header = withoutNumber(name);
         std::sort(lines.begin(), lines.end());
         std::sort(comments.begin(), comments.end());
         text_ = header;
@@ -88,8 +93,11 @@ std::string commentAbove(Outline const& outline, Document const& document, size_
     return comment;
 }
 
-Signature wanted(Outline const& outline, Document const& document, size_t index)
+Signature wanted(Outline const& outline, Document const& document, size_t index, bool hasOldNames)
 {
+    auto const nameOf = [hasOldNames](std::string_view name, std::string_view oldName) {
+        return hasOldNames && !oldName.empty() ? oldName : name;
+    };
     Stanza const& stanza = document.stanzas[index];
     std::vector<std::string> lines;
     std::vector<std::string> comments;
@@ -100,7 +108,8 @@ Signature wanted(Outline const& outline, Document const& document, size_t index)
             comments.emplace_back(outline.dialect().commentText(entry.text));
             continue;
         }
-        std::string const key(outline.dialect().comparableKey(entry.text, space));
+        std::string const key(
+            outline.dialect().comparableKey(nameOf(entry.text, entry.oldName), space));
         if (entry.valueCount == 0)
             lines.push_back(key);
         for (uint32_t value = 0; value < entry.valueCount; ++value) {
@@ -108,7 +117,8 @@ Signature wanted(Outline const& outline, Document const& document, size_t index)
             (lines.back() += '\0') += document.values[entry.firstValue + value];
         }
     }
-    std::string const name(outline.dialect().comparableStanza(stanza.name, space));
+    std::string const name(
+        outline.dialect().comparableStanza(nameOf(stanza.name, stanza.oldName), space));
     return Signature(name, std::move(lines), std::move(comments),
                      commentAbove(outline, document, index));
 }
@@ -266,11 +276,12 @@ std::vector<uint32_t> match(std::vector<Signature> const& before,
 
 }  // namespace
 
-std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document)
+std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document,
+                                           bool hasOldNames)
 {
     std::vector<Signature> after;
     for (size_t i = 1; i < document.stanzas.size(); ++i)
-        after.push_back(wanted(outline, document, i));
+        after.push_back(wanted(outline, document, i, hasOldNames));
     std::vector<uint32_t> readOf{0};
     for (uint32_t const found : match(read(outline), after))
         readOf.push_back(found == kNone ? kNone : found + 1);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "document.h"
@@ -13,8 +14,13 @@ namespace zlines {
 /// Returns for each wanted stanza its stanza in the text, in ascending order, or kNone. Stanzas
 /// with the same header, contents and comments match; between two matches, stanzas with the same
 /// header and the most common lines do.
+/// range   `hasOldNames` is true if the text has the old names of stanzas and keys.
 /// cost    as align() for the stanzas, and O(n log n) for the lines of each.
-std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document);
+std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document,
+                                           bool hasOldNames);
+
+/// Returns the name in a header: NAME for NAME]2.
+std::string_view withoutNumber(std::string_view name);
 
 struct MatchedStanza {
     uint32_t before;       // the same stanza of the other text, or kNone
