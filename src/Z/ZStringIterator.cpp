@@ -22,30 +22,6 @@ constexpr char kSource[] = "src/Z/ZStringIterator";
 // Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInGetNext = 113, raiseInNext = 152 };
 
-// Flags that are added to the width of a character, about the contents of an owned source. A
-// derived class is measured, because it may override the functions that return its contents.
-constexpr int kAsciiIsWhole = 0x100;
-constexpr int kIsUtf8 = 0x200;
-
-int flagsOf(ZUTF8String_6_0 const& source)
-{
-    return isExactly<ZUTF8String_6_0>(source) ? kAsciiIsWhole | kIsUtf8 : 0;
-}
-
-int flagsOf(ZLCString_6_0 const& source)
-{
-    if (!isExactly<ZLCString_6_0>(source))
-        return 0;
-    switch (localCodeset()) {
-        case LocalCodeset::utf8:
-            return MB_CUR_MAX == kEachByte ? kAsciiIsWhole : kAsciiIsWhole | kIsUtf8;
-        case LocalCodeset::asciiIsWhole:
-            return kAsciiIsWhole;
-        default:
-            return 0;
-    }
-}
-
 int localWidth()
 {
     return static_cast<int>(MB_CUR_MAX);
@@ -84,23 +60,23 @@ ZStringIterator_6_0* ZStringIterator_6_0::clone() const
     return new ZStringIterator_6_0(*this);
 }
 
-bool ZStringIterator_6_0::hasMore()
+int ZStringIterator_6_0::flagsOf(ZUTF8String_6_0 const& source)
 {
-    return cursor_ != nullptr && *cursor_ != 0;
+    return isExactly<ZUTF8String_6_0>(source) ? kAsciiIsWhole | kIsUtf8 : 0;
 }
 
-ZAbstractMutableString_6_0* ZStringIterator_6_0::getNext()
+int ZStringIterator_6_0::flagsOf(ZLCString_6_0 const& source)
 {
-    char const* const at = cursor_;
-    if (at == nullptr)
-        return nullptr;
-    // The usual characters of an owned string need no call.
-    if (isWhole(*at, kAscii) && (charWidth_ & kAsciiIsWhole) != 0) {
-        target_->setByte(*at);
-        cursor_ = at + 1;
-        return target_;
+    if (!isExactly<ZLCString_6_0>(source))
+        return 0;
+    switch (localCodeset()) {
+        case LocalCodeset::utf8:
+            return MB_CUR_MAX == kEachByte ? kAsciiIsWhole : kAsciiIsWhole | kIsUtf8;
+        case LocalCodeset::asciiIsWhole:
+            return kAsciiIsWhole;
+        default:
+            return 0;
     }
-    return getNextLonger();
 }
 
 // Writes `length` bytes into the target and advances. The compiler knows the usual lengths, and
@@ -112,8 +88,10 @@ inline ZAbstractMutableString_6_0* ZStringIterator_6_0::step(unsigned int length
     return target_;
 }
 
-[[gnu::noinline]] ZAbstractMutableString_6_0* ZStringIterator_6_0::getNextLonger()
+ZAbstractMutableString_6_0* ZStringIterator_6_0::getNextLonger()
 {
+    if (cursor_ == nullptr)
+        return nullptr;
     if ((charWidth_ & kIsUtf8) != 0) {
         if (ZCharacterViews_6_0::isTwoBytes(cursor_))
             return step(2);

@@ -38,19 +38,36 @@ public:
     ZStringIterator_6_0* clone() const override;
 
     /// Returns whether there is a next character.
-    bool hasMore() override;
+    bool hasMore() override { return cursor_ != nullptr && *cursor_ != 0; }
 
     /// Writes the next character into the target, advances and returns the target.
     /// range   at the end the target is emptied.
     /// owns    the target stays the caller's.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and position
     ///         are unchanged.
-    ZAbstractMutableString_6_0* getNext() override;
+    ZAbstractMutableString_6_0* getNext() override
+    {
+        // ASCII in an owned string needs no call; inline, it needs none of this function either.
+        char const* const at = cursor_;
+        if (at == nullptr || static_cast<signed char>(*at) <= 0 ||
+            (charWidth_ & kAsciiIsWhole) == 0)
+            return getNextLonger();
+        target_->setByte(*at);
+        cursor_ = at + 1;
+        return target_;
+    }
 
     /// Returns to the first character.
     virtual void reset();
 
 private:
+    // Flags that are added to the width of a character, about the contents of an owned source. A
+    // derived class is measured, because it may override the functions that return its contents.
+    static constexpr int kAsciiIsWhole = 0x100;
+    static constexpr int kIsUtf8 = 0x200;
+
+    static int flagsOf(ZUTF8String_6_0 const& source);
+    static int flagsOf(ZLCString_6_0 const& source);
     ZAbstractMutableString_6_0* step(unsigned int length);
     ZAbstractMutableString_6_0* getNextLonger();
     ZAbstractMutableString_6_0* getNextMeasured();
