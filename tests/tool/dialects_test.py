@@ -7,6 +7,7 @@ GIT = b'[core]\n\tbare = false ; c\n\tpath = "a b"\n[remote "Origin"]\n\turl = x
 PYTHON = b"[a]\nKey: v\n   w\n# c\nother = 1\n"
 UNIT = b"[Service]\nExecStart=/bin/a\nExecStart=\nExecStart=/bin/b\n"
 PEERS = b"[Peer]\nK=1\n[Peer]\nK=2\n"
+RESET = b"[s]\nE=/0\nE=\n"
 WINDOWS = b"[a]\r\nk=1\r\nK=2\r\n"
 
 
@@ -127,6 +128,14 @@ CHANGE = [
         b"the dialect ini has no keys without a value", REFUSED),
     row("mysql", b"[m]\na\n", ["set", "m", "a", "", "--bare"], b"--bare excludes VALUE", USAGE),
     row("systemd", UNIT, ["add", "Service", "ExecStart", ""], b"", DONE, UNIT + b"ExecStart=\n"),
+    row("systemd", RESET + b"E=/a\n", ["set", "s", "E", "/b"], b"", DONE, RESET + b"E=/b\n"),
+    row("systemd", RESET + b"E=/a\nE=/c\n", ["set", "s", "E", "/b"],
+        b"has 2 values; pass --all to replace both, --old or --nth", REFUSED),
+    row("systemd", RESET + b"E=/a\nE=/c\n", ["set", "s", "E", "/b", "--all"], b"", DONE,
+        RESET + b"E=/b\n"),
+    row("systemd", RESET + b"E=/a\n", ["set", "s", "E", "", "--all"], b"", DONE, b"[s]\nE=\n"),
+    row("systemd", RESET, ["set", "s", "E", "/b"], b"", DONE, RESET + b"E=/b\n"),
+    row("systemd", b"[s]\nE=\n", ["set", "s", "E", "/b"], b"", DONE, b"[s]\nE=/b\n"),
     row("systemd", UNIT, ["unset", "Service", "ExecStart", "/bin/a"], b"", DONE,
         UNIT.replace(b"ExecStart=/bin/a\n", b"")),
     row("python", PYTHON, ["set", "a", "OTHER", "2"], b"", DONE,

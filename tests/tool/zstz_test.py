@@ -338,8 +338,8 @@ class ZstzTest(tool.ToolTest):
 
     def test_set_replaces_multiple_values_only_with_all(self):
         refusal = f'zstz: {self.file}: key "port" in [listener] has 2 values; pass --all to '
-        self.expect_unchanged(REFUSED, f"{refusal}replace both, or use 'zstz add'\n", "set",
-                              self.file, "listener", "port", "80")
+        self.expect_unchanged(REFUSED, f"{refusal}replace both, --old or --nth to replace one, or "
+                              "use 'zstz add'\n", "set", self.file, "listener", "port", "80")
         self.expect(DONE, "", "set", self.file, "listener", "port", "80", "--all")
         self.expect_text(GATEWAY.replace("port = 8080\nport = 8443\n", "port = 80\n"))
 

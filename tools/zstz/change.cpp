@@ -198,6 +198,27 @@ void prepareValue(Request& request)
                        "use 'zstz set' for a key without a value"}};
 }
 
+namespace {
+
+// Replaces the values that count after an empty value, which resets the ones above. Returns false
+// without such values: then the key has no reset, or the request changes a value in another way.
+bool setAfterReset(EditedFile& file, Request const& request, std::vector<std::string> values)
+{
+    Store& store = file.store();
+    size_t const count = countingValuesOf(store, request.stanza, request.key).size();
+    bool const hasReset = store.switches().emptyValues == zdialects::EmptyValues::reset &&
+                          count < values.size() && values.size() > 1;
+    if (!hasReset || request.value.empty() || (count > 1 && !request.all))
+        return false;
+    values.resize(values.size() - count);
+    values.push_back(request.value);
+    file.willChange(request.stanza, request.key, false);
+    setValues(store, request, values);
+    return true;
+}
+
+}  // namespace
+
 void applySet(EditedFile& file, Request const& request)
 {
     Store& store = file.store();
@@ -228,10 +249,13 @@ void applySet(EditedFile& file, Request const& request)
                     toPrintable(nameKey(request.key, request.stanza)).c_str(), values.size(),
                     isFirst ? "first" : "last");
         return setValues(store, request, values);
+    } else if (setAfterReset(file, request, values)) {
+        return;
     } else if (values.size() > 1 && !request.all) {
-        throwCountRefusal(request, values.size(),
-                          std::string("replace ") + (values.size() == 2 ? "both" : "all") +
-                              ", or use 'zstz add'");
+        size_t const count = countingValuesOf(store, request.stanza, request.key).size();
+        throwCountRefusal(request, count,
+                          std::string("replace ") + (count == 2 ? "both" : "all") +
+                              ", --old or --nth to replace one, or use 'zstz add'");
     }
     file.willChange(request.stanza, request.key, request.all);
     store.setValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
