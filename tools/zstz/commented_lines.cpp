@@ -52,8 +52,21 @@ size_t indentOf(std::string_view line)
 struct Candidate {
     uint32_t index;
     size_t number;     // of the line, from 1
-    std::string text;  // after the mark, and after a single space
+    std::string text;  // after the mark, and after a single space; a value of several lines has
+                       // several, without their marks
     bool isOurs;       // has the form that turnOff() writes
+    uint32_t last;     // the comment with the last line
+    uint32_t end;      // the position after the last line, without its line ending
+};
+
+// A commented value has at most this number of lines after its first.
+constexpr uint32_t kMaxContinuations = 1000;
+
+// A line of a comment.
+struct CommentedLine {
+    std::string_view indent;
+    std::string_view text;  // after the mark, and after a single space
+    bool isOurs;            // has the form that turnOff() writes
 };
 
 class Candidates {
@@ -76,7 +89,7 @@ public:
         for (Candidate const& candidate : found_) {
             bool const isNext = !groups.empty() && candidate.isOurs &&
                                 groups.back().back().isOurs &&
-                                groups.back().back().index + 1 == candidate.index;
+                                groups.back().back().last + 1 == candidate.index;
             if (!isNext)
                 groups.emplace_back();
             groups.back().push_back(candidate);
@@ -88,7 +101,7 @@ public:
     bool hasOursNextTo(uint32_t line) const
     {
         return std::any_of(found_.begin(), found_.end(), [&](Candidate const& candidate) {
-            return candidate.isOurs && (candidate.index + 1 == line || candidate.index == line + 1);
+            return candidate.isOurs && (candidate.last + 1 == line || candidate.index == line + 1);
         });
     }
 
@@ -97,27 +110,99 @@ private:
     {
         bool isOtherStanza = false;
         for (uint32_t i = section.first; i < section.end; ++i) {
-            Line const& line = outline_.lines()[i];
-            if (line.isKey())
+            if (outline_.lines()[i].isKey())
                 isOtherStanza = false;
-            if (line.kind != zlines::commentLine)
+            if (outline_.lines()[i].kind != zlines::commentLine)
                 continue;
-            std::string_view const bytes = bytesOf(outline_, i);
-            size_t const mark = line.nameBegin() - line.begin;
-            size_t const end = std::min<size_t>(line.nameEnd - line.begin, bytes.size());
-            std::string_view text = bytes.substr(end);
-            bool const hasOneSpace = text.size() > 1 && text[0] == ' ' && indentOf(text) == 1;
-            if (hasOneSpace)
-                text.remove_prefix(1);
-            LineRules::LoneLine const lone = rules_.readAlone(text);
+            Candidate candidate = readFrom(i, section.end);
+            LineRules::LoneLine const lone = rules_.readAlone(candidate.text);
             isOtherStanza |= lone.kind == zlines::headerLine;
             bool const isKey = lone.kind == zlines::valueLine || lone.kind == zlines::keyOnlyLine;
             if (isOtherStanza || !isKey || rules_.keyIdentity(lone.name) != key_)
                 continue;
-            std::string_view const ownMark = outline_.dialect().ownComment();
-            found_.push_back({i, 0, std::string(text),
-                              hasOneSpace && bytes.substr(mark, end - mark) == ownMark});
+            i = candidate.last;
+            found_.push_back(std::move(candidate));
         }
+    }
+
+    // Returns the contents of a comment, with the adjacent comments that continue its line.
+    Candidate readFrom(uint32_t index, uint32_t end) const
+    {
+        Line const& line = outline_.lines()[index];
+        Candidate read{index, 0, {}, true, index, line.nameBegin()};
+        Candidate candidate = read;
+        for (uint32_t i = index; i < end && outline_.lines()[i].kind == zlines::commentLine; ++i) {
+            std::string_view bytes = bytesOf(outline_, i);
+            uint32_t at = outline_.lines()[i].begin;
+            // A comment has several lines where comments can be continued.
+            while (!bytes.empty()) {
+                std::string_view const part = bytes.substr(0, bytes.find('\n'));
+                bool const isFirst = read.text.empty() && i == index;
+                CommentedLine const next = readLine(part, isFirst ? &line : nullptr);
+                if (!isFirst) {
+                    read.text += zlines::slice(outline_.text(), read.end, at);
+                    read.text += next.indent;
+                }
+                read.text += next.text;
+                read.isOurs = read.isOurs && next.isOurs;
+                read.last = i;
+                read.end = at + static_cast<uint32_t>(part.size());
+                // A value can have comments between its lines.
+                bool const isComment = rules_.readAlone(next.text).kind == zlines::commentLine;
+                bool const isWhole = isFirst || (read.isOurs && isOneLine(read.text));
+                if (isWhole)
+                    candidate = read;
+                bool const isLast = isFirst ? !mayContinue(read.text)
+                                            : i - index >= kMaxContinuations ||
+                                                  (!isWhole && (!read.isOurs || !isComment));
+                if (isLast)
+                    return candidate;
+                size_t const length = std::min(part.size() + 1, bytes.size());
+                at += static_cast<uint32_t>(length);
+                bytes.remove_prefix(length);
+            }
+        }
+        return candidate;
+    }
+
+    // range   `line` is null for a line that has a mark only if it is a comment of our own.
+    CommentedLine readLine(std::string_view bytes, Line const* line) const
+    {
+        std::string_view const ownMark = outline_.dialect().ownComment();
+        size_t const mark = line != nullptr ? line->indent : indentOf(bytes);
+        bool const isMarked = bytes.substr(mark).starts_with(ownMark);
+        size_t const end = line != nullptr
+                               ? std::min<size_t>(line->nameEnd - line->begin, bytes.size())
+                           : isMarked ? mark + ownMark.size()
+                                      : mark;
+        std::string_view text = bytes.substr(end);
+        bool const hasOneSpace = text.size() > 1 && text[0] == ' ' && indentOf(text) == 1;
+        if (hasOneSpace)
+            text.remove_prefix(1);
+        return {bytes.substr(0, mark), text,
+                hasOneSpace && bytes.substr(mark, end - mark) == ownMark};
+    }
+
+    // Returns whether comments below may continue the first line of a comment. A value with an open
+    // quote is not yet a key.
+    bool mayContinue(std::string const& text) const
+    {
+        LineRules::LoneLine const lone = rules_.readAlone(text);
+        bool const isKey = lone.kind == zlines::valueLine || lone.kind == zlines::keyOnlyLine;
+        return isKey ? rules_.keyIdentity(lone.name) == key_ : lone.kind == zlines::otherLine;
+    }
+
+    // Returns whether these bytes are one line of the file, perhaps with continuations.
+    bool isOneLine(std::string const& text) const
+    {
+        std::string whole;
+        outline_.dialect().appendHeader("a", whole);
+        whole += '\n';
+        size_t const begin = whole.size();
+        whole += text + '\n';
+        std::vector<Line> lines;
+        outline_.dialect().split(whole, lines);
+        return !lines.empty() && lines.back().begin == begin;
     }
 
     void number()
@@ -195,8 +280,7 @@ std::string uncomment(Outline const& outline, std::vector<Candidate> const& chos
         Line const& line = outline.lines()[candidate.index];
         std::string const text =
             keepsIndent ? candidate.text : candidate.text.substr(indentOf(candidate.text));
-        after.replace(line.nameBegin(), bytesOf(outline, candidate.index).size() - line.indent,
-                      text);
+        after.replace(line.nameBegin(), candidate.end - line.nameBegin(), text);
     }
     return after;
 }
@@ -211,6 +295,21 @@ std::vector<KeyLine> linesAt(std::vector<KeyLine> const& all, std::vector<Candid
             }))
             found.push_back(line);
     return found;
+}
+
+}  // namespace
+
+namespace {
+
+// Inserts a mark into each line of the bytes of a key, which are at `begin` in the text.
+void commentOut(std::string& text, size_t begin, std::string_view bytes, std::string const& mark)
+{
+    for (size_t end = bytes.size(); end > 0;) {
+        size_t const newline = end < 2 ? bytes.npos : bytes.rfind('\n', end - 2);
+        size_t const first = newline == bytes.npos ? 0 : newline + 1;
+        text.insert(begin + first + indentOf(bytes.substr(first)), mark);
+        end = first;
+    }
 }
 
 }  // namespace
@@ -236,13 +335,14 @@ void turnOff(EditedFile& file, Request const& request)
     for (size_t i = lines.size(); i-- > 0;) {
         Line const& line = lines[i].line;
         std::string_view const bytes = bytesOf(outline, lines[i].index);
-        if (bytes.find('\n') != bytes.npos)
-            throw refuse(request, name + " has a value of several lines",
-                         "turn these lines into comments with an editor");
+        if (("\n" + std::string(bytes)).find("\n\n") != std::string::npos ||
+            bytes.find("\n\r") != bytes.npos)
+            throw refuse(request, name + " has an empty line in its value",
+                         "turn its lines into comments with an editor");
         if (outline.sharesLine(lines[i].index))
             throw refuse(request, name + " is in the line of its header",
                          "move it to a line of its own with an editor");
-        after.insert(line.begin + indentOf(bytes), mark);
+        commentOut(after, line.begin, bytes, mark);
     }
     Outline changed(after, outline.dialect());
     if (!findKeyLines(changed, request.stanza, request.key).empty() ||
