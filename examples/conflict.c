@@ -46,7 +46,7 @@ static int is_conflict(void)
     return 1;
 }
 
-/* Raises a timeout to at least 90 seconds. */
+/* Sets the timeout to 90 seconds, unless it is longer. */
 static int raise_timeout(ZPROP_handle* config)
 {
     enum { maxTries = 10 };

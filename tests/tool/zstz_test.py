@@ -578,6 +578,12 @@ class ZstzTest(tool.ToolTest):
             self.expect(USAGE, f'zstz: unknown command "{verb}"{remedy}', verb)
         self.expect(USAGE, f'zstz: unknown command "li?st"{remedy}', "li\nst", self.file)
         self.expect(USAGE, f'zstz: unknown option "-x"{remedy}', "-x")
+        self.expect(USAGE, 'zstz: option "--quiet" is before the command "get"; put it after the '
+                    "command, as in 'zstz get --quiet'\n", "--quiet", "get", self.file)
+        self.expect(USAGE, 'option "--dialect" is before the command "list"', "--dialect", "ini", "list")
+        self.expect(USAGE, f'zstz: unknown option "--dialect"{remedy}', "--dialect", "none")
+        self.expect(USAGE, "--backup: standard input has no copy", "set", "-", "a", "b", "c",
+                    "--backup")
         self.expect(USAGE, f"zstz: missing command{remedy}")
 
     def test_usage_errors_name_the_command_and_the_argument(self):

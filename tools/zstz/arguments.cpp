@@ -303,6 +303,8 @@ void Parser::checkStandardInput() const
         count += *path == kStandardInput ? 1 : 0;
     if (count > 1)
         throw UsageError{"only one file can be standard input"};
+    if (request_.file == kStandardInput && !request_.backupSuffix.empty())
+        throw UsageError{"--backup: standard input has no copy"};
 }
 
 }  // namespace

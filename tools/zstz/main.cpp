@@ -11,7 +11,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include "arguments.h"
+
 #include "commands.h"
 #include "dialect_choice.h"
 #include "edited_file.h"
@@ -23,6 +25,16 @@ namespace {
 // Describes a missing or unknown verb.
 Failure describeVerb(int argc, char const* const* argv)
 {
+    // An option may have a value.
+    for (int i = 2; i < std::min(argc, 4) && argv[1][0] == '-'; ++i) {
+        if (findVerb(argv[i]) == nullptr)
+            continue;
+        std::string const verb = argv[i];
+        return {exitUsage,
+                "",
+                {"option " + quote(argv[1]) + " is before the command " + quote(verb),
+                 "put it after the command, as in 'zstz " + verb + ' ' + argv[1] + "'"}};
+    }
     std::string const problem =
         argc < 2 ? "missing command"
                  : (argv[1][0] == '-' ? "unknown option " : "unknown command ") + quote(argv[1]);
