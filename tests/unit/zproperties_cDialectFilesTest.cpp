@@ -162,6 +162,20 @@ TEST_F(ZPropertiesCDialectFiles, ASpellingHasTheBytesOfTheLine)
     EXPECT_EQ("[a]\n\tk = \"y;z\"  ; note\n\tl = \"x\"\n", read(".gitconfig"));
 }
 
+TEST_F(ZPropertiesCDialectFiles, AStoreKeepsTheValueOfASpellingAndChangesOfAnotherProgram)
+{
+    ASSERT_EQ(0, open(".gitconfig", "[a]\n\tk = 1\n\tl = x\n"));
+    ASSERT_EQ(0, zstzPropSetStringValue_6_0(file_, "a", "l", "y"));
+    ASSERT_EQ(0, zstzPropSetRawValue_6_0(file_, "a", "k", 0, "\"v;w\""));
+    write(".gitconfig", "[b]\n\tm = 2\n[a]\n\tk = 1\n\tl = x\n\tn = 3\n");
+    ASSERT_EQ(0, zstzPropStore_6_0(file_, nullptr)) << lastText();
+    EXPECT_EQ("[b]\n\tm = 2\n[a]\n\tk = \"v;w\"\n\tl = y\n\tn = 3\n", read(".gitconfig"));
+    ASSERT_EQ(0, zstzPropSetRawValue_6_0(file_, "a", "k", 0, "z"));
+    write(".gitconfig", "[a]\n\tk = 4\n\tl = y\n");
+    EXPECT_EQ(51, zstzPropStore_6_0(file_, nullptr));
+    EXPECT_EQ("[a]\n\tk = 4\n\tl = y\n", read(".gitconfig"));
+}
+
 TEST_F(ZPropertiesCDialectFiles, RefusalsHaveReasons)
 {
     ASSERT_EQ(0, open("a.network", "[Peer]\nk=1\n[Peer]\nk=2\n"));

@@ -29,8 +29,9 @@ std::vector<std::string> namesLike(MergeSide const& base, Outline& side)
 
 }  // namespace
 
-MergeSide::MergeSide(std::string_view text, Dialect const& dialect, MergeSide const* base)
-    : outline_(text, dialect)
+MergeSide::MergeSide(std::string_view text, Dialect const& dialect, MergeSide const* base,
+                     Listing listing)
+    : outline_(text, dialect), listing_(listing)
 {
     bool const isMatched = base != nullptr && !dialect.joinsHeaders();
     read(isMatched ? namesLike(*base, outline_) : std::vector<std::string>());
@@ -60,6 +61,12 @@ void MergeSide::read(std::vector<std::string> const& names)
     takeComments(kEndOfText, "");
 }
 
+void MergeSide::addEntry(SideEntry const& entry)
+{
+    if (listing_ == withEntries)
+        entries_.push_back(entry);
+}
+
 bool MergeSide::isBelowBlank(uint32_t line) const
 {
     return line > 0 && outline_.lines()[line - 1].kind == blankLine;
@@ -79,7 +86,7 @@ void MergeSide::addSection(Section const& section, std::string const& name)
             at->second.spelled = outline_.spelledName(section.header);
             at->second.isBelowBlank = isBelowBlank(section.header);
         }
-        entries_.push_back({SideEntry::header, name, "", {}, isBelowBlank(section.header)});
+        addEntry({SideEntry::header, at->first, {}, {}, isBelowBlank(section.header)});
     }
     for (uint32_t line = section.first; line < section.end; ++line) {
         if (outline_.lines()[line].kind == commentLine)
@@ -93,7 +100,8 @@ void MergeSide::addKey(std::string const& stanza, uint32_t line)
 {
     std::string space;
     std::string const name(outline_.keyName(line, space));
-    SideStanza& parent = stanzas_.find(stanza)->second;
+    auto const place = stanzas_.find(stanza);
+    SideStanza& parent = place->second;
     auto const [at, isNew] = parent.contents.try_emplace(name);
     SideKey& key = at->second;
     takeCommentsAtStart(line);
@@ -102,7 +110,7 @@ void MergeSide::addKey(std::string const& stanza, uint32_t line)
         key.spelled = outline_.spelledName(line);
         key.isBelowBlank = isBelowBlank(line);
         parent.keys.push_back(at->first);
-        entries_.push_back({SideEntry::key, stanza, name, {}, key.isBelowBlank});
+        addEntry({SideEntry::key, place->first, at->first, {}, key.isBelowBlank});
     }
     if (outline_.lines()[line].kind == valueLine) {
         key.values.emplace_back(outline_.value(line, space));
@@ -132,9 +140,16 @@ void MergeSide::takeComments(std::string const& stanza, std::string const& key)
         Line const& record = outline_.lines()[line];
         SideComment const comment{slice(outline_.text(), record.nameBegin(), record.valueEnd),
                                   outline_.comment(line), isBelowBlank(line)};
-        SideStanza& parent = stanzas_[stanza];
-        (key.empty() ? parent.comments : parent.contents[key].comments).push_back(comment);
-        entries_.push_back({SideEntry::comment, stanza, key, comment, comment.isBelowBlank});
+        auto const parent = stanzas_.try_emplace(stanza).first;
+        if (key.empty()) {
+            parent->second.comments.push_back(comment);
+            addEntry({SideEntry::comment, parent->first, {}, comment, comment.isBelowBlank});
+        } else {
+            auto const owner = parent->second.contents.try_emplace(key).first;
+            owner->second.comments.push_back(comment);
+            addEntry(
+                {SideEntry::comment, parent->first, owner->first, comment, comment.isBelowBlank});
+        }
     }
     pending_.clear();
 }

@@ -46,23 +46,27 @@ struct SideStanza {
 inline constexpr char kTopOfText[] = "\n";
 inline constexpr char kEndOfText[] = "\n\n";
 
-// A header, the first line of a key, or a comment, in the order of the text.
+// A header, the first line of a key, or a comment, in the order of the text. The names are views of
+// strings of the side.
 struct SideEntry {
     enum Kind { header, key, comment };
 
     Kind kind;
-    std::string stanza;  // of a comment: the stanza or key that it belongs to
-    std::string name;    // of the key; empty: the header
+    std::string_view stanza;  // of a comment: the stanza or key that it belongs to
+    std::string_view name;    // of the key; empty: the header
     SideComment text;
     bool isBelowBlank = false;
 };
 
 class MergeSide {
 public:
+    enum Listing { withoutEntries, withEntries };
+
     /// range   `text` outlives the object. If `base` is not null, a stanza that is not joined has
     ///         the name of the same stanza there, whatever its number; a further stanza has a name
-    ///         that depends on its contents.
-    MergeSide(std::string_view text, Dialect const& dialect, MergeSide const* base = nullptr);
+    ///         that depends on its contents. Only `withEntries` gives the side entries.
+    MergeSide(std::string_view text, Dialect const& dialect, MergeSide const* base = nullptr,
+              Listing listing = withoutEntries);
 
     /// As above, with the names of stanzas that are not joined. The names are ignored if their
     /// number differs.
@@ -76,7 +80,9 @@ public:
     /// belongs to the header to the end of the last key.
     std::pair<uint32_t, uint32_t> rangeOf(uint32_t section) const;
     std::vector<std::string> const& stanzas() const { return order_; }  // in the order of the text
-    std::list<SideEntry> const& entries() const { return entries_; }
+
+    /// Returns the entries, and leaves the side without them.
+    std::list<SideEntry> takeEntries() { return std::move(entries_); }
 
     /// Return null if the name is not found.
     SideStanza const* find(std::string_view stanza) const;
@@ -91,11 +97,13 @@ private:
     void addKey(std::string const& stanza, uint32_t line);
     void takeComments(std::string const& stanza, std::string const& key);
     void takeCommentsAtStart(uint32_t line);
+    void addEntry(SideEntry const& entry);
     bool isBelowBlank(uint32_t line) const;
 
     Outline outline_;
     std::vector<std::string> order_;
     std::map<std::string, SideStanza, std::less<>> stanzas_;
+    Listing const listing_ = withoutEntries;
     std::list<SideEntry> entries_;
     std::vector<uint32_t> pending_;  // comment lines whose key or header follows
     bool isAtStart_ = true;

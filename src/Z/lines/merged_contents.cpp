@@ -57,18 +57,21 @@ bool mergeKey(Dialect const& dialect, SideKey const* base, SideKey const* ours,
         merged.values = {{valuesOf(ours), valuesOf(theirs), true}};
     else if (isRemovedByOne && changed != valuesOf(base) && valuesOf(base).empty())
         merged.values = {{valuesOf(ours), valuesOf(theirs), true}};
+    else if (ours != nullptr && theirs != nullptr &&
+             (ours->values == theirs->values || theirs->values == valuesOf(base)))
+        merged.side = ours;
+    else if (theirs != nullptr && valuesOf(ours) == valuesOf(base))
+        merged.side = theirs;
     else
         merged.values = mergeValues(valuesOf(base), valuesOf(ours), valuesOf(theirs));
-    return !merged.values.empty() || isPresent(base != nullptr, ours != nullptr, theirs != nullptr);
+    return merged.hasValues() || isPresent(base != nullptr, ours != nullptr, theirs != nullptr);
 }
 
 MergedStanza copyOf(SideStanza const& side)
 {
     MergedStanza copy;
     for (std::string_view const key : side.keys) {
-        MergedKey& values = copy.keys[std::string(key)];
-        for (std::string const& value : side.contents.find(key)->second.values)
-            values.values.push_back({{value}, {}, false});
+        copy.keys[std::string(key)].side = &side.contents.find(key)->second;
     }
     return copy;
 }
@@ -131,13 +134,13 @@ MergedContents::MergedContents(MergeSide const& base, MergeSide const& ours,
     }
 }
 
-MergedStanza const* MergedContents::find(std::string const& stanza) const
+MergedStanza const* MergedContents::find(std::string_view stanza) const
 {
     auto const found = stanzas_.find(stanza);
     return found == stanzas_.end() ? nullptr : &found->second;
 }
 
-MergedKey const* MergedContents::find(std::string const& stanza, std::string const& key) const
+MergedKey const* MergedContents::find(std::string_view stanza, std::string_view key) const
 {
     MergedStanza const* const parent = find(stanza);
     if (parent == nullptr)

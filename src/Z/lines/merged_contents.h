@@ -11,8 +11,12 @@
 
 namespace zlines {
 
+// It has the values of `side`, which outlives it, or else `values`.
 struct MergedKey {
-    std::vector<MergedValue> values;
+    SideKey const* side = nullptr;
+    std::vector<MergedValue> values = {};
+
+    bool hasValues() const { return side == nullptr ? !values.empty() : !side->values.empty(); }
 };
 
 struct MergedStanza {
@@ -20,7 +24,7 @@ struct MergedStanza {
     // of `ours` as it is, or a header in the place of the stanza of `theirs`.
     enum Conflict { none, onlyOurs, onlyTheirs };
 
-    std::map<std::string, MergedKey> keys;
+    std::map<std::string, MergedKey, std::less<>> keys;
     Conflict conflict = none;
     bool isFixed = false;  // it has the contents and comments of `ours`
 };
@@ -32,17 +36,17 @@ public:
     MergedContents(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs,
                    std::string_view fixed);
 
-    std::map<std::string, MergedStanza> const& stanzas() const { return stanzas_; }
-    bool has(std::string const& stanza) const { return stanzas_.contains(stanza); }
+    std::map<std::string, MergedStanza, std::less<>> const& stanzas() const { return stanzas_; }
+    bool has(std::string_view stanza) const { return stanzas_.contains(stanza); }
 
     /// Return null if the result does not have the stanza or key.
-    MergedStanza const* find(std::string const& stanza) const;
-    MergedKey const* find(std::string const& stanza, std::string const& key) const;
+    MergedStanza const* find(std::string_view stanza) const;
+    MergedKey const* find(std::string_view stanza, std::string_view key) const;
 
     bool hasConflicts() const { return hasConflicts_; }
 
 private:
-    std::map<std::string, MergedStanza> stanzas_;
+    std::map<std::string, MergedStanza, std::less<>> stanzas_;
     bool hasConflicts_ = false;
 };
 

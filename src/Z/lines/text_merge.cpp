@@ -19,7 +19,8 @@ namespace {
 
 using EntryList = std::list<SideEntry>;
 using Position = EntryList::iterator;
-using Name = std::pair<std::string, std::string>;  // of a stanza; of a key, or empty
+// Of a stanza; of a key, or empty. The sides and the merged contents have the strings.
+using Name = std::pair<std::string_view, std::string_view>;
 
 // The comments of both sides, without comments that a side removed.
 std::vector<SideComment> mergeComments(std::vector<SideComment> const& base,
@@ -55,9 +56,13 @@ std::vector<SideComment> mergeComments(std::vector<SideComment> const& base,
 // Makes the changes of a merge in the entries of `ours`.
 class Assembly {
 public:
-    Assembly(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs,
+    Assembly(MergeSide const& base, MergeSide& ours, MergeSide const& theirs,
              MergedContents const& contents)
-        : base_(base), ours_(ours), theirs_(theirs), contents_(contents), entries_(ours.entries())
+        : base_(base),
+          ours_(ours),
+          theirs_(theirs),
+          contents_(contents),
+          entries_(ours.takeEntries())
     {
         for (Position at = entries_.begin(); at != entries_.end(); ++at) {
             if (at->kind == SideEntry::comment)
@@ -86,7 +91,7 @@ public:
     }
 
 private:
-    bool isWanted(std::string const& stanza, std::string const& key) const
+    bool isWanted(std::string_view stanza, std::string_view key) const
     {
         return stanza == kTopOfText && key.empty() ? true
                : stanza == kEndOfText              ? true
@@ -124,7 +129,7 @@ private:
         return isInComments ? end : at;
     }
 
-    bool isOnlyOurs(std::string const& stanza, std::string const& key) const
+    bool isOnlyOurs(std::string_view stanza, std::string_view key) const
     {
         auto const has = [&](MergeSide const& side) {
             return key.empty() ? side.find(stanza) != nullptr : side.find(stanza, key) != nullptr;
@@ -133,7 +138,7 @@ private:
     }
 
     // Returns the position after the keys at `at` that only this side has added.
-    Position skipNewKeys(Position at, std::string const& stanza)
+    Position skipNewKeys(Position at, std::string_view stanza)
     {
         Position end = at;
         for (; at != entries_.end() && at->kind != SideEntry::header && !at->name.empty() &&
@@ -180,7 +185,7 @@ private:
             }
             last = std::next(
                 add(endOfNewSections(last),
-                    {SideEntry::header, stanza, "", {}, theirs_.find(stanza)->isBelowBlank}));
+                    {SideEntry::header, stanza, {}, {}, theirs_.find(stanza)->isBelowBlank}));
         }
     }
 
@@ -195,14 +200,13 @@ private:
     }
 
     // Adds the keys that only the other side has, each after its predecessor there.
-    void addKeys(std::string const& stanza)
+    void addKeys(std::string_view stanza)
     {
         auto const header = positions_.find(Name(stanza, ""));
         Position next = stanza == kTopOfText || header == positions_.end()
                             ? startOfTop()
                             : std::next(header->second);
-        for (std::string_view const view : theirs_.find(stanza)->keys) {
-            std::string const key(view);
+        for (std::string_view const key : theirs_.find(stanza)->keys) {
             if (contents_.find(stanza, key) == nullptr)
                 continue;
             auto const known = positions_.find(Name(stanza, key));
@@ -219,7 +223,7 @@ private:
     }
 
     // Returns whether the other side has a key or header below a blank line.
-    bool isBelowBlankThere(std::string const& stanza, std::string const& key) const
+    bool isBelowBlankThere(std::string_view stanza, std::string_view key) const
     {
         if (key.empty()) {
             SideStanza const* const found = theirs_.find(stanza);
@@ -229,7 +233,7 @@ private:
         return found != nullptr && found->isBelowBlank;
     }
 
-    void mergeCommentsOf(std::string const& stanza, std::string const& key)
+    void mergeCommentsOf(std::string_view stanza, std::string_view key)
     {
         std::vector<SideComment> const ours = ours_.commentsOf(stanza, key);
         std::vector<SideComment> const merged =
@@ -283,9 +287,9 @@ public:
     void write(EntryList const& entries, Document& document)
     {
         std::vector<std::string> order{kTopOfText};
-        std::map<std::string, std::vector<SideEntry const*>> grouped;
-        std::string current = kTopOfText;
-        std::set<std::string> known{current};
+        std::map<std::string_view, std::vector<SideEntry const*>> grouped;
+        std::string_view current = kTopOfText;
+        std::set<std::string_view> known{current};
         for (SideEntry const& entry : entries) {
             if (entry.kind != SideEntry::header) {
                 grouped[current].push_back(&entry);
@@ -293,7 +297,7 @@ public:
             }
             current = entry.stanza;
             if (known.insert(current).second) {
-                order.push_back(current);
+                order.emplace_back(current);
                 grouped[current].push_back(&entry);
             }
         }
@@ -326,7 +330,11 @@ private:
         std::string_view const spelled = side.find(entry.stanza, entry.name)->spelled;
         bool const isName = dialect_.comparableKey(spelled, space_) == entry.name;
         document.addKey(isName ? spelled : entry.name, entry.isBelowBlank);
-        for (MergedValue const& value : contents_.find(entry.stanza, entry.name)->values)
+        MergedKey const& key = *contents_.find(entry.stanza, entry.name);
+        if (key.side != nullptr)
+            for (std::string const& text : key.side->values)
+                document.addValue(text);
+        for (MergedValue const& value : key.values)
             for (std::string const& text : value.ours.empty() ? value.theirs : value.ours)
                 document.addValue(text);
     }
@@ -364,7 +372,7 @@ MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_
     if (ours == base && !hasFixed)
         return {std::string(theirs), 0};
     MergeSide const before(base, dialect);
-    MergeSide const our(ours, dialect, &before);
+    MergeSide our(ours, dialect, &before, MergeSide::withEntries);
     MergeSide const their(theirs, dialect, &before);
     if (ours == base && haveSameStanza(our, their, fixed))
         return {std::string(theirs), 0};
