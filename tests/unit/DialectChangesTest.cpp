@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "DialectEdits.h"
+#include "LinearTime.h"
 
 namespace {
 
@@ -381,6 +382,38 @@ TEST(DialectChanges, ANewNameHasTheSpellingOfTheCaller)
         store.setValue(c.stanza, c.other, "v");
         EXPECT_EQ(c.after, textOf(store));
     }
+}
+
+TEST(DialectChanges, ANewKeyBesideKeysInSeveralPlaces)
+{
+    std::string const git = "[s]\n\ta = 1\n\tb = 2\n\ta = 3\n# c\n\tc = 4\n\td = 5\n\tc = 6\n";
+    Change const removeLast = [](Store& store) { store.removeValue("s", "c", "6"); };
+    Change const removeBetween = [](Store& store) {
+        store.deleteKey("s", "b");
+        store.setValue("s", "n", "7");
+    };
+    expectChanges({
+        {"git", git, set("s", "n", "7"), git + "\tn = 7\n"},
+        {"git", git, removeLast, git.substr(0, git.rfind("\tc"))},
+        {"git", git, removeBetween,
+         "[s]\n\ta = 1\n\ta = 3\n# c\n\tc = 4\n\td = 5\n\tc = 6\n\tn = 7\n"},
+    });
+}
+
+TEST(DialectChanges, ANewKeyTakesAFewTimesTheTimeOfAChange)
+{
+    constexpr unsigned kKeys = 100000;
+    std::string text = "[s]\n";
+    for (unsigned i = 0; i < kKeys; ++i)
+        text += "key" + std::to_string(i) + "=1\n";
+    Store change(1, dialectNamed("ini"));
+    Store addition(1, dialectNamed("ini"));
+    for (Store* store : {&change, &addition})
+        store->loadText(text.data(), text.size());
+    change.setValue("s", "key5", "2");
+    addition.setValue("s", "new", "2");
+    EXPECT_TRUE(takesAtMost(
+        6, [&] { textOf(change); }, [&] { textOf(addition); }));
 }
 
 TEST(DialectChanges, EachChangeCanBeUndone)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <iterator>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -33,8 +34,19 @@ public:
 
     Matching match(ReadStanza const& stanza, bool isScattered, bool hasOldNames)
     {
-        readLines(stanza);
-        if (hasOldNames)
+        std::vector<uint32_t> lines;
+        forEachLine(outline_, stanza, [&](uint32_t line) {
+            if (isComment(line) || outline_.lines()[line].isKey())
+                lines.push_back(line);
+        });
+        auto const isRenamed = [](Entry const& entry) { return !entry.oldName.empty(); };
+        bool const isAnyRenamed =
+            hasOldNames && std::any_of(entries_.begin(), entries_.end(), isRenamed);
+        selectAll(lines);
+        if (!isAnyRenamed)
+            matchEnds(lines);
+        readLines(std::span(lines).subspan(firstLine_, endLine_ - firstLine_));
+        if (isAnyRenamed)
             matchOldNames();
         matchNames();
         bool const isOrdered = matchGaps();
@@ -42,6 +54,7 @@ public:
         for (Item const& item : read_)
             if (!item.isKey && !isMatched_[&item - read_.data()])
                 found_.removedComments.push_back(item.at);
+        std::move(lastKeys_.rbegin(), lastKeys_.rend(), std::back_inserter(found_.keys));
         return std::move(found_);
     }
 
@@ -61,13 +74,110 @@ private:
         bool isEmpty() const { return first == end; }
     };
 
-    void readLines(ReadStanza const& stanza)
+    bool isComment(uint32_t line) const { return outline_.lines()[line].kind == commentLine; }
+
+    bool isWithoutLine(Entry const& entry) const
     {
-        forEachLine(outline_, stanza, [&](uint32_t line) {
-            if (outline_.lines()[line].kind == commentLine)
+        return !entry.isComment && entry.valueCount == 0 && !entry.needsLine;
+    }
+
+    bool isSame(uint32_t line, Entry const& entry)
+    {
+        if (isComment(line) != entry.isComment)
+            return false;
+        Dialect const& dialect = outline_.dialect();
+        return entry.isComment ? dialect.commentText(entry.text) == outline_.comment(line)
+                               : dialect.comparableKey(entry.text, entrySpace_) ==
+                                     outline_.keyName(line, space_);
+    }
+
+    void selectAll(std::vector<uint32_t> const& lines)
+    {
+        firstLine_ = 0;
+        firstEntry_ = 0;
+        endLine_ = lines.size();
+        endEntry_ = static_cast<uint32_t>(entries_.size());
+    }
+
+    // Matches the lines at both ends of the stanza that are in the order of the entries, without an
+    // index. It holds the keys between them, which are few after most changes.
+    void matchEnds(std::vector<uint32_t> const& lines)
+    {
+        while (firstLine_ < endLine_ && matchFirst(lines)) {
+        }
+        while (firstLine_ < endLine_ && matchLast(lines)) {
+        }
+        if (!haveKeysBetween(lines))
+            return;
+        // A key has lines there and at an end: match all.
+        found_.keys.clear();
+        lastKeys_.clear();
+        found_.lineOf.assign(entries_.size(), kNone);
+        selectAll(lines);
+    }
+
+    bool matchFirst(std::vector<uint32_t> const& lines)
+    {
+        uint32_t next = firstEntry_;
+        while (next < endEntry_ && isWithoutLine(entries_[next]) &&
+               !isSame(lines[firstLine_], entries_[next]))
+            ++next;
+        if (next == endEntry_ || !isSame(lines[firstLine_], entries_[next]))
+            return false;
+        Entry const& entry = entries_[next];
+        found_.lineOf[next] = lines[firstLine_];
+        firstEntry_ = next + 1;
+        if (entry.isComment) {
+            ++firstLine_;
+            return true;
+        }
+        ReadKey& key = found_.keys.emplace_back();
+        key.entry = next;
+        while (firstLine_ < endLine_ && isSame(lines[firstLine_], entry))
+            key.lines.push_back(lines[firstLine_++]);
+        return true;
+    }
+
+    bool matchLast(std::vector<uint32_t> const& lines)
+    {
+        if (firstEntry_ == endEntry_ || !isSame(lines[endLine_ - 1], entries_[endEntry_ - 1]))
+            return false;
+        Entry const& entry = entries_[--endEntry_];
+        if (entry.isComment) {
+            found_.lineOf[endEntry_] = lines[--endLine_];
+            return true;
+        }
+        ReadKey& key = lastKeys_.emplace_back();
+        key.entry = endEntry_;
+        while (firstLine_ < endLine_ && isSame(lines[endLine_ - 1], entry))
+            key.lines.push_back(lines[--endLine_]);
+        std::reverse(key.lines.begin(), key.lines.end());
+        found_.lineOf[endEntry_] = key.lines.front();
+        return true;
+    }
+
+    // Returns whether a key at an end of the stanza has lines between the ends, too.
+    bool haveKeysBetween(std::vector<uint32_t> const& lines)
+    {
+        std::unordered_map<std::string_view, uint32_t, NameHash> between;
+        for (size_t i = firstLine_; i < endLine_; ++i)
+            if (!isComment(lines[i]))
+                between.emplace(outline_.keep(outline_.keyName(lines[i], space_), space_), 0);
+        auto const isBetween = [&](ReadKey const& key) {
+            return between.contains(outline_.keyName(key.lines.front(), space_));
+        };
+        return !between.empty() &&
+               (std::any_of(found_.keys.begin(), found_.keys.end(), isBetween) ||
+                std::any_of(lastKeys_.begin(), lastKeys_.end(), isBetween));
+    }
+
+    void readLines(std::span<uint32_t const> lines)
+    {
+        for (uint32_t const line : lines) {
+            if (isComment(line)) {
                 read_.push_back({false, line, kNone});
-            if (!outline_.lines()[line].isKey())
-                return;
+                continue;
+            }
             std::string_view const name = outline_.keyName(line, space_);
             auto known = index_.find(name);
             if (known == index_.end()) {
@@ -78,7 +188,7 @@ private:
             }
             found_.isScattered = found_.isScattered || read_.back().key != known->second;
             found_.keys[known->second].lines.push_back(line);
-        });
+        }
         isMatched_.resize(read_.size());
     }
 
@@ -99,7 +209,7 @@ private:
 
     void matchNames()
     {
-        for (uint32_t i = 0; i < entries_.size(); ++i) {
+        for (uint32_t i = firstEntry_; i < endEntry_; ++i) {
             Entry const& entry = entries_[i];
             if (entry.isComment) {
                 wanted_.push_back({false, i, kNone});
@@ -275,7 +385,12 @@ private:
     Document const& document_;
     Entries const entries_;
     Matching found_;
-    std::unordered_map<std::string_view, uint32_t, NameHash> index_;  // of the keys of the text
+    size_t firstLine_ = 0;  // of the lines between both ends
+    size_t endLine_ = 0;
+    uint32_t firstEntry_ = 0;  // of the entries between them
+    uint32_t endEntry_ = 0;
+    std::vector<ReadKey> lastKeys_;  // at the end of the stanza, the last first
+    std::unordered_map<std::string_view, uint32_t, NameHash> index_;  // of the keys between
     std::unordered_map<uint32_t, uint32_t> renamed_;  // entries whose key has an old name, by entry
     std::vector<Item> read_;
     std::vector<Item> wanted_;
@@ -283,6 +398,7 @@ private:
     Tokens tokens_;
     std::deque<std::string> joined_;
     std::string space_;
+    std::string entrySpace_;
 };
 
 }  // namespace
