@@ -25,7 +25,8 @@ class SpelledText;
 namespace zstanza {
 
 /// Reads `file` to its end into `block`, which has capacity for one more byte then. Returns the
-/// size in bytes. throws  ZPropertiesIOException_6_0 (path, "fgets()", errno).
+/// size in bytes.
+/// throws  ZPropertiesIOException_6_0 (path, "fgets()", errno).
 size_t readAll(char const* path, FILE* file, zcache::Arena::Block& block);
 
 }  // namespace zstanza

@@ -134,7 +134,8 @@ public:
     /// may read them. Contents that differ from a stanza file only by a byte order mark, a long
     /// line or a repeated header are of "ini", or of "networkd" if stanzas of one name repeat a
     /// key. For others, strict formats are tried first. This is a suggestion for a user, who may
-    /// prefer the dialect that the name of the file implies. cost    O(length).
+    /// prefer the dialect that the name of the file implies.
+    /// cost    O(length).
     static char const* readsAs(char const* text, size_t length);
 
     /// Returns the name of a dialect, counted from 0, which is "stanza"; null past the last.

@@ -182,8 +182,8 @@ public:
     /// range   several values must not be empty; an only value may be, and leaves the key without
     ///         values.
     /// throws  ZInvalidParameterException_6_0 as setValue(), for each of them. Nothing is changed
-    ///         then. In a dialect, one of several values may be any value that the key has: its line
-    ///         stays.
+    ///         then. In a dialect, one of several values may be any value that the key has: its
+    ///         line stays.
     void setValues(char const* stanza, char const* key, char const* const* values, unsigned count);
 
     /// Removes the first value of `key` that equals `value`. The key is removed with its only
@@ -235,7 +235,9 @@ public:
     /// cost    as lineOf().
     void getSpelling(char const* stanza, char const* key, unsigned index, ZLCString_6_0& out) const;
 
-    /// Replaces that spelling, and so the value.
+    /// Replaces that spelling, and so the value. If another program has changed the file since,
+    /// store() keeps both changes; in dialects that spell a value in several ways, the value may
+    /// get another spelling then.
     /// throws  as getSpelling(); ZInvalidParameterException_6_0 if `spelling` is null, or does not
     ///         read back as one value of that line. Nothing is changed then.
     /// cost    O(file).

@@ -278,8 +278,8 @@ int zstzPropSetTables_6_0(char const* directory);
 /// counts; there are no obfuscated values. If at most one line of a key counts, that function
 /// leaves the others. zstzPropRemoveValue_6_0 removes values that count only. A key without values
 /// is a true boolean where it stands for an option. Several stanzas may have one name: NAME]2 is
-/// the second; changes of NAME are refused, and other functions use the first. range   `dialect`
-/// null: the dialect that the name of the file implies, "stanza" if several
+/// the second; changes of NAME are refused, and other functions use the first.
+/// range   `dialect` null: the dialect that the name of the file implies, "stanza" if several
 ///         formats use such names. Switches may follow the name, as in "python,trailing=#;".
 ///         docs/file-formats.md has all names.
 /// owns    owned by the caller; released with zstzPropClose_6_0.
@@ -330,8 +330,9 @@ int zstzPropSetOption_6_0(ZPROP_handle* handle, ZPROPOption option, int value);
 
 /// Sets an option of the stores that the calling thread opens from now on: for loads by
 /// zstzPropOpen_6_0 and zstzPropOpenAs_6_0, before there is a handle. zstzPropFindProblems_6_0
-/// waits as long as these loads do. codes   55 for a value out of range; 58 if the option is
-/// unknown. threads each thread has options of its own, which start with the defaults.
+/// waits as long as these loads do.
+/// codes   55 for a value out of range; 58 if the option is unknown.
+/// threads each thread has options of its own, which start with the defaults.
 int zstzPropSetDefaultOption_6_0(ZPROPOption option, int value);
 
 /// Replaces the contents of the store by the text of a file, which it copies. They are unsaved
@@ -499,7 +500,8 @@ unsigned long zstzPropGetLine_6_0(ZPROP_handle* handle, char const* stanza, char
                                   int index, int* code);
 
 /// Returns the spelling of a value, which is its bytes in the text of zstzPropStoreText_6_0; null
-/// if it has none. Stores its code as the getters do. units   values, counted from 0 in `index`.
+/// if it has none. Stores its code as the getters do.
+/// units   values, counted from 0 in `index`.
 /// owns    a copy; released with zstzPropFree_6_0.
 /// codes   54 if the key or the value is missing, or if no line has the value: it is obfuscated, or
 ///         empty where no line can hold an empty value; 52 as zstzPropStoreText_6_0; 55 if a name
@@ -508,7 +510,9 @@ unsigned long zstzPropGetLine_6_0(ZPROP_handle* handle, char const* stanza, char
 char* zstzPropGetRawValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int index,
                               int* code);
 
-/// Replaces the spelling of a value, and so the value. The next store writes these bytes.
+/// Replaces the spelling of a value, and so the value. The next store writes these bytes. If
+/// another program has changed the file since, the store keeps both changes; in dialects that spell
+/// a value in several ways, the value may get another spelling then.
 /// units   values, counted from 0 in `index`.
 /// codes   55 for a bad handle, a null argument or a negative `index`; 54 as
 ///         zstzPropGetRawValue_6_0; 52 if the spelling does not read back as one value of that
@@ -598,10 +602,10 @@ int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours,
                           size_t* length, int* conflicts);
 
 /// Stores the difference of two strings as a unified diff, which patch(1) reads, in `*text`, and
-/// its length unless `length` is null. range   `before` and `after` null only with length 0. The
-/// names are for the header of the diff; "/dev/null" is
-///         the name of a file that does not exist. `*text` is null if they are equal, and
-///         after a failure.
+/// its length unless `length` is null.
+/// range   `before` and `after` null only with length 0. The names are for the header of the diff;
+///         "/dev/null" is the name of a file that does not exist. `*text` is null if they are
+///         equal, and after a failure.
 /// owns    `*text` is released with zstzPropFree_6_0.
 /// codes   55 if an argument is missing; 51 if memory is exhausted.
 /// cost    O(lines * different lines); beyond 2000 different lines in a part, the diff replaces the

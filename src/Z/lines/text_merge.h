@@ -22,9 +22,9 @@ struct MergedText {
 /// Merges the contents of a file. Two different changes of a value are a conflict; the result has
 /// the lines of both sides then, between marks as git writes them. A change in a stanza or key that
 /// the other side removed is a conflict, too, and the result has the whole stanza between marks.
-/// Comments never conflict: the result gets the comments of both sides. range   the arguments are
-/// readable files of the dialect. `fixed` is a stanza that stays as it is
-///         in `ours`; empty: none.
+/// Comments never conflict: the result gets the comments of both sides.
+/// range   the arguments are readable files of the dialect. `fixed` is a stanza that stays as it
+///         is in `ours`; empty: none.
 /// throws  Refusal as rewrite(); std::bad_alloc.
 MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,
                       Dialect const& dialect, std::string_view fixed = {});

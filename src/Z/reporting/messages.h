@@ -71,7 +71,8 @@ constexpr int kMessageCount = 55;
 constexpr int kMaxInserts = 6;
 
 /// Returns the text of a message, with a conversion %s or %d for each insert; null if the number
-/// has no text. owns    static text.
+/// has no text.
+/// owns    static text.
 char const* messageText(uint32_t number);
 
 /// Returns the types of the conversions in the text of a message: 's' and 'd', in order; "" if the

@@ -17,7 +17,8 @@ DirectoryResult setTableDirectory(char const* directory);
 bool hasTableDirectory();
 
 /// Returns the directory when the text services start, and makes it final; null without a
-/// directory. owns    borrowed forever.
+/// directory.
+/// owns    borrowed forever.
 char const* finalTableDirectory();
 
 }  // namespace ztext
