@@ -39,6 +39,8 @@ void switchCaseOfBlock(unsigned char* s, unsigned char first)
 // The same for `n` bytes.
 void switchCase(unsigned char* s, size_t n, unsigned char first)
 {
+    for (; n >= 512; s += 512, n -= 512)
+        switchCaseOfBlock<512>(s, first);
     for (; n >= 64; s += 64, n -= 64)
         switchCaseOfBlock<64>(s, first);
     for (; n >= 16; s += 16, n -= 16)
@@ -47,39 +49,55 @@ void switchCase(unsigned char* s, size_t n, unsigned char first)
         switchCaseOfBlock<1>(s, first);
 }
 
-// Replaces each character with its counterpart if that has the same length in bytes. The two cases
-// of an ASCII letter from `first` to `last` differ in one bit.
+// Replaces the character at `s` with its counterpart if that has the same length in bytes. Returns
+// its length, 1 for an invalid byte.
 template <class Counterpart>
-void changeCase(qvr_cs const& cs, char* text, bool turkic, unsigned char first, unsigned char last,
+size_t replaceCharacter(qvr_cs const& cs, unsigned char* s, bool turkic, Counterpart counterpart)
+{
+    DecodeResult const decoded = decode(cs, s, SIZE_MAX);
+    if (decoded.length < 0)
+        return 1;
+    auto const length = static_cast<size_t>(decoded.length);
+    if (decoded.value <= kMaxCodePoint) {
+        uint32_t const mapped = counterpart(decoded.value, turkic);
+        unsigned char out[qvrMbLenMax];
+        if (mapped != decoded.value && encode(cs, mapped, out) == decoded.length)
+            std::memcpy(s, out, length);
+    }
+    return length;
+}
+
+// Replaces each character with its counterpart if that has the same length in bytes. The two cases
+// of an ASCII letter from `first` to `first` + 25 differ in one bit. Long strings are read in
+// pieces that stay in the cache of the processor from one step to the next.
+template <class Counterpart>
+void changeCase(qvr_cs const& cs, char* text, bool turkic, unsigned char first,
                 Counterpart counterpart)
 {
+    constexpr size_t kPiece = 4096;
     unsigned char* s = bytes(text);
-    unsigned char const* const end = s + std::strlen(text);
-    while (s != end) {
-        if (cs.ascii && *s < 0x80 && !turkic) {
-            size_t const run = asciiRun(s, static_cast<size_t>(end - s));
-            switchCase(s, run, first);
-            s += run;
-            continue;
+    while (*s != 0) {
+        unsigned char const* const end = s + strnlen(reinterpret_cast<char const*>(s), kPiece);
+        while (s < end) {
+            bool const isAscii = cs.ascii && *s < 0x80;
+            if (isAscii && !turkic) {
+                auto const left = static_cast<size_t>(end - s);
+                if (left >= 8 && !hasNonAscii<1>(s)) {
+                    size_t const run = longAsciiRun(s, left);
+                    switchCase(s, run, first);
+                    s += run;
+                } else {
+                    do
+                        switchCaseOfBlock<1>(s, first);
+                    while (++s < end && *s < 0x80);
+                }
+            } else if (isAscii && *s != 'i' && *s != 'I') {
+                switchCaseOfBlock<1>(s, first);
+                ++s;
+            } else {
+                s += replaceCharacter(cs, s, turkic, counterpart);
+            }
         }
-        if (cs.ascii && *s < 0x80 && *s != 'i' && *s != 'I') {
-            if (*s >= first && *s <= last)
-                *s ^= 0x20;
-            ++s;
-            continue;
-        }
-        DecodeResult const decoded = decode(cs, s, SIZE_MAX);
-        if (decoded.length < 0) {
-            ++s;
-            continue;
-        }
-        if (decoded.value <= kMaxCodePoint) {
-            uint32_t const mapped = counterpart(decoded.value, turkic);
-            unsigned char out[qvrMbLenMax];
-            if (mapped != decoded.value && encode(cs, mapped, out) == decoded.length)
-                std::memcpy(s, out, static_cast<size_t>(decoded.length));
-        }
-        s += decoded.length;
     }
 }
 
@@ -92,6 +110,25 @@ struct Cursor {
 bool isSameAscii(unsigned a, unsigned b)
 {
     return a < 0x80 && (a == b || ((a ^ b) == 0x20 && (a | 0x20) >= 'a' && (a | 0x20) <= 'z'));
+}
+
+constexpr uint64_t kEachByte = 0x0101010101010101;
+
+// Returns whether eight bytes at `a` and `b` are ASCII characters that differ in case at most.
+bool areSameAscii(unsigned char const* a, unsigned char const* b)
+{
+    uint64_t wordA, wordB;
+    std::memcpy(&wordA, a, sizeof wordA);
+    std::memcpy(&wordB, b, sizeof wordB);
+    if (((wordA | wordB) & kEachByte * 0x80) != 0)
+        return false;
+    // The highest bit of each byte, unused in ASCII, marks the upper-case letters.
+    auto const lowered = [](uint64_t word) {
+        uint64_t const fromA = word + kEachByte * (0x80 - 'A');
+        uint64_t const aboveZ = word + kEachByte * (0x80 - 'Z' - 1);
+        return word | (fromA & ~aboveZ & kEachByte * 0x80) >> 2;
+    };
+    return wordA == wordB || lowered(wordA) == lowered(wordB);
 }
 
 // Returns whether `kBlock` bytes at `a` and `b` are ASCII characters that differ in case at most.
@@ -124,10 +161,13 @@ bool skipSameAscii(Cursor& a, Cursor& b, size_t block, bool all)
         limit = strnlen(reinterpret_cast<char const*>(a.s), limit);
         limit = strnlen(reinterpret_cast<char const*>(b.s), limit);
         i = 0;
-        while (limit - i >= 32 && areSameAscii<32>(a.s + i, b.s + i))
-            i += 32;
-        while (limit - i >= 8 && areSameAscii<8>(a.s + i, b.s + i))
-            i += 8;
+        while (limit - i >= sizeof(uint64_t) && areSameAscii(a.s + i, b.s + i)) {
+            i += sizeof(uint64_t);
+            // Most runs are short: only a longer one is compared in blocks.
+            if (i == 32)
+                while (limit - i >= 32 && areSameAscii<32>(a.s + i, b.s + i))
+                    i += 32;
+        }
         while (i < limit && isSameAscii(a.s[i], b.s[i]))
             ++i;
         a = {a.s + i, a.left - i};
@@ -198,7 +238,7 @@ char* qvr_strupper(qvr_cs_t cs, qvr_loc_t loc, char* s)
 {
     if (cs == nullptr || s == nullptr)
         return nullptr;
-    changeCase(*cs, s, isTurkic(loc), 'a', 'z', upperOf);
+    changeCase(*cs, s, isTurkic(loc), 'a', upperOf);
     return s;
 }
 
@@ -206,7 +246,7 @@ char* qvr_strlower(qvr_cs_t cs, qvr_loc_t loc, char* s)
 {
     if (cs == nullptr || s == nullptr)
         return nullptr;
-    changeCase(*cs, s, isTurkic(loc), 'A', 'Z', lowerOf);
+    changeCase(*cs, s, isTurkic(loc), 'A', lowerOf);
     return s;
 }
 

@@ -154,7 +154,7 @@ size_t spanOfTables(qvr_cs const& cs, unsigned char const* s, size_t n)
     size_t at = 0;
     while (at < n) {
         if (cs.ascii)
-            at += asciiRun(s + at, n - at);
+            at += longAsciiRun(s + at, n - at);
         if (at == n)
             break;
         DecodeResult const decoded = decode(cs, s + at, n - at);

@@ -110,14 +110,27 @@ bool hasNonAscii(unsigned char const* s)
     return (all & 0x8080808080808080u) != 0;
 }
 
-// Returns the length of the ASCII prefix of `n` bytes.
+// Returns the length of the ASCII prefix of `n` bytes; most are short.
 inline size_t asciiRun(unsigned char const* s, size_t n)
 {
     size_t i = 0;
-    while (n - i >= 64 && !hasNonAscii<8>(s + i))
-        i += 64;
     while (n - i >= 8 && !hasNonAscii<1>(s + i))
         i += 8;
+    while (i < n && s[i] < 0x80)
+        ++i;
+    return i;
+}
+
+// The same; many are long.
+inline size_t longAsciiRun(unsigned char const* s, size_t n)
+{
+    size_t i = 0;
+    while (n - i >= 8 && !hasNonAscii<1>(s + i)) {
+        i += 8;
+        if (i == 32)
+            while (n - i >= 64 && !hasNonAscii<8>(s + i))
+                i += 64;
+    }
     while (i < n && s[i] < 0x80)
         ++i;
     return i;
