@@ -416,6 +416,21 @@ TEST(DialectChanges, ANewKeyTakesAFewTimesTheTimeOfAChange)
         6, [&] { textOf(change); }, [&] { textOf(addition); }));
 }
 
+TEST(DialectChanges, ACommentStaysBetweenTheHeadersOfItsStanza)
+{
+    Change const remove = [](Store& store) { store.deleteStanza("a"); };
+    Change const removeAndSet = [](Store& store) {
+        store.deleteStanza("a");
+        std::string const after = textOf(store);
+        store.setValue("b", "l", "3");
+    };
+    std::string const before = "[b]\nk=1\n# c\n[a]\nj=1\n[b]\nl=2\n";
+    expectChanges({
+        {"ini", before, remove, "[b]\nk=1\n# c\n[b]\nl=2\n"},
+        {"ini", before, removeAndSet, "[b]\nk=1\n# c\n[b]\nl=3\n"},
+    });
+}
+
 TEST(DialectChanges, EachChangeCanBeUndone)
 {
     struct File {

@@ -38,6 +38,10 @@ struct HeaderComment {
     uint32_t begin;      // position of its first line
     uint32_t end;        // of the header
     std::string stanza;  // as compared; empty: the lines above the first header
+
+    // Whether the header was repeated: the cache has the comment between the lines of its stanza
+    // above and below that header. Else the comment ends its stanza.
+    bool isRepeated;
 };
 
 // The differences between text and the contents that stores have left.

@@ -126,7 +126,7 @@ void Outline::findHeaderComments(std::vector<uint32_t> const& previous,
         if (known != comments.end() && known->end == end)
             continue;
         uint32_t const first = firstCommentAbove(sections_[i - 1].first, header);
-        added.push_back({lines_[first].begin, end, std::string(owner.name)});
+        added.push_back({lines_[first].begin, end, std::string(owner.name), isRepeated});
     }
     comments.insert(comments.end(), added.begin(), added.end());
     std::sort(comments.begin(), comments.end(),
@@ -160,8 +160,8 @@ void Outline::moveHeaderComments(std::vector<HeaderComment>& comments)
             appendSection(stanzas_[stanzaOf[section]], section, end, sections_[section].end);
         sections_[section].end = first;
         bool const hasHeader = section + 1 < sectionCount() && sections_[section + 1].header == end;
-        bool const isRepeated =
-            hasHeader && stanzaOf[section + 1] == owner && previous[section + 1] != kNone;
+        bool const isRepeated = comment.isRepeated && hasHeader && stanzaOf[section + 1] == owner &&
+                                previous[section + 1] != kNone;
         appendSection(stanzas_[owner],
                       isRepeated ? previous[section + 1] : stanzas_[owner].lastSection, first, end);
     }
