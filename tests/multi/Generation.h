@@ -62,8 +62,8 @@ public:
         return all;
     }
 
-    /// Sets how the stores of this process write the file: in place or as a new file, with all lines
-    /// rewritten or with the lines of the file kept.
+    /// Sets how the stores of this process write the file: in place or as a new file, with all
+    /// lines rewritten or with the lines of the file kept.
     static void setMode(StoreMode mode) { mode_ = mode; }
     static bool isReplacing()
     {
