@@ -1,12 +1,9 @@
 #!/usr/bin/env python3
 """Tests of `zstz comment --off` and `--on`. usage: comment_marks_test.py TOOL [unittest arguments]"""
 import json
-import pathlib
 
 import tool
 from tool import DONE, NOT_FOUND, REFUSED, USAGE
-
-SAMPLES = pathlib.Path(__file__).resolve().parents[1] / "data/dialects"
 
 SMB = b"[homes]\n   path = /home/%S\n\n;[profiles]\n;   path = /home/samba/profiles\n"
 SEVERAL = b"[s]\nk = 1\n\n# k = 2\n"
@@ -116,10 +113,7 @@ class CommentMarksTest(tool.ToolTest):
 
     def test_every_key_of_every_sample_is_restored(self):
         counts = {DONE: 0, REFUSED: 0}
-        for sample in sorted(SAMPLES.iterdir()):
-            if not sample.with_suffix(".reading").exists() or sample.suffix in (".reading", ".counts"):
-                continue
-            dialect = sample.name.split(".")[0]
+        for sample, dialect in tool.samples():
             text = sample.read_bytes()
             self.write_files({"f": text})
             listed = self.run_in_directory("list", "f", "--format", "json", "--dialect", dialect)

@@ -32,6 +32,18 @@ ready = Yes
 """
 
 
+# One of so many samples is tried.
+SHARE = int(os.environ.get("Z_TEST_SHARE", "1"))
+
+
+def samples():
+    """Returns the share of the samples of formats: the path of each, and the name of its dialect."""
+    directory = pathlib.Path(__file__).resolve().parents[1] / "data/dialects"
+    found = [path for path in sorted(directory.iterdir())
+             if path.suffix not in (".reading", ".counts") and path.with_suffix(".reading").exists()]
+    return [(path, path.name.split(".")[0]) for path in found[::SHARE]]
+
+
 class ToolTest(unittest.TestCase):
     """Creates a directory with a configuration file for each test."""
 
