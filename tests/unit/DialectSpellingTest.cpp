@@ -165,6 +165,13 @@ void editKeys(Editor& editor, std::size_t keyCount)
 
 }  // namespace
 
+// Keys of each sample. A sanitizer build is ten times slower.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr unsigned kKeys = 10;
+#else
+constexpr unsigned kKeys = 100;
+#endif
+
 TEST(DialectSpelling, EditsOfTheSamplesKeepEveryProperty)
 {
     std::map<std::string, Counts> counts;
@@ -177,7 +184,7 @@ TEST(DialectSpelling, EditsOfTheSamplesKeepEveryProperty)
             continue;
         Editor editor(name, dialect, bytesOf(entry.path()), counts[dialect]);
         if (editor.canRun())
-            editKeys(editor, 100);
+            editKeys(editor, kKeys);
     }
     for (auto const& [dialect, count] : counts)
         std::cout << dialect << ": " << count.made << " edits made, " << count.refused
@@ -187,7 +194,7 @@ TEST(DialectSpelling, EditsOfTheSamplesKeepEveryProperty)
 // Five keys of each file, and a few files of each dialect: the writer of the model is slow.
 TEST(DialectSpelling, EditsOfTheFilesOfThisMachineKeepEveryProperty)
 {
-    constexpr int kMaxFiles = 12;  // of each dialect
+    constexpr int kMaxFiles = kKeys > 10 ? 12 : 3;  // of each dialect
     constexpr std::uintmax_t kMaxSize = 6000;
     std::map<std::string, std::pair<Counts, int>> counts;
     for (char const* const root : {"/etc", "/usr/lib", "/usr/share"}) {
