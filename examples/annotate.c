@@ -58,7 +58,7 @@ static int change(ZPROP_handle* config)
     if (zstzPropSetRawValue_6_0(config, "servers", "server", 1, "app-3:9000") != zpropOk)
         return fail("spelling");
     if (zstzPropSetRawValue_6_0(config, "servers", "server", 1, " app-3:9000") != zpropOk)
-        fail("spelling"); /* expected: the space would not be a part of the value */
+        fail("spelling"); /* expected: the value would lose the space */
     print_and_free("second server", zstzPropGetRawValue_6_0(config, "servers", "server", 1, &code));
     return 0;
 }

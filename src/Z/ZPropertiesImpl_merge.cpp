@@ -89,7 +89,7 @@ bool ZPCategoryBasedCache_6_0::KeptLines::mergeText(Cache const& ours, Base cons
     return zmemory::translateBadAlloc(zstanza::kSource, zstanza::raiseInAllocate, [&] {
         zlines::Dialect const& dialect = base.text.dialect;
         std::string const& before = base.text.text;
-        // The companion that the text names is no part of the merge, unless it has changed.
+        // The companion that the text names is not merged, unless it has changed.
         bool const hasCompanion = ours.rep().dialect == nullptr;
         std::string_view const reserved = hasCompanion ? zstanza::kReservedCategory : "";
         if (hasCompanion && !zstanza::findCompanion(present).empty() &&

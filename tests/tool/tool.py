@@ -32,7 +32,7 @@ ready = Yes
 """
 
 
-# One of so many samples is tried.
+# The tests try each sample whose index is a multiple of this number.
 SHARE = int(os.environ.get("Z_TEST_SHARE", "1"))
 
 

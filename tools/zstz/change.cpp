@@ -114,7 +114,7 @@ void checkExistence(Store const& store, Request const& request)
                        "leave out --only new to change it"}};
 }
 
-// Returns whether a value of the key that counts is the one of the request. An empty value, which
+// Returns whether a valid value of the key is the value of the request. An empty value, which
 // resets the others, is never there already.
 bool hasValue(Store const& store, Request const& request)
 {
@@ -200,7 +200,7 @@ void prepareValue(Request& request)
 
 namespace {
 
-// Replaces the values that count after an empty value, which resets the ones above. Returns false
+// Replaces the valid values after an empty value, which resets the values above. Returns false
 // without such values: then the key has no reset, or the request changes a value in another way.
 bool setAfterReset(EditedFile& file, Request const& request, std::vector<std::string> values)
 {

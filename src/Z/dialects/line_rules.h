@@ -1,4 +1,4 @@
-// line_rules: lines that are read alone, and names as a file writes them, in any dialect.
+// line_rules: lines without their neighbours, and names as a file writes them, in any dialect.
 #pragma once
 
 #include <string>
@@ -30,7 +30,7 @@ public:
     /// Returns whether a key ignores its spaces.
     bool dropsBlanks() const;
 
-    // A line that is read alone.
+    // A line without its neighbours.
     struct LoneLine {
         zlines::LineKind kind = zlines::otherLine;
         std::string name = {};  // of a header or a key, as written

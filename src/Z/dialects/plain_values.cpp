@@ -154,7 +154,7 @@ bool isConstant(std::string_view text)
     return isConstantWord(text) || ConstantExpression(text).isValid();
 }
 
-// Such an expression is no text: PHP would take the quoted text for no level at all.
+// PHP would read such an expression in quotes as the level 0.
 bool isErrorLevel(std::string_view text)
 {
     ConstantExpression expression(text);

@@ -181,8 +181,8 @@ unsigned AccessList::ofEveryGroup() const
     return permissions;
 }
 
-// Returns the permissions that every unlisted member of a group has. A member of an unlisted group
-// may also be a member of a listed one, which may have fewer permissions than others.
+// Returns the permissions that every unlisted user in a group has. A user in an unlisted group may
+// also be in a listed group, which may have fewer permissions than others.
 unsigned AccessList::ofGroup(uint32_t group) const
 {
     unsigned permissions = 0;

@@ -205,7 +205,7 @@ private:
         }
         std::string const head(slice(text_, startOf(lines.front()),
                                      outline().lines()[lines.front()].begin));  // "[a] k = v"
-        // Lines between the lines of the key are not part of the conflict.
+        // Lines between the lines of the key do not belong to the conflict.
         bool const isOneBlock = lines.back() - lines.front() + 1 == lines.size();
         for (size_t i = 0; i < lines.size(); ++i) {
             if (i == 0 || !isOneBlock)

@@ -196,7 +196,7 @@ private:
 
 /// Stores the text after the changes in `out` and returns true; returns false if nothing changes.
 /// `history` describes `text` and, after the call, `out`.
-/// throws  Refusal if a part of the wanted contents would not read back.
+/// throws  Refusal if some of the wanted contents would not read back.
 bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
              TextHistory& history, std::string& out);
 

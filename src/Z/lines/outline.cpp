@@ -96,7 +96,7 @@ std::vector<uint32_t> const& Outline::keyLines() const
     return keyLines_;
 }
 
-// Returns the first line that begins at a position or after it.
+// Returns the first line that starts at a position or after it.
 uint32_t Outline::lineAt(uint32_t position) const
 {
     auto const found =

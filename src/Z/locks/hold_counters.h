@@ -2,8 +2,8 @@
 //
 // A guard whose acquisition failed must release only what its thread held before or acquires later,
 // through the guard or directly. The lock does not know its readers, so the guard counts: from the
-// failure on, a counter counts the acquisitions and releases of its thread. It is not part of the
-// guard because programs have compiled in the guard's size.
+// failure on, a counter counts the acquisitions and releases of its thread. It is not a field
+// of the guard because programs have compiled in the guard's size.
 //
 // Threads: a counter belongs to the thread that started it.
 #pragma once

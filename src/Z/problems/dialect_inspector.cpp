@@ -186,7 +186,7 @@ std::vector<bool> DialectInspector::markShadowed(std::vector<uint32_t>& firstOf)
     return isShadowed;
 }
 
-// Notes the lines of a key that are ignored because of another line of it.
+// Records the lines of a key that are ignored because of another line of the key.
 void DialectInspector::findShadowed()
 {
     std::vector<uint32_t> firstOf;

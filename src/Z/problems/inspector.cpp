@@ -144,7 +144,7 @@ size_t Inspector::offsetOf(char const* part) const
     return offset_ + static_cast<size_t>(part - base_);
 }
 
-// Returns a part of the current line in the text, which stays when the parser has written into it.
+// Returns a piece of the current line in the text, which stays when the parser has written into it.
 std::string_view Inspector::own(std::string_view part) const
 {
     return text_.substr(offsetOf(part.data()), part.size());

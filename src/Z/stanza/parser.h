@@ -78,7 +78,7 @@ private:
         reader.beginLine(std::string_view(), lines);
     };
 
-    // Writes a zero byte after a part of the text, which can be written.
+    // Writes a zero byte after a piece of the text, which can be written.
     static void terminate(std::string_view part)
     {
         const_cast<char*>(part.data())[part.size()] = '\0';
