@@ -66,10 +66,13 @@ void describe(Contents const& contents, bool keepsEmpty, zlines::Document& docum
     document.reserve(contents.categoryCount(), contents.lineCount());
     bool isSkipping = false;  // the lines of a detached category
     bool isBelowBlank = false;
+    bool isBelowRemoved = false;
     for (Id id = contents.firstLine(); id != 0; id = contents.line(id).next) {
         Line const& line = contents.line(id);
         bool const isBelow = std::exchange(isBelowBlank, line.kind == blankLine) ||
                              (line.kind == commentLine && line.isBelowBlank);
+        bool const isBelowKey =
+            std::exchange(isBelowRemoved, line.kind == keyLine && !contents.key(line.ref).isLive);
         if (line.kind == headerLine)
             isSkipping = !contents.category(line.ref).isLive;
         if (isSkipping || line.kind == blankLine)
@@ -84,6 +87,7 @@ void describe(Contents const& contents, bool keepsEmpty, zlines::Document& docum
         } else if (contents.key(line.ref).isLive) {
             document.addKey(contents.text(line), isBelow);
             document.entries.back().hasNewName = contents.key(line.ref).hasNewName != 0;
+            document.entries.back().isBelowRemoved = isBelowKey;
             document.entries.back().oldName = contents.oldKeyName(line.ref);
             contents.forEachValue(line.ref, Contents::plain, [&](std::string_view value) {
                 if (keepsEmpty || !value.empty())

@@ -18,7 +18,7 @@ bool isWithoutLine(Entry const& entry)
 }  // namespace
 
 Difference::Difference(std::string_view text, Dialect const& dialect, Document const& document,
-                       TextHistory const& history, Names names)
+                       TextHistory const& history, Names names, Steps steps)
     : text_(text),
       dialect_(dialect),
       document_(document),
@@ -43,6 +43,9 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
         gone_.resize(outline_.lines().size());
     for (Reordered& stanza : reordered_)
         compareLines(stanza);
+    isPartial_ = steps == removalsFirst && addsAfterRemovals();
+    if (isPartial_)
+        return;
     auto next = reordered_.begin();
     for (uint32_t i = 0; i < readOf_.size(); ++i) {
         stanzaName_ = nameOf(i);
@@ -52,6 +55,47 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
             place(*next++);
         }
     }
+}
+
+// Returns whether keys or stanzas are removed and others are new, so that the places and the style
+// of the new lines depend on the removed lines. New lines have the style of the lines that they
+// replace if no key stays, if a stanza is removed and added again, or if they are comments; a key
+// right below the only key of its stanza has its place.
+bool Difference::addsAfterRemovals()
+{
+    bool removesKeys = false;
+    bool keepsKeys = false;
+    for (uint32_t line = 0; line < gone_.size(); ++line) {
+        bool const isKey = outline_.lines()[line].isKey();
+        removesKeys =
+            removesKeys || (gone_[line] && (isKey || outline_.lines()[line].kind == headerLine));
+        keepsKeys = keepsKeys || (!gone_[line] && isKey);
+    }
+    if (!removesKeys || !keepsKeys)
+        return false;
+    bool isAdding = false;
+    for (uint32_t i = 1; i < readOf_.size(); ++i) {
+        if (readOf_[i] != kNone)
+            continue;
+        isAdding = true;
+        std::string_view const name =
+            dialect_.comparableStanza(document_.stanzas[i].name, nameSpace_);
+        if (outline_.find(name, i) != kNone)
+            return false;
+    }
+    for (Reordered const& stanza : reordered_) {
+        for (size_t i = 0; i < stanza.entries.size(); ++i) {
+            Entry const& entry = stanza.entries[i];
+            if (stanza.lineOf[i] != kNone || isWithoutLine(entry))
+                continue;
+            if (entry.isComment
+                    ? stanza.movedFrom[i] != kNone || removesComments_
+                    : entry.isBelowRemoved && lastKeyLine(outline_.stanzas()[stanza.read]) == kNone)
+                return false;
+            isAdding = isAdding || !entry.isComment;
+        }
+    }
+    return isAdding;
 }
 
 // Returns the name of a wanted stanza. The lines above the first header may have one, too.
@@ -190,7 +234,7 @@ void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
 }
 
 // Removes stanzas, but not the comments right above the next header: they join the lines of the
-// stanza before.
+// stanza before. Those above a repeated header of the stanza itself stay as lines of no meaning.
 void Difference::removeStanzas()
 {
     std::vector<ReadStanza>& stanzas = outline_.stanzas();
@@ -213,7 +257,10 @@ void Difference::removeStanza(ReadStanza const& stanza, ReadStanza& before)
     for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
         Section const section = outline_.sections()[i];
         // An appended section at the end is the comment above the next header.
-        bool const hasNextComment = i == stanza.lastSection && i + 1 != outline_.sectionCount();
+        bool const isLast = i == stanza.lastSection;
+        bool const hasNextComment = isLast ? i + 1 != outline_.sectionCount()
+                                           : section.end < outline_.lines().size() &&
+                                                 outline_.lines()[section.end].kind == headerLine;
         uint32_t const comment =
             hasNextComment ? outline_.firstCommentAbove(section.first, section.end) : section.end;
         uint32_t const first = section.header == kNone ? section.first : section.header;
@@ -221,8 +268,10 @@ void Difference::removeStanza(ReadStanza const& stanza, ReadStanza& before)
             std::fill(gone_.begin() + first, gone_.begin() + comment, true);
             edits_.removeStanza(outline_.lines()[first].begin, outline_.endOf(comment - 1));
         }
-        if (comment < section.end)
+        if (isLast && comment < section.end)
             outline_.appendSection(before, before.lastSection, comment, section.end);
+        for (uint32_t line = comment; !isLast && line < section.end; ++line)
+            leftComments_.push_back(outline_.lines()[line].begin);
     }
 }
 
@@ -331,6 +380,9 @@ bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
 std::string Difference::compose(TextHistory& history)
 {
     history.isScattered = isScattered_;
+    history.movedComments.insert(history.movedComments.end(), leftComments_.begin(),
+                                 leftComments_.end());
+    std::sort(history.movedComments.begin(), history.movedComments.end());
     history.headerComments = headerComments_;
     for (HeaderComment& comment : history.headerComments) {
         auto const renamed = renamedStanzas_.find(comment.stanza);
@@ -384,10 +436,12 @@ void Difference::record(std::string_view stanza, std::string_view key, std::stri
     first_ = {std::string(stanza), std::string(key), std::string(value)};
 }
 
-bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
-             TextHistory& history, std::string& out)
+namespace {
+
+// As rewrite(), with the changes of `difference`.
+bool rewriteBy(Difference& difference, Dialect const& dialect, Document const& document,
+               TextHistory& history, std::string& out)
 {
-    Difference difference(text, dialect, document, history, Difference::oldNames);
     if (!difference.isEmpty())
         out = difference.compose(history);
     if (out.size() >= kNone)
@@ -396,11 +450,47 @@ bool rewrite(std::string_view text, Dialect const& dialect, Document const& docu
         difference.requireValidText(difference.first());
         return !difference.isEmpty();
     }
-    Difference const remaining(out, dialect, document, history, Difference::presentNames);
+    Difference const remaining(out, dialect, document, history, Difference::presentNames,
+                               Difference::oneStep);
     remaining.requireValidText(difference.first());
     if (!remaining.isEmpty())
         throw difference.count() == 1 ? difference.first() : remaining.first();
     return true;
+}
+
+// Makes the changes that are not in `removals` in the text after it. Returns false, and changes
+// nothing, if they would not read back.
+bool rewriteAfter(Difference& removals, Dialect const& dialect, Document const& document,
+                  TextHistory& history, std::string& out)
+{
+    TextHistory changed = history;
+    std::string const left = removals.compose(changed);
+    try {
+        Difference additions(left, dialect, document, changed, Difference::presentNames,
+                             Difference::oneStep);
+        std::string all;
+        rewriteBy(additions, dialect, document, changed, all);
+        out = std::move(all);
+    } catch (Refusal const&) {
+        return false;
+    }
+    history = std::move(changed);
+    return true;
+}
+
+}  // namespace
+
+bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
+             TextHistory& history, std::string& out)
+{
+    Difference difference(text, dialect, document, history, Difference::oldNames,
+                          Difference::removalsFirst);
+    if (!difference.isPartial())
+        return rewriteBy(difference, dialect, document, history, out);
+    if (rewriteAfter(difference, dialect, document, history, out))
+        return true;
+    Difference atOnce(text, dialect, document, history, Difference::oldNames, Difference::oneStep);
+    return rewriteBy(atOnce, dialect, document, history, out);
 }
 
 }  // namespace zlines

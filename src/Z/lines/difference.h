@@ -40,9 +40,11 @@ class Difference {
 public:
     /// range   the arguments but `history` outlive the object.
     ///         `names` is oldNames if the text has the old names of the document.
+    ///         `steps` is removalsFirst if additions after removals may be left out.
     enum Names { oldNames, presentNames };
+    enum Steps { removalsFirst, oneStep };
     Difference(std::string_view text, Dialect const& dialect, Document const& document,
-               TextHistory const& history, Names names);
+               TextHistory const& history, Names names, Steps steps);
 
     bool isEmpty() const { return edits_.count() == 0; }
 
@@ -58,6 +60,10 @@ public:
     /// Returns whether every edit changes a value that reads back in its line, so that the text
     /// after the edits has the wanted contents.
     bool isProven() const { return provenEdits_ == edits_.count(); }
+
+    /// Returns whether new keys and stanzas are left out, because lines are removed: a second
+    /// difference from the text without them gives the new lines their places and styles.
+    bool isPartial() const { return isPartial_; }
 
     /// Returns the stanza, key and value of the first difference.
     Refusal const& first() const { return first_; }
@@ -107,6 +113,7 @@ private:
     bool hasOtherName(ReadStanza const& stanza, std::string_view name);
     void respellHeaders(ReadStanza const& stanza, std::string_view name);
     void removeStanzas();
+    bool addsAfterRemovals();
     void removeStanza(ReadStanza const& stanza, ReadStanza& before);
     Entries entriesOf(uint32_t stanza);
 
@@ -146,7 +153,8 @@ private:
                         LineKind below, std::string& out) const;
     void appendMoved(NewComment const& comment, uint32_t after, std::string& out) const;
     bool isBelowComment(uint32_t after) const;
-    uint32_t lastKeyLine(ReadStanza const& read) const;
+    enum Lines { stayingLines, allLines };
+    uint32_t lastKeyLine(ReadStanza const& read, Lines which = stayingLines) const;
     bool placeKeyAt(Reordered const& stanza, Entry const& entry, uint32_t position, uint32_t after,
                     Placement& at);
     bool appendKey(Style const& style, std::string_view key, Entry const& entry,
@@ -174,6 +182,8 @@ private:
     Edits edits_;
     Refusal first_;
     bool hasFirst_ = false;
+    bool isPartial_ = false;
+    bool removesComments_ = false;
     Names const names_;
     bool isScattered_;
     std::vector<HeaderComment> headerComments_;
@@ -185,10 +195,11 @@ private:
     std::vector<uint32_t> readOf_;       // of each wanted stanza: its stanza in the text
     std::vector<uint32_t> nextKept_;     // of each: the next stanza that the text has, or kNone
     std::vector<Reordered> reordered_;
-    std::vector<bool> gone_;           // lines that are removed; empty: none
-    std::vector<NewComment> carried_;  // above the header of the next new stanza
-    uint32_t lastAbove_ = kNone;       // the line above the stanza that was added last
-    uint32_t lastAdded_ = kNone;       // the line below the stanza that was added last
+    std::vector<uint32_t> leftComments_;  // positions of the comments of removed stanzas
+    std::vector<bool> gone_;              // lines that are removed; empty: none
+    std::vector<NewComment> carried_;     // above the header of the next new stanza
+    uint32_t lastAbove_ = kNone;          // the line above the stanza that was added last
+    uint32_t lastAdded_ = kNone;          // the line below the stanza that was added last
     std::string keySpace_;
     std::string nameSpace_;
     std::string valueSpace_;

@@ -4,14 +4,14 @@
 
 namespace zlines {
 
-// Returns the last key line of a stanza that stays; kNone if there is no such line.
-uint32_t Difference::lastKeyLine(ReadStanza const& read) const
+// Returns the last key line of a stanza, or the last that stays; kNone if there is no such line.
+uint32_t Difference::lastKeyLine(ReadStanza const& read, Lines which) const
 {
     uint32_t last = kNone;
     for (uint32_t i = read.firstSection; i != kNone; i = outline_.sections()[i].next)
         for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
              ++line)
-            if (outline_.lines()[line].isKey() && !isGone(line))
+            if (outline_.lines()[line].isKey() && (which == allLines || !isGone(line)))
                 last = line;
     return last;
 }
@@ -73,9 +73,12 @@ uint32_t Difference::firstStaying(uint32_t first)
 // they follow the last key of the stanza; below a line that continues, they are above it.
 void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at)
 {
+    at.isAfterKey = at.isAfterKey || entry.isBelowRemoved;
     // The key before it may have further lines.
     if (isLast && at.isAfterKey && !at.isLastKnown) {
         at.last = lastKeyLine(outline_.stanzas()[stanza.read]);
+        if (at.last == kNone && entry.isBelowRemoved)
+            at.last = lastKeyLine(outline_.stanzas()[stanza.read], allLines);
         at.isLastKnown = true;
     }
     uint32_t const last = isLast && at.isAfterKey ? at.last : kNone;

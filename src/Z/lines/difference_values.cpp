@@ -51,6 +51,7 @@ void Difference::compareLines(Reordered& stanza)
             if (!isGone(line) && (key.isRenamed || isRespelled(entry, line)))
                 renameKey(line, entry);
     }
+    removesComments_ = removesComments_ || !found.removedComments.empty();
     for (uint32_t const line : found.removedComments)
         removeLine(line);
     for (size_t i = 0; i < stanza.entries.size(); ++i)
@@ -184,7 +185,11 @@ void Difference::setValue(uint32_t line, std::string_view value)
             readsBack(context, change->commentBytes, changed, line + 1, key, value);
         bool const isLast = spelling + 1 == dialect_.spellingCount();
         if (isProven || (isLast && !dialect_.needsContext())) {
-            edits_.replace(std::move(*change));
+            // Values that are added to the key above precede a comment that moves above this line.
+            if (change->begin == record.begin)
+                edits_.replaceName(std::move(*change));
+            else
+                edits_.replace(std::move(*change));
             provenEdits_ += isProven ? 1 : 0;
             return;
         }

@@ -23,6 +23,8 @@ struct Entry {
     // it is the spelling of the first line that was read.
     bool hasNewName = false;
 
+    bool isBelowRemoved = false;  // the line of a removed key is right above
+
     std::string_view oldName = {};  // the name in the text, if the key was renamed
 };
 

@@ -95,6 +95,12 @@ std::string Edits::compose(TextHistory& history)
         out.pop_back();
         if (!out.empty() && out.back() == '\r')
             out.pop_back();
+        // The place of a comment above a removed header can be the end of the text.
+        auto const end = static_cast<uint32_t>(out.size());
+        for (HeaderComment& comment : history.headerComments) {
+            comment.begin = std::min(comment.begin, end);
+            comment.end = std::min(comment.end, end);
+        }
     }
     return out;
 }
