@@ -44,7 +44,7 @@ public:
 
     std::string header;
     std::vector<std::string> lines;     // of keys and values, sorted
-    std::vector<std::string> comments;  // below the header, sorted
+    std::vector<std::string> comments;  // of the stanza, but not above the next header; sorted
     std::string above;                  // the comment right above the header
 
 private:
@@ -63,8 +63,11 @@ Signature read(Outline const& outline, ReadStanza const& stanza)
     for (uint32_t line = outline.firstCommentAbove(previous.first, section.header);
          line < section.header; ++line)
         (comment += '\n') += outline.comment(line);
+    bool const isLast = section.end == outline.lines().size();
+    uint32_t const nextComment =
+        isLast ? section.end : outline.firstCommentAbove(section.first, section.end);
     for (uint32_t line = section.first; line < section.end; ++line) {
-        if (outline.lines()[line].kind == commentLine)
+        if (outline.lines()[line].kind == commentLine && line < nextComment)
             comments.emplace_back(outline.comment(line));
         if (!outline.lines()[line].isKey())
             continue;
@@ -76,20 +79,29 @@ Signature read(Outline const& outline, ReadStanza const& stanza)
     return Signature(stanza.name, std::move(lines), std::move(comments), std::move(comment));
 }
 
+// Returns the first entry of the comment right above the header after a wanted stanza; the end of
+// the stanza if it has none.
+uint32_t firstAboveNext(Document const& document, size_t stanza)
+{
+    Stanza const& above = document.stanzas[stanza];
+    uint32_t const end = above.firstEntry + above.entryCount;
+    uint32_t first = end;
+    if (stanza + 1 == document.stanzas.size() || document.stanzas[stanza + 1].isBelowBlank)
+        return first;
+    while (first > above.firstEntry && document.entries[first - 1].isComment &&
+           (first == end || !document.entries[first].isBelowBlank))
+        --first;
+    return first;
+}
+
 // Returns the comment right above the header of a wanted stanza: the last of the stanza before.
 std::string commentAbove(Outline const& outline, Document const& document, size_t stanza)
 {
-    if (document.stanzas[stanza].isBelowBlank)
-        return {};
     Stanza const& previous = document.stanzas[stanza - 1];
-    uint32_t const end = previous.firstEntry + previous.entryCount;
-    uint32_t first = end;
-    while (first > previous.firstEntry && document.entries[first - 1].isComment &&
-           (first == end || !document.entries[first].isBelowBlank))
-        --first;
     std::string comment;
-    for (; first < end; ++first)
-        (comment += '\n') += outline.dialect().commentText(document.entries[first].text);
+    for (uint32_t i = firstAboveNext(document, stanza - 1);
+         i < previous.firstEntry + previous.entryCount; ++i)
+        (comment += '\n') += outline.dialect().commentText(document.entries[i].text);
     return comment;
 }
 
@@ -102,8 +114,9 @@ Signature wanted(Outline const& outline, Document const& document, size_t index,
     std::vector<std::string> lines;
     std::vector<std::string> comments;
     std::string space;
-    for (uint32_t i = 0; i < stanza.entryCount; ++i) {
-        Entry const& entry = document.entries[stanza.firstEntry + i];
+    uint32_t const nextComment = firstAboveNext(document, index);
+    for (uint32_t i = stanza.firstEntry; i < nextComment; ++i) {
+        Entry const& entry = document.entries[i];
         if (entry.isComment) {
             comments.emplace_back(outline.dialect().commentText(entry.text));
             continue;
