@@ -10,6 +10,7 @@
 #include "cache/map_order.h"
 #include "cache/new_string.h"
 #include "containers/list_rollback.h"
+#include "memory/out_of_memory.h"
 #include "reporting/stream.h"
 #include "stanza/comment_template.h"
 #include "stanza/text_buffer.h"
@@ -561,7 +562,8 @@ void ZPCategoryBasedCache_6_0::delStanzaLine(char const* category)
     if (category == nullptr)
         return;
     if (KeptLines::keepsLines(*this))
-        rep_->keepNextComment(checkedView(category));
+        zmemory::translateBadAlloc(zstanza::kSource, zstanza::raiseInAllocate,
+                                   [&] { rep_->keepHeaderComments(checkedView(category)); });
     if (direct() == nullptr) {
         Rep::Derived::deleteStanza(*this, category);
         return;

@@ -408,6 +408,41 @@ TEST(DialectStores, ARemovedStanzaLeavesTheCommentsAboveItsHeaders)
     }
 }
 
+TEST(DialectStores, TheCommentAboveARemovedStanzaStaysIfTheStanzaAboveIsRemoved)
+{
+    struct Case {
+        char const* name;
+        char const* before;
+        char const* after;
+    };
+    for (Case const& c :
+         {Case{"a repeated header is below", "[d]\nn=1\n# h\n[b]\nk=2\n[d]\nl=3\n[e]\nm=4\n",
+               "# h\n[e]\nm=4\n"},
+          Case{"a header of a third stanza is below",
+               "[d]\nn=1\n\n# h\n[b]\nk=2\n[e]\nm=4\n[b]\nl=3\n", "# h\n[e]\nm=4\n"},
+          Case{"the next header has a comment, too", "[d]\nn=1\n# h\n[b]\nk=2\n\n# i\n[e]\nm=4\n",
+               "# h\n# i\n[e]\nm=4\n"},
+          Case{"a line that is passed over parts the comments",
+               "[d]\n# c\njunk\n[b]\nk=2\njunk\n# i\n[e]\nm=4\n", "# i\n[e]\nm=4\n"}}) {
+        SCOPED_TRACE(c.name);
+        ZStanzaDialect_6_0 const dialect = dialectNamed("systemd");
+        Change const b{Change::removeStanza, "b", {}, {}};
+        Change const d{Change::removeStanza, "d", {}, {}};
+        EXPECT_EQ(c.after, stored(dialect, c.before, {b, d}));
+        EXPECT_EQ(c.after, stored(dialect, c.before, {d, b}));
+        EXPECT_EQ(c.after, storedOneByOne(dialect, c.before, b, d));
+        EXPECT_EQ(c.after, storedOneByOne(dialect, c.before, d, b));
+        TestDirectory const directory;
+        std::string const path = directory.write("x.service", c.before);
+        Store store(path.c_str(), 1, dialect);
+        for (Change const& change : {b, d}) {
+            change.make(store);
+            store.store(nullptr);
+        }
+        EXPECT_EQ(c.after, directory.read("x.service"));
+    }
+}
+
 TEST(DialectStores, AStanzaThatRepeatsMatchesByItsOwnComments)
 {
     EXPECT_EQ("[d]\nj = 2\n# h\n[a]\nk = 9\n",

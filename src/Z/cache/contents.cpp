@@ -55,6 +55,7 @@ Contents::Contents(Contents const& other) : Contents()
     }
     oldCategoryNames_ = other.oldCategoryNames_;
     oldKeyNames_ = other.oldKeyNames_;
+    leftComments_ = other.leftComments_;
     moveStrings(other.arena_);
 }
 
@@ -94,6 +95,7 @@ void Contents::swap(Contents& other)
     treap_.swap(other.treap_);
     oldCategoryNames_.swap(other.oldCategoryNames_);
     oldKeyNames_.swap(other.oldKeyNames_);
+    leftComments_.swap(other.leftComments_);
     std::swap(firstCategory_, other.firstCategory_);
     std::swap(lastCategory_, other.lastCategory_);
     std::swap(categoryCount_, other.categoryCount_);

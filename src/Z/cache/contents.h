@@ -16,6 +16,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "../ZArrayList.h"
@@ -131,9 +132,11 @@ public:
     void deleteLine(std::string_view category, std::string_view key);
     void deleteStanza(std::string_view category);
 
-    /// Moves the comment of the next stanza above the header of `category`, so that the removal of
-    /// this stanza does not remove it.
-    void keepNextComment(std::string_view category);
+    /// Moves the comment of the next stanza, and the comments of stanzas that were removed after
+    /// this call for them, above the header of `category`: the removal of this stanza does not
+    /// remove them.
+    /// throws  std::bad_alloc.
+    void keepHeaderComments(std::string_view category);
 
     // The comment lines right above a header or key line, or at the start of the file: up to the
     // next blank line, or line that is not in the cache. Comments right above the first header or
@@ -343,6 +346,7 @@ private:
     LineTreap treap_;
     std::unordered_map<Id, std::string> oldCategoryNames_;
     std::unordered_map<Id, std::string> oldKeyNames_;
+    std::unordered_set<Id> leftComments_;  // lines above the headers of removed stanzas
 
     Id firstCategory_ = 0;  // not detached, in insertion order
     Id lastCategory_ = 0;

@@ -85,6 +85,8 @@ void Contents::freeLine(Id id)
     Line const line = lines_[id];
     if (line.kind == commentLine)
         arena_.drop(text(line));
+    if (!leftComments_.empty())
+        leftComments_.erase(id);
     lines_.free(id);
 }
 

@@ -1,5 +1,7 @@
 // sections: headers, and the lines up to the next header.
 
+#include <vector>
+
 #include "contents.h"
 
 namespace zcache {
@@ -109,24 +111,43 @@ void Contents::deleteStanza(std::string_view name)
         removeDetachedSection(category);
 }
 
-void Contents::keepNextComment(std::string_view name)
+void Contents::keepHeaderComments(std::string_view name)
 {
     Id const id = findCategory(name);
-    if (id == 0 || categories_[id].header == 0 || categories_[id].nextHeader == 0)
+    if (id == 0 || categories_[id].header == 0)
         return;
-    Id const next = categories_[id].nextHeader;
-    CommentBlock const block = stanzaComment(next);
-    if (block.first == 0)
-        return;
-    unindexSection(id);
-    unindexSection(categories_[id].previousHeader);
-    lastLeading_ = 0;
-    lines_[block.first].isBelowBlank = 0;
     Id const header = categories_[id].header;
-    Id const above = lines_[header].previous;
-    link(lines_[block.first].previous, categories_[next].header);
-    link(above, block.first);
-    link(block.last, header);
+    Id const next = categories_[id].nextHeader;
+    Id const end = next == 0 ? 0 : categories_[next].header;
+    Id const nextComment = next == 0 ? 0 : stanzaComment(next).first;
+    std::vector<Id> staying;
+    bool isAboveNext = false;
+    for (Id line = lines_[header].next; line != end; line = lines_[line].next) {
+        isAboveNext = isAboveNext || line == nextComment;
+        if (isAboveNext || leftComments_.contains(line))
+            staying.push_back(line);
+    }
+    CommentBlock const own = stanzaComment(id);
+    for (Id line = own.first; line != 0; line = line == own.last ? 0 : lines_[line].next)
+        leftComments_.insert(line);
+
+    if (!staying.empty()) {
+        unindexSection(id);
+        unindexSection(categories_[id].previousHeader);
+        lastLeading_ = 0;
+    }
+    // The lines of the section that part comments from the next header are removed, too.
+    if (end != 0)
+        lines_[end].isBelowGap = staying.empty() ? lines_[header].isBelowGap : 0;
+    for (Id const line : staying) {
+        lines_[line].isBelowBlank = 0;
+        lines_[line].isBelowGap = lines_[header].isBelowGap;
+        lines_[header].isBelowGap = 0;
+        Id const above = lines_[header].previous;
+        link(lines_[line].previous, lines_[line].next);
+        link(above, line);
+        link(line, header);
+    }
 }
 
 }  // namespace zcache
