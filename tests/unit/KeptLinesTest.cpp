@@ -457,6 +457,25 @@ TEST_F(KeptLines, TheTextTakesAsMuchMemoryAsTheFile)
     EXPECT_LE(kept.cache.memoryUsed(), plain.memoryUsed() + text.size() + 100);
 }
 
+TEST_F(KeptLines, MemoryUsedIncludesTheOldNames)
+{
+    constexpr size_t kCount = 1000;
+    std::string const name(200, 'k');
+    std::string text = "[s]\n";
+    for (size_t i = 0; i < kCount; ++i)
+        text += name + std::to_string(i) + "=v\n";
+    ZSCFData_6_0 plain;
+    plain.setAttributes(ZPCache_6_0::keepComments, nullptr);
+    plain.readText("conf", text.data(), text.size());
+    KeptLinesCache kept(text);
+    for (size_t i = 0; i < kCount; ++i) {
+        std::string const number = std::to_string(i);
+        plain.renameKey("s", (name + number).c_str(), number.c_str());
+        kept.cache.renameKey("s", (name + number).c_str(), number.c_str());
+    }
+    EXPECT_GE(kept.cache.memoryUsed(), plain.memoryUsed() + text.size() + kCount * name.size());
+}
+
 TEST_F(KeptLines, WithoutTheAttributeTheFormIsTheLibrarys)
 {
     std::string const path = directory_.write("conf", "[s] x\n  k=v\n");

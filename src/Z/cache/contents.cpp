@@ -8,6 +8,25 @@ namespace {
 
 constexpr size_t kMinGarbage = 1 << 16;  // bytes; less is not worth compacting
 
+// Returns the size of the buckets and nodes of a hash table.
+template <class Table>
+size_t bytesOf(Table const& table)
+{
+    struct Node {
+        void* next;
+        typename Table::value_type value;
+    };
+    return table.bucket_count() * sizeof(void*) + table.size() * sizeof(Node);
+}
+
+size_t bytesOfNames(std::unordered_map<Id, std::string> const& names)
+{
+    size_t bytes = bytesOf(names);
+    for (auto const& [id, name] : names)
+        bytes += name.capacity() > std::string().capacity() ? name.capacity() + 1 : 0;
+    return bytes;
+}
+
 }  // namespace
 
 Contents::Contents(Contents const& other) : Contents()
@@ -115,7 +134,8 @@ size_t Contents::memoryUsed() const
 {
     return arena_.bytes() + categories_.bytes() + categoryExtras_.bytes() + keys_.bytes() +
            keyExtras_.bytes() + values_.bytes() + lines_.bytes() + templates_.bytes() +
-           categoryIndex_.bytes() + keyIndex_.bytes() + templateIndex_.bytes() + treap_.bytes();
+           categoryIndex_.bytes() + keyIndex_.bytes() + templateIndex_.bytes() + treap_.bytes() +
+           bytesOfNames(oldCategoryNames_) + bytesOfNames(oldKeyNames_) + bytesOf(leftComments_);
 }
 
 // Calls `call(StringId&, std::string_view)` for each string in use. The strings are in `arena`.
