@@ -1,10 +1,12 @@
-// Containers: list add and index; key map insert, hit and miss.
+// Containers: list add, index, and insertion and removal at the front; key map insert, hit and
+// miss.
 #include <Z/ZArrayList.h>
 #include <Z/ZHashKeyMap.h>
 #include <Z/ZLCString.h>
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -15,6 +17,7 @@
 #endif
 #ifdef Z_PEER_QT
 #include <QHash>
+#include <QList>
 #include <QString>
 #include <QVector>
 #endif
@@ -44,6 +47,8 @@ struct ZList {
     ZArrayList_6_0 list{1, 0};
     void add(ZLCString_6_0* element) { list.add(element); }
     void const* at(unsigned i) { return list.get(i); }
+    void addFront(ZLCString_6_0* element) { list.add(0, element); }
+    void removeFront() { list.remove(0u); }
 };
 
 struct StdVector {
@@ -99,6 +104,64 @@ void listIndex(benchmark::State& state)
     }
 }
 
+#ifdef Z_PEER_QT
+struct QtList {
+    QList<void*> list;
+    void add(ZLCString_6_0* element) { list.append(element); }
+    void const* at(unsigned i) { return list.at(static_cast<int>(i)); }
+    void addFront(ZLCString_6_0* element) { list.prepend(element); }
+    void removeFront() { list.removeFirst(); }
+};
+#endif
+
+struct StdDeque {
+    std::deque<void*> list;
+    void add(ZLCString_6_0* element) { list.push_back(element); }
+    void const* at(unsigned i) { return list[i]; }
+    void addFront(ZLCString_6_0* element) { list.push_front(element); }
+    void removeFront() { list.pop_front(); }
+};
+
+template <class List>
+void listInsertFront(benchmark::State& state)
+{
+    auto const count = static_cast<unsigned>(state.range(0));
+    auto const& all = elements(count);
+    for (auto _ : state) {
+        List list;
+        for (unsigned i = 0; i < count; ++i)
+            list.addFront(all[i].get());
+        benchmark::DoNotOptimize(list.at(count - 1));
+    }
+}
+
+// Includes adding the elements.
+template <class List>
+void listRemoveFront(benchmark::State& state)
+{
+    auto const count = static_cast<unsigned>(state.range(0));
+    auto const& all = elements(count);
+    for (auto _ : state) {
+        List list;
+        for (unsigned i = 0; i < count; ++i)
+            list.add(all[i].get());
+        for (unsigned i = 1; i < count; ++i)
+            list.removeFront();
+        benchmark::DoNotOptimize(list.at(0));
+    }
+}
+
+template <class List>
+void registerFrontRows(std::string const& contender)
+{
+    benchmark::RegisterBenchmark(("ListInsertFront/" + contender).c_str(), listInsertFront<List>)
+        ->Arg(100)
+        ->Arg(10000);
+    benchmark::RegisterBenchmark(("ListRemoveFront/" + contender).c_str(), listRemoveFront<List>)
+        ->Arg(100)
+        ->Arg(10000);
+}
+
 template <class List>
 void registerListRows(std::string const& contender)
 {
@@ -118,7 +181,10 @@ bool const areListRowsRegistered = [] {
 #endif
 #ifdef Z_PEER_QT
     registerListRows<QtVector>("QVector");
+    registerFrontRows<QtList>("QList");
 #endif
+    registerFrontRows<ZList>("Z");
+    registerFrontRows<StdDeque>("std.deque");
     return true;
 }();
 

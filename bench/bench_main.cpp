@@ -47,6 +47,13 @@ constexpr Target kTargets[] = {
     {"ZSnprintf/", "libc", 1.0},
     {"ListAdd/", "std.vector", 1.0},
     {"ListIndex/", "std.vector", 1.0},
+    {"ListInsertFront/100/", "QList", 1.5},
+    {"ListInsertFront/10000/", "QList", 2.5},
+    {"ListRemoveFront/100/", "QList", 1.5},
+    {"ListRemoveFront/10000/", "QList", 2.5},
+    {"SortStrings/", nullptr, 0.8},
+    {"SortCollated/1000000/", nullptr, 0.15},
+    {"SortObjects/", nullptr, 1.3},
     {"KeyMapHit/10000", "std.unordered_map", 1.0},
     {"KeyMapMiss/10000", "std.unordered_map", 1.0},
     {"Adler32/", "zlib", 1.0},
@@ -87,7 +94,20 @@ struct VariantLimit {
 
 constexpr VariantLimit kVariantLimits[] = {{"Load.keepLines/", "Load/", 1.5},
                                            {"Load.systemd/", "Load/", 2.5},
-                                           {"Load.git/", "Load/", 2.5}};
+                                           {"Load.git/", "Load/", 2.5},
+                                           {"SortObjects.sorted/", "SortObjects/", 2.0},
+                                           {"SortObjects.reversed/", "SortObjects/", 2.0},
+                                           {"SortObjects.organPipe/", "SortObjects/", 2.0},
+                                           {"SortObjects.valley/", "SortObjects/", 2.0},
+                                           {"SortObjects.sawtooth/", "SortObjects/", 2.0},
+                                           {"SortObjects.twoRuns/", "SortObjects/", 2.0},
+                                           {"SortObjects.equal/", "SortObjects/", 2.0},
+                                           {"SortObjects.alternating/", "SortObjects/", 2.0},
+                                           {"SortObjects.fewValues/", "SortObjects/", 2.0},
+                                           {"SortObjects.rotated/", "SortObjects/", 2.0},
+                                           {"SortObjects.nearlySorted/", "SortObjects/", 2.0},
+                                           {"SortObjects.middleKiller/", "SortObjects/", 2.0},
+                                           {"SortObjects.medianKiller/", "SortObjects/", 2.0}};
 
 // A limit for the time per key of a large row, as a multiple of the time per key of a small row.
 struct Growth {

@@ -10,7 +10,8 @@ foreach(row "de_DE;ISO-8859-1" "ja_JP;EUC-JP" "ps_AF;UTF-8;BY_NAME" "hy_AM;ARMSC
             "ka_GE;GEORGIAN-PS;BY_NAME" "tg_TJ;KOI8-T;BY_NAME" "kk_KZ;PT154;BY_NAME"
             "kk_KZ;RK1048;BY_NAME" "de_DE;UTF-8;BY_NAME;company.utf8@X"
             "de_DE;UTF-8;BY_NAME;Our own: site" "de_DE;UTF-8;BY_NAME;${z_long_name}"
-            "tr_TR;UTF-8;BY_NAME;tr_TR.utf8@Ours" "de_DE;ISO-8859-1;BY_NAME;de_DE.latin1")
+            "tr_TR;UTF-8;BY_NAME;tr_TR.utf8@Ours" "de_DE;ISO-8859-1;BY_NAME;de_DE.latin1"
+            "en_US;UTF-8;BY_NAME" "de_DE;UTF-8;BY_NAME")
     list(GET row 0 language)
     list(GET row 1 codeset)
     set(name ${language}.${codeset})
