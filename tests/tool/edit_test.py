@@ -43,7 +43,7 @@ ROWS = [
     row("an invalid value", b"set a k w\nset a a=b x\n", None, INVALID_VALUE, b"input:2: invalid key"),
     row("an unknown verb", b"set a k w\nget a k\n", None, USAGE,
         b'standard input:2: no change has the name "get"; use set, add, unset, rename or comment'),
-    row("usage", b"set a\n", None, USAGE, b"standard input:1: KEY is required; "),
+    row("usage", b"set a\n", None, USAGE, b"standard input:1: KEY is required; see 'zstz set --help'"),
     row("too many words", b"set a b c d\n", None, USAGE, b'unexpected argument "d"'),
     row("an option of the whole", b"set a b c --backup\n", None, USAGE,
         b'unexpected argument "--backup"'),

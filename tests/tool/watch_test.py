@@ -264,6 +264,8 @@ class WatchTest(tool.ToolTest):
     def test_refuses_a_file_that_cannot_be_watched(self):
         self.expect(NO_ACCESS, "none", "watch", str(self.path.parent / "none"))
         self.expect(NO_ACCESS, "cannot watch", "watch", str(self.path.parent / "no" / "file"))
+        self.expect(NO_ACCESS, f"{self.directory.name}: is a directory; give a regular file", "watch",
+                    self.directory.name)
         self.expect(USAGE, "standard input", "watch", "-")
         self.path.write_text("word\n")
         self.expect(INVALID_DATA, ":1: ", "watch", self.file)

@@ -620,7 +620,7 @@ class ZstzTest(tool.ToolTest):
         self.assertLess(max(map(len, lines)), 130)
         for verb in VERBS:
             self.assertRegex(run.stdout, rf"[ |]{verb}[ \n]")
-        for heading in ("read", "change", "other", "everywhere", "for changes", "exit"):
+        for heading in ("read", "change", "other", "stanzas", "in files", "for changes", "exit"):
             self.assertRegex(run.stdout, rf"\n{heading} +\S")
         self.assertIn("0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, ", run.stdout)
 

@@ -126,10 +126,10 @@ bool hasValue(Store const& store, Request const& request)
 void insertValue(Store& store, Request const& request, bool isPlaced)
 {
     std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
-    size_t const index = !request.before.empty()   ? indexOf(values, request.before, request)
-                         : !request.behind.empty() ? indexOf(values, request.behind, request) + 1
-                         : isPlaced                ? 0
-                                                   : values.size();
+    size_t const index = request.hasBefore   ? indexOf(values, request.before, request)
+                         : request.hasBehind ? indexOf(values, request.behind, request) + 1
+                         : isPlaced          ? 0
+                                             : values.size();
     values.insert(values.begin() + static_cast<ptrdiff_t>(index), request.value);
     setValues(store, request, values);
 }
@@ -285,7 +285,7 @@ void applyAdd(EditedFile& file, Request const& request)
         return;
     }
     file.willChange(request.stanza, request.key, false);
-    bool const isPlaced = request.first || !request.before.empty() || !request.behind.empty();
+    bool const isPlaced = request.first || request.hasBefore || request.hasBehind;
     std::vector<std::string> const values = valuesOf(store, request.stanza, request.key);
     // The library adds no value that exists, even if an empty value below resets it.
     bool const exists = std::find(values.begin(), values.end(), request.value) != values.end();

@@ -60,10 +60,7 @@ void runStep(Request const& script, size_t line, Action action)
     try {
         action();
     } catch (UsageError const& error) {
-        throw Failure{
-            exitUsage,
-            where,
-            {error.problem, error.remedy.empty() ? "see 'zstz VERB --help'" : error.remedy}};
+        throw Failure{exitUsage, where, {error.problem, error.remedy}};
     } catch (...) {
         Failure failure = describe(std::current_exception(), script.file);
         failure.where = where;
@@ -78,8 +75,15 @@ Step parseStep(Request const& script, size_t line, std::vector<std::string> cons
         throw UsageError{"no change has the name " + quote(words.front()),
                          "use set, add, unset, rename or comment"};
     Step step = {line, verb, {}};
-    bool const hasArguments =
-        parseArguments(*verb, {words.begin() + 1, words.end()}, step.request, &script.file);
+    bool hasArguments = false;
+    try {
+        hasArguments =
+            parseArguments(*verb, {words.begin() + 1, words.end()}, step.request, &script.file);
+    } catch (UsageError& error) {
+        if (error.remedy.empty())
+            error.remedy = "see 'zstz " + words.front() + " --help'";
+        throw;
+    }
     if (!hasArguments || step.request.obfuscated)
         throw UsageError{step.request.obfuscated ? "a script cannot have obfuscated values"
                                                  : "a script cannot print help",

@@ -18,7 +18,8 @@ usage: zstz VERB [OPTION...] FILE [STANZA [KEY [VALUE]]]         FILE - is stand
 read    get FILE STANZA KEY        the value that counts; --all, --raw, --as number|boolean|text, --default V, --line
         list FILE [STANZA [KEY]]   everything; stanzas FILE, keys FILE STANZA: names alone
         check FILE...              can it be read, and what is in it        lint FILE...  every bad line; --template T
-change  set FILE S K V             the one value; --old V or --nth N of several, --all to replace all, --only new|existing
+change  set FILE S K V             the one value; --old V or --nth N of several, --all to replace all, --only new|existing;
+                                   without V, --bare: the key alone, as in skip-networking
         add FILE S K V             one more; --first, --before V, --behind V
         unset FILE S [K [V]]       a value, --all of a key, --stanza a stanza
         rename FILE S [K] NEW      a key or stanza, in its place
@@ -29,8 +30,10 @@ compare diff A B                   by stanza and key; --text: unified       watc
         merge BASE OURS THEIRS     into OURS; as a git merge driver:  zstz merge %O %A %B --path %P
 other   doc TEMPLATE | dialects [FILE] | lock | java | hexdump | completion bash|zsh|fish | help [VERB]
 
-everywhere      --dialect D    --format plain|json|sh|lines    -0, --null    -q
-for changes     --create    -n, --dry-run: print a unified diff    --wait SECONDS    --backup[=SUFFIX]    --normalise
+stanzas         . is the part above the first header, or a file without headers; [a] twice in networkd: a]1 and a]2;
+                [remote "o"] in git: remote.o or 'remote "o"'
+in files        --dialect D    --wait SECONDS    -q          to read and compare: --format plain|json|sh|lines    -0, --null
+for changes     --create    -n, --dry-run: print a unified diff    --backup[=SUFFIX]    --normalise    --replace
 exit            0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, read or write, 5 locked by another process,
                 6 invalid value, 7 change refused, 8 differs or conflicts, 9 internal
 zstz VERB --help has examples; zstz(1), zstz-dialects(5)
@@ -71,6 +74,13 @@ std::string formatExamples(std::string_view commands)
     return text + '\n';
 }
 
+// Describes names of stanzas that are not spelled as in their headers.
+constexpr char kStanzaNames[] =
+    R"(STANZA is . for the keys above the first header or of a file without headers; a]2 for the second of several
+stanzas [a], where a dialect has them; and remote.o or 'remote "o"' for [remote "o"] of git. See zstz-dialects(5).
+
+)";
+
 }  // namespace
 
 int runHelp(Request const& request)
@@ -101,6 +111,7 @@ std::string formatHelp(Verb const& verb)
     help += "\nOptions:\n";
     help[0] = static_cast<char>(toupper(static_cast<unsigned char>(help[0])));
     forEachOption(verb, [&](Option const& option) { appendOption(verb, option, help); });
+    bool const hasStanza = std::string_view(verb.arguments).find("STANZA") != std::string::npos;
     return help + "  -h, --help                   print this help\n\n" +
-           formatExamples(verb.examples);
+           (hasStanza ? kStanzaNames : "") + formatExamples(verb.examples);
 }

@@ -40,8 +40,10 @@ struct Request {
     std::string nth;   // set: the number of the value, from 1; empty: none
     std::string only;  // set: new or existing; empty: either
     bool first = false;
-    std::string before;        // add: the value that follows; empty: none
-    std::string behind;        // add: the value above; empty: none
+    std::string before;  // add: the value that follows
+    bool hasBefore = false;
+    std::string behind;  // add: the value above
+    bool hasBehind = false;
     bool obfuscated = false;   // set, add: read the value from standard input
     bool wholeStanza = false;  // unset
     std::string newName;       // rename

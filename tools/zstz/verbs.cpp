@@ -37,11 +37,14 @@ constexpr Argument kArguments[] = {
 constexpr Option kFileOptions[] = {
     {"--dialect", 0, "D", "the format of the file; default: by its name, else stanza",
      &Request::dialect},
-    {"--format", 0, "FORMAT", "the form of the output", &Request::format},
-    {"--null", '0', nullptr, "end each line of the output with a zero byte", &Request::null},
     {"--quiet", 'q', nullptr, "print only errors", &Request::quiet},
     {"--wait", 0, "SECONDS", "wait for a file that another process uses; default: 2",
      &Request::wait},
+};
+
+constexpr Option kOutputOptions[] = {
+    {"--format", 0, "FORMAT", "the form of the output", &Request::format},
+    {"--null", '0', nullptr, "end each line of the output with a zero byte", &Request::null},
 };
 
 constexpr Option kChangeOptions[] = {
@@ -104,8 +107,8 @@ constexpr Option kSetOptions[] = {
 
 constexpr Option kAddOptions[] = {
     {"--first", 0, nullptr, "add it above the other values", &Request::first},
-    {"--before", 0, "VALUE", "add it above this value", &Request::before},
-    {"--behind", 0, "VALUE", "add it below this value", &Request::behind},
+    {"--before", 0, "VALUE", "add it above this value", &Request::before, &Request::hasBefore},
+    {"--behind", 0, "VALUE", "add it below this value", &Request::behind, &Request::hasBehind},
     kRaw,
     kObfuscated,
 };
@@ -130,6 +133,8 @@ constexpr Option kFmtOptions[] = {
 };
 
 constexpr Option kJavaOptions[] = {
+    {"--wait", 0, "SECONDS", "wait for a file that another process uses; default: 2",
+     &Request::wait},
     {"--drop-comments", 0, nullptr, "set the value even if the comments of the file are lost",
      &Request::dropComments},
 };
@@ -240,7 +245,7 @@ constexpr Verb kVerbs[] = {
      "zstz get /etc/gateway.conf listener port --all\n"
      "zstz get /etc/gateway.conf listener idle-timeout --as number --default 30\n"
      "zstz get /etc/gateway.conf listener idle-timeout --template gateway.conf.example",
-     kGetOptions, fileOptions, false,
+     kGetOptions, fileOptions | outputOptions, false,
      "--all --as; --line --as; --raw --as; --raw --line; --default --template", kAllFormats,
      nullptr, runGet, nullptr, nullptr},
     {"list",
@@ -249,7 +254,7 @@ constexpr Verb kVerbs[] = {
      "zstz list /etc/gateway.conf listener\n"
      "zstz list /etc/gateway.conf --format json",
      {},
-     fileOptions,
+     fileOptions | outputOptions,
      false,
      "",
      kAllFormats,
@@ -262,7 +267,7 @@ constexpr Verb kVerbs[] = {
      "print the stanza names",
      "zstz stanzas /etc/gateway.conf",
      {},
-     fileOptions,
+     fileOptions | outputOptions,
      false,
      "",
      "plain|json|lines",
@@ -275,7 +280,7 @@ constexpr Verb kVerbs[] = {
      "print the key names of a stanza",
      "zstz keys /etc/gateway.conf listener",
      {},
-     fileOptions,
+     fileOptions | outputOptions,
      false,
      "",
      "plain|json|lines",
@@ -288,7 +293,7 @@ constexpr Verb kVerbs[] = {
      "validate files and count their stanzas, keys and values",
      "zstz check /etc/gateway.conf",
      {},
-     fileOptions,
+     fileOptions | outputOptions,
      false,
      "",
      kPlain,
@@ -299,7 +304,8 @@ constexpr Verb kVerbs[] = {
     {"lint", "FILE...", "print every invalid line, and every questionable line",
      "zstz lint /etc/gateway.conf\nzstz lint --format json /etc/*.conf\n"
      "zstz lint --template gateway.conf.example /etc/gateway.conf",
-     kLintOptions, fileOptions, false, "", "plain|json", nullptr, runLint, nullptr, nullptr},
+     kLintOptions, fileOptions | outputOptions, false, "", "plain|json", nullptr, runLint, nullptr,
+     nullptr},
     {"set", "FILE STANZA KEY [VALUE]",
      "set a key to a single value; creates the stanza and the key",
      "zstz set /etc/gateway.conf listener port 8443\n"
@@ -309,20 +315,20 @@ constexpr Verb kVerbs[] = {
      "--obfuscated --raw; --raw --normalise; --all --old; --all --nth; --old "
      "--nth; --obfuscated --old; --obfuscated "
      "--nth",
-     kAllFormats, checkSet, nullptr, prepareValue, applySet},
+     "", checkSet, nullptr, prepareValue, applySet},
     {"add", "FILE STANZA KEY [VALUE]", "add a value, unless the key already has it",
      "zstz add /etc/gateway.conf listener address 10.0.0.7", kAddOptions,
      fileOptions | changeOptions, false,
      "--obfuscated VALUE; --obfuscated --raw; --raw --normalise; --obfuscated --first; "
      "--obfuscated --before; --obfuscated --behind; "
      "--first --before; --first --behind; --before --behind",
-     kAllFormats, checkValueIsPassed, nullptr, prepareValue, applyAdd},
+     "", checkValueIsPassed, nullptr, prepareValue, applyAdd},
     {"unset", "FILE STANZA [KEY [VALUE]]", "remove a value, a key or a stanza",
      "zstz unset /etc/gateway.conf listener motd\n"
      "zstz unset /etc/gateway.conf listener port --all\n"
      "zstz unset /etc/gateway.conf upstream --stanza",
      kUnsetOptions, fileOptions | changeOptions, false, "--stanza KEY; --stanza --all; --all VALUE",
-     kAllFormats, checkUnset, nullptr, prepareUnset, applyUnset},
+     "", checkUnset, nullptr, prepareUnset, applyUnset},
     {"rename",
      "FILE STANZA [KEY] NEW",
      "rename a key or a stanza in its place",
@@ -332,7 +338,7 @@ constexpr Verb kVerbs[] = {
      fileOptions | changeOptions,
      false,
      "",
-     kAllFormats,
+     "",
      nullptr,
      nullptr,
      prepareRename,
@@ -344,7 +350,7 @@ constexpr Verb kVerbs[] = {
      "zstz comment /etc/gateway.conf listener motd --off",
      kCommentOptions, fileOptions | changeOptions, false,
      "--off --on; --off --above; --on --above; --off --normalise; --on --normalise; --nth --all",
-     kAllFormats, checkComment, nullptr, prepareComment, applyComment},
+     "", checkComment, nullptr, prepareComment, applyComment},
     {"edit",
      "FILE [SCRIPT]",
      "make the changes of a script, all or none",
@@ -354,13 +360,13 @@ constexpr Verb kVerbs[] = {
      fileOptions | changeOptions,
      false,
      "",
-     kAllFormats,
+     "",
      checkEdit,
      runEdit,
      nullptr,
      nullptr},
     {"fmt", "FILE", "store a file in one style", "zstz fmt /etc/gateway.conf", kFmtOptions,
-     fileOptions | changeOptions, false, "--check --dry-run", kAllFormats, nullptr, runFmt, nullptr,
+     fileOptions | changeOptions, false, "--check --dry-run", "", nullptr, runFmt, nullptr,
      nullptr},
     {"java", "FILE ACTION [KEY [VALUE]]", "read or change a Java property file",
      "zstz java app.properties get greeting\nzstz java app.properties set greeting hello\n"
@@ -370,26 +376,27 @@ constexpr Verb kVerbs[] = {
      "zstz convert /etc/gateway.conf app --from app.properties\n"
      "zstz convert /etc/gateway.conf app --to app.properties",
      kConvertOptions, fileOptions | changeOptions, false,
-     "--to --from; --to --dry-run; --to --backup; --to --normalise; --to --create", kAllFormats,
+     "--to --from; --to --dry-run; --to --backup; --to --normalise; --to --create", "",
      checkConvert, runConvert, nullptr, nullptr},
     {"diff", "A B", "print the changes from one file to another, by stanza and key",
      "zstz diff /etc/gateway.conf.bak /etc/gateway.conf\n"
      "zstz diff --text gateway.conf /etc/gateway.conf",
-     kDiffOptions, fileOptions, false, "--text --format; --text --null", kChangeFormats, nullptr,
-     runDiff, nullptr, nullptr},
+     kDiffOptions, fileOptions | outputOptions, false, "--text --format; --text --null",
+     kChangeFormats, nullptr, runDiff, nullptr, nullptr},
     {"merge", "BASE OURS THEIRS",
      "make the changes of another version of BASE in OURS, and mark conflicts",
      "zstz merge gateway.conf.orig /etc/gateway.conf gateway.conf.new\n"
      "git config merge.zstz.driver 'zstz merge %O %A %B --path %P'\n"
      "echo '*.conf merge=zstz' >>.gitattributes",
-     kMergeOptions, fileOptions, false, "", kPlain, nullptr, runMerge, nullptr, nullptr},
+     kMergeOptions, fileOptions | outputOptions, false, "", kPlain, nullptr, runMerge, nullptr,
+     nullptr},
     {"watch",
      "FILE [STANZA [KEY]]",
      "print the changes of a file as they happen: STANZA KEY OLD NEW",
      "zstz watch /etc/gateway.conf listener\n"
      "zstz watch /etc/gateway.conf --format json",
      {},
-     fileOptions,
+     fileOptions | outputOptions,
      false,
      "",
      kChangeFormats,
@@ -403,7 +410,7 @@ constexpr Verb kVerbs[] = {
      "zstz doc gateway.conf.example >gateway.md\n"
      "zstz doc gateway.conf.example --format json",
      {},
-     fileOptions,
+     fileOptions | outputOptions,
      false,
      "",
      kChangeFormats,
@@ -416,7 +423,7 @@ constexpr Verb kVerbs[] = {
      "print the names of the dialects, or the dialect of a file",
      "zstz dialects\nzstz dialects /etc/systemd/system/gateway.service",
      {},
-     fileOptions,
+     fileOptions | outputOptions,
      false,
      "",
      kChangeFormats,
@@ -499,6 +506,11 @@ Argument const* findArgument(std::string_view name)
 std::span<Option const> optionsOfFiles()
 {
     return kFileOptions;
+}
+
+std::span<Option const> optionsOfOutput()
+{
+    return kOutputOptions;
 }
 
 std::span<Option const> optionsOfChanges()

@@ -28,7 +28,7 @@ struct Option {
 };
 
 // Sets of options that many verbs share.
-enum OptionSet : unsigned { noOptions = 0, fileOptions = 1, changeOptions = 2 };
+enum OptionSet : unsigned { noOptions = 0, fileOptions = 1, changeOptions = 2, outputOptions = 4 };
 
 class EditedFile;
 class PassedNames;
@@ -68,9 +68,10 @@ Argument const* findArgument(std::string_view name);
 template <class Visit>
 void forEachOption(Verb const& verb, Visit visit);
 
-/// Return the options of the two sets.
+/// Return the options of the sets.
 std::span<Option const> optionsOfFiles();
 std::span<Option const> optionsOfChanges();
+std::span<Option const> optionsOfOutput();
 
 template <class Visit>
 void forEachOption(Verb const& verb, Visit visit)
@@ -79,6 +80,9 @@ void forEachOption(Verb const& verb, Visit visit)
         visit(option);
     if ((verb.optionSets & changeOptions) != 0)
         for (Option const& option : optionsOfChanges())
+            visit(option);
+    if ((verb.optionSets & outputOptions) != 0)
+        for (Option const& option : optionsOfOutput())
             visit(option);
     if ((verb.optionSets & fileOptions) != 0)
         for (Option const& option : optionsOfFiles())

@@ -6,6 +6,7 @@
 #include <Z/ZException.h>
 #include <errno.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <optional>
@@ -160,5 +161,8 @@ private:
 
 int runWatch(Request const& request)
 {
+    struct stat status;
+    if (stat(request.file.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+        throw Failure{exitNoAccess, request.file, {"is a directory", "give a regular file"}};
     Watcher(request).run();
 }
