@@ -52,9 +52,9 @@ size_t indentOf(std::string_view line)
 struct Candidate {
     uint32_t index;
     size_t number;     // of the line, from 1
-    std::string text;  // after the mark, and after a single space; a value of several lines has
+    std::string text;  // after the marks, and after a single space; a value of several lines has
                        // several, without their marks
-    bool isOurs;       // has the form that turnOff() writes
+    size_t marks;      // before a single space, as turnOff() writes them; 0 in another form
     uint32_t last;     // the comment with the last line
     uint32_t end;      // the position after the last line, without its line ending
 };
@@ -65,8 +65,8 @@ constexpr uint32_t kMaxContinuations = 1000;
 // A line of a comment.
 struct CommentedLine {
     std::string_view indent;
-    std::string_view text;  // after the mark, and after a single space
-    bool isOurs;            // has the form that turnOff() writes
+    std::string_view text;  // after the marks, and after a single space
+    size_t marks;           // before a single space; 0 in another form
 };
 
 class Candidates {
@@ -87,8 +87,8 @@ public:
     {
         std::vector<std::vector<Candidate>> groups;
         for (Candidate const& candidate : found_) {
-            bool const isNext = !groups.empty() && candidate.isOurs &&
-                                groups.back().back().isOurs &&
+            bool const isNext = !groups.empty() && candidate.marks > 0 &&
+                                groups.back().back().marks == candidate.marks &&
                                 groups.back().back().last + 1 == candidate.index;
             if (!isNext)
                 groups.emplace_back();
@@ -97,13 +97,27 @@ public:
         return groups;
     }
 
-    // Returns whether a comment next to a line could be in a group with a comment in its place.
-    bool hasOursNextTo(uint32_t line) const
+    // Returns the highest number of marks.
+    size_t maxMarks() const
     {
-        return std::any_of(found_.begin(), found_.end(), [&](Candidate const& candidate) {
-            return candidate.isOurs && (candidate.last + 1 == line || candidate.index == line + 1);
-        });
+        size_t most = 0;
+        for (Candidate const& candidate : found_)
+            most = std::max(most, candidate.marks);
+        return most;
     }
+
+    // Returns the comments that the last turnOff() has made, which distinguished them by several
+    // marks; empty if it had no need to.
+    std::vector<Candidate> distinguished() const
+    {
+        std::vector<Candidate> last;
+        for (Candidate const& candidate : found_)
+            if (candidate.marks > 1 && candidate.marks == maxMarks())
+                last.push_back(candidate);
+        return last;
+    }
+
+    bool isEmpty() const { return found_.empty(); }
 
 private:
     void search(zlines::Section const& section)
@@ -129,7 +143,7 @@ private:
     Candidate readFrom(uint32_t index, uint32_t end) const
     {
         Line const& line = outline_.lines()[index];
-        Candidate read{index, 0, {}, true, index, line.nameBegin()};
+        Candidate read{index, 0, {}, 0, index, line.nameBegin()};
         Candidate candidate = read;
         for (uint32_t i = index; i < end && outline_.lines()[i].kind == zlines::commentLine; ++i) {
             std::string_view bytes = bytesOf(outline_, i);
@@ -144,17 +158,17 @@ private:
                     read.text += next.indent;
                 }
                 read.text += next.text;
-                read.isOurs = read.isOurs && next.isOurs;
+                read.marks = isFirst || read.marks == next.marks ? next.marks : 0;
                 read.last = i;
                 read.end = at + static_cast<uint32_t>(part.size());
                 // A value can have comments between its lines.
                 bool const isComment = rules_.readAlone(next.text).kind == zlines::commentLine;
-                bool const isWhole = isFirst || (read.isOurs && isOneLine(read.text));
+                bool const isWhole = isFirst || (read.marks > 0 && isOneLine(read.text));
                 if (isWhole)
                     candidate = read;
                 bool const isLast = isFirst ? !mayContinue(read.text)
                                             : i - index >= kMaxContinuations ||
-                                                  (!isWhole && (!read.isOurs || !isComment));
+                                                  (!isWhole && (read.marks == 0 || !isComment));
                 if (isLast)
                     return candidate;
                 size_t const length = std::min(part.size() + 1, bytes.size());
@@ -176,11 +190,15 @@ private:
                            : isMarked ? mark + ownMark.size()
                                       : mark;
         std::string_view text = bytes.substr(end);
-        bool const hasOneSpace = text.size() > 1 && text[0] == ' ' && indentOf(text) == 1;
+        std::string_view afterMarks = text;
+        size_t marks = bytes.substr(mark, end - mark) == ownMark ? 1 : 0;
+        for (; marks > 0 && afterMarks.starts_with(ownMark); ++marks)
+            afterMarks.remove_prefix(ownMark.size());
+        bool const hasOneSpace =
+            afterMarks.size() > 1 && afterMarks[0] == ' ' && indentOf(afterMarks) == 1;
         if (hasOneSpace)
-            text.remove_prefix(1);
-        return {bytes.substr(0, mark), text,
-                hasOneSpace && bytes.substr(mark, end - mark) == ownMark};
+            text = afterMarks.substr(1);
+        return {bytes.substr(0, mark), text, hasOneSpace ? marks : 0};
     }
 
     // Returns whether comments below may continue the first line of a comment. A value with an open
@@ -237,9 +255,9 @@ std::string listLines(std::vector<std::vector<Candidate>> const& groups)
 }
 
 // Returns the comments that a request turns on.
-std::vector<Candidate> chooseCandidates(std::vector<std::vector<Candidate>> const& groups,
-                                        Request const& request)
+std::vector<Candidate> chooseCandidates(Candidates const& candidates, Request const& request)
 {
+    std::vector<std::vector<Candidate>> const groups = candidates.groups();
     std::string const name = nameKey(request.key, request.stanza);
     if (groups.empty())
         throw Failure{exitNotFound,
@@ -261,6 +279,8 @@ std::vector<Candidate> chooseCandidates(std::vector<std::vector<Candidate>> cons
                  "choose one with --nth"}};
         return groups[number - 1];
     }
+    if (std::vector<Candidate> last = candidates.distinguished(); !last.empty())
+        return last;
     if (groups.size() > 1)
         throw refuse(request,
                      std::to_string(groups.size()) + " comments have a line of " + name +
@@ -312,6 +332,20 @@ void commentOut(std::string& text, size_t begin, std::string_view bytes, std::st
     }
 }
 
+// Returns the mark of the comments of a key. Several marks distinguish them if turnOn() could not
+// know them, because another comment has a line of the key, or they are not adjacent.
+std::string chooseMark(Outline const& outline, std::vector<KeyLine> const& lines,
+                       Candidates const& others)
+{
+    bool const isTogether = lines.back().index - lines.front().index + 1 == lines.size();
+    size_t const count =
+        others.isEmpty() && isTogether ? 1 : std::max<size_t>(others.maxMarks() + 1, 2);
+    std::string mark;
+    for (size_t i = 0; i < count; ++i)
+        mark += outline.dialect().ownComment();
+    return mark + ' ';
+}
+
 }  // namespace
 
 void turnOff(EditedFile& file, Request const& request)
@@ -325,12 +359,7 @@ void turnOff(EditedFile& file, Request const& request)
         throw refuse(request, name + " has obfuscated values, which cannot be in a comment",
                      "remove the key with 'zstz unset'");
     Candidates const others(outline, request);
-    bool const isNextToOther = std::any_of(lines.begin(), lines.end(), [&](KeyLine const& line) {
-        return others.hasOursNextTo(line.index);
-    });
-    // Without a space, the comment is distinguished from the comment next to it.
-    std::string const mark =
-        std::string(outline.dialect().ownComment()) + (isNextToOther ? "" : " ");
+    std::string const mark = chooseMark(outline, lines, others);
     std::string after = text;
     for (size_t i = lines.size(); i-- > 0;) {
         Line const& line = lines[i].line;
@@ -357,8 +386,7 @@ void turnOn(EditedFile& file, Request const& request)
     std::string const text = file.text();
     Outline outline(text, keptText(file.store())->dialect);
     std::string const name = nameKey(request.key, request.stanza);
-    std::vector<Candidate> const chosen =
-        chooseCandidates(Candidates(outline, request).groups(), request);
+    std::vector<Candidate> const chosen = chooseCandidates(Candidates(outline, request), request);
     bool const countsOnce = zdialects::countsOnce(file.store().switches(), request.key);
     size_t const count = findKeyLines(outline, request.stanza, request.key).size();
     if (count > 0 && countsOnce)
