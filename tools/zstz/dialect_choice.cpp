@@ -1,5 +1,6 @@
 #include "dialect_choice.h"
 
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -22,6 +23,16 @@ struct CloseFile {
 std::string headersThatMatter(std::string const& path)
 {
     return path.find(".service") == path.npos ? "" : readContents(path);
+}
+
+// Returns whether the name of a file, or of the target of a link, implies a dialect.
+bool recognise(std::string const& path, std::string const& contents, ZStanzaDialect_6_0& dialect)
+{
+    char target[PATH_MAX];
+    return ZStanzaDialect_6_0::recognised(path.c_str(), contents.data(), contents.size(),
+                                          dialect) != 0 ||
+           (realpath(path.c_str(), target) != nullptr &&
+            ZStanzaDialect_6_0::recognised(target, contents.data(), contents.size(), dialect) != 0);
 }
 
 bool hasErrors(Problems const& problems)
@@ -88,8 +99,7 @@ void addSuggestion(std::string const& path, std::string const& contents,
                    ZStanzaDialect_6_0 const& dialect, std::string& report)
 {
     ZStanzaDialect_6_0 implied;
-    bool const isImplied = ZStanzaDialect_6_0::recognised(path.c_str(), contents.data(),
-                                                          contents.size(), implied) != 0 &&
+    bool const isImplied = recognise(path, contents, implied) &&
                            strcmp(implied.name(), dialect.name()) != 0 &&
                            !hasErrors(Problems::ofText(contents, implied));
     bool const isStanza = strcmp(dialect.name(), "stanza") == 0;

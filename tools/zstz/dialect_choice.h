@@ -22,8 +22,8 @@ ZStanzaDialect_6_0 chooseTemplateDialect(Request const& request,
                                          ZStanzaDialect_6_0 const& fileDialect);
 
 /// Appends "; reads as D; say --dialect D" to the report of a file that a dialect refuses, if D
-/// reads its contents: the dialect that the name of the file determines or, if the dialect "stanza"
-/// refuses the file, a dialect that fits the contents.
+/// reads its contents: the dialect that the name of the file, or of the target of a link,
+/// determines or, if the dialect "stanza" refuses the file, a dialect that fits the contents.
 void addSuggestion(std::string const& path, std::string const& contents,
                    ZStanzaDialect_6_0 const& dialect, std::string& report);
 

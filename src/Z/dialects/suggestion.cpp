@@ -1,5 +1,6 @@
 #include "suggestion.h"
 
+#include <algorithm>
 #include <set>
 #include <string>
 #include <utility>
@@ -32,10 +33,21 @@ bool looksLikeGit(std::string_view text, Lines const& lines)
     return hasKey;
 }
 
+// Returns whether the name of each key starts with a capital letter, as in units and networks.
+bool looksLikeUnit(std::string_view text, Lines const& lines)
+{
+    return std::all_of(lines.begin(), lines.end(), [text](zlines::Line const& line) {
+        std::string_view const name = zlines::slice(text, line.nameBegin(), line.nameEnd);
+        return !line.isKey() || (!name.empty() && name.front() >= 'A' && name.front() <= 'Z');
+    });
+}
+
 // Returns whether stanzas of one name have the same key, so that they are records, not parts of one
 // stanza.
 bool hasRecords(std::string_view text, Lines const& lines)
 {
+    if (!looksLikeUnit(text, lines))
+        return false;
     std::set<std::pair<std::string_view, std::string_view>> earlier;
     std::vector<std::string_view> keys;
     std::string_view header;
@@ -74,7 +86,80 @@ bool looksLikeStanza(std::string_view text, Lines const& lines)
     return hasHead;
 }
 
-// Strict formats first, formats with keys alone last: they read almost any line. The order was
+// Returns whether a line satisfies a predicate, which takes its kind and its name.
+template <class Predicate>
+bool anyName(std::string_view text, Lines const& lines, Predicate predicate)
+{
+    return std::any_of(lines.begin(), lines.end(), [&](zlines::Line const& line) {
+        return predicate(line, zlines::slice(text, line.nameBegin(), line.nameEnd));
+    });
+}
+
+// Returns whether a key has a language or a mark in brackets, or a header has several words.
+bool looksLikeDesktop(std::string_view text, Lines const& lines)
+{
+    return anyName(text, lines, [text](zlines::Line const& line, std::string_view name) {
+        return line.isKey() ? zlines::slice(text, line.begin, line.nameEnd).find('[') != name.npos
+                            : line.kind == zlines::headerLine && name.find(' ') != name.npos;
+    });
+}
+
+// Returns whether the keys are not indented and have one word each.
+bool looksLikeIni(std::string_view text, Lines const& lines)
+{
+    return !anyName(text, lines, [](zlines::Line const& line, std::string_view name) {
+        return line.isKey() && (line.indent > 0 || name.find_first_of(" \t") != name.npos);
+    });
+}
+
+// Returns whether a key has several words.
+bool looksLikeSamba(std::string_view text, Lines const& lines)
+{
+    return anyName(text, lines, [](zlines::Line const& line, std::string_view name) {
+        return line.isKey() && name.find(' ') != name.npos;
+    });
+}
+
+// Returns whether a header or a key is in most files for the interpreter or its processes.
+bool looksLikePhp(std::string_view text, Lines const& lines)
+{
+    return anyName(text, lines, [](zlines::Line const& line, std::string_view name) {
+        return line.isKey() ? name == "extension" || name == "zend_extension" ||
+                                  name.find('.') != name.npos || name.find("[]") != name.npos
+                            : line.kind == zlines::headerLine && name == "PHP";
+    });
+}
+
+// Returns whether each key is the path of a setting.
+bool looksLikeSysctl(std::string_view text, Lines const& lines)
+{
+    return !anyName(text, lines, [](zlines::Line const& line, std::string_view name) {
+        return line.isKey() && name.find_first_of("./") == name.npos;
+    });
+}
+
+// Returns whether a value is not stored as text, or a header is the header of settings without a
+// group.
+bool looksLikeQt(std::string_view text, Lines const& lines)
+{
+    return anyName(text, lines, [text](zlines::Line const& line, std::string_view name) {
+        return line.isKey() ? text.substr(line.valueBegin).starts_with('@')
+                            : line.kind == zlines::headerLine && name == "General";
+    });
+}
+
+// Returns whether a header is a pattern of file names, or a key marks the topmost file.
+bool looksLikeEditorconfig(std::string_view text, Lines const& lines)
+{
+    return anyName(text, lines, [](zlines::Line const& line, std::string_view name) {
+        return line.isKey()
+                   ? name == "root"
+                   : line.kind == zlines::headerLine && name.find_first_of("*?{[") != name.npos;
+    });
+}
+
+// Strict formats first, formats with keys alone last: they read almost any line. A format that few
+// programs read is suggested only for contents that look like its files. The order was
 // chosen by the files of Debian packages; tests/unit/DialectProblemsTest.cpp counts how often it is
 // right.
 struct Candidate {
@@ -88,14 +173,16 @@ constexpr Candidate kCandidates[] = {
     {rowIni, true, looksLikeStanza},
     {rowEnv, false},
     {rowGit, true, looksLikeGit},
-    {rowDesktop, true},
-    {rowSystemd, true},
+    {rowDesktop, true, looksLikeDesktop},
+    {rowSystemd, true, looksLikeUnit},
+    {rowPhp, false, looksLikePhp},
+    {rowIni, true, looksLikeIni},
+    {rowSamba, true, looksLikeSamba},
     {rowPython, true},
-    {rowPhp, false},
-    {rowSysctl, false},
-    {rowSamba, false},
-    {rowQt, false},
-    {rowEditorconfig, false},
+    {rowSysctl, false, looksLikeSysctl},
+    {rowSamba, true},
+    {rowQt, false, looksLikeQt},
+    {rowEditorconfig, false, looksLikeEditorconfig},
     {rowMysql, true},
     {rowGit, true},
     {rowIni, false},
