@@ -368,12 +368,13 @@ class ChangeTest(tool.ToolTest):
 
     VERBS = (("get", "listener", "port"), ("list",), ("stanzas",), ("keys", "listener"), ("check",),
              ("lint",), ("set", "listener", "name", "x"), ("add", "listener", "port", "1"),
-             ("unset", "listener", "motd"), ("rename", "listener", "motd", "text"))
+             ("unset", "listener", "motd"), ("rename", "listener", "motd", "text"),
+             ("java", "list"), ("java", "get", "b"), ("java", "set", "b", "1"), ("java", "check"))
 
     def test_a_busy_file_is_reported_after_the_wait(self):
         holder = self.hold(0)
         for verb, *rest in self.VERBS:
-            with self.subTest(verb):
+            with self.subTest([verb, *rest]):
                 self.expect(LOCKED, "locked by another process; try again", verb, self.file, *rest,
                             "--wait", "0")
         holder.communicate("")
@@ -381,8 +382,8 @@ class ChangeTest(tool.ToolTest):
 
     def test_every_verb_waits_for_a_busy_file(self):
         for verb, *rest in self.VERBS:
-            with self.subTest(verb):
-                self.path.write_text(tool.GATEWAY)
+            with self.subTest([verb, *rest]):
+                self.path.write_text("b = 0\n" if verb == "java" else tool.GATEWAY)
                 holder = self.hold(0.2)
                 run = self.run_tool(verb, self.file, *rest, "--wait", "200")
                 self.assertEqual((DONE, ""), (run.returncode, run.stderr))

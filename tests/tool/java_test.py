@@ -56,12 +56,12 @@ class JavaTest(tool.ToolTest):
         self.assertEqual("#", self.java_path.read_text().split("\n")[0])
 
     def test_check_reports_lines_that_are_not_read(self):
-        self.given("# hello\nbad\nnext = 1\n\nc = 1\\q\n =x\nk = v\nlast = x")
+        self.given("# hello\nbad\\\nnext = 1\n\nc = 1\\q\n =x\nk = v\nlast = x")
         run = self.run_tool("java", self.java, "check")
         self.assertEqual((INVALID_DATA, f"{self.java}: 1 entry, 1 comment\n"),
                          (run.returncode, run.stdout))
         lines = [f'zstz: {self.java}:{number}: "{text}": {why}' for number, text, why in (
-            (2, "bad", IGNORED),
+            (2, "bad\\", IGNORED),
             (3, "next = 1", "ignored, because the line before it is not an entry"),
             (5, "c = 1\\q", IGNORED), (6, " =x", IGNORED),
             (8, "last = x", "ignored, because the last line has no newline")
@@ -76,17 +76,17 @@ class JavaTest(tool.ToolTest):
 
     def test_check_reports_the_line_skipped_after_an_invalid_line(self):
         # The reader takes a run of alternating "\r" and "\n" as one line ending.
-        rows = ((("bad\r\n", "next = 1\r\n"), 2), (("bad\r", "next = 1\r"), 2),
-                (("bad\r\n", "\r\n", "\r\n", "next = 1\r\n"), 4),
-                (("bad\n", "\r", "next = 1\n"), 3), (("bad\n", "\n", "next = 1\n"), None),
-                (("bad\r", "\r", "next = 1\r"), None))
+        rows = ((("bad\\\r\n", "next = 1\r\n"), 2), (("bad\\\r", "next = 1\r"), 2),
+                (("bad\\\r\n", "\r\n", "\r\n", "next = 1\r\n"), 4),
+                (("bad\\\n", "\r", "next = 1\n"), 3), (("bad\\\n", "\n", "next = 1\n"), None),
+                (("bad\\\r", "\r", "next = 1\r"), None))
         for lines, number in rows:
             with self.subTest(lines):
                 self.given("".join(lines) + "c = 2\n")
                 run = self.run_tool("java", self.java, "check")
                 self.assertEqual(INVALID_DATA, run.returncode)
                 printed = run.stderr.splitlines()
-                self.assertTrue(printed[0].startswith(f'zstz: {self.java}:1: "bad": {IGNORED}'))
+                self.assertTrue(printed[0].startswith(f'zstz: {self.java}:1: "bad\\": {IGNORED}'))
                 self.assertEqual([] if number is None else
                                  [f'zstz: {self.java}:{number}: "next = 1": ignored, because the '
                                   "line before it is not an entry; correct that line"], printed[1:])
@@ -99,6 +99,17 @@ class JavaTest(tool.ToolTest):
             with self.subTest(last):
                 self.given("a = 1\n" + last)
                 self.expect(DONE, f"{self.java}: 1 entry, {comments}\n", "java", self.java, "check")
+
+    def test_a_key_alone_has_an_empty_value(self):
+        for end in ("\n", "\r\n"):
+            with self.subTest(end):
+                self.given(end.join(("a = 1", "alone", "", "b 2", "spaces \t", "c = 3", "a", "")))
+                self.expect(DONE, "a =\nalone =\nb = 2\nc = 3\nspaces =\n", "java", self.java, "list")
+                self.expect(DONE, "\n", "java", self.java, "get", "spaces")
+                self.expect(DONE, f"{self.java}: 5 entries, 0 comments\n", "java", self.java, "check")
+                self.expect(DONE, "", "java", self.java, "set", "b", "3")
+                self.assertEqual("#\n", self.java_path.read_text()[:2])
+                self.expect(DONE, "a =\nalone =\nb = 3\nc = 3\nspaces =\n", "java", self.java, "list")
 
     def test_a_zero_byte_is_part_of_a_value(self):
         self.given("a = 1\0 2\n")
@@ -114,10 +125,10 @@ class JavaTest(tool.ToolTest):
         self.assertEqual((INVALID_DATA, f"{self.java}: 1 entry, 0 comments\n"),
                          (run.returncode, run.stdout))
         self.assertIn("byte order mark", run.stderr)
-        self.given(b"\xEF\xBB\xBFa = 1\nbad\n")
+        self.given(b"\xEF\xBB\xBFa = 1\nbad\\\n")
         run = self.run_tool("java", self.java, "check")
         self.assertRegex(run.stderr, rf"\Azstz: {self.java}:1: [^\n]+byte order mark[^\n]+\n"
-                         rf'zstz: {self.java}:2: "bad": {IGNORED}[^\n]+\n\Z')
+                         rf'zstz: {self.java}:2: "bad\\": {IGNORED}[^\n]+\n\Z')
         self.expect(INVALID_DATA, "byte order mark", "convert", self.file, "app", "--from",
                     self.java)
 
@@ -130,7 +141,7 @@ class JavaTest(tool.ToolTest):
 
     def test_set_refuses_a_file_that_would_lose_lines(self):
         rows = (
-            (INVALID_DATA, "a = 1\nbad\n", IGNORED),
+            (INVALID_DATA, "a = 1\nbad\\\n", IGNORED),
             (INVALID_DATA, "a = 1", "the last line has no newline"),
             (INVALID_DATA, "a = 1\0 2\n",
              "the line has a zero byte, which is not stored; remove it"),
@@ -139,7 +150,7 @@ class JavaTest(tool.ToolTest):
              "order mark; save it as UTF-8 without one"),
             (INVALID_DATA, b"\xEF\xBB\xBF# words\n", "byte order mark"),
             (INVALID_DATA, b"\xEF\xBB\xBFa\nb = 2\n", "byte order mark"),
-            (INVALID_DATA, b"\xEF\xBB\xBFa = 1\nbad\n", "byte order mark"),
+            (INVALID_DATA, b"\xEF\xBB\xBFa = 1\nbad\\\n", "byte order mark"),
             (INVALID_DATA, "\ufeffa = 1\n".encode("utf-16-be"), "the file is UTF-16"),
             (INVALID_DATA, "a = 1\n".encode("utf-16"), "the file is UTF-16"),
             (REFUSED, "# words\na = 1\n", "pass --drop-comments"),
@@ -196,10 +207,12 @@ class JavaTest(tool.ToolTest):
         self.given("ok = 1\nk = \\ud83d\n")
         with open(self.java, "r+b") as held:
             fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
-            self.expect(LOCKED, "locked by another process", "java", self.java, "list")
+            for options in (["--wait", "0"], []):
+                self.expect(LOCKED, "locked by another process", "java", self.java, "list", *options)
             fcntl.lockf(held, fcntl.LOCK_UN)
             fcntl.lockf(held, fcntl.LOCK_SH | fcntl.LOCK_NB)
-            self.expect(LOCKED, "locked by another process", "java", self.java, "set", "a", "1")
+            self.expect(LOCKED, "locked by another process", "java", self.java, "set", "a", "1",
+                        "--wait", "0")
 
     def test_concurrent_edits_are_all_stored(self):
         self.given("a = 1\n")
@@ -228,7 +241,9 @@ class JavaTest(tool.ToolTest):
     def test_convert_creates_a_file_and_accepts_an_empty_file(self):
         new = self.file + ".new"
         self.given("a = ü\n")
-        self.expect(DONE, "", "convert", new, "app", "--from", self.java)
+        self.expect_unchanged(NO_ACCESS, f"{new}: cannot open: No such file or directory; check the "
+                              "path, or pass --create", "convert", new, "app", "--from", self.java)
+        self.expect(DONE, "", "convert", new, "app", "--from", self.java, "--create")
         self.expect(DONE, "[app]\na = ü\n", "list", new)
         self.given("")
         self.expect(DONE, "", "convert", self.file, "empty", "--from", self.java)
@@ -312,7 +327,7 @@ class JavaTest(tool.ToolTest):
 
     def test_convert_from_java_refuses_entries_that_would_not_read_back(self):
         rows = (
-            (INVALID_DATA, "a = 1\nbad\n", IGNORED),
+            (INVALID_DATA, "a = 1\nbad\\\n", IGNORED),
             (INVALID_DATA, "a = 1", "the last line has no newline"),
             (REFUSED, "# words\na = 1\n", "pass --drop-comments"),
             (INVALID_VALUE, "a\\=b = 1\n", 'invalid key "a=b"'),

@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 
+#include "busy.h"
 #include "commands.h"
 #include "edited_file.h"
 #include "failures.h"
@@ -20,6 +21,16 @@
 namespace {
 
 using Entries = std::map<std::string, std::string>;
+
+JavaFile readJavaFile(Request const& request, std::string const& path)
+{
+    return retryWhileBusy(Deadline(request.wait), [&] { return JavaFile(path); });
+}
+
+void storeEntries(Request const& request, std::string const& path, Entries const& entries)
+{
+    retryWhileBusy(Deadline(request.wait), [&] { storeJavaFile(path, entries); });
+}
 
 // Refuses to continue if the library did not read every line of the file.
 void checkNothingLost(std::string const& path, JavaFile const& file, bool dropComments)
@@ -61,7 +72,7 @@ std::string joinSurrogatePairs(std::string const& value)
 
 int javaGet(Request const& request)
 {
-    JavaFile const file(request.file);
+    JavaFile const file = readJavaFile(request, request.file);
     auto const entry = file.entries().find(request.key);
     if (entry != file.entries().end()) {
         std::string const value = joinSurrogatePairs(entry->second) + '\n';
@@ -83,20 +94,20 @@ int javaSet(Request const& request)
 {
     checkJavaEntry(request.file, request.key, request.value);
     EditLock const editLock(request.file, Deadline(request.wait));
-    JavaFile const file(request.file);
+    JavaFile const file = readJavaFile(request, request.file);
     checkNothingLost(request.file, file, request.dropComments);
     Entries entries = file.entries();
     entries[request.key] = request.value;
     for (auto const& [key, value] : entries)
         checkJavaEntry(request.file, key, value);
-    storeJavaFile(request.file, entries);
+    storeEntries(request, request.file, entries);
     return exitDone;
 }
 
 // Prints one line per entry. Control characters are printed as escapes.
 int javaList(Request const& request)
 {
-    JavaFile const file(request.file);
+    JavaFile const file = readJavaFile(request, request.file);
     for (auto const& [key, value] : file.entries()) {
         std::string shown;
         for (char const c : joinSurrogatePairs(value)) {
@@ -111,7 +122,7 @@ int javaList(Request const& request)
 
 int javaCheck(Request const& request)
 {
-    JavaFile const file(request.file);
+    JavaFile const file = readJavaFile(request, request.file);
     int code = exitDone;
     size_t comments = 0;
     for (LostLine const& line : file.lost()) {
@@ -238,7 +249,7 @@ int convertToJava(Request const& request)
     if (exists(request.javaTo) && !request.overwrite)
         throw Failure{
             exitRefused, request.javaTo, {"the file exists", "pass --overwrite to replace it"}};
-    storeJavaFile(request.javaTo, entries);
+    storeEntries(request, request.javaTo, entries);
     return exitDone;
 }
 
@@ -248,7 +259,7 @@ using LocalEntries = std::vector<std::pair<std::string, std::string>>;
 LocalEntries readLocalEntries(Request const& request, bool isStanzaFile)
 {
     std::string const& path = request.javaFrom;
-    JavaFile const java(path);
+    JavaFile const java = readJavaFile(request, path);
     checkNothingLost(path, java, request.dropComments);
     LocalEntries entries;
     for (auto const& [key, value] : java.entries()) {
@@ -326,7 +337,5 @@ int runConvert(Request const& request)
                       {"is the same file as " + java, "give the Java file another path"}};
     if (!request.javaTo.empty())
         return convertToJava(request);
-    Request change = request;
-    change.create = true;
-    return runChange(change, convertFromJava);
+    return runChange(request, convertFromJava);
 }

@@ -2,10 +2,7 @@
 
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
-#include <fcntl.h>
 #include <stdio.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <memory>
@@ -14,6 +11,7 @@
 #include <utility>
 
 #include "failures.h"
+#include "raw_file.h"
 
 namespace {
 
@@ -35,7 +33,8 @@ struct CloseStream {
 };
 
 // Runs the library's reader on the contents of a file and records the lines that it skips. For that
-// it wraps the handler of each reader state.
+// it wraps the handler of each reader state. A line that has only a key, which the library skips,
+// is an entry with an empty value.
 class LossRecorder : public ZJavaProperties_6_0 {
 public:
     explicit LossRecorder(std::string& text)
@@ -46,13 +45,14 @@ public:
         wrapHandlers(std::make_index_sequence<kStates>());
     }
 
-    std::vector<LostLine> run(char const* path)
+    void run(char const* path)
     {
         loadProperties(stream_.get(), path);
         if (state_ != startLine && state_ != startLineBlanks && state_ != commentLine)
             record(text_.size() - 1, kLastLine);
-        return lost_;
     }
+
+    std::vector<LostLine> const& lost() const { return lost_; }
 
 private:
     template <size_t... states>
@@ -70,7 +70,9 @@ private:
     template <int state>
     int handle(char c)
     {
-        int const next = (this->*libraryHandlers_[state])(c);
+        bool const isKeyAlone =
+            (state == keyChars || state == keyEndBlanksFirst) && (c == '\n' || c == '\r');
+        int const next = (this->*libraryHandlers_[isKeyAlone ? keyEndBlanksFinal : state])(c);
         bool const isLineStart = state == startLine || state == startLineBlanks;
         if (next == syntaxError)
             record(position(), kInvalidLine);
@@ -210,39 +212,23 @@ std::optional<Problem> describeByteOrderMark(std::string_view bytes)
     return {};
 }
 
-// Returns the contents of a file; empty if it is not a regular file or cannot be read.
-std::string readFile(std::string const& path)
-{
-    std::string text;
-    int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
-        return text;
-    struct stat status;
-    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
-        char chunk[65536];
-        ssize_t length;
-        while ((length = read(fd, chunk, sizeof chunk)) > 0)
-            text.append(chunk, static_cast<size_t>(length));
-    }
-    close(fd);
-    return text;
-}
-
 }  // namespace
 
 JavaFile::JavaFile(std::string const& path)
 {
     ZJavaProperties_6_0 store;
-    std::string text = readFile(path);
     try {
         store.load(path.c_str());
     } catch (ZUnexpectedEndOfFile_6_0 const&) {
         throw describe(std::current_exception(), path);  // the exception has no path
     }
-    entries_ = readEntries(store);
+    std::string text = readText(path, 0);
     if (text.empty())
         return;
-    lost_ = LossRecorder(text).run(path.c_str());
+    LossRecorder reader(text);
+    reader.run(path.c_str());
+    entries_ = readEntries(reader);
+    lost_ = reader.lost();
     // The mark is part of the first key and would be stored with it, not at the start of the file.
     if (auto const problem = describeByteOrderMark(text)) {
         if (!lost_.empty() && lost_.front().number == 1)
