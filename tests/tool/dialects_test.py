@@ -59,12 +59,38 @@ READ = [
     row("php", b"[a]\nx =\n", ["get", "a", "x", "--as", "number"], b'"" is not a number',
         INVALID_VALUE),
     row("php", b"[a]\nx =\n", ["get", "a", "x", "--as", "boolean"], b"no\n"),
+    row("php", b"[a]\nx = -2\n", ["get", "a", "x", "--as", "boolean"], b"yes\n"),
+    row("php", b"[a]\nx = none\n", ["get", "a", "x", "--as", "boolean"], b"no\n"),
+    *[row("git", b"[a]\n\tx = " + value + b"\n", ["get", "a", "x", "--as", type], printed)
+      for type, value, printed in (
+          ("boolean", b"on", b"yes\n"), ("boolean", b"-1", b"yes\n"), ("boolean", b"2", b"yes\n"),
+          ("boolean", b"0", b"no\n"), ("boolean", b"1k", b"yes\n"), ("boolean", b"Off", b"no\n"),
+          ("number", b"-1", b"-1\n"), ("number", b"1k", b"1024\n"), ("number", b"-2G", b"-2147483648\n"),
+          ("number", b"0x10m", b"16777216\n"))],
+    *[row("git", b"[a]\n\tx = " + value + b"\n", ["get", "a", "x", "--as", type], printed, INVALID_VALUE)
+      for type, value, printed in (
+          ("number", b"k", b'"k" is not a number'), ("number", b"1t", b'"1t" is not a number'),
+          ("number", b"1.5k", b'"1.5k" is not a number'), ("boolean", b"none", b"is not a boolean"),
+          ("number", b"99999999999g", b"is not a number"))],
+    row("mysql", b"[a]\nx = 16M\n", ["get", "a", "x", "--as", "number"], b"16777216\n"),
+    row("mysql", b"[a]\nx = 1T\n", ["get", "a", "x", "--as", "number"], b"1099511627776\n"),
+    row("systemd", b"[a]\nx=1k\n", ["get", "a", "x", "--as", "number"], b'"1k" is not a number',
+        INVALID_VALUE),
+    row("systemd", b"[a]\nx=2\n", ["get", "a", "x", "--as", "boolean"], b'"2" is not a boolean',
+        INVALID_VALUE),
+    *[row("samba", b"[a]\nx = " + value + b"\n", ["get", "a", "x", "--as", "boolean"], printed)
+      for value, printed in ((b"Yes", b"yes\n"), (b"on", b"yes\n"), (b"false", b"no\n"), (b"0", b"no\n"))],
     row("samba", b"[A b]\nCreate Mask = 1\n", ["list", "a B", "createmask"],
         b"[A b]\nCreate Mask = 1\n"),
     row("systemd", UNIT + b"ExecStart=\n", ["get", "Service", "ExecStart"],
         b"has no value below the empty one, which resets it; pass --raw", NOT_FOUND),
     row("systemd", UNIT + b"ExecStart=\n", ["get", "Service", "ExecStart", "--default", "x"], b"x\n"),
     row("systemd", UNIT + b"ExecStart=\n", ["get", "Service", "ExecStart", "--all"], b""),
+    row("systemd", UNIT + b"ExecStart=/c\n", ["get", "Service", "ExecStart", "--line", "--all"],
+        b"4\n5\n"),
+    row("systemd", UNIT, ["get", "Service", "ExecStart", "--line"], b"4\n"),
+    row("systemd", RESET, ["get", "s", "E", "--line", "--all"], b""),
+    row("windows", WINDOWS, ["get", "a", "k", "--line", "--all"], b"2\n"),
     row("windows", WINDOWS, ["get", "a", "k", "--line"], b"2\n"),
     row("python", PYTHON, ["get", "a", "key", "--line"], b"2\n"),
     row("networkd", PEERS, ["get", "Peer", "K"], b"1\n"),
@@ -135,6 +161,10 @@ CHANGE = [
         RESET + b"E=/b\n"),
     row("systemd", RESET + b"E=/a\n", ["set", "s", "E", "", "--all"], b"", DONE, b"[s]\nE=\n"),
     row("systemd", RESET, ["set", "s", "E", "/b"], b"", DONE, RESET + b"E=/b\n"),
+    row("systemd", RESET + b"E=/b\n", ["add", "s", "E", "/a", "--behind", ""], b"", DONE,
+        RESET + b"E=/a\nE=/b\n"),
+    row("systemd", RESET + b"E=/b\n", ["add", "s", "E", "/a", "--before", ""], b"", DONE,
+        b"[s]\nE=/0\nE=/a\nE=\nE=/b\n"),
     row("systemd", b"[s]\nE=\n", ["set", "s", "E", "/b"], b"", DONE, b"[s]\nE=/b\n"),
     row("systemd", UNIT, ["unset", "Service", "ExecStart", "/bin/a"], b"", DONE,
         UNIT.replace(b"ExecStart=/bin/a\n", b"")),
@@ -161,6 +191,11 @@ AMBIGUOUS = [
     row("networkd", PEERS, ["set", "Peer]2", "K", "9"], b"", DONE, PEERS.replace(b"K=2", b"K=9")),
     row("networkd", PEERS, ["comment", "Peer]1", "K", "--off"], b"", DONE,
         PEERS.replace(b"K=1", b"# K=1")),
+    *[row("networkd", b"[a]\nk=1\n[a]\nk=2\n[c]\nm=1\n", arguments, b"", DONE,
+          b"[a]\nk=1\n[a]\nk=2\n[c]\n" + after)
+      for arguments, after in ((["set", "c", "n", "2"], b"m=1\nn=2\n"), (["add", "c", "n", "2"], b"m=1\nn=2\n"),
+                               (["rename", "c", "m", "n"], b"n=1\n"),
+                               (["set", "d", "n", "2"], b"m=1\n\n[d]\nn=2\n"))],
     row("networkd", PEERS + b"[Peer]\n", ["unset", "Peer", "K"], b'use "Peer]1" to "Peer]3"', REFUSED),
 ]
 
@@ -230,7 +265,44 @@ class DialectsTest(tool.ToolTest):
              ["list", "smb.conf~", "--dialect", "stanza"], b"; reads as samba; ", INVALID_DATA, None),
             ("twice", {"f": b"[a]\nk=1\n[a]\nj=1\n"}, ["list", "f"], b"reads as ini; ",
              INVALID_DATA, None),
-            ("peers", {"f": PEERS}, ["list", "f"], b"reads as networkd; ", INVALID_DATA, None)])
+            ("peers", {"f": PEERS}, ["list", "f"], b"reads as networkd; ", INVALID_DATA, None),
+            ("semicolons", {"f": b"; c\n[boot]\nk=1\n"}, ["list", "f"], b"reads as ini; say --dialect ini",
+             INVALID_DATA, None)])
+
+    def test_a_refusal_suggests_the_dialect_of_the_target_of_a_link(self):
+        (self.path.parent / "smb.conf").write_text("; c\n[a]\nk = 1\n")
+        (self.path.parent / "link").symlink_to("smb.conf")
+        self.expect(INVALID_DATA, "; reads as samba; say --dialect samba\n", "list", "link",
+                    cwd=self.directory.name)
+
+    def test_a_refusal_suggests_no_dialect_that_the_contents_do_not_look_like(self):
+        for text in (b"k: v\n", b"[a]\nk=1\n[zz"):
+            self.write_files({"f": text})
+            run = self.run_in_directory("list", "f")
+            self.assertEqual(INVALID_DATA, run.returncode)
+            self.assertNotIn(b"reads as", run.stderr)
+
+    def test_a_refusal_names_the_character_or_the_length(self):
+        keeps = b": the dialect %s keeps no whitespace at the start or end of it; remove the whitespace"
+        cannot = b": the dialect %s cannot spell the %s in it; use a string without it"
+        self.expect_rows([
+            row("samba", b"[s]\nk=1\n", ["set", "s", "k", " v"],
+                b'f: invalid value " v" of key "k"' + keeps % b"samba", INVALID_VALUE),
+            row("python", PYTHON, ["set", "a", "other", "v\t"], keeps % b"python", INVALID_VALUE),
+            row("mysql", b"[m]\n", ["set", "m", "k", 5000 * "x"],
+                b": its line would be too long for the dialect mysql; shorten it", INVALID_VALUE),
+            row("systemd", UNIT, ["set", "Service", "K", "a\nb"], cannot % (b"systemd", b"newline"),
+                INVALID_VALUE),
+            row("systemd", UNIT, ["set", "Service", "a=b", "c"],
+                b'invalid key "a=b"' + cannot % (b"systemd", b'"="'), INVALID_VALUE),
+            row("git", GIT, ["set", "core", "a\1b", "v"], cannot % (b"git", b"control character"),
+                INVALID_VALUE),
+            row("git", GIT, ["set", "a b", "k", "v"],
+                b'invalid stanza name "a b"' + cannot % (b"git", b"space"), INVALID_VALUE),
+            row("git", GIT, ["set", "core", "1b", "v"],
+                b'invalid key "1b": the dialect git cannot spell it; use another string', INVALID_VALUE),
+            row("git", GIT, ["set", "core", "logs", "x", "--format", "json"],
+                b'set: unexpected argument "--format"', USAGE)])
 
     def test_check_reports_every_error(self):
         self.write_files({"f": b"x\n[a]\ny\n", "php.ini": b"[a]\nk = \"x\nj = 1\n",

@@ -415,6 +415,10 @@ Failure describe(std::exception_ptr exception, std::string const& file)
         if (char const* const kind = irregularKind(file))
             return describeIrregularFile(file, kind);
         return {exitNoAccess, file, {"cannot read", "check the disk that it is on"}};
+    } catch (ZInvalidParameterException_6_0 const&) {
+        return {exitInvalidValue,
+                file,
+                {"a name or a value cannot be stored", "use other names and values"}};
     } catch (ZOutOfMemoryException_6_0 const&) {
         return outOfMemory;
     } catch (std::bad_alloc const&) {

@@ -8,6 +8,7 @@
 #include <Z/stanza/limits.h>
 #include <Z/stanza/reserved_entry.h>
 #include <Z/stanza/whitespace.h>
+#include <ctype.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -261,25 +262,79 @@ void checkReserved(std::string const& path, std::string const& stanza)
                        "use another stanza"}};
 }
 
+namespace {
+
+using IsValid = std::function<bool(std::string const&)>;
+
+std::string nameCharacter(char c)
+{
+    return c == '\n'                                            ? "newline"
+           : c == '\r'                                          ? "carriage return"
+           : c == '\t'                                          ? "tab"
+           : c == ' '                                           ? "space"
+           : static_cast<unsigned char>(c) < ' ' || c == '\x7F' ? "control character"
+                                                                : '"' + std::string(1, c) + '"';
+}
+
+// Returns why a dialect cannot spell a string, found by changes that make it valid.
+Problem describeFault(std::string const& text, std::string const& dialect, IsValid const& isValid)
+{
+    constexpr size_t kShortLength = 1000;
+    constexpr char kWhitespace[] = " \t";
+    size_t const begin = std::min(text.find_first_not_of(kWhitespace), text.size());
+    std::string const trimmed = text.substr(begin, text.find_last_not_of(kWhitespace) + 1 - begin);
+    if (trimmed.size() < text.size() && isValid(trimmed))
+        return {"the dialect " + dialect + " keeps no whitespace at the start or end of it",
+                "remove the whitespace"};
+    if (text.size() > kShortLength && isValid(text.substr(0, kShortLength)))
+        return {"its line would be too long for the dialect " + dialect, "shorten it"};
+    for (char const c : text) {
+        if (isalnum(static_cast<unsigned char>(c)) != 0)
+            continue;
+        std::string changed = text;
+        std::replace(changed.begin(), changed.end(), c, 'a');
+        if (isValid(changed))
+            return {"the dialect " + dialect + " cannot spell the " + nameCharacter(c) + " in it",
+                    "use a string without it"};
+    }
+    return {"the dialect " + dialect + " cannot spell it", "use another string"};
+}
+
+void requireValid(Request const& request, std::string const& name, std::string const& text,
+                  std::string const& dialect, IsValid const& isValid)
+{
+    if (isValid(text))
+        return;
+    Problem problem = describeFault(text, dialect, isValid);
+    problem.text.insert(0, "invalid " + name + ": ");
+    throw Failure{exitInvalidValue, request.file, problem};
+}
+
+}  // namespace
+
 void checkSpelling(Store const& store, Request const& request, std::string const& stanza,
                    std::string const& key, char const* value)
 {
     ZSCFData_6_0 const& cache = store.contents();
-    std::string const remedy =
-        std::string("use a string that the dialect ") + store.dialect().name() + " can spell";
+    std::string const dialect = store.dialect().name();
     // The name of an existing stanza is valid, whether or not a new header could spell it.
     bool const isNew = cache.contains(stanza.c_str()) == 0;
-    if (isNew && cache.validCategory(stanza.c_str()) == 0)
-        throw Failure{
-            exitInvalidValue, request.file, {"invalid stanza name " + quote(stanza), remedy}};
-    char const* const sample = isNew ? stanza.c_str() : cache.validCategory("a") != 0 ? "a" : ".";
-    bool const hasKey = cache.contains(stanza.c_str(), key.c_str()) != 0;
-    if (!hasKey && cache.validKey(sample, key.c_str()) == 0)
-        throw Failure{exitInvalidValue, request.file, {"invalid key " + quote(key), remedy}};
-    if (value != nullptr && cache.validValue(key.c_str(), value) == 0)
-        throw Failure{exitInvalidValue,
-                      request.file,
-                      {"invalid value " + quote(value) + " of key " + quote(key), remedy}};
+    if (isNew)
+        requireValid(
+            request, "stanza name " + quote(stanza), stanza, dialect,
+            [&](std::string const& name) { return cache.validCategory(name.c_str()) != 0; });
+    // Several stanzas of the file can have the name of a sample.
+    Store const empty(store.dialect());
+    char const* const sample = empty.contents().validCategory("a") != 0 ? "a" : ".";
+    if (cache.contains(stanza.c_str(), key.c_str()) == 0)
+        requireValid(request, "key " + quote(key), key, dialect, [&](std::string const& name) {
+            return empty.contents().validKey(sample, name.c_str()) != 0;
+        });
+    if (value != nullptr)
+        requireValid(request, "value " + quote(value) + " of key " + quote(key), value, dialect,
+                     [&](std::string const& text) {
+                         return cache.validValue(key.c_str(), text.c_str()) != 0;
+                     });
 }
 
 void checkNames(std::string const& path, std::string const& stanza, std::string const& key)
