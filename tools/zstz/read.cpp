@@ -1,7 +1,8 @@
 // read: the verbs get, list, stanzas and keys.
+#include <Z/dialects/counting.h>
 #include <Z/dialects/line_rules.h>
-#include <Z/templates/typed_value.h>
 
+#include <algorithm>
 #include <optional>
 
 #include "commands.h"
@@ -10,6 +11,7 @@
 #include "output.h"
 #include "stanza_file.h"
 #include "template_file.h"
+#include "value_types.h"
 
 namespace {
 
@@ -28,19 +30,19 @@ Failure describeType(Request const& request, std::string const& value, char cons
 
 // Returns a value converted to the type of the request. A stanza file has no empty values: a key
 // without values is 0 or no there.
-std::string convertValue(Request const& request, std::string const& value, bool isStanzaFile)
+std::string convertValue(Request const& request, std::string const& value, std::string_view dialect,
+                         bool isStanzaFile)
 {
     bool const isNothing = isStanzaFile && value.empty();
     if (request.as == "number") {
-        std::optional<ztemplates::Number> const number =
-            ztemplates::toNumber(isNothing ? "0" : value);
+        std::optional<std::string> const number = toNumber(isNothing ? "0" : value, dialect);
         if (!number)
             throw describeType(request, value, "a number",
                                "write it in decimal, hexadecimal (0x) or octal (0)");
-        return number->text;
+        return *number;
     }
     if (request.as == "boolean") {
-        std::optional<bool> const truth = value.empty() ? false : ztemplates::toBoolean(value);
+        std::optional<bool> const truth = value.empty() ? false : toBoolean(value, dialect);
         if (!truth)
             throw describeType(request, value, "a boolean", "write yes or no");
         return *truth ? "yes" : "no";
@@ -62,14 +64,28 @@ std::string convertCounting(Store const& store, Request const& request,
             request.file,
             {nameKey(request.key, request.stanza) + " has no value, so it is not a number",
              "write one after \"=\""}};
-    return convertValue(request, values.empty() ? "" : values.back(), store.isStanzaFile());
+    return convertValue(request, values.empty() ? "" : values.back(), store.dialect().name(),
+                        store.isStanzaFile());
 }
 
 // Returns whether no value of an existing key counts, because an empty one resets it.
 bool isReset(Store const& store, Request const& request)
 {
-    return store.switches().emptyValues == EmptyValues::reset && !request.all && !request.raw &&
-           !request.line && countingValuesOf(store, request.stanza, request.key).empty();
+    return store.switches().emptyValues == EmptyValues::reset &&
+           countingValuesOf(store, request.stanza, request.key).empty();
+}
+
+// Returns the lines whose values count.
+std::vector<KeyLine> countingLines(Store const& store, Request const& request,
+                                   std::vector<KeyLine> const& lines)
+{
+    auto const [first, end] = zdialects::countingRange(
+        store.switches(), request.key, static_cast<int>(lines.size()), [&] {
+            auto const last = std::find_if(lines.rbegin(), lines.rend(),
+                                           [](KeyLine const& line) { return line.value.empty(); });
+            return static_cast<int>(lines.rend() - last);
+        });
+    return {lines.begin() + first, lines.begin() + end};
 }
 
 void throwMissing(Store const& store, Request const& request)
@@ -88,10 +104,13 @@ std::vector<std::string> describeLines(Store const& store, Request const& reques
 {
     zlines::SharedText const text = keptText(store);
     zlines::Outline outline(text->text, text->dialect);
+    std::vector<KeyLine> lines = findKeyLines(outline, request.stanza, request.key);
+    if (request.line && request.all)
+        lines = countingLines(store, request, lines);
     std::vector<std::string> described;
-    for (KeyLine const& line : findKeyLines(outline, request.stanza, request.key))
+    for (KeyLine const& line : lines)
         described.push_back(request.line ? std::to_string(line.number) : std::string(line.raw));
-    if (described.empty())
+    if (described.empty() && !isReset(store, request))
         throw Failure{exitNotFound,
                       request.file,
                       {nameKey(request.key, request.stanza) + " has no line in the file",
@@ -121,14 +140,15 @@ std::vector<std::string> chooseValues(Store const& store, Request const& request
 std::optional<std::string> defaultValue(Store const& store, Request const& request)
 {
     if (request.hasFallback)
-        return convertValue(request, request.fallback, false);
+        return convertValue(request, request.fallback, store.dialect().name(), false);
     if (request.templateFile.empty())
         return {};
     Template const schema = readTemplate(request.templateFile, request.wait,
                                          chooseTemplateDialect(request, store.dialect()));
     TemplateKey const* const key = schema.find(request.stanza, request.key);
     return key == nullptr ? std::nullopt
-                          : std::optional(convertValue(request, key->defaultValue, false));
+                          : std::optional(convertValue(request, key->defaultValue,
+                                                       store.dialect().name(), false));
 }
 
 // Compares names of stanzas and keys with the names of a request; an empty name is any.
@@ -166,9 +186,10 @@ int runGet(Request const& request)
     if (request.line || request.raw)
         store.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
     loadFile(request, store);
+    bool const isOneValue = !request.all && !request.raw && !request.line;
     bool const isMissing =
         store.contents().contains(request.stanza.c_str(), request.key.c_str()) == 0 ||
-        isReset(store, request);
+        (isOneValue && isReset(store, request));
     std::optional<std::string> const fallback =
         isMissing ? defaultValue(store, request) : std::nullopt;
     if (isMissing && !fallback)
