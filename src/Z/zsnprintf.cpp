@@ -4,6 +4,7 @@
 
 #include <type_traits>
 
+#include "format/in_order.h"
 #include "format/parse.h"
 #include "format/render.h"
 #include "zqvrutil.h"
@@ -11,7 +12,8 @@
 namespace {
 
 constexpr int kDone = 0;
-constexpr int kFailed = -1;
+
+using zformat::kFailed;
 
 size_t usableSize(char const* out, int size)
 {
@@ -26,6 +28,28 @@ bool isNullList(List const& list)
         return list == nullptr;
     else
         return false;
+}
+
+[[gnu::noinline]] int formatByRecords(char* buf, size_t size, qvr_cs_t codeset, char const* format,
+                                      va_list args)
+{
+    ZPrintfContext_6_0 context;
+    if (!zformat::parse(context, codeset, format, args))
+        return kFailed;
+    int const length = zformat::render(context, buf, size);
+    zformat::release(context);
+    return length;
+}
+
+// Formats into `size` bytes. Inline, because a call of an exported function costs more.
+inline int formatInto(char* buf, size_t size, char const* format, zformat::ArgumentList& args)
+{
+    qvr_cs_t const codeset = zgetLCSHandle_6_0();
+    if (format == nullptr)
+        return kFailed;
+    int const length = zformat::formatInOrder(buf, size, codeset, format, args);
+    return length != zformat::kNotInOrder ? length
+                                          : formatByRecords(buf, size, codeset, format, args.list);
 }
 
 }  // namespace
@@ -58,21 +82,15 @@ void get_render_params(ZPrintfConversion_6_0 const* conversion,
 
 int zsnprintf_6_0(char* buf, int size, char const* format, ...)
 {
-    va_list args;
-    va_start(args, format);
-    int const length = zvsnprintf_6_0(buf, size, format, args);
-    va_end(args);
-    return length;
+    zformat::ArgumentList args;
+    va_start(args.list, format);
+    return formatInto(buf, usableSize(buf, size), format, args);
 }
 
 int zvsnprintf_6_0(char* buf, int size, char const* format, va_list args)
 {
-    ZPrintfContext_6_0 context;
-    if (!zformat::parse(context, zgetLCSHandle_6_0(), format, args))
-        return kFailed;
-    int const length = zformat::render(context, buf, usableSize(buf, size));
-    zformat::release(context);
-    return length;
+    zformat::ArgumentList copy(args);
+    return formatInto(buf, usableSize(buf, size), format, copy);
 }
 
 int zsprintf_6_0(char** result, char const* format, ...)

@@ -5,7 +5,7 @@
 //
 // One engine in three steps over one context: parse reads the format and fetches every argument,
 // render writes the result and may run any number of times, done releases the memory of parse. The
-// everyday functions (zsnprintf_6_0 and its kin) call all three.
+// everyday functions (zsnprintf_6_0 and its kin) do the same without a context if they can.
 //
 // A conversion reads  % [n$] [flags] [width | * | *m$] [. [precision | * | *m$]] [length] letter:
 // flags space # ' + - 0, length h l ll L q, letter one of % C E G S X c d e f g i o p s u x.

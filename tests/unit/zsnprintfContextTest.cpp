@@ -1,7 +1,9 @@
 // Formatting: the contents of a parsed context.
 #include <Z/zsnprintf.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 
+#include <cstdarg>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -286,6 +288,75 @@ TEST(zsnprintf, ReturnsParametersOfEveryTypeInEveryForm)
                     ASSERT_EQ((others & 0x8) && type.isNumber ? '0' : ' ', pad)
                         << type.code << std::hex << " flags " << conversion.flags;
                 }
+            }
+        }
+    }
+}
+
+TEST(zsnprintf, FormatsTheSameWithAContextAndWithout)
+{
+    auto const direct = [](char* out, int size, char const* format, ...) {
+        va_list args;
+        va_start(args, format);
+        int const length = zvsnprintf_6_0(out, size, format, args);
+        va_end(args);
+        return length;
+    };
+    auto const byContext = [](char* out, int size, char const* format, ...) {
+        va_list args;
+        va_start(args, format);
+        ZPrintfContext_6_0 context;
+        int const result = zvsnprintf_parse_6_0(&context, zgetLCSHandle_6_0(), format, args);
+        va_end(args);
+        EXPECT_EQ(0, result);
+        int const length = zvsnprintf_render_6_0(&context, out, size);
+        zvsnprintf_done_6_0(&context);
+        return length;
+    };
+    char const* const formats[] = {
+        "",
+        "literal text that is longer than sixteen bytes",
+        "%d",
+        "<%d>",
+        "%d%s%ld%p%c%%",
+        "%hd and %s and %ld and %p and %c.",
+        "%u %s %lu %p %c",
+        "%x %s %lX %p %c",
+        "%o%s%lo%p%c",
+        "%5d|%10s|%-25ld|%30p|%3c|%5%",
+        "%-5d|%-10s|%+ld|%-30p|%-3c",
+        "%#x|%.2s|%#lo|%.20p|%c",
+        "% d|%.0s|%025ld|%p|%lc",
+        "%d%%%%%%%%%%%%%%%%%%%%%%",    // 12 conversions
+        "%d%%%%%%%%%%%%%%%%%%%%%%%%",  // 13
+        "%1$d %2$s %3$ld %4$p %5$c",
+    };
+    struct Values {
+        int number;
+        char const* text;
+        long large;
+        void const* pointer;
+    };
+    Values const all[] = {
+        {0, "", 0, nullptr},
+        {-1, nullptr, LONG_MIN, reinterpret_cast<void const*>(UINTPTR_MAX)},
+        {INT_MAX, "sixteen bytes or more", LONG_MAX, reinterpret_cast<void const*>(0x10)},
+        {INT_MIN, "text", 9999999999, reinterpret_cast<void const*>(0xF)},
+        {100, "eight ch", -10000000000, reinterpret_cast<void const*>(0xFFFF0)},
+    };
+    for (char const* format : formats) {
+        for (Values const& v : all) {
+            int const whole =
+                byContext(nullptr, 0, format, v.number, v.text, v.large, v.pointer, 'c');
+            for (int size = 0; size <= whole + 2; ++size) {
+                SCOPED_TRACE(testing::Message() << format << ' ' << v.number << ' ' << size);
+                std::vector<char> expected(static_cast<size_t>(size) + 1, '~');
+                std::vector<char> got = expected;
+                ASSERT_EQ(whole, byContext(expected.data(), size, format, v.number, v.text, v.large,
+                                           v.pointer, 'c'));
+                ASSERT_EQ(whole, direct(got.data(), size, format, v.number, v.text, v.large,
+                                        v.pointer, 'c'));
+                ASSERT_EQ(expected, got);
             }
         }
     }

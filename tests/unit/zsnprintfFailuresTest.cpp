@@ -36,6 +36,22 @@ TEST(zsnprintf, RejectsInvalidFormats)
     }
 }
 
+TEST(zsnprintf, ReadsTheWholeFormatBeforeItsArguments)
+{
+    // The strings must not be read: the call is rejected.
+    char const* const invalid = reinterpret_cast<char const*>(1);
+    char const* const formats[] = {
+        "%s%y",       "text %s and %d%", "%s %s %s %s %s %s %s %s %s %s %s %s %s %y",
+        "%d %1$y %s", "%s %3$s",         "%.5s %-y",
+    };
+    for (char const* format : formats) {
+        SCOPED_TRACE(format);
+        char buffer[16] = "untouched";
+        EXPECT_EQ(-1, zsnprintf_6_0(buffer, sizeof buffer, format, invalid, invalid));
+        EXPECT_STREQ("untouched", buffer);
+    }
+}
+
 TEST(zsnprintf, RejectsNumbersThatDoNotFit)
 {
     char const* const formats[] = {

@@ -10,22 +10,17 @@
 #include <stdlib.h>
 
 #include "../zsnprintf.h"
+#include "conversions.h"
 
 namespace zformat {
 
-inline constexpr int8_t kNoType = -1;  // no type code
-
-// The argument numbers that a format uses, collected while it is read.
-struct ArgumentUsage {
-    int32_t inOrder = 0;      // arguments of conversions without n$
-    int32_t highest = 0;      // largest explicit number
-    bool positional = false;  // the format has an explicit number
-};
-
-// The variable arguments of a call. A copy, because a va_list cannot be passed by reference on
-// every platform, and the caller's list must not advance.
+// The variable arguments of a call, in a class because a va_list cannot be passed by reference on
+// every platform. Ends the list.
 class ArgumentList {
 public:
+    /// Makes a list for va_start().
+    ArgumentList() {}
+    /// Copies a caller's list, which does not advance then.
     explicit ArgumentList(va_list args) { va_copy(list, args); }
     ArgumentList(ArgumentList const&) = delete;
     ArgumentList& operator=(ArgumentList const&) = delete;

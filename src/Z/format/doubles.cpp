@@ -15,6 +15,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "numbers.h"
 #include "output.h"
 #include "render.h"
 
@@ -27,33 +28,11 @@ constexpr int kDefaultPrecision = 6;
 constexpr int kMaxPrecision = 16500;
 
 // Limits of the fast path: the decimals and the power of ten up to which the arithmetic below is
-// exact in 128 bits, and the largest precision for std::to_chars().
+// exact in 128 bits (and kMaxScale), and the largest precision for std::to_chars().
 constexpr int kExactDecimals = 17;
-constexpr int kMaxScale = 19;
 constexpr int kFastPrecision = 40;
 constexpr size_t kFastSize = 400;
 static_assert(kFastSize > 2 + std::numeric_limits<double>::max_exponent10 + 1 + kFastPrecision);
-
-constexpr uint64_t kPowersOf10[kMaxScale + 1] = {1ull,
-                                                 10ull,
-                                                 100ull,
-                                                 1000ull,
-                                                 10000ull,
-                                                 100000ull,
-                                                 1000000ull,
-                                                 10000000ull,
-                                                 100000000ull,
-                                                 1000000000ull,
-                                                 10000000000ull,
-                                                 100000000000ull,
-                                                 1000000000000ull,
-                                                 10000000000000ull,
-                                                 100000000000000ull,
-                                                 1000000000000000ull,
-                                                 10000000000000000ull,
-                                                 100000000000000000ull,
-                                                 1000000000000000000ull,
-                                                 10000000000000000000ull};
 
 __extension__ typedef unsigned __int128 Wide;
 

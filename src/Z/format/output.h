@@ -7,9 +7,6 @@
 
 namespace zformat {
 
-// The digits of 00 to 99, two bytes each.
-extern char const kDigitPairs[201];
-
 // Copies `n` bytes. Most parts of a result are so short that a call of memcpy would cost more.
 inline void copyBytes(char* to, char const* from, size_t n)
 {

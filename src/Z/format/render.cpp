@@ -10,6 +10,7 @@
 #include <array>
 #include <charconv>
 
+#include "numbers.h"
 #include "output.h"
 #include "qvr.h"
 
@@ -17,8 +18,6 @@ namespace zformat {
 namespace {
 
 constexpr int64_t kFailed = -1;
-constexpr int64_t kTooLong = int64_t{INT32_MAX} + 1;  // bytes; the smallest length that fails
-constexpr size_t kMaxDigits = 22;                     // of a 64-bit number, octal
 
 // The pad characters before and after a conversion.
 struct Padding {
@@ -33,33 +32,6 @@ Padding paddingFor(ZPrintfConversion_6_0 const& conversion, int width, int64_t l
 {
     int64_t const pad = std::max<int64_t>(width - length, 0);
     return conversion.flags & zprintfLeft ? Padding{0, pad} : Padding{pad, 0};
-}
-
-// Writes `value` in decimal so that it ends at `end`, and returns its first digit.
-char* writeDecimal(uint64_t value, char* end)
-{
-    while (value >= 100) {
-        end -= 2;
-        memcpy(end, kDigitPairs + value % 100 * 2, 2);
-        value /= 100;
-    }
-    if (value >= 10) {
-        end -= 2;
-        memcpy(end, kDigitPairs + value * 2, 2);
-    } else {
-        *--end = static_cast<char>('0' + value);
-    }
-    return end;
-}
-
-// Writes `value` in base 8 or 16, with 3 or 4 bits per digit, like writeDecimal.
-char* writeBits(uint64_t value, unsigned bits, char const* digits, char* end)
-{
-    do {
-        *--end = digits[value & ((1u << bits) - 1)];
-        value >>= bits;
-    } while (value != 0);
-    return end;
 }
 
 int64_t argumentInteger(ZPrintfArgument_6_0 const* arguments, int32_t number)
@@ -269,11 +241,11 @@ int64_t render_ulonglong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
     char* const end = digits + sizeof digits;
     char* first;
     if (flags & zprintfUpperHex)
-        first = writeBits(value, 4, "0123456789ABCDEF", end);
+        first = writeBits(value, 4, kUpperDigits, end);
     else if (flags & zprintfLowerHex)
-        first = writeBits(value, 4, "0123456789abcdef", end);
+        first = writeBits(value, 4, kLowerDigits, end);
     else if (flags & zprintfOctal)
-        first = writeBits(value, 3, "01234567", end);
+        first = writeBits(value, 3, kLowerDigits, end);
     else
         first = writeDecimal(value, end);
     Output output(out, capacity);
@@ -316,8 +288,9 @@ int64_t render_ulonglong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
     return pad.before + prefixLength + extraZeros + count + pad.after;
 }
 
-// The renderer for each type code.
-constexpr Renderer* kRenderers[] = {
+}  // namespace
+
+Renderer* const kRenderers[] = {
     render_char,       // zprintfChar
     render_wchar,      // zprintfWideChar
     render_string,     // zprintfString
@@ -339,8 +312,6 @@ constexpr Renderer* kRenderers[] = {
     render_double,     // zprintfLongDoubleGeneral
     render_char,       // zprintfPercent
 };
-
-}  // namespace
 
 char const kDigitPairs[201] =
     "00010203040506070809101112131415161718192021222324252627282930313233343536373839"

@@ -9,6 +9,8 @@
 
 namespace zformat {
 
+constexpr int64_t kTooLong = int64_t{INT32_MAX} + 1;  // bytes; the smallest length that fails
+
 // A conversion has a width, or a precision, only if one of these flags is set.
 constexpr uint32_t kHasWidth = zprintfWidth | zprintfStarWidth | zprintfWidthOf8;
 constexpr uint32_t kHasPrecision = zprintfPrecision | zprintfStarPrecision | zprintfPrecisionOf8;
@@ -31,6 +33,8 @@ using Renderer = int64_t(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversi
                          ZPrintfArgument_6_0 const* arguments, char* out, size_t capacity);
 
 Renderer render_double;  // doubles.cpp
+
+extern Renderer* const kRenderers[];  // for each type code
 
 // Implements zvsnprintf_render_6_0, for any size.
 int render(ZPrintfContext_6_0 const& context, char* out, size_t size);
