@@ -20,6 +20,7 @@ rows=(
     "bench . --benchmark_min_time=0.001"
     "fuzz all 5"
     "crash file size limit"
+    "fleet"
     "compare 1"
     "fmt"
     "lint"

@@ -1,0 +1,217 @@
+#include "transport/cluster.h"
+
+#include <errno.h>
+#include <time.h>
+
+#include <algorithm>
+#include <random>
+
+#include "transport/failure.h"
+#include "transport/wire_forms.h"
+
+namespace zfleet {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kFirstPause{5};
+constexpr milliseconds kLongestPause{400};
+
+std::minstd_rand& randomNumbers()
+{
+    thread_local std::minstd_rand numbers{std::random_device{}()};
+    return numbers;
+}
+
+void sleepFor(Clock::duration time)
+{
+    auto const whole = std::chrono::duration_cast<std::chrono::nanoseconds>(time).count();
+    timespec left{whole / 1'000'000'000, whole % 1'000'000'000};
+    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
+    }
+}
+
+}  // namespace
+
+void Budget::pause()
+{
+    milliseconds const longest =
+        std::min(kLongestPause, kFirstPause * (1 << std::min(pauses_, 7u)));
+    ++pauses_;
+    std::uniform_int_distribution<long> choose(longest.count() / 2 + 1, longest.count());
+    Clock::duration const time = milliseconds(choose(randomNumbers()));
+    sleepFor(std::clamp(time, Clock::duration::zero(), std::max(left(), Clock::duration::zero())));
+}
+
+// The attempts of a call.
+struct Cluster::Attempts {
+    char const* method;
+    unsigned endpoint;        // of the current attempt
+    std::vector<bool> unfit;  // endpoints that cannot serve the call
+    std::string token = {};   // of the current attempt
+    bool isDoubtful = false;  // an earlier attempt may have been executed
+    bool hasRenewed = false;  // the token
+
+    [[noreturn]] void fail(int error, std::string const& detail) const
+    {
+        throw CallError{nameOfMethod(method), error, isDoubtful, detail};
+    }
+
+    void moveOn()
+    {
+        for (size_t i = 0; i < unfit.size(); ++i) {
+            endpoint = (endpoint + 1) % static_cast<unsigned>(unfit.size());
+            if (!unfit[endpoint])
+                return;
+        }
+    }
+};
+
+Cluster::Cluster(Settings settings) : settings_(std::move(settings)), current_(0)
+{
+    for (std::string const& address : settings_.endpoints)
+        endpoints_.push_back(std::make_unique<Endpoint>(address, settings_.certificates));
+    // The hosts of a fleet spread over the nodes.
+    current_ = static_cast<unsigned>(randomNumbers()() % endpoints_.size());
+}
+
+Clock::duration Cluster::timeoutOf(Budget const& budget) const
+{
+    return std::clamp(budget.left(), Clock::duration(milliseconds(1)), settings_.callTimeout);
+}
+
+// Returns the token for calls; empty if there are no users. After a failure, `status` has its code.
+std::string Cluster::tokenFor(Endpoint& endpoint, Budget const& budget, CallStatus& status)
+{
+    if (settings_.user.empty())
+        return {};
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        if (!token_.empty() || hasNoUsers_)
+            return token_;
+    }
+    wire::AuthenticateRequest request;
+    request.set_name(settings_.user);
+    request.set_password(settings_.password);
+    wire::AuthenticateResponse response;
+    // The cluster checks a token even of this call, and would refuse an old one.
+    status = endpoint.invoke(kAuthenticateMethod, request, response, timeoutOf(budget), {});
+    bool const hasNoUsers = status.code == statusFailedPrecondition &&
+                            status.message.find("not enabled") != std::string::npos;
+    if (hasNoUsers)
+        status = {};
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (status.code == 0) {
+        token_ = response.token();
+        hasNoUsers_ = hasNoUsers;
+    }
+    return token_;
+}
+
+// Forgets a token that the cluster has refused, unless another thread has replaced it.
+void Cluster::dropToken(std::string const& token)
+{
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (token_ == token)
+        token_.clear();
+    hasNoUsers_ = false;
+}
+
+// Prepares the next attempt after a failed one, or throws.
+void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition repetition,
+                     Budget& budget)
+{
+    Verdict const verdict = classify(status.code, status.message);
+    std::string const detail = endpoints_[attempts.endpoint]->address() + ": " + status.message;
+    // Without a token, the request has not been sent.
+    bool const isDoubtful = verdict.isDoubtful && attempts.method != kAuthenticateMethod;
+    attempts.isDoubtful = attempts.isDoubtful || isDoubtful;
+    bool const mayRepeat = repetition == Repetition::isHarmless || !attempts.isDoubtful;
+    if (verdict.handling == Handling::final || !mayRepeat)
+        attempts.fail(verdict.error, detail);
+    if (verdict.handling == Handling::renewToken) {
+        if (attempts.hasRenewed || settings_.user.empty())
+            attempts.fail(verdict.error, detail);
+        attempts.hasRenewed = true;
+        dropToken(attempts.token);
+        return;
+    }
+    if (verdict.handling == Handling::otherEndpoint) {
+        attempts.unfit[attempts.endpoint] = true;
+        if (std::find(attempts.unfit.begin(), attempts.unfit.end(), false) == attempts.unfit.end())
+            attempts.fail(verdict.error, detail);
+    }
+    attempts.moveOn();
+    budget.pause();
+    if (budget.isUsedUp())
+        attempts.fail(verdict.error, detail);
+}
+
+// Returns whether an attempt before the successful one may have been executed.
+bool Cluster::call(char const* method, Message const& request, Message& response,
+                   Repetition repetition, Budget& budget)
+{
+    unsigned const first = current_.load(std::memory_order_relaxed);
+    Attempts attempts{method, first, std::vector<bool>(endpoints_.size())};
+    for (;;) {
+        Endpoint& endpoint = *endpoints_[attempts.endpoint];
+        CallStatus status;
+        attempts.method = kAuthenticateMethod;
+        attempts.token = tokenFor(endpoint, budget, status);
+        if (status.code != 0) {
+            handle(attempts, status, repetition, budget);
+            continue;
+        }
+        attempts.method = method;
+        status = endpoint.invoke(method, request, response, timeoutOf(budget), attempts.token);
+        if (status.code == 0)
+            break;
+        handle(attempts, status, repetition, budget);
+    }
+    if (attempts.endpoint != first)
+        current_.store(attempts.endpoint, std::memory_order_relaxed);
+    return attempts.isDoubtful;
+}
+
+RangeResult Cluster::read(Range const& range, Budget& budget)
+{
+    wire::RangeResponse response;
+    call(kRangeMethod, toWire(range), response, Repetition::isHarmless, budget);
+    return fromWire(response);
+}
+
+TransactionResult Cluster::commit(Transaction const& transaction, Repetition repetition,
+                                  Budget& budget)
+{
+    wire::TxnResponse response;
+    bool const wasDoubtful = call(kTxnMethod, toWire(transaction), response, repetition, budget);
+    TransactionResult result = fromWire(response);
+    result.wasDoubtful = wasDoubtful;
+    return result;
+}
+
+Header Cluster::probe(unsigned endpoint, Budget& budget)
+{
+    Range range{settings_.prefix};
+    range.isKeysOnly = true;
+    wire::RangeResponse response;
+    Attempts attempts{kRangeMethod, endpoint, std::vector<bool>(endpoints_.size(), true)};
+    for (;;) {
+        CallStatus status;
+        attempts.token = tokenFor(*endpoints_[endpoint], budget, status);
+        if (status.code == 0)
+            status = endpoints_[endpoint]->invoke(kRangeMethod, toWire(range), response,
+                                                  timeoutOf(budget), attempts.token);
+        if (status.code == 0)
+            return fromWire(response.header());
+        Verdict const verdict = classify(status.code, status.message);
+        if (verdict.handling != Handling::renewToken || attempts.hasRenewed ||
+            settings_.user.empty())
+            attempts.fail(verdict.error, status.message);
+        attempts.hasRenewed = true;
+        dropToken(attempts.token);
+    }
+}
+
+}  // namespace zfleet

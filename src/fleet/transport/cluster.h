@@ -1,0 +1,78 @@
+// cluster: calls to a cluster of several endpoints: deadlines, retries, failover and tokens.
+//
+// An attempt that fails is repeated at another endpoint, after a pause that grows at random, until
+// the budget of the operation is used up. Only requests whose repetition changes nothing are
+// repeated after an attempt that the cluster may have executed; see Repetition.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "settings/fleet_settings.h"
+#include "transport/endpoint.h"
+#include "transport/requests.h"
+
+namespace zfleet {
+
+// Whether a transaction may be executed twice without harm. A put without a condition is not
+// idempotent: repeated late, it would undo another program's later put.
+enum class Repetition { isHarmless, isHarmful };
+
+// The time that an operation may take, and the pauses between its attempts.
+class Budget {
+public:
+    explicit Budget(Clock::duration time) : end_(Clock::now() + time) {}
+
+    Clock::duration left() const { return end_ - Clock::now(); }
+    bool isUsedUp() const { return left() <= Clock::duration::zero(); }
+
+    /// Waits a random time before the next attempt, but not past the end.
+    void pause();
+
+private:
+    Clock::time_point const end_;
+    unsigned pauses_ = 0;
+};
+
+class Cluster {
+public:
+    explicit Cluster(Settings settings);
+
+    Settings const& settings() const { return settings_; }
+
+    /// Reads keys.
+    /// throws  CallError.
+    RangeResult read(Range const& range, Budget& budget);
+
+    /// Executes a transaction.
+    /// throws  CallError. The transaction may have been executed if `isDoubtful` is set.
+    TransactionResult commit(Transaction const& transaction, Repetition repetition, Budget& budget);
+
+    /// Reads the state of the cluster from one endpoint, without failover.
+    /// throws  CallError.
+    Header probe(unsigned endpoint, Budget& budget);
+
+private:
+    struct Attempts;
+    using Message = google::protobuf::MessageLite;
+
+    bool call(char const* method, Message const& request, Message& response, Repetition repetition,
+              Budget& budget);
+    void handle(Attempts& attempts, CallStatus const& status, Repetition repetition,
+                Budget& budget);
+    std::string tokenFor(Endpoint& endpoint, Budget const& budget, CallStatus& status);
+    void dropToken(std::string const& token);
+    Clock::duration timeoutOf(Budget const& budget) const;
+
+    Settings const settings_;
+    std::vector<std::unique_ptr<Endpoint>> endpoints_;
+    std::atomic<unsigned> current_;  // the endpoint of the next call
+    std::mutex mutex_;
+    std::string token_;        // guarded by mutex_; empty: authenticate first
+    bool hasNoUsers_ = false;  // guarded by mutex_; the cluster has no users
+};
+
+}  // namespace zfleet

@@ -1,0 +1,74 @@
+// endpoint: the channel to an endpoint of a cluster, and single calls.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace google::protobuf {
+class MessageLite;
+}  // namespace google::protobuf
+
+namespace grpc {
+class Channel;
+class ChannelCredentials;
+}  // namespace grpc
+
+namespace zfleet {
+
+using Clock = std::chrono::steady_clock;
+
+// The names of the methods. Part of the wire format.
+inline constexpr char kRangeMethod[] = "/etcdserverpb.KV/Range";
+inline constexpr char kTxnMethod[] = "/etcdserverpb.KV/Txn";
+inline constexpr char kAuthenticateMethod[] = "/etcdserverpb.Auth/Authenticate";
+
+// The status of a call; the code 0 is success.
+struct CallStatus {
+    int code = 0;
+    std::string message = {};
+};
+
+// The contents of PEM files; without a CA, the connection is not encrypted.
+struct Certificates {
+    std::string ca = {};
+    std::string certificate = {};
+    std::string key = {};
+};
+
+class Endpoint {
+public:
+    /// Does not connect: the first call creates the channel.
+    /// range   `address` is "host:port".
+    Endpoint(std::string address, Certificates const& certificates);
+    Endpoint(Endpoint const&) = delete;
+    Endpoint& operator=(Endpoint const&) = delete;
+
+    /// Closes the channel. In a child of the process that created the channel, leaks it: the
+    /// threads of gRPC do not exist there.
+    ~Endpoint();
+
+    std::string const& address() const { return address_; }
+
+    /// Makes one attempt of a unary call, on the calling thread.
+    /// range   `token` may be empty.
+    /// throws  CallError with ECHILD in a child of a process that has used gRPC.
+    /// threads any; a thread cannot be cancelled in it.
+    CallStatus invoke(char const* method, google::protobuf::MessageLite const& request,
+                      google::protobuf::MessageLite& response, Clock::duration timeout,
+                      std::string const& token);
+
+private:
+    std::shared_ptr<grpc::Channel> channel();
+
+    std::string const address_;
+    Certificates const& certificates_;  // of the cluster
+    std::mutex mutex_;
+    std::shared_ptr<grpc::Channel> channel_;  // guarded by mutex_
+};
+
+/// Returns the last part of the name of a method, such as "Range".
+std::string nameOfMethod(char const* method);
+
+}  // namespace zfleet

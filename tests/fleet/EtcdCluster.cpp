@@ -1,0 +1,188 @@
+#include "EtcdCluster.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "transport/cluster.h"
+#include "transport/failure.h"
+
+namespace {
+
+constexpr char kProgram[] = "/usr/bin/etcd";
+
+// Sockets that reserve ports until the nodes listen on them: the kernel gives no port twice.
+class PortReservation {
+public:
+    PortReservation() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in place{};
+        place.sin_family = AF_INET;
+        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&place), sizeof place));
+        socklen_t length = sizeof place;
+        EXPECT_EQ(0, getsockname(fd_, reinterpret_cast<sockaddr*>(&place), &length));
+        port_ = ntohs(place.sin_port);
+    }
+    PortReservation(PortReservation&& other) noexcept : fd_(other.fd_), port_(other.port_)
+    {
+        other.fd_ = -1;
+    }
+    PortReservation& operator=(PortReservation const&) = delete;
+    ~PortReservation()
+    {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+
+    unsigned port() const { return port_; }
+
+private:
+    int fd_;
+    unsigned port_ = 0;
+};
+
+std::string url(unsigned port)
+{
+    return "http://127.0.0.1:" + std::to_string(port);
+}
+
+std::string nameOf(unsigned node)
+{
+    return "n" + std::to_string(node);
+}
+
+}  // namespace
+
+bool EtcdCluster::isInstalled()
+{
+    return access(kProgram, X_OK) == 0;
+}
+
+EtcdCluster::EtcdCluster(unsigned nodes, std::vector<std::string> const& options)
+    : options_(options), nodes_(nodes)
+{
+    {
+        std::vector<PortReservation> ports(2 * nodes);
+        for (unsigned i = 0; i < nodes; ++i) {
+            nodes_[i].clientPort = ports[2 * i].port();
+            nodes_[i].peerPort = ports[2 * i + 1].port();
+        }
+    }
+    for (unsigned i = 0; i < nodes; ++i)
+        start(i);
+    waitUntilReady();
+}
+
+EtcdCluster::~EtcdCluster()
+{
+    for (unsigned i = 0; i < size(); ++i)
+        kill(i);
+}
+
+std::vector<std::string> EtcdCluster::endpoints() const
+{
+    std::vector<std::string> all;
+    for (Node const& node : nodes_)
+        all.push_back("127.0.0.1:" + std::to_string(node.clientPort));
+    return all;
+}
+
+// Short timers: an election ends within a second.
+std::vector<std::string> EtcdCluster::commandFor(unsigned node) const
+{
+    std::string members;
+    for (unsigned i = 0; i < size(); ++i)
+        members += (i == 0 ? "" : ",") + nameOf(i) + "=" + url(nodes_[i].peerPort);
+    std::string const client = url(nodes_[node].clientPort);
+    std::string const peer = url(nodes_[node].peerPort);
+    std::vector<std::string> command{kProgram,
+                                     "--name=" + nameOf(node),
+                                     "--data-dir=" + directory_.at(nameOf(node)),
+                                     "--listen-client-urls=" + client,
+                                     "--advertise-client-urls=" + client,
+                                     "--listen-peer-urls=" + peer,
+                                     "--initial-advertise-peer-urls=" + peer,
+                                     "--initial-cluster=" + members,
+                                     "--initial-cluster-token=" + directory_.path(),
+                                     "--heartbeat-interval=20",
+                                     "--election-timeout=200"};
+    command.insert(command.end(), options_.begin(), options_.end());
+    return command;
+}
+
+void EtcdCluster::start(unsigned node)
+{
+    std::vector<std::string> command = commandFor(node);
+    std::vector<char*> arguments;
+    for (std::string& word : command)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    char path[] = "PATH=/usr/bin:/bin";
+    char* environment[] = {path, nullptr};
+    std::string const log = directory_.at(nameOf(node) + ".log");
+    pid_t const parent = getpid();
+    pid_t const process = fork();
+    ASSERT_LE(0, process);
+    if (process == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        int const fd = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+        if (getppid() != parent || fd < 0 || dup2(fd, 1) < 0 || dup2(fd, 2) < 0)
+            _exit(126);
+        execve(kProgram, arguments.data(), environment);
+        _exit(127);
+    }
+    nodes_[node].process = process;
+}
+
+void EtcdCluster::kill(unsigned node)
+{
+    pid_t& process = nodes_[node].process;
+    if (process == 0)
+        return;
+    ::kill(process, SIGKILL);
+    waitpid(process, nullptr, 0);
+    process = 0;
+}
+
+void EtcdCluster::suspend(unsigned node)
+{
+    ::kill(nodes_[node].process, SIGSTOP);
+}
+
+void EtcdCluster::resume(unsigned node)
+{
+    ::kill(nodes_[node].process, SIGCONT);
+}
+
+bool EtcdCluster::isReady(unsigned node) const
+{
+    zfleet::Settings settings;
+    settings.endpoints = {endpoints()[node]};
+    zfleet::Cluster cluster(settings);
+    try {
+        zfleet::Budget budget(std::chrono::seconds(1));
+        cluster.probe(0, budget);
+        return true;
+    } catch (zfleet::CallError const&) {
+        return false;
+    }
+}
+
+void EtcdCluster::waitUntilReady()
+{
+    for (unsigned i = 0; i < size(); ++i)
+        while (nodes_[i].process != 0 && !isReady(i)) {
+            ASSERT_EQ(0, waitpid(nodes_[i].process, nullptr, WNOHANG))
+                << "etcd has ended:\n"
+                << directory_.read(nameOf(i) + ".log");
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+}

@@ -1,0 +1,422 @@
+// The calls to a cluster, with a server that replies as each test has scripted.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "ScriptedServer.h"
+#include "transport/cluster.h"
+#include "transport/failure.h"
+
+using namespace zfleet;
+using Reply = ScriptedServer::Reply;
+
+namespace {
+
+Settings settingsFor(std::vector<std::string> const& endpoints)
+{
+    Settings settings;
+    settings.fleet = "test";
+    settings.endpoints = endpoints;
+    return settings;
+}
+
+Settings settingsWithUser(std::vector<std::string> const& endpoints)
+{
+    Settings settings = settingsFor(endpoints);
+    settings.user = "robot";
+    settings.password = "secret";
+    return settings;
+}
+
+// Reads the key "k" and returns its value, or "CALL errno ERRNO" after a failure.
+std::string readValue(Cluster& cluster, Clock::duration time = std::chrono::seconds(60))
+{
+    try {
+        Budget budget(time);
+        RangeResult const result = cluster.read({"k"}, budget);
+        return result.entries.empty() ? "" : result.entries[0].value;
+    } catch (CallError const& error) {
+        return error.call + " errno " + std::to_string(error.error);
+    }
+}
+
+std::string failure(char const* call, int error)
+{
+    return std::string(call) + " errno " + std::to_string(error);
+}
+
+// A port of the loopback interface on which nothing listens, as long as the object exists.
+class ClosedPort {
+public:
+    ClosedPort() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in place{};
+        place.sin_family = AF_INET;
+        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&place), sizeof place));
+        socklen_t length = sizeof place;
+        getsockname(fd_, reinterpret_cast<sockaddr*>(&place), &length);
+        port_ = ntohs(place.sin_port);
+    }
+    ClosedPort(ClosedPort const&) = delete;
+    ClosedPort& operator=(ClosedPort const&) = delete;
+    ~ClosedPort() { close(fd_); }
+
+    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+
+private:
+    int const fd_;
+    int port_ = 0;
+};
+
+Transaction putOf(char const* key)
+{
+    return {{}, {Put{key, "v"}}, {}};
+}
+
+}  // namespace
+
+TEST(FleetCalls, ReadReturnsTheEntry)
+{
+    ScriptedServer server;
+    server.script("Range", {{0, rangeReply("k", "hello", 12)}});
+    Cluster cluster(settingsFor({server.address()}));
+    Budget budget(std::chrono::seconds(60));
+    RangeResult const result = cluster.read({"k"}, budget);
+    ASSERT_EQ(1u, result.entries.size());
+    EXPECT_EQ("k", result.entries[0].key);
+    EXPECT_EQ("hello", result.entries[0].value);
+    EXPECT_EQ(12, result.entries[0].modRevision);
+    EXPECT_EQ(12, result.header.revision);
+    ASSERT_EQ(1u, server.requests().size());
+    EXPECT_EQ("true", server.requests()[0].needsLeader);
+    EXPECT_EQ("", server.requests()[0].token);
+}
+
+TEST(FleetCalls, FinalStatusesFailAfterOneCall)
+{
+    struct Case {
+        int code;
+        char const* text;
+        int error;
+    };
+    Case const cases[] = {
+        {statusInvalidArgument, "etcdserver: key is not provided", EINVAL},
+        {statusInvalidArgument, "etcdserver: request is too large", EFBIG},
+        {statusNotFound, "etcdserver: requested lease not found", ENOENT},
+        {statusAlreadyExists, "", EEXIST},
+        {statusPermissionDenied, "etcdserver: permission denied", EACCES},
+        {statusResourceExhausted, "etcdserver: mvcc: database space exceeded", ENOSPC},
+        {statusResourceExhausted, "etcdserver: too many requests", EAGAIN},
+        {statusResourceExhausted, "trying to send message larger than max", EFBIG},
+        {statusFailedPrecondition, "", EINVAL},
+        {statusOutOfRange, "etcdserver: mvcc: required revision has been compacted", ESTALE},
+        {statusUnimplemented, "unknown service", EPROTO},
+        {statusUnauthenticated, "etcdserver: invalid auth token", EACCES},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::to_string(c.code) + " " + c.text);
+        ScriptedServer server;
+        server.script("Range", {{c.code, c.text}});
+        Cluster cluster(settingsFor({server.address()}));
+        EXPECT_EQ(failure("Range", c.error), readValue(cluster));
+        EXPECT_EQ(1u, server.count("Range"));
+    }
+}
+
+TEST(FleetCalls, PassingStatusesAreRetried)
+{
+    for (int const code : {statusCancelled, statusUnknown, statusDeadlineExceeded, statusAborted,
+                           statusInternal, statusUnavailable, statusDataLoss}) {
+        SCOPED_TRACE(code);
+        ScriptedServer server;
+        server.script("Range", {{code, "first"}, {code, "second"}, {0, rangeReply("k", "value")}});
+        Cluster cluster(settingsFor({server.address()}));
+        EXPECT_EQ("value", readValue(cluster));
+        EXPECT_EQ(3u, server.count("Range"));
+    }
+}
+
+TEST(FleetCalls, PassingStatusThatLastsFailsAfterTheBudget)
+{
+    struct Case {
+        int code;
+        int error;
+    };
+    Case const cases[] = {
+        {statusCancelled, ECANCELED}, {statusUnknown, EIO},  {statusDeadlineExceeded, ETIMEDOUT},
+        {statusAborted, EAGAIN},      {statusInternal, EIO}, {statusUnavailable, ETIMEDOUT},
+        {statusDataLoss, EIO}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.code);
+        ScriptedServer server;
+        server.script("Range", {{c.code, "lasting"}});
+        Cluster cluster(settingsFor({server.address()}));
+        // Long enough for one connection on a busy machine: until then the status is 14.
+        readValue(cluster, std::chrono::milliseconds(1));
+        while (server.count("Range") == 0)
+            readValue(cluster, std::chrono::milliseconds(100));
+        Clock::time_point const start = Clock::now();
+        std::chrono::milliseconds const budget(200);
+        EXPECT_EQ(failure("Range", c.error), readValue(cluster, budget));
+        EXPECT_LE(budget, Clock::now() - start);
+        EXPECT_LE(2u, server.count("Range"));
+    }
+}
+
+TEST(FleetCalls, MissingReplyEndsAtTheDeadlineAndIsRetried)
+{
+    ScriptedServer server;
+    server.script("Range", {{0, "", Reply::never}, {0, rangeReply("k", "value")}});
+    Settings settings = settingsFor({server.address()});
+    settings.callTimeout = std::chrono::milliseconds(300);
+    Cluster cluster(settings);
+    Clock::time_point const start = Clock::now();
+    EXPECT_EQ("value", readValue(cluster));
+    EXPECT_LE(settings.callTimeout, Clock::now() - start);
+    EXPECT_LE(2u, server.count("Range"));
+}
+
+TEST(FleetCalls, LateReplyWithinTheDeadlineIsTaken)
+{
+    ScriptedServer server;
+    server.script("Range", {{0, rangeReply("k", "late"), Reply::late}});
+    Settings settings = settingsFor({server.address()});
+    settings.callTimeout = std::chrono::seconds(60);
+    Cluster cluster(settings);
+    EXPECT_EQ("late", readValue(cluster));
+    EXPECT_EQ(1u, server.count("Range"));
+}
+
+TEST(FleetCalls, ReplyThatIsSentTwiceIsNotTaken)
+{
+    ScriptedServer server;
+    server.script("Range",
+                  {{0, rangeReply("k", "twice"), Reply::twice}, {0, rangeReply("k", "once")}});
+    Settings settings = settingsFor({server.address()});
+    settings.callTimeout = std::chrono::milliseconds(300);
+    Cluster cluster(settings);
+    std::string const value = readValue(cluster);
+    EXPECT_TRUE(value == "once" || value == "twice") << value;
+}
+
+TEST(FleetCalls, UnreadableReplyIsRetried)
+{
+    Reply const replies[] = {{0, "\xff\xff\xff"},
+                             {0, ""},
+                             {0, rangeReply("k", "v").substr(0, 5)},
+                             {0, "", Reply::withoutMessage}};
+    for (Reply const& reply : replies) {
+        SCOPED_TRACE(&reply - replies);
+        ScriptedServer server;
+        server.script("Range", {reply, {0, rangeReply("k", "value")}});
+        Cluster cluster(settingsFor({server.address()}));
+        EXPECT_EQ("value", readValue(cluster));
+        EXPECT_EQ(2u, server.count("Range"));
+    }
+}
+
+TEST(FleetCalls, ReplyAboveTheLimitFails)
+{
+    ScriptedServer server;
+    server.script("Range", {{0, rangeReply("k", std::string(9 << 20, 'x'))}});
+    Cluster cluster(settingsFor({server.address()}));
+    EXPECT_EQ(failure("Range", EFBIG), readValue(cluster));
+    EXPECT_EQ(1u, server.count("Range"));
+}
+
+TEST(FleetCalls, UnguardedTransactionIsNotRepeatedAfterADoubtfulStatus)
+{
+    ScriptedServer server;
+    server.script("Txn", {{statusUnavailable, "perhaps executed"}, {0, transactionReply(true)}});
+    Cluster cluster(settingsFor({server.address()}));
+    Budget budget(std::chrono::seconds(60));
+    try {
+        cluster.commit(putOf("k"), Repetition::isHarmful, budget);
+        FAIL() << "nothing was thrown";
+    } catch (CallError const& error) {
+        EXPECT_EQ("Txn", error.call);
+        EXPECT_EQ(ETIMEDOUT, error.error);
+        EXPECT_TRUE(error.isDoubtful);
+    }
+    EXPECT_EQ(1u, server.count("Txn"));
+}
+
+TEST(FleetCalls, GuardedTransactionIsRepeatedAndReportsTheDoubt)
+{
+    for (int const code : {statusUnavailable, statusInternal, statusUnknown}) {
+        SCOPED_TRACE(code);
+        ScriptedServer server;
+        server.script("Txn", {{code, "perhaps executed"}, {0, transactionReply(false)}});
+        Cluster cluster(settingsFor({server.address()}));
+        Budget budget(std::chrono::seconds(60));
+        TransactionResult const result = cluster.commit(putOf("k"), Repetition::isHarmless, budget);
+        EXPECT_FALSE(result.hasSucceeded);
+        EXPECT_TRUE(result.wasDoubtful);
+        ASSERT_EQ(2u, server.count("Txn"));
+        EXPECT_EQ(server.requests()[0].bytes, server.requests()[1].bytes);
+    }
+}
+
+TEST(FleetCalls, TransactionWithoutADoubtfulStatusIsCertain)
+{
+    ScriptedServer server;
+    server.script("Authenticate", {{0, tokenReply("first")}, {0, tokenReply("second")}});
+    server.script("Txn", {{statusUnauthenticated, "etcdserver: invalid auth token"},
+                          {0, transactionReply(true)}});
+    Cluster cluster(settingsWithUser({server.address()}));
+    Budget budget(std::chrono::seconds(60));
+    TransactionResult const result = cluster.commit(putOf("k"), Repetition::isHarmful, budget);
+    EXPECT_TRUE(result.hasSucceeded);
+    EXPECT_FALSE(result.wasDoubtful);
+}
+
+TEST(FleetCalls, RequestsHaveThePublicFieldNumbers)
+{
+    ScriptedServer server;
+    server.script("Txn", {{0, transactionReply(true)}});
+    Cluster cluster(settingsFor({server.address()}));
+    Budget budget(std::chrono::seconds(60));
+    Transaction const transaction{{{"a", Condition::modRevision, Condition::equal, 0},
+                                   {"b", Condition::createRevision, Condition::greater, 3}},
+                                  {Put{"c", "d", 9}, Remove{"e", "f"}},
+                                  {Range{"g"}}};
+    cluster.commit(transaction, Repetition::isHarmless, budget);
+    // Each field is a byte (number * 8 + type), then its length or value.
+    std::string const expected(
+        "\x0a\x07\x10\x02\x1a\x01"
+        "a\x30\x00"
+        "\x0a\x09\x08\x01\x10\x01\x1a\x01"
+        "b\x28\x03"
+        "\x12\x0a\x12\x08\x0a\x01"
+        "c\x12\x01"
+        "d\x18\x09"
+        "\x12\x08\x1a\x06\x0a\x01"
+        "e\x12\x01"
+        "f"
+        "\x1a\x05\x0a\x03\x0a\x01"
+        "g",
+        9 + 11 + 12 + 10 + 7);
+    EXPECT_EQ(expected, server.requests()[0].bytes);
+}
+
+TEST(FleetCalls, TokenIsRenewedOnceAndWithoutTheOldToken)
+{
+    ScriptedServer server;
+    server.script("Authenticate", {{0, tokenReply("first")}, {0, tokenReply("second")}});
+    server.script("Range", {{0, rangeReply("k", "a")},
+                            {statusUnauthenticated, "etcdserver: invalid auth token"},
+                            {0, rangeReply("k", "b")}});
+    Cluster cluster(settingsWithUser({server.address()}));
+    EXPECT_EQ("a", readValue(cluster));
+    EXPECT_EQ("b", readValue(cluster));
+    std::string seen;
+    for (auto const& request : server.requests())
+        seen += request.method + ":" + request.token + " ";
+    EXPECT_EQ("Authenticate: Range:first Range:first Authenticate: Range:second ", seen);
+
+    server.script("Range", {{statusUnauthenticated, "etcdserver: invalid auth token"}});
+    EXPECT_EQ(failure("Range", EACCES), readValue(cluster));
+    EXPECT_EQ(3u, server.count("Authenticate"));
+}
+
+TEST(FleetCalls, WrongPasswordIsNotRetried)
+{
+    ScriptedServer server;
+    server.script("Authenticate",
+                  {{statusInvalidArgument,
+                    "etcdserver: authentication failed, invalid user ID or password"}});
+    Cluster cluster(settingsWithUser({server.address()}));
+    EXPECT_EQ(failure("Authenticate", EACCES), readValue(cluster));
+    EXPECT_EQ(1u, server.requests().size());
+}
+
+TEST(FleetCalls, ClusterWithoutUsersNeedsNoToken)
+{
+    ScriptedServer server;
+    server.script("Authenticate",
+                  {{statusFailedPrecondition, "etcdserver: authentication is not enabled"}});
+    server.script("Range", {{0, rangeReply("k", "value")}});
+    Cluster cluster(settingsWithUser({server.address()}));
+    EXPECT_EQ("value", readValue(cluster));
+    EXPECT_EQ("value", readValue(cluster));
+    EXPECT_EQ(1u, server.count("Authenticate"));
+}
+
+TEST(FleetCalls, OtherEndpointTakesOverAndIsKept)
+{
+    ClosedPort const closed;
+    ScriptedServer server;
+    server.script("Range", {{0, rangeReply("k", "value")}});
+    Cluster cluster(settingsFor({closed.address(), server.address(), closed.address()}));
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ("value", readValue(cluster));
+    EXPECT_EQ(5u, server.count("Range"));
+}
+
+TEST(FleetCalls, EndpointsThatAreNotOfAClusterAreCalledOnce)
+{
+    ScriptedServer first;
+    ScriptedServer second;
+    first.script("Range", {{statusUnimplemented, "unknown service"}});
+    second.script("Range", {{statusUnimplemented, "unknown service"}});
+    Cluster cluster(settingsFor({first.address(), second.address()}));
+    EXPECT_EQ(failure("Range", EPROTO), readValue(cluster));
+    EXPECT_EQ(1u, first.count("Range"));
+    EXPECT_EQ(1u, second.count("Range"));
+
+    second.script("Range", {{0, rangeReply("k", "value")}});
+    EXPECT_EQ("value", readValue(cluster));
+}
+
+TEST(FleetCalls, NoEndpointFailsAfterTheBudget)
+{
+    ClosedPort const closed;
+    Cluster cluster(settingsFor({closed.address()}));
+    EXPECT_EQ(failure("Range", ETIMEDOUT), readValue(cluster, std::chrono::milliseconds(100)));
+}
+
+TEST(FleetCalls, ProxyOfTheEnvironmentIsIgnored)
+{
+    ClosedPort const closed;
+    ScriptedServer server;
+    server.script("Range", {{0, rangeReply("k", "value")}});
+    std::string const proxy = "http://" + closed.address();
+    for (char const* const name : {"http_proxy", "https_proxy", "grpc_proxy"})
+        setenv(name, proxy.c_str(), 1);
+    Cluster cluster(settingsFor({server.address()}));
+    EXPECT_EQ("value", readValue(cluster, std::chrono::seconds(20)));
+    for (char const* const name : {"http_proxy", "https_proxy", "grpc_proxy"})
+        unsetenv(name);
+}
+
+TEST(FleetCalls, ChildOfForkIsRefused)
+{
+    ScriptedServer server;
+    server.script("Range", {{0, rangeReply("k", "value")}});
+    Settings const settings = settingsFor({server.address()});
+    auto cluster = std::make_unique<Cluster>(settings);
+    EXPECT_EQ("value", readValue(*cluster));
+    pid_t const child = fork();
+    if (child == 0) {
+        bool const isOldRefused = readValue(*cluster) == failure("Range", ECHILD);
+        cluster.reset();
+        Cluster fresh(settings);
+        bool const isNewRefused = readValue(fresh) == failure("Range", ECHILD);
+        _exit(isOldRefused && isNewRefused ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("value", readValue(*cluster));
+}
+
+TEST(FleetCalls, EndOfPrefixIsTheNextKeyOfAnotherPrefix)
+{
+    EXPECT_EQ("/a0", endOfPrefix("/a/"));
+    EXPECT_EQ("b", endOfPrefix("a\xff"));
+}

@@ -1,0 +1,202 @@
+#include "ScriptedServer.h"
+
+#include <grpcpp/alarm.h>
+#include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/security/server_credentials.h>
+#include <grpcpp/server.h>
+#include <grpcpp/server_builder.h>
+#include <grpcpp/support/byte_buffer.h>
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+
+namespace {
+
+std::string bytesOf(grpc::ByteBuffer const& buffer)
+{
+    std::vector<grpc::Slice> slices;
+    std::string bytes;
+    if (buffer.Dump(&slices).ok())
+        for (grpc::Slice const& slice : slices)
+            bytes.append(reinterpret_cast<char const*>(slice.begin()), slice.size());
+    return bytes;
+}
+
+grpc::ByteBuffer bufferOf(std::string const& bytes)
+{
+    grpc::Slice const slice(bytes);
+    return {&slice, 1};
+}
+
+}  // namespace
+
+struct ScriptedServer::Service : grpc::CallbackGenericService {
+    class Call;
+
+    grpc::ServerGenericBidiReactor* CreateReactor(
+        grpc::GenericCallbackServerContext* context) override;
+
+    Reply record(Request const& request)
+    {
+        std::lock_guard<std::mutex> const guard(mutex);
+        requests.push_back(request);
+        std::vector<Reply>& replies = scripts[request.method];
+        if (replies.empty())
+            return {12, "not scripted"};
+        Reply const reply = replies.front();
+        if (replies.size() > 1)
+            replies.erase(replies.begin());
+        return reply;
+    }
+
+    mutable std::mutex mutex;
+    std::vector<Request> requests;
+    std::map<std::string, std::vector<Reply>> scripts;
+    std::unique_ptr<grpc::Server> server;
+    int port = 0;
+};
+
+class ScriptedServer::Service::Call : public grpc::ServerGenericBidiReactor {
+public:
+    Call(Service& service, grpc::GenericCallbackServerContext& context) : service_(service)
+    {
+        std::string const& method = context.method();
+        request_.method = method.substr(method.rfind('/') + 1);
+        request_.token = metadata(context, "token");
+        request_.needsLeader = metadata(context, "hasleader");
+        StartRead(&in_);
+    }
+
+    void OnReadDone(bool isRead) override
+    {
+        if (!isRead)
+            return Finish(grpc::Status(grpc::StatusCode::INTERNAL, "no request"));
+        request_.bytes = bytesOf(in_);
+        reply_ = service_.record(request_);
+        if (reply_.manner == Reply::late)
+            alarm_.Set(std::chrono::system_clock::now() + kLate, [this](bool) { reply(); });
+        else if (reply_.manner != Reply::never)
+            reply();
+    }
+
+    void OnWriteDone(bool) override
+    {
+        if (reply_.manner == Reply::twice && !isRepeated_) {
+            isRepeated_ = true;
+            StartWrite(&out_);
+        } else {
+            Finish(grpc::Status::OK);
+        }
+    }
+
+    void OnCancel() override
+    {
+        if (reply_.manner == Reply::never)
+            Finish(grpc::Status::CANCELLED);
+    }
+
+    void OnDone() override { delete this; }
+
+private:
+    static std::string metadata(grpc::GenericCallbackServerContext const& context, char const* name)
+    {
+        auto const found = context.client_metadata().find(name);
+        return found == context.client_metadata().end()
+                   ? ""
+                   : std::string(found->second.data(), found->second.size());
+    }
+
+    void reply()
+    {
+        if (reply_.code != 0)
+            return Finish(grpc::Status(static_cast<grpc::StatusCode>(reply_.code), reply_.text));
+        if (reply_.manner == Reply::withoutMessage)
+            return Finish(grpc::Status::OK);
+        out_ = bufferOf(reply_.text);
+        StartWrite(&out_);
+    }
+
+    Service& service_;
+    Request request_;
+    Reply reply_;
+    bool isRepeated_ = false;
+    grpc::ByteBuffer in_;
+    grpc::ByteBuffer out_;
+    grpc::Alarm alarm_;
+};
+
+grpc::ServerGenericBidiReactor* ScriptedServer::Service::CreateReactor(
+    grpc::GenericCallbackServerContext* context)
+{
+    return new Call(*this, *context);
+}
+
+ScriptedServer::ScriptedServer() : service_(new Service)
+{
+    grpc::ServerBuilder builder;
+    builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &service_->port);
+    builder.RegisterCallbackGenericService(service_.get());
+    service_->server = builder.BuildAndStart();
+}
+
+ScriptedServer::~ScriptedServer()
+{
+    // A reply that never comes ends here.
+    service_->server->Shutdown(std::chrono::system_clock::now());
+    service_->server->Wait();
+}
+
+std::string ScriptedServer::address() const
+{
+    return "127.0.0.1:" + std::to_string(service_->port);
+}
+
+void ScriptedServer::script(std::string const& method, std::vector<Reply> replies)
+{
+    std::lock_guard<std::mutex> const guard(service_->mutex);
+    service_->scripts[method] = std::move(replies);
+}
+
+std::vector<ScriptedServer::Request> ScriptedServer::requests() const
+{
+    std::lock_guard<std::mutex> const guard(service_->mutex);
+    return service_->requests;
+}
+
+size_t ScriptedServer::count(std::string const& method) const
+{
+    std::vector<Request> const all = requests();
+    return static_cast<size_t>(std::count_if(
+        all.begin(), all.end(), [&](Request const& request) { return request.method == method; }));
+}
+
+std::string rangeReply(std::string const& key, std::string const& value, int64_t revision)
+{
+    zfleet::wire::RangeResponse reply;
+    reply.mutable_header()->set_cluster(1);
+    reply.mutable_header()->set_revision(revision);
+    auto* const entry = reply.add_kvs();
+    entry->set_key(key);
+    entry->set_value(value);
+    entry->set_mod_revision(revision);
+    reply.set_count(1);
+    return reply.SerializeAsString();
+}
+
+std::string transactionReply(bool hasSucceeded, int64_t revision)
+{
+    zfleet::wire::TxnResponse reply;
+    reply.mutable_header()->set_cluster(1);
+    reply.mutable_header()->set_revision(revision);
+    reply.set_succeeded(hasSucceeded);
+    return reply.SerializeAsString();
+}
+
+std::string tokenReply(std::string const& token)
+{
+    zfleet::wire::AuthenticateResponse reply;
+    reply.mutable_header()->set_cluster(1);
+    reply.set_token(token);
+    return reply.SerializeAsString();
+}

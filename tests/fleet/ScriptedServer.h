@@ -1,0 +1,63 @@
+// ScriptedServer: a server in the test program that replies as the test has scripted.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fleet_messages.pb.h"
+
+class ScriptedServer {
+public:
+    // A reply to a call: a message, or a status with another code than 0.
+    struct Reply {
+        enum Manner { once, twice, late, never, withoutMessage };
+
+        int code = 0;
+        std::string text = {};  // the message of the status, or the bytes of the reply
+        Manner manner = once;
+    };
+
+    struct Request {
+        std::string method;  // such as "Range"
+        std::string bytes;
+        std::string token;        // of the metadata
+        std::string needsLeader;  // "hasleader" of the metadata
+    };
+
+    /// Listens on a port of the loopback interface.
+    ScriptedServer();
+    ScriptedServer(ScriptedServer const&) = delete;
+    ScriptedServer& operator=(ScriptedServer const&) = delete;
+    ~ScriptedServer();
+
+    /// Returns "127.0.0.1:PORT".
+    std::string address() const;
+
+    /// Replies to the calls of a method with `replies`, in order. The last one is repeated.
+    void script(std::string const& method, std::vector<Reply> replies);
+
+    /// Returns the requests so far.
+    std::vector<Request> requests() const;
+
+    /// Returns the number of requests of a method so far.
+    size_t count(std::string const& method) const;
+
+    /// The time that a late reply waits.
+    static constexpr std::chrono::milliseconds kLate{60};
+
+private:
+    struct Service;
+
+    std::unique_ptr<Service> service_;
+};
+
+// Returns the bytes of a reply of Range with one entry.
+std::string rangeReply(std::string const& key, std::string const& value, int64_t revision = 7);
+
+// Returns the bytes of a reply of Txn.
+std::string transactionReply(bool hasSucceeded, int64_t revision = 7);
+
+// Returns the bytes of a reply of Authenticate.
+std::string tokenReply(std::string const& token);
