@@ -17,6 +17,36 @@ def state(number):
     return f"[s]\nfirst = {number}\n{PADDING}last = {number}\n"
 
 
+A = "[a]\nk = 1\nl = x\n"
+
+# The name of the file, the arguments after it, two states, and the lines of the change between them.
+ROWS = [
+    ("f", [], A, A.replace("1", "2"), ["a k 1 2"]),
+    ("f", [], A, A + "m = 3\n", ["a m - 3"]),
+    ("f", [], A, "[a]\nl = x\n", ["a k 1 -"]),
+    ("f", [], A, A + "\n[b]\nk =\n", ["b k - ''"]),
+    ("f", ["a"], A + "[b]\nk = 1\n", "[a]\nk = 1\nl = y\n[b]\nk = 2\n", ["a l x y"]),
+    ("f", ["a", "l"], A, "[a]\nk = 2\nl = y\n", ["a l x y"]),
+    ("f", ["--format", "lines"], A, A.replace("x", "it's"), ["a\tl\tx\tit's"]),
+    ("f", ["--dialect", "ini"], "k = 1\n[a]\n", "k = 2\n[a]\n", [". k 1 2"]),
+    ("smb.conf", ["A", "GuestOk"], "[a]\n guest ok = no\n", "[a]\n guest ok = yes\n", ["a 'guest ok' no yes"]),
+    ("u.service", [], "[S]\nE=1\n", "[S]\nE=1\nE=\nE=2\n", ["S E - ''", "S E - 2"]),
+    (".gitconfig", ['remote "o"'], '[remote "o"]\n\turl = x\n', '[remote "o"]\n\turl = y\n',
+     ["remote.o url x y"]),
+]
+
+# The files, the arguments, the code, and a part of the report.
+REFUSALS = [
+    ({}, ["f"], NO_ACCESS, b"f: cannot open: No such file"),
+    ({"f": b"word\n"}, ["f"], INVALID_DATA, b"f:1:1: "),
+    ({"php.ini": b'k = "x\n'}, ["php.ini"], INVALID_DATA, b"php.ini:1:5: "),
+    ({}, ["."], NO_ACCESS, b".: is a directory; give a regular file"),
+    ({}, ["-"], USAGE, b"FILE must not be standard input"),
+    ({"f": b"[a]\n"}, ["f", "a", "k", "l"], USAGE, b'unexpected argument "l"'),
+    ({"f": b"[a]\n"}, ["f", "--format", "sh"], USAGE, b'"sh" is not plain, json or lines'),
+]
+
+
 class Watch:
     """A running `zstz watch`."""
 
@@ -85,6 +115,34 @@ class WatchTest(tool.ToolTest):
         while "end" not in watch.next():
             pass
         return watch
+
+    def test_prints_the_lines_of_the_table(self):
+        for name, arguments, before, after, printed in ROWS:
+            with self.subTest(name, arguments=arguments, after=after):
+                self.path = self.path.parent / name
+                self.rename(before)
+                watch = Watch(self, str(self.path), *arguments)
+                lines = []
+                # The watch may start at either state.
+                while printed != lines[-len(printed):]:
+                    for text in (after, before):
+                        self.rename(text)
+                        try:
+                            while True:
+                                lines.append(watch.lines.get(timeout=0.2).rstrip("\n"))
+                                if lines[-len(printed):] == printed:
+                                    break
+                        except queue.Empty:
+                            pass
+                        if lines[-len(printed):] == printed:
+                            break
+                self.assertLessEqual(len(set(lines)), 2 * len(printed), lines)
+                watch.stop()
+                self.path.unlink()
+
+    def test_refuses_the_commands_of_the_table(self):
+        for files, arguments, code, printed in REFUSALS:
+            self.expect_rows([(str(arguments), files, ["watch", *arguments], printed, code, None)])
 
     def test_prints_each_kind_of_change(self):
         self.path.write_text("[a]\nk = 1\nl = x y\nempty =\n")
