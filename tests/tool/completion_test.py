@@ -58,6 +58,13 @@ ROWS = [
     (["get", ".gitconfig", "re"], ["remote.origin"]),
     (["get", ".gitconfig", 'remote "origin"', ""], ["url", "flag"]),
     (["get", "x", "--dialect", "git", "remote.origin", "u"], ["url"]),
+    (["set", "wg.netdev", "P"], ["Peer]1", "Peer]2"]),
+    (["set", "wg.netdev", "Peer]1", ""], ["K"]),
+    (["set", "wg.netdev", "Peer]2", ""], ["L"]),
+    (["get", "wg.netdev", "N"], ["NetDev"]),
+    (["get", "os-release", ""], ["."]),
+    (["get", "os-release", ".", ""], ["ID", "NAME"]),
+    (["watch", "os-release", ".", "I"], ["ID"]),
     (["get", "--dialect=git", "x", "REMOTE.origin", "u"], ["url"]),
 ]
 
@@ -75,7 +82,8 @@ class CompletionTest(tool.ToolTest):
     def setUp(self):
         super().setUp()
         self.write_files({"f": FILE, "smb.conf": b"[Global]\n; c\ncreate mask = 1\nword\n",
-                          ".gitconfig": GIT, "x": GIT})
+                          ".gitconfig": GIT, "x": GIT, "os-release": b"ID=a\nNAME='b c'\n",
+                          "wg.netdev": b"[NetDev]\n[Peer]\nK=1\n[Peer]\nL=1\n"})
 
     def test_candidates(self):
         for words, expected in ROWS:
@@ -126,7 +134,7 @@ class CompletionTest(tool.ToolTest):
             return (f"source <(zstz completion bash); COMP_WORDS=(zstz {quoted}); "
                     f"COMP_CWORD={len(words)}; _zstz; "
                     '[ ${#COMPREPLY[@]} = 0 ] || printf "%s\\n" "${COMPREPLY[@]}"')
-        self.check_shell(["bash", "--norc"], complete, lambda word: word.replace(" ", "\\ "))
+        self.check_shell(["bash", "--norc"], complete, lambda word: re.sub(r"([] ])", r"\\\1", word))
         self.assertEqual(["complete -F _zstz zstz"], self.run_shell(
             ["bash", "--norc"], "source <(zstz completion bash); complete -p zstz"))
 
@@ -207,7 +215,8 @@ class CompletionTest(tool.ToolTest):
                 continue
             with self.subTest(words):
                 found = self.run_shell(["fish", "--no-config"], complete(words))
-                self.assertEqual(sorted(expected),
+                # fish shows names that start with a dot only after a dot.
+                self.assertEqual(sorted(set(expected) - {"."}),
                                  sorted(line.split("\t")[0] for line in found))
         self.assertIn("f", self.run_shell(["fish", "--no-config"], complete(["get", ""])))
 

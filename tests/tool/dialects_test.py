@@ -99,6 +99,7 @@ READ = [
     row("networkd", PEERS, ["list", "Peer]1"], b"[Peer]\nK = 1\n"),
     row("networkd", PEERS, ["list", "Peer]2", "K"], b"[Peer]2]\nK = 2\n"),
     row("kconfig", b"[]\nk=1\n", ["list", "--format", "json"], b'{"": {"k": ["1"]}}\n'),
+    row("python", b"[a]\nk = 1\n  [x]\n  y = 2\n", ["list"], b"[a]\nk = 1\n    [x]\n    y = 2\n"),
     row("env", b"A='1'\nB=it\\'s\n", ["list", "--format", "sh"], b"A='1'\nB='it'\\''s'\n"),
     row("ini", b"k = 1\n[a]\nk = 2\n", ["list", "--format", "sh"], b"k='1'\na_k='2'\n"),
     row("ini", b"a_k = 1\n[a]\nk = 2\n", ["list", "--format", "sh"],
@@ -335,6 +336,23 @@ class DialectsTest(tool.ToolTest):
                 b'f: the comment "path C:\\" would not read back', INVALID_VALUE),
             row("env", b"word\nk=v\n", ["unset", ".", "k"],
                 b'f: without key "k" in [.] the file would have neither a header nor a key', REFUSED)])
+
+    def test_no_name_is_an_internal_error(self):
+        """Names and values that a dialect can refuse, each in a file where several stanzas have a name."""
+        names = ("a", ".", "a]", "a]1", "a]3", "[a]", "a b", " a", "a=b", '"', "a\\", "a\nb", "$v", "a[$i]", "\1")
+        commands = [[verb, "f", *rest] for name in names for verb, *rest in (
+            ("set", name, "n", "v"), ("set", "b", name, "v"), ("add", "b", name, name), ("rename", "b", name),
+            ("rename", "b", "j", name), ("comment", "b", "j", name), ("set", "--raw", "b", "j", name))]
+        dialects = self.run_tool("dialects").stdout.split()
+        for i, command in enumerate(commands[::tool.SHARE]):
+            dialect = dialects[i % len(dialects)]
+            for chosen in {dialect, "networkd"}:
+                text = (b"j=1\n" if chosen in ("env", "sysctl") else b"" if chosen == "stanza" else
+                        b"[a]\nk=1\n[a]\nk=2\n") + (b"" if chosen in ("env", "sysctl") else b"[b]\nj=1\n")
+                with self.subTest(dialect=chosen, command=command):
+                    self.write_files({"f": text})
+                    run = self.run_in_directory(*command, "--dialect", chosen)
+                    self.assertIn(run.returncode, (DONE, NOT_FOUND, USAGE, INVALID_VALUE, REFUSED), run.stderr)
 
     def test_standard_input_is_read_once(self):
         for arguments in (["diff", "-", "-"], ["merge", "-", "-", "f"], ["lint", "-", "-"],

@@ -239,8 +239,9 @@ void addContents(CommandLine const& line, std::string const& name, Words& candid
     Store store(dialect);
     loadFile(*file, 0, store);
     for (StanzaContents const& stanza : contentsOf(store).stanzas) {
-        if (name == "STANZA")
-            candidates.push_back(stanza.name);
+        if (name == "STANZA")  // of several stanzas with the name, a change needs the number
+            candidates.push_back(stanza.name +
+                                 (store.isAmbiguous(stanza.name.c_str()) != 0 ? "]1" : ""));
         else if (isStanza(stanza.name))
             for (KeyContents const& key : stanza.keys) {
                 if (name == "KEY")

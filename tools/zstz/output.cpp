@@ -34,6 +34,19 @@ std::string variableName(std::string_view stanza, std::string_view key)
     return name.front() >= '0' && name.front() <= '9' ? '_' + name : name;
 }
 
+// Returns a value with its lines after the first indented, so that none looks like a header or a
+// key.
+std::string indentLines(std::string_view value)
+{
+    std::string indented;
+    for (char const c : value) {
+        indented += c;
+        if (c == '\n')
+            indented += "    ";
+    }
+    return indented;
+}
+
 void appendForShell(std::string_view text, std::string& out)
 {
     out += '\'';
@@ -166,7 +179,10 @@ void ValuePrinter::addPlain(std::string_view key, Values const& values)
     if (values.empty())
         append(key, hasKeysAlone_ ? "" : " =");
     for (std::string_view const value : values)
-        append(key, " = ", value);
+        if (value.find('\n') == value.npos)
+            append(key, " = ", value);
+        else
+            append(key, " = ", indentLines(value));
 }
 
 void ValuePrinter::addJson(std::string_view key, Values const& values)
