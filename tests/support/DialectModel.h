@@ -213,17 +213,18 @@ private:
         return !name.empty();
     }
 
-    // The name of [A][B][$i], after its first bracket.
+    // The name of [A][B][$i], after its first bracket. The mark is the last of the line.
     static std::string groups(std::string_view rest)
     {
         std::string name;
-        for (;;) {
+        for (bool isFirst = true;; isFirst = false) {
             std::size_t const close = rest.find(']');
             if (close == kNowhere)
                 return name;
             std::string_view const part = rest.substr(0, close);
-            if (part.substr(0, 1) != "$")
-                name += (name.empty() ? "" : "][") + std::string(part);
+            if (part == "$i" && close + 1 == rest.size())
+                return name;
+            name += (isFirst ? "" : "][") + std::string(part);
             if (close + 1 >= rest.size() || rest[close + 1] != '[')
                 return name;
             rest.remove_prefix(close + 2);

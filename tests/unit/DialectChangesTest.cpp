@@ -257,6 +257,17 @@ TEST(DialectChanges, ARenamedGroupKeepsItsMarkers)
     });
 }
 
+TEST(DialectChanges, OnlyTheLastGroupOfALineCanBeAMarker)
+{
+    expectChanges({
+        {"kconfig", "[$Version]\nu=1\n", set("$Version", "u", "2"), "[$Version]\nu=2\n"},
+        {"kconfig", "[A]\nk=1\n", set("$e", "u", "2"), "[A]\nk=1\n\n[$e]\nu=2\n"},
+        {"kconfig", "[A][$i][B]\nu=1\n", set("A][$i][B", "u", "2"), "[A][$i][B]\nu=2\n"},
+        {"kconfig", "[A][$e]\nu=1\n", set("A][$e", "u", "2"), "[A][$e]\nu=2\n"},
+        {"kconfig", "[A][$i] \nu=1\n", set("A", "u", "2"), "[A][$i] \nu=2\n"},
+    });
+}
+
 TEST(DialectChanges, ACommentKeepsItsColumnInCharacters)
 {
     expectChanges({

@@ -40,6 +40,9 @@ Head findSubsection(Characters const& characters, std::string_view chars, size_t
     return {Head::valid, begin, at, at + 1};
 }
 
+constexpr std::string_view kGroupMark = "$i";
+constexpr std::string_view kBetweenGroups = "][";
+
 // Returns the index of the bracket that ends [A][B].
 size_t endOfGroups(std::string_view chars, size_t close)
 {
@@ -52,34 +55,17 @@ size_t endOfGroups(std::string_view chars, size_t close)
     return close;
 }
 
-constexpr std::string_view kBetweenGroups = "][";
-
-// Calls `visit(group)` for A, B and $i of A][B][$i.
-template <class Visit>
-void forEachGroup(std::string_view spelled, Visit visit)
+// Returns the index of the end of A][B in [A][B][$i], and the start of the empty name in [$i]. Only
+// at the end of the line, $i is the mark of groups that must not be changed.
+size_t endOfName(std::string_view line, size_t begin, size_t close)
 {
-    for (size_t at = 0; at <= spelled.size();) {
-        // The bracket that closes a group is its first.
-        size_t const close = std::min(spelled.find(']', at), spelled.size());
-        visit(spelled.substr(at, close - at));
-        at = close + kBetweenGroups.size();
-    }
-}
-
-// Returns A][B of A][B][$i.
-std::string_view decodeGroups(std::string_view spelled, std::string& space)
-{
-    if (spelled.find(kBetweenGroups) == spelled.npos && !spelled.starts_with('$'))
-        return spelled;
-    space.clear();
-    forEachGroup(spelled, [&space](std::string_view group) {
-        if (group.starts_with('$'))
-            return;
-        if (!space.empty())
-            space += kBetweenGroups;
-        space += group;
-    });
-    return space;
+    std::string_view const spelled = line.substr(begin, close - begin);
+    if (close + 1 != line.size() || !spelled.ends_with(kGroupMark))
+        return close;
+    std::string_view const groups = spelled.substr(0, spelled.size() - kGroupMark.size());
+    return groups.empty()                     ? begin
+           : groups.ends_with(kBetweenGroups) ? begin + groups.size() - kBetweenGroups.size()
+                                              : close;
 }
 
 // Returns a.B of a "B".
@@ -130,7 +116,7 @@ Head findHead(Switches const& switches, Characters const& characters, std::strin
             if (close == line.npos)
                 return {Head::isPassedOver};
             close = endOfGroups(line, close);
-            break;
+            return {Head::valid, begin, endOfName(line, begin, close), close + 1};
     }
     if (close == line.npos)
         return {Head::isUnclosed};
@@ -148,19 +134,9 @@ Head findHead(Switches const& switches, Characters const& characters, std::strin
 std::string_view decodeHead(Switches const& switches, std::string_view spelled, std::string& space)
 {
     std::string_view name = spelled;
-    if (switches.heads == Heads::bracketedGroups)
-        name = decodeGroups(spelled, space);
-    else if (switches.heads == Heads::subsection)
+    if (switches.heads == Heads::subsection)
         name = decodeSubsection(switches, spelled, space);
     return name == "." ? std::string_view(".]1") : name;
-}
-
-void appendMarkers(std::string_view spelled, std::string& out)
-{
-    forEachGroup(spelled, [&out](std::string_view group) {
-        if (group.starts_with('$'))
-            (out += kBetweenGroups) += group;
-    });
 }
 
 std::string_view foldStanza(Switches const& switches, std::string_view name, std::string& space)

@@ -27,9 +27,6 @@ Head findHead(Switches const& switches, Characters const& characters, std::strin
 /// `space`.
 std::string_view decodeHead(Switches const& switches, std::string_view spelled, std::string& space);
 
-/// Appends the markers of groups, such as "][$i", in a header [A][$i] without its outer brackets.
-void appendMarkers(std::string_view spelled, std::string& out);
-
 /// Returns the identity of a name, in `space` if it differs. The name may be in `space`.
 std::string_view foldStanza(Switches const& switches, std::string_view name, std::string& space);
 

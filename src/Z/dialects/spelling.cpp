@@ -575,14 +575,12 @@ Replacement SwitchedDialect::removeValue(std::string_view, Line const& line) con
     return {line.nameEnd, line.valueEnd, {}};
 }
 
-Replacement SwitchedDialect::renameHeader(std::string_view text, Line const& header,
+Replacement SwitchedDialect::renameHeader(std::string_view, Line const& header,
                                           std::string_view name) const
 {
     std::string spelled;
     appendHeader(name, spelled);
     spelled = spelled.substr(1, spelled.size() - 2);
-    if (switches_.heads == Heads::bracketedGroups)
-        appendMarkers(slice(text, header.nameBegin(), header.nameEnd), spelled);
     return {header.nameBegin(), header.nameEnd, std::move(spelled)};
 }
 
