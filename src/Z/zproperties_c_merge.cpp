@@ -38,6 +38,9 @@ zlines::MergedText merge(Input const (&inputs)[3], ZStanzaDialect_6_0 const& dia
                          : std::make_unique<ZDialectData_6_0>(dialect);
         cache->readText(input.name, input.view().data(), input.length);
     }
+    if (zlines::changesUnreadBytes(inputs[0].view(), inputs[1].view(), inputs[2].view()))
+        ZPropertiesInvalidDataException_6_0(inputs[2].name, "", 0)
+            .throwException(zstanza::kSource, zstanza::raiseAtLine);
     zlines::Dialect const& reader =
         isStanzaFile ? zstanza::stanzaDialect() : static_cast<zlines::Dialect const&>(*other);
     try {

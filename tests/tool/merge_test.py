@@ -168,6 +168,18 @@ class MergeTest(tool.ToolTest):
                 without_path = self.run_in_directory("merge", "base", "ours", "theirs")
                 self.assertEqual(INVALID_DATA, without_path.returncode)
 
+    def test_changed_bytes_that_are_not_read_are_not_lost(self):
+        texts = [b"[a]\n\0k=%d\n" % number for number in (1, 2, 3)]
+        for ours, code, merged in ((texts[0], DONE, texts[2]),
+                                   (texts[1], DIFFERS, b"[a]\n<<<<<<< ours\n\0k=2\n=======\n\0k=3\n" +
+                                    END + b"\n")):
+            self.write_files({"base": texts[0], "ours": ours, "theirs": texts[2]})
+            run = self.run_in_directory("merge", "base", "ours", "theirs")
+            self.assertEqual((INVALID_DATA, ours), (run.returncode, self.read_files()["ours"]))
+            self.assertIn(b"theirs: bytes after a zero byte have changed", run.stderr)
+            run = self.run_in_directory("merge", "base", "ours", "theirs", "--path=x")
+            self.assertEqual((code, merged), (run.returncode, self.read_files()["ours"]))
+
     def test_merge_keeps_the_companion(self):
         self.run_tool("set", self.file, "upstream", "password", "--obfuscated", given="secret\n")
         base = self.path.read_bytes()

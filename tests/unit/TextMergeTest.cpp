@@ -1,4 +1,6 @@
 // Merging files by stanza and key: lists of values, whole files, conflicts, and random files.
+#include <Z/dialects/switched_dialect.h>
+#include <Z/dialects/table.h>
 #include <Z/lines/outline.h>
 #include <Z/lines/text_merge.h>
 #include <Z/lines/value_merge.h>
@@ -44,6 +46,20 @@ std::string mergedValues(std::string const& base, std::string const& ours,
 MergedText merge(std::string const& base, std::string const& ours, std::string const& theirs)
 {
     return zlines::mergeTexts(base, ours, theirs, zstanza::stanzaDialect());
+}
+
+// Merges units of systemd. Each version is a stanza with these lines; "@" ends a conflict.
+std::string mergedUnits(std::string const& base, std::string const& ours, std::string const& theirs)
+{
+    auto const dialect = zdialects::dialectWith(zdialects::findRow("systemd")->switches);
+    std::string const start = "[S]\n";
+    std::string text =
+        zlines::mergeTexts(start + base, start + ours, start + theirs, *dialect).text;
+    std::string const mark = ">>>>>>> " + std::string("theirs");
+    for (size_t at; (at = text.find(mark)) != std::string::npos;)
+        text.replace(at, mark.size(), "@");
+    EXPECT_TRUE(text.starts_with(start));
+    return text.substr(start.size());
 }
 
 using Contents = std::map<std::string, std::map<std::string, Strings>>;
@@ -257,6 +273,69 @@ TEST(TextMerge, MarksTwoDifferentChangesOfAValue)
         EXPECT_EQ(expected, merged.text);
         EXPECT_EQ(merged.conflicts, merge(c.base, c.theirs, c.ours).conflicts);
     }
+}
+
+TEST(TextMerge, AListWithAResetConflictsAsAWhole)
+{
+    struct Case {
+        char const* name;
+        char const* base;
+        char const* ours;
+        char const* theirs;
+        char const* merged;
+    };
+    Case const cases[] = {
+        {"one changes, the other removes", "E=\nE=/a\n", "E=\nE=/b\n", "",
+         "<<<<<<< ours\nE=\nE=/b\n=======\n@\n"},
+        {"one removes, the other changes", "E=\nE=/a\n", "", "E=\nE=/b\n",
+         "<<<<<<< ours\n=======\nE=\nE=/b\n@\n"},
+        {"one adds, the other removes", "E=\nE=/a\n", "E=\nE=/a\nE=/b\n", "",
+         "<<<<<<< ours\nE=\nE=/a\nE=/b\n=======\n@\n"},
+        {"two changes", "E=\nE=/a\nk=1\n", "E=\nE=/b\nk=1\n", "E=\nE=/c\nk=2\n",
+         "<<<<<<< ours\nE=\nE=/b\n=======\nE=\nE=/c\n@\nk=2\n"},
+        {"one adds a value, the other a reset", "E=/a\n", "E=/a\nE=/b\n", "E=/a\nE=\n",
+         "<<<<<<< ours\nE=/a\nE=/b\n=======\nE=/a\nE=\n@\n"},
+        {"one adds a value, the other removes the reset", "E=\nE=/a\n", "E=\nE=/a\nE=/b\n",
+         "E=/a\n", "<<<<<<< ours\nE=\nE=/a\nE=/b\n=======\nE=/a\n@\n"},
+        {"one removes, the other changes another key", "E=\nE=/a\nk=1\n", "k=1\n",
+         "E=\nE=/a\nk=2\n", "k=2\n"},
+        {"both add the same", "E=/a\n", "E=/a\nE=\nE=/b\n", "E=/a\nE=\nE=/b\n", "E=/a\nE=\nE=/b\n"},
+        {"both add values below the reset", "E=\nE=/a\n", "E=\nE=/a\nE=/b\n", "E=\nE=/a\nE=/c\n",
+         "E=\nE=/a\nE=/b\nE=/c\n"},
+        {"one adds a reset", "E=/a\nk=1\n", "E=/a\nk=2\n", "E=/a\nE=\nk=1\n", "E=/a\nE=\nk=2\n"},
+        {"without a reset", "E=/a\nE=/b\n", "E=/a\nE=/c\n", "E=/a\nE=/d\n",
+         "E=/a\n<<<<<<< ours\nE=/c\n=======\nE=/d\n@\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.merged, mergedUnits(c.base, c.ours, c.theirs));
+    }
+}
+
+TEST(TextMerge, TheCommentAboveALineThatIsPassedOverStaysThere)
+{
+    EXPECT_EQ("# d\njunk\nk=2\n",
+              mergedUnits("# c\njunk\nk=1\nl=1\n", "# d\njunk\nk=1\nl=1\n", "# c\njunk\nk=2\n"));
+    EXPECT_EQ("# c\njunk\nl=2\n",
+              mergedUnits("# c\njunk\nk=1\nl=1\n", "# c\njunk\nk=1\nl=2\n", "# c\njunk\nl=1\n"));
+    EXPECT_EQ("# c\njunk\n# e\nk=1\nl=2\n",
+              mergedUnits("# c\njunk\n# d\nk=1\n", "# c\njunk\n# d\nk=1\nl=2\n",
+                          "# x\njunk\n# e\nk=1\n"));
+}
+
+TEST(TextMerge, DetectsAChangeOfBytesThatAreNotRead)
+{
+    using namespace std::string_literals;
+    std::string const base = "[a]\n\0k=1\nl=1\0x\n"s;
+    std::string const other = "[a]\n\0k=2\nl=1\0x\n"s;
+    EXPECT_TRUE(zlines::changesUnreadBytes(base, base, other));
+    EXPECT_TRUE(zlines::changesUnreadBytes(base, "[a]\n\0k=3\nl=1\0x\n"s, other));
+    EXPECT_TRUE(zlines::changesUnreadBytes(base, base, "[a]\n\0k=1\nl=1\0y"s));
+    EXPECT_TRUE(zlines::changesUnreadBytes(base, base, "[a]\nl=1\n"));
+    EXPECT_FALSE(zlines::changesUnreadBytes(base, other, other));
+    EXPECT_FALSE(zlines::changesUnreadBytes(base, other, base));
+    EXPECT_FALSE(zlines::changesUnreadBytes(base, base, "[a]\n\0k=1\nm=2\nl=2\0x\n"s));
+    EXPECT_FALSE(zlines::changesUnreadBytes("[a]\n", "[b]\n", "[c]\n"));
 }
 
 TEST(TextMerge, CommutesInRandomFilesUnlessThereIsAConflict)

@@ -49,6 +49,15 @@ TEST(ZPropertiesCMerge, MakesTheChangesOfBothSides)
     EXPECT_EQ(merged.text.size(), merged.length);
 }
 
+TEST(ZPropertiesCMerge, RefusesChangedBytesThatAreNotRead)
+{
+    using namespace std::string_literals;
+    Merged const merged = merge("[a]\n\0k=1\n"s, "[a]\n\0k=1\nl=2\n"s, "[a]\n\0k=3\n"s);
+    EXPECT_EQ(51, merged.code);
+    EXPECT_EQ("(null)", merged.text);
+    EXPECT_STREQ("theirs", lastError().file);
+}
+
 TEST(ZPropertiesCMerge, CountsAndMarksConflicts)
 {
     Merged const merged = merge("[a]\nk = 1\n", "[a]\nk = 2\n", "[a]\nk = 3\n");

@@ -69,6 +69,11 @@ Result mergeKeys(Request const& request, Versions const& versions,
     requireReadable(versions.base, nameOf(request, request.base, "base"), dialect);
     requireReadable(versions.ours, nameOf(request, request.file, "ours"), dialect);
     requireReadable(versions.theirs, nameOf(request, request.other, "theirs"), dialect);
+    if (zlines::changesUnreadBytes(versions.base, versions.ours, versions.theirs))
+        throw Failure{exitInvalidData,
+                      nameOf(request, request.other, "theirs"),
+                      {"bytes after a zero byte have changed, which are not read",
+                       "remove the zero bytes, or merge by hand"}};
     zdialects::Switches const switches = zdialects::switchesOf(dialect);
     auto const other = switches.isStanzaFormat() ? nullptr : zdialects::dialectWith(switches);
     zlines::Dialect const& reader =

@@ -76,6 +76,7 @@ public:
 
     std::string_view commentText(std::string_view comment) const override;
     bool hasEmptyValues() const override { return true; }
+    bool hasResets() const override { return switches_.emptyValues == EmptyValues::reset; }
     std::string_view topStanza() const override;
     bool joinsHeaders() const override { return switches_.repeatedHead != RepeatedHead::separate; }
     bool refusesRepeatedHeaders() const override

@@ -86,6 +86,9 @@ public:
     /// Returns whether a key can have an empty value. Otherwise empty values are not written.
     virtual bool hasEmptyValues() const { return true; }
 
+    /// Returns whether an empty value of a key resets the values above it.
+    virtual bool hasResets() const { return false; }
+
     /// Returns whether a file without a header and a key is valid.
     virtual bool acceptsWithoutKeys(std::string_view) const { return true; }
 

@@ -93,7 +93,20 @@ void MergeSide::addSection(Section const& section, std::string const& name)
             pending_.push_back(line);
         else if (outline_.lines()[line].isKey())
             addKey(name, line);
+        else if (outline_.lines()[line].kind == otherLine)
+            addOtherLine(name, line);
     }
+}
+
+// The comments above a line without a meaning belong to it, and not to the key below it.
+void MergeSide::addOtherLine(std::string const& stanza, uint32_t line)
+{
+    takeCommentsAtStart(line);
+    if (pending_.empty())
+        return;
+    std::string owner(1, kOtherLine);
+    owner += slice(outline_.text(), outline_.lines()[line].begin, outline_.endOf(line));
+    takeComments(stanza, owner);
 }
 
 void MergeSide::addKey(std::string const& stanza, uint32_t line)

@@ -46,6 +46,10 @@ struct SideStanza {
 inline constexpr char kTopOfText[] = "\n";
 inline constexpr char kEndOfText[] = "\n\n";
 
+// The first character of the name of a line without a meaning, which has comments but is no key.
+// The comments stay with the line, which is not merged.
+inline constexpr char kOtherLine = '\n';
+
 // A header, the first line of a key, or a comment, in the order of the text. The names are views of
 // strings of the side.
 struct SideEntry {
@@ -95,6 +99,7 @@ private:
     void read(std::vector<std::string> const& names);
     void addSection(Section const& section, std::string const& name);
     void addKey(std::string const& stanza, uint32_t line);
+    void addOtherLine(std::string const& stanza, uint32_t line);
     void takeComments(std::string const& stanza, std::string const& key);
     void takeCommentsAtStart(uint32_t line);
     void addEntry(SideEntry const& entry);

@@ -46,6 +46,22 @@ bool isMixedChange(Dialect const& dialect, SideKey const* base, SideKey const* o
            !isSame(base, theirs) && !isSame(ours, theirs);
 }
 
+// Returns whether a list that both sides changed is a conflict as a whole: a side changed its
+// resets, or a list with a reset has a conflict. Which values count depends on their order then.
+bool isWholeConflict(Dialect const& dialect, Strings const& base, Strings const& ours,
+                     Strings const& theirs, MergedKey const& merged)
+{
+    if (!dialect.hasResets() || ours == base || theirs == base || ours == theirs)
+        return false;
+    auto const resetsIn = [](Strings const& list) {
+        return std::count(list.begin(), list.end(), std::string());
+    };
+    auto const before = resetsIn(base);
+    auto const our = resetsIn(ours);
+    auto const their = resetsIn(theirs);
+    return isConflict(merged) ? before + our + their != 0 : our != before || their != before;
+}
+
 // Merges a key that at least one side has. Returns false if the result does not have the key.
 bool mergeKey(Dialect const& dialect, SideKey const* base, SideKey const* ours,
               SideKey const* theirs, MergedKey& merged)
@@ -62,8 +78,11 @@ bool mergeKey(Dialect const& dialect, SideKey const* base, SideKey const* ours,
         merged.side = ours;
     else if (theirs != nullptr && valuesOf(ours) == valuesOf(base))
         merged.side = theirs;
-    else
+    else {
         merged.values = mergeValues(valuesOf(base), valuesOf(ours), valuesOf(theirs));
+        if (isWholeConflict(dialect, valuesOf(base), valuesOf(ours), valuesOf(theirs), merged))
+            merged.values = {{valuesOf(ours), valuesOf(theirs), true}};
+    }
     return merged.hasValues() || isPresent(base != nullptr, ours != nullptr, theirs != nullptr);
 }
 

@@ -93,10 +93,10 @@ public:
 private:
     bool isWanted(std::string_view stanza, std::string_view key) const
     {
-        return stanza == kTopOfText && key.empty() ? true
-               : stanza == kEndOfText              ? true
-               : key.empty()                       ? contents_.has(stanza)
-                                                   : contents_.find(stanza, key) != nullptr;
+        return stanza == kTopOfText && key.empty()        ? true
+               : stanza == kEndOfText                     ? true
+               : key.empty() || key.front() == kOtherLine ? contents_.has(stanza)
+                                                          : contents_.find(stanza, key) != nullptr;
     }
 
     void removeMissing()
@@ -360,7 +360,26 @@ bool haveSameStanza(MergeSide const& ours, MergeSide const& theirs, std::string_
     });
 }
 
+// Returns the bytes between a zero byte and the end of its line, a line for each such line.
+std::string unreadBytes(std::string_view text)
+{
+    std::string unread;
+    for (size_t at = text.find('\0'); at < text.size(); at = text.find('\0', at)) {
+        size_t const end = std::min(text.find('\n', at), text.size());
+        unread += text.substr(at, end - at);
+        unread += '\n';
+        at = end;
+    }
+    return unread;
+}
+
 }  // namespace
+
+bool changesUnreadBytes(std::string_view base, std::string_view ours, std::string_view theirs)
+{
+    std::string const unread = unreadBytes(theirs);
+    return unread != unreadBytes(base) && unread != unreadBytes(ours);
+}
 
 MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,
                       Dialect const& dialect, std::string_view fixed)

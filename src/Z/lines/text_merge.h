@@ -19,10 +19,16 @@ struct MergedText {
     size_t conflicts;  // blocks between marks in the text
 };
 
+/// Returns whether `theirs` changes bytes between a zero byte and the end of its line. A stanza
+/// file can have such bytes, and a merge would lose the change, because they are not read.
+bool changesUnreadBytes(std::string_view base, std::string_view ours, std::string_view theirs);
+
 /// Merges the contents of a file. Two different changes of a value are a conflict; the result has
 /// the lines of both sides then, between marks as git writes them. A change in a stanza or key that
 /// the other side removed is a conflict, too, and the result has the whole stanza between marks.
-/// Comments never conflict: the result gets the comments of both sides.
+/// Comments never conflict: the result gets the comments of both sides. Where empty values are
+/// resets, a list with a reset conflicts as a whole, also if one side changes its resets and the
+/// other side changes something else.
 /// range   the arguments are readable files of the dialect. `fixed` is a stanza that stays as it
 ///         is in `ours`; empty: none.
 /// throws  Refusal as rewrite(); std::bad_alloc.
