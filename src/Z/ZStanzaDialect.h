@@ -59,8 +59,8 @@
 ///     zDialectSeparatorStyle   in new lines: 0 spaced " = "; 1 tightEquals "="
 ///     zDialectIndentStyle      in new lines: 0 none; 1 tab
 ///     zDialectNotPlain         values that would read back plainly, but that programs of the
-///     format
-///                              read as something else; they are written with escapes or quotes,
+///                              format read as something else; they are written with escapes or
+///                              quotes,
 ///                              or refused: 1 returns; 2 tabs; 4 controls: vertical tabs and form
 ///                              feeds at an end; 8 unicode: spaces of Unicode at an end;
 ///                              16 backslashes; 32 commas; 64 shell: all but letters, digits and
@@ -70,6 +70,11 @@
 ///                              and words of PHP
 ///     zDialectCommentStyle     mark of new comments, if both are marks: 0 hash; 1 semicolon
 ///     zDialectLineLimit        length of written lines: 0 mebibyte; 1 bytes4094
+///     zDialectRefusals         lines that load() accepts, but for which programs of the format
+///                              refuse the whole file; findProblems() lists them as errors:
+///                              1 repeatedHeads, except [DEFAULT]; 2 repeatedKeys; 4 passedOver:
+///                              lines that the dialect passes over; 8 notUtf8: all lines but
+///                              comments; 16 php: what PHP cannot parse
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -100,7 +105,8 @@ enum ZStanzaSwitch : int {
     zDialectNotPlain,
     zDialectNewKeys,
     zDialectCommentStyle,
-    zDialectLineLimit
+    zDialectLineLimit,
+    zDialectRefusals
 };
 
 /// A dialect: a name and 64 bytes of switches.

@@ -74,7 +74,7 @@ ZObject_6_0* ZStanzaProblem_6_0::clone() const
 
 uint32_t ZStanzaProblem_6_0::messageNumber() const
 {
-    if (kind_ != error)
+    if (kind_ != error || cause_ >= unknownStanza)
         return 0;
     return cause_ == unreadableCompanion ? zreporting::accessFailed : zreporting::invalidData;
 }

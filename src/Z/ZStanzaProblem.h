@@ -12,13 +12,13 @@
 #include "ZLCString.h"
 #include "ZObject.h"
 
-/// One complaint about a file. In a dialect other than "stanza", this is a line that a load refuses
-/// or never reads; in a stanza file, a line that a load refuses, or a line that a load accepts and
-/// a store would not keep.
+/// One complaint about a file. In a dialect other than "stanza", this is a line that a load, or the
+/// programs that use the format, refuse or never read; in a stanza file, a line that a load
+/// refuses, or a line that a load accepts and a store would not keep.
 class ZStanzaProblem_6_0 : public ZObject_6_0 {
 public:
     enum Kind : int {
-        error = 1,  // load() refuses the file
+        error = 1,  // load() refuses the file, or the programs that use the format do
         note = 2,   // load() accepts the line; a store would change or drop it, even with the
                     // attribute keepComments, but not with keepLines. In other dialects, load()
                     // keeps the line and does not read it
@@ -63,6 +63,12 @@ public:
         unknownKey = 30,       // error: a key that the template does not have
         invalidValue = 31,     // error: a value of another type, or outside the allowed ones
         missingRequired = 32,  // error: a required key that the file does not have
+
+        // In files of other dialects: programs that use the format refuse the file, but load()
+        // accepts it (zDialectRefusals), or they read the line as something else.
+        refusedLine = 33,        // error: a line that they cannot parse
+        refusedRepetition = 34,  // error: a header or key that is repeated
+        quotedInPart = 35,       // note: a value with quotes that are not around all of it
     };
 
     /// Creates a record.
@@ -96,11 +102,13 @@ public:
     /// listed once for the file.
     ZLCString_6_0 const& stanza() const { return stanza_; }
 
-    /// Returns the key of a line that a store drops or moves; else empty.
+    /// Returns the key of a line that a store drops or moves, that another line outvotes, or that
+    /// is refused as repeated; else empty.
     ZLCString_6_0 const& key() const { return key_; }
 
     /// Returns the message number of the exception that a load throws because of an error: 44, or
-    /// 43 if the companion cannot be read; 0 for a note.
+    /// 43 if the companion cannot be read; 0 for a note, and for an error that does not prevent a
+    /// load.
     uint32_t messageNumber() const;
 
     /// Returns "WHAT; HELP": the problem and the remedy, in one line.

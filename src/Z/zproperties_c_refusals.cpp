@@ -24,10 +24,10 @@ using zproblems::Complaint;
 // counts the parts of a long line.
 std::string textOfError(std::vector<Complaint> const& complaints, size_t line)
 {
-    auto const isError = [](Complaint const& complaint) { return complaint.isError; };
+    auto const isError = [](Complaint const& complaint) { return complaint.refusesLoad(); };
     auto found =
         std::find_if(complaints.begin(), complaints.end(), [&](Complaint const& complaint) {
-            return complaint.isError && complaint.place.line == line;
+            return complaint.refusesLoad() && complaint.place.line == line;
         });
     if (found == complaints.end())
         found = std::find_if(complaints.begin(), complaints.end(), isError);

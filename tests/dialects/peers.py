@@ -187,7 +187,7 @@ def read_php(path):
     run = subprocess.run(["php", "-n", "-r", PHP], input=path.encode(), capture_output=True,
                          check=True)
     normal, raw = (php_values(scanned) for scanned in json.loads(run.stdout))
-    return {**(raw if "refused" in normal else normal), "raw": raw}
+    return {**(raw if "refused" in normal else normal), "raw": raw, "normal": normal}
 
 
 # MySQL and MariaDB

@@ -50,6 +50,7 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.newKeys = static_cast<zdialects::NewKeys>(rules.newKeys);
     s.commentStyle = static_cast<zdialects::CommentStyle>(rules.commentStyle);
     s.lineLimit = static_cast<zdialects::LineLimit>(rules.lineLimit);
+    s.refusals = static_cast<uint8_t>(rules.refusals);
     return s;
 }
 
@@ -87,6 +88,7 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.newKeys = static_cast<NewKeys>(s.newKeys);
     rules.commentStyle = static_cast<CommentStyle>(s.commentStyle);
     rules.lineLimit = static_cast<LineLimit>(s.lineLimit);
+    rules.refusals = s.refusals;
     return rules;
 }
 

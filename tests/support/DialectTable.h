@@ -131,6 +131,15 @@ enum NotPlain : unsigned {
     constants = 128
 };
 
+// Bits of `refusals`: what the readers of the format refuse, although the model reads it.
+enum Refusal : unsigned {
+    repeatedHeads = 1,
+    repeatedKeys = 2,
+    passedOverLines = 4,
+    notUtf8 = 8,
+    phpSyntax = 16
+};
+
 enum class NewKeys { any, shell, php };
 enum class CommentStyle { hash, semicolon };
 enum class LineLimit { mebibyte, bytes4094 };
@@ -166,6 +175,7 @@ struct Switches {
     NewKeys newKeys = NewKeys::any;
     CommentStyle commentStyle = CommentStyle::hash;  // of new comments
     LineLimit lineLimit = LineLimit::mebibyte;       // of written lines
+    unsigned refusals = 0;
 };
 
 struct Dialect {
@@ -196,6 +206,7 @@ inline constexpr Switches kSystemd = {
     .byteOrderMark = true,
     .separatorStyle = SeparatorStyle::tightEquals,
     .notPlain = returns,
+    .refusals = notUtf8,
 };
 
 constexpr Switches networkd()
@@ -256,6 +267,7 @@ inline constexpr Switches kPhp = {
     .byteOrderMark = true,
     .notPlain = returns | constants,
     .newKeys = NewKeys::php,
+    .refusals = phpSyntax,
 };
 
 // Names of stanzas are folded, but their spaces are kept; only keys drop them. Any line continues,
@@ -305,6 +317,7 @@ inline constexpr Switches kPython = {
     .join = indented,
     .foldKeys = true,
     .notPlain = returns | controls | unicode,
+    .refusals = repeatedHeads | repeatedKeys | passedOverLines,
 };
 
 // Comments end headers and continuation lines, too; a line that has only such a comment is a
@@ -312,6 +325,7 @@ inline constexpr Switches kPython = {
 constexpr Switches pythonInline()
 {
     Switches rules = kPython;
+    rules.refusals = passedOverLines;
     rules.trailing = hash | semicolon;
     rules.trailingNeeds = TrailingNeeds::blankBefore;
     return rules;

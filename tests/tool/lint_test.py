@@ -88,6 +88,10 @@ ROWS = {
         {"setup.cfg": b"[a]\nk: v\n  w\n"}, ["--dialect", "stanza", "setup.cfg"],
         f'setup.cfg:2:1: "k: v": {NO_SIGN}\nsetup.cfg:3:3: "w": {NO_SIGN}; reads as python; '
         "say --dialect python\n", INVALID_DATA),
+    "a file that only its own programs refuse": (
+        {"php.ini": b"k = 5 # no\n"}, ["--dialect", "php", "php.ini"],
+        'php.ini:1:9: "k = 5 # no": programs that read this format refuse the file: a word such as '
+        '"no" is neither the whole value nor in quotes; correct the line\n', INVALID_DATA),
     "options": ({"a": b"x\n"}, ["--format", "plain", "--", "a"], f'a:1:1: "x": {NO_SIGN}\n',
                 INVALID_DATA),
 }
@@ -111,6 +115,15 @@ class LintTest(tool.ToolTest):
                 run = self.lint(*arguments)
                 self.assertEqual((code, printed, ""), (run.returncode, run.stdout, run.stderr))
                 self.assertEqual(before, self.directory_contents())
+
+    def test_check_reports_what_only_programs_refuse(self):
+        self.write({"php.ini": b"k = 5 # no\nj = 1\n"})
+        run = self.run_tool("check", "--dialect", "php", "php.ini", cwd=self.path.parent)
+        self.assertEqual((INVALID_DATA, "php.ini: 1 stanza, 2 keys, 2 values\n",
+                          "zstz: " + ROWS["a file that only its own programs refuse"][2]),
+                         (run.returncode, run.stdout, run.stderr))
+        run = self.run_tool("get", "--dialect", "php", "php.ini", ".", "j", cwd=self.path.parent)
+        self.assertEqual((DONE, "1\n", ""), (run.returncode, run.stdout, run.stderr))
 
     def test_json_has_an_object_per_line(self):
         self.write({"a": b"[a]\nk=v\n\xFF\"\\\x01\xC3\xA4\n", "b\xff".encode("latin-1").decode(

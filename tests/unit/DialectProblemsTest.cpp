@@ -153,6 +153,111 @@ TEST_F(DialectProblems, HaveAPlaceACauseAndARemedy)
         EXPECT_EQ(c.expected, problemsOf(c.dialect, c.text)) << c.dialect << "\n" << c.text;
 }
 
+TEST_F(DialectProblems, IncludeLinesForWhichOnlyProgramsRefuseTheFile)
+{
+    std::string const refused = "programs that read this format refuse the file: ";
+    struct Case {
+        char const* dialect;
+        char const* text;
+        std::string expected;
+    };
+    Case const cases[] = {
+        {"python", "[a]\nk = 1\n[b]\nk = 2\n[a]\nK: 3\nalone\n",
+         "5:1 error 34 [a] : \"[a]\": " + refused +
+             "the header is repeated; join it with the earlier one\n"
+             "6:1 error 34 [a] K: \"K: 3\": " +
+             refused +
+             "the key is repeated; join it with the earlier one\n"
+             "7:1 error 33 [a] : \"alone\": " +
+             refused + "it has no separator; correct the line\n"},
+        {"python", "[DEFAULT]\nk = 1\n[a]\nk = 2\n[DEFAULT]\nj = 1\n", ""},
+        {"python-inline", "[a]\nk = 1\n[a]\nk = 2\n= 3\n",
+         "2:1 note 27 [a] k: another line with key \"k\" counts, and this one is ignored; "
+         "remove one of them\n"
+         "5:1 error 33 [a] : \"= 3\": " +
+             refused + "it has no key before the separator; correct the line\n"},
+        {"systemd", "[A]\n# \xff\nk=\xc3\xa4\nl=a\\\n; \xfe\nb \xf0\xff\n",
+         "6:3 error 33 [A] : \"b \xf0\xff\": " + refused +
+             "it is not valid UTF-8; correct the line\n"},
+        {"php", "[s]\nk = 5 # no\n",
+         "2:9 error 33 [s] : \"k = 5 # no\": " + refused +
+             "a word such as \"no\" is neither the whole value nor in quotes; correct the line\n"},
+        {"php", "k = a\"b\"c\n",
+         "1:5 note 35 [.] : \"k = a\"b\"c\": programs that read this format drop the quotes within "
+         "the value; write quotes around the whole value\n"},
+        {"env", "k=a\"b\"c\nl='d'\n",
+         "1:3 note 35 [.] : \"k=a\"b\"c\": programs that read this format drop the quotes within "
+         "the value; write quotes around the whole value\n"},
+    };
+    for (Case const& c : cases) {
+        EXPECT_EQ(c.expected, problemsOf(c.dialect, c.text)) << c.dialect << "\n" << c.text;
+        ZStanzaFileProperties_6_0 store(1, named(c.dialect));
+        EXPECT_NO_THROW(store.load(directory_.at("file").c_str())) << c.text;
+    }
+}
+
+TEST_F(DialectProblems, IncludeEachLineThatPhpCannotParse)
+{
+    struct Case {
+        char const* line;
+        size_t column;  // of the fault, in the second line; 0 if PHP accepts the file
+    };
+    Case const cases[] = {
+        {"k = 5 # no", 9},
+        {"k = no # 5", 5},
+        {"k = x (y)", 7},
+        {"k = none more", 5},
+        {"no", 1},
+        {"null = 1", 1},
+        {"Yes = 1", 1},
+        {"k = 'a' no", 9},
+        {"k = (a", 5},
+        {"k = a)", 6},
+        {"k = a |", 5},
+        {"k = | a", 5},
+        {"k = a = b", 7},
+        {"k = !", 5},
+        {"k = ()", 6},
+        {"k = yes&no", 5},
+        {"k = ${a", 5},
+        {"k = \"${a\"", 6},
+        {"k{ = 1", 2},
+        {"k[a = 1", 2},
+        {"k[a] 1", 6},
+        {"k = (a) b", 9},
+        {"\tno", 2},
+        {"k = \"a\" no", 9},
+        {"k = a!b", 6},
+        {"k = a${}", 6},
+        {"k = yes;c", 0},
+        {"k = nope", 0},
+        {"k = \"no more\"", 0},
+        {"k = not yes-or-no", 0},
+        {" null = 1", 0},
+        {"null[] = 1", 0},
+        {"k = ~E_ALL & (A | !B)", 0},
+        {"k = a${b}c", 0},
+        {"k = 'x (y)'", 0},
+        {"k = a $b", 0},
+        {"nothing = 1", 0},
+        {"a b-c.d = 1", 0},
+        {"k = a ; (no", 0},
+        {"k =", 0},
+        {"k =;", 0},
+        {"k[no] = 1", 0},
+    };
+    for (Case const& c : cases) {
+        std::string const problems = problemsOf("php", "[s]\n" + std::string(c.line) + "\nz = 1\n");
+        size_t const at = problems.find(" error 33 ");
+        std::string const place = "2:" + std::to_string(c.column);
+        if (c.column == 0)
+            EXPECT_EQ(std::string::npos, at) << c.line << "\n" << problems;
+        else
+            EXPECT_NE(std::string::npos, problems.find(place + " error 33 [s] ")) << c.line << "\n"
+                                                                                  << problems;
+    }
+}
+
 TEST_F(DialectProblems, IncludeALineOfMoreThanAMebibyte)
 {
     std::string const problems = problemsOf("ini", "k = 1\nk = " + std::string(1 << 20, 'x'));
@@ -205,16 +310,30 @@ TEST_F(DialectProblems, BeyondTheLimitAreCountedWithoutMemory)
 
 TEST_F(DialectProblems, TakeLinearTime)
 {
-    for (char const* const pattern : {"alone\n", "k=1\n", "[a]\n[b]\nk=1\n", "[a]\nx=1\n=\n"}) {
-        EXPECT_TRUE(takesLinearTime(3000, [&](std::size_t size) {
+    struct Case {
+        char const* pattern;
+        char const* dialect = "ini";
+    };
+    Case const cases[] = {{"alone\n"},
+                          {"k=1\n"},
+                          {"[a]\n[b]\nk=1\n"},
+                          {"[a]\nx=1\n=\n"},
+                          {"[a]\nx=1\n=\n", "python"},
+                          {"k=\xff\n", "systemd"},
+                          {"k=\\\"x\n", "php"},
+                          {"k='\n[\"\n", "php"},
+                          {"k=(a\n[']\n", "php"}};
+    for (auto const& [pattern, dialect] : cases) {
+        EXPECT_TRUE(takesLinearTime(3000, [&, pattern = pattern,
+                                           dialect = dialect](std::size_t size) {
             std::string text = "[a]\n";
             for (std::size_t i = 0; i < size; ++i)
                 text += pattern;
             std::string const name = std::to_string(size);
             directory_.write(name, text);
-            return [path = directory_.at(name)] {
+            return [path = directory_.at(name), dialect] {
                 ZArrayList_6_0 list(16, 1);
-                ZStanzaFileProperties_6_0::findProblems(path.c_str(), named("ini"), list);
+                ZStanzaFileProperties_6_0::findProblems(path.c_str(), named(dialect), list);
             };
         })) << pattern;
     }

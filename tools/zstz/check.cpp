@@ -47,7 +47,7 @@ bool isAbout(Note const& problem, bool isIgnored, bool isStanzaFile)
 {
     Note::Cause const cause = problem.cause();
     if (!isStanzaFile)
-        return isIgnored;
+        return isIgnored && problem.kind() == Note::note;
     return isIgnored ? cause == Note::droppedLine || cause == Note::omitted
                      : cause == Note::splitLine || cause == Note::zeroByte;
 }
@@ -75,6 +75,9 @@ void checkFile(Request const& request, std::string const& path)
             if (isAbout(problems[i], isIgnored, store.isStanzaFile()))
                 printLine(request, nameLine(path, problems[i].line(), problems[i].column()) +
                                        ": note: " + textOf(problems[i]));
+    std::vector<Failure> const refusals = describeRefusals(problems, path);
+    if (!refusals.empty())
+        throw refusals;
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ void requireReadable(std::string const& text, std::string const& name,
     Problems const problems = Problems::ofText(text, dialect);
     for (unsigned i = 0; i < problems.size(); ++i) {
         ZStanzaProblem_6_0 const& problem = problems[i];
-        if (problem.kind() != ZStanzaProblem_6_0::error || isAboutCompanion(problem))
+        if (problem.messageNumber() == 0 || isAboutCompanion(problem))
             continue;
         Problem described = splitText(toStdString(problem.text()));
         addSuggestion(name, text, dialect, described.remedy);

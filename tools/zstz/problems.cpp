@@ -142,8 +142,7 @@ namespace {
 unsigned findLastError(Problems const& problems)
 {
     for (unsigned i = problems.size(); i > 0; --i)
-        if (problems[i - 1].kind() == ZStanzaProblem_6_0::error &&
-            !isAboutCompanion(problems[i - 1]))
+        if (problems[i - 1].messageNumber() != 0 && !isAboutCompanion(problems[i - 1]))
             return i - 1;
     return problems.size();
 }
@@ -267,7 +266,7 @@ std::vector<Failure> describeErrors(Problems const& problems, std::string const&
     std::vector<Failure> errors;
     unsigned const last = findLastError(problems);
     for (unsigned i = 0; i < problems.size(); ++i) {
-        if (problems[i].kind() != ZStanzaProblem_6_0::error)
+        if (problems[i].messageNumber() == 0)
             continue;
         errors.push_back(describeError(problems[i], path));
         if (i == last)
@@ -276,12 +275,21 @@ std::vector<Failure> describeErrors(Problems const& problems, std::string const&
     return errors;
 }
 
+std::vector<Failure> describeRefusals(Problems const& problems, std::string const& path)
+{
+    std::vector<Failure> refusals;
+    for (unsigned i = 0; i < problems.size(); ++i)
+        if (problems[i].kind() == ZStanzaProblem_6_0::error && problems[i].messageNumber() == 0)
+            refusals.push_back(describeError(problems[i], path));
+    return refusals;
+}
+
 std::optional<Failure> describeFirstError(Problems const& problems, std::string const& path,
                                           std::string const& contents,
                                           ZStanzaDialect_6_0 const& dialect)
 {
     unsigned first = 0;
-    while (first < problems.size() && problems[first].kind() != ZStanzaProblem_6_0::error)
+    while (first < problems.size() && problems[first].messageNumber() == 0)
         ++first;
     if (first == problems.size())
         return {};

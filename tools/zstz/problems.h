@@ -40,12 +40,16 @@ std::string textOf(ZStanzaProblem_6_0 const& problem);
 /// Returns whether the companion of a file has the problem, not a line.
 bool isAboutCompanion(ZStanzaProblem_6_0 const& problem);
 
-/// Returns the errors among the problems of a file of a dialect, in file order. The last error of a
-/// line suggests a dialect that reads the contents.
+/// Returns the errors for which a load refuses a file of a dialect, in file order. The last error
+/// of a line suggests a dialect that reads the contents.
 std::vector<Failure> describeErrors(Problems const& problems, std::string const& path,
                                     std::string const& contents, ZStanzaDialect_6_0 const& dialect);
 
-/// Returns the first of these errors, with the suggestion; nothing if there is no error.
+/// Returns the errors for which only the programs of the format refuse a file.
+std::vector<Failure> describeRefusals(Problems const& problems, std::string const& path);
+
+/// Returns the first of the errors of describeErrors(), with the suggestion; nothing if there is no
+/// error.
 std::optional<Failure> describeFirstError(Problems const& problems, std::string const& path,
                                           std::string const& contents,
                                           ZStanzaDialect_6_0 const& dialect);

@@ -119,6 +119,16 @@ enum class CommentStyle : uint8_t { hash, semicolon };
 // The length of a written line.
 enum class LineLimit : uint8_t { mebibyte, bytes4094 };
 
+// Bits of `refusals`: lines that a load accepts, but for which programs of the format refuse the
+// whole file.
+enum Refusal : uint8_t {
+    refusalRepeatedHeads = 1,  // except of the stanza DEFAULT
+    refusalRepeatedKeys = 2,   // in a stanza
+    refusalPassedOver = 4,     // lines that the dialect passes over, except directives
+    refusalNotUtf8 = 8,        // other lines than comments that are not valid UTF-8
+    refusalPhp = 16            // lines that PHP cannot parse
+};
+
 struct Switches {
     uint8_t marks = markHash;
     uint8_t trailing = 0;
@@ -150,13 +160,14 @@ struct Switches {
     NewKeys newKeys = NewKeys::any;
     CommentStyle commentStyle = CommentStyle::hash;
     LineLimit lineLimit = LineLimit::mebibyte;
+    uint8_t refusals = 0;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 30;
+constexpr int kSwitchCount = 31;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

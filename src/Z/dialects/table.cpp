@@ -20,6 +20,7 @@ constexpr Switches kSystemd = {
     .byteOrderMark = true,
     .separatorStyle = SeparatorStyle::tightEquals,
     .notPlain = notPlainReturns,
+    .refusals = refusalNotUtf8,
 };
 
 constexpr Switches networkd()
@@ -36,11 +37,13 @@ constexpr Switches kPython = {
     .join = joinIndented,
     .foldKeys = true,
     .notPlain = notPlainReturns | notPlainControls | notPlainUnicode,
+    .refusals = refusalRepeatedHeads | refusalRepeatedKeys | refusalPassedOver,
 };
 
 constexpr Switches pythonInline()
 {
     Switches switches = kPython;
+    switches.refusals = refusalPassedOver;  // its programs read with strict=False
     switches.trailing = markHash | markSemicolon;
     switches.trailingNeeds = TrailingNeeds::blankBefore;
     return switches;
@@ -117,6 +120,7 @@ constexpr Row kRows[] = {
          .byteOrderMark = true,
          .notPlain = notPlainReturns | notPlainConstants,
          .newKeys = NewKeys::php,
+         .refusals = refusalPhp,
      }},
     {"samba",
      {
@@ -256,6 +260,7 @@ constexpr Form kForms[] = {
     {"newKeys", false, "any shell php"},
     {"commentStyle", false, "hash semicolon"},
     {"lineLimit", false, "mebibyte bytes4094"},
+    {"refusals", true, "repeatedHeads repeatedKeys passedOver notUtf8 php"},
 };
 static_assert(std::size(kForms) == kSwitchCount);
 

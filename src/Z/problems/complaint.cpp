@@ -74,6 +74,12 @@ constexpr Row kRows[] = {
      "remove one of them", true},
     {directive, "directives are kept, but not followed", nullptr,
      "read the other file as well if its values matter", true},
+    {refusedLine, "programs that read this format refuse the file: ^", nullptr, "correct the line",
+     true},
+    {refusedRepetition, "programs that read this format refuse the file: ^", nullptr,
+     "join it with the earlier one", true},
+    {quotedInPart, "programs that read this format drop the quotes within the value", nullptr,
+     "write quotes around the whole value", true},
 };
 
 Row const& rowOf(Cause cause, bool isForeign)

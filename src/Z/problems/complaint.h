@@ -41,7 +41,10 @@ enum Cause : int {
     unknownStanza = 29,
     unknownKey = 30,
     invalidValue = 31,
-    missingRequired = 32
+    missingRequired = 32,
+    refusedLine = 33,
+    refusedRepetition = 34,
+    quotedInPart = 35
 };
 
 // Line and column, counted from 1.
@@ -59,7 +62,10 @@ struct Complaint {
     std::string_view stanza = {};  // borrowed, as the key
     std::string_view key = {};
     bool isForeign = false;   // in a file of another dialect
-    char const* reason = "";  // for passedOver
+    char const* reason = "";  // for passedOver, refusedLine and refusedRepetition
+
+    /// Returns whether a load refuses the file because of it.
+    bool refusesLoad() const { return isError && cause < unknownStanza; }
 };
 
 /// Returns the text in quotes, cut between two characters if it is long.

@@ -8,6 +8,7 @@
 #include "../dialects/logical_line.h"
 #include "../lines/columns.h"
 #include "../lines/name_hash.h"
+#include "php_syntax.h"
 
 namespace zproblems {
 
@@ -43,6 +44,22 @@ constexpr Meaning kMeanings[] = {
     {Fault::noHeadOrKey, noHeadOrKey},
 };
 
+// The stanza with the defaults of configparser, whose header can be repeated.
+constexpr std::string_view kDefaults = "DEFAULT";
+
+// Returns the number of bytes before the first that belongs to no character of UTF-8.
+size_t validPrefix(std::string_view text)
+{
+    size_t at = 0;
+    while (at < text.size()) {
+        size_t const length = zlines::characterLength(text.substr(at));
+        if (length == 1 && static_cast<unsigned char>(text[at]) >= 0x80)
+            break;
+        at += length;
+    }
+    return at;
+}
+
 Meaning const& meaningOf(Fault fault)
 {
     return *std::find_if(std::begin(kMeanings), std::end(kMeanings),
@@ -58,8 +75,15 @@ void DialectInspector::inspect()
     if (std::all_of(lines_.begin(), lines_.end(),
                     [](Line const& line) { return line.kind == zlines::otherLine; }))
         complaints_.clearStanzas();
-    if (dialect_.switches().repeatedKey != zdialects::RepeatedKey::values)
-        findShadowed();
+    if (!isText_)
+        return;
+    findRepetitions();
+    if (refuses(zdialects::refusalNotUtf8))
+        findInvalidBytes();
+    if (refuses(zdialects::refusalPhp))
+        findSyntaxFaults();
+    if (dialect_.switches().quoting == zdialects::Quoting::whole)
+        findPartialQuotes();
 }
 
 // Returns a string that lives as long as the inspector: `view`, or a copy if it is in `space`.
@@ -100,25 +124,47 @@ Place DialectInspector::placeAt(size_t at)
     return {line_, 1 + zlines::countCharacters(text_.substr(start, at - start))};
 }
 
+// Returns the physical line without spaces at its ends.
+std::string_view DialectInspector::lineAt(size_t begin) const
+{
+    zdialects::PhysicalLine const line = zdialects::physicalLineAt(text_, begin);
+    std::string_view chars = text_.substr(begin, line.end - begin);
+    chars = chars.substr(0, chars.find('\0'));
+    size_t const first = dialect_.characters().afterBlanks(chars, 0);
+    size_t const end = dialect_.characters().withoutBlanksAtEnd(chars, first);
+    return chars.substr(first, end - first);
+}
+
+void DialectInspector::startAtTop()
+{
+    scanned_ = 0;
+    header_ = named_ = kTop;
+}
+
+// Moves header_ to the last header before the line `end`.
+void DialectInspector::passHeaders(size_t end)
+{
+    for (; scanned_ < end; ++scanned_)
+        if (lines_[scanned_].kind == zlines::headerLine)
+            header_ = scanned_;
+}
+
 void DialectInspector::found(Finding const& finding)
 {
     // The reader may have joined the last lines with their key.
     scanned_ = std::min(scanned_, lines_.size());
-    for (; scanned_ < lines_.size(); ++scanned_)
-        if (lines_[scanned_].kind == zlines::headerLine)
-            header_ = scanned_;
+    passHeaders(lines_.size());
     Meaning const& meaning = meaningOf(finding.fault);
     bool const isPassedOver = !finding.isError && finding.fault != Fault::directive;
-    Cause const cause = isPassedOver ? passedOver : meaning.error;
-    Complaint complaint{placeAt(finding.at), cause, finding.isError, {}};
+    bool const isRefused = isPassedOver && refuses(zdialects::refusalPassedOver);
+    Cause const cause = isRefused ? refusedLine : isPassedOver ? passedOver : meaning.error;
+    Complaint complaint{placeAt(finding.at), cause, finding.isError || isRefused, {}};
     complaint.isForeign = true;
+    isText_ = isText_ && cause != utf16 && cause != zeroByte && cause != lineTooLong;
+    if (complaint.isError && finding.fault != Fault::noHeadOrKey)
+        refusedLines_.push_back(static_cast<uint32_t>(begin_));
     if (complaints_.wants(complaint.place, cause)) {
-        zdialects::PhysicalLine const line = zdialects::physicalLineAt(text_, begin_);
-        std::string_view detail = text_.substr(begin_, line.end - begin_);
-        detail = detail.substr(0, detail.find('\0'));
-        size_t const first = dialect_.characters().afterBlanks(detail, 0);
-        size_t const end = dialect_.characters().withoutBlanksAtEnd(detail, first);
-        complaint.detail = detail.substr(first, end - first);
+        complaint.detail = lineAt(begin_);
         complaint.stanza = stanzaName();
         if (isPassedOver)
             complaint.reason = meaning.reason;
@@ -126,9 +172,11 @@ void DialectInspector::found(Finding const& finding)
     complaints_.add(complaint);
 }
 
-// Returns for each line whether another line of its key counts in its place. Stores for each header
-// the first header of its stanza in `firstOf`.
-std::vector<bool> DialectInspector::markShadowed(std::vector<uint32_t>& firstOf) const
+// Returns for each line whether another line of its key counts in its place, or whether it is
+// refused because it repeats a header or a key. Stores for each header the first header of its
+// stanza in `firstOf`.
+std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
+    std::vector<uint32_t>& firstOf) const
 {
     using zdialects::RepeatedKey;
     struct Key {
@@ -142,7 +190,7 @@ std::vector<bool> DialectInspector::markShadowed(std::vector<uint32_t>& firstOf)
     std::vector<Key> keys;
     std::string space;
     std::string otherSpace;
-    std::vector<bool> isShadowed(lines_.size());
+    std::vector<Repetition> repetitions(lines_.size(), Repetition::none);
     uint32_t stanza = 0;  // one more than its first header
     for (uint32_t i = 0; i < lines_.size(); ++i) {
         Line const& line = lines_[i];
@@ -156,6 +204,8 @@ std::vector<bool> DialectInspector::markShadowed(std::vector<uint32_t>& firstOf)
                 });
                 if (known != 0) {
                     stanza = headers[known - 1] + 1;
+                    if (refuses(zdialects::refusalRepeatedHeads) && name != kDefaults)
+                        repetitions[i] = Repetition::refused;
                 } else {
                     headers.push_back(i);
                     headerIndex.add(hash, static_cast<zcache::Id>(headers.size()));
@@ -177,36 +227,116 @@ std::vector<bool> DialectInspector::markShadowed(std::vector<uint32_t>& firstOf)
         if (known == 0) {
             keys.push_back({i, stanza});
             keyIndex.add(hash, static_cast<zcache::Id>(keys.size()));
+        } else if (refuses(zdialects::refusalRepeatedKeys)) {
+            repetitions[i] = Repetition::refused;
         } else if (rule == RepeatedKey::first) {
-            isShadowed[i] = true;
+            repetitions[i] = Repetition::shadowed;
         } else {
-            isShadowed[std::exchange(keys[known - 1].line, i)] = true;
+            repetitions[std::exchange(keys[known - 1].line, i)] = Repetition::shadowed;
         }
     }
-    return isShadowed;
+    return repetitions;
 }
 
-// Records the lines of a key that are ignored because of another line of the key.
-void DialectInspector::findShadowed()
+void DialectInspector::addRepetition(Line const& line, Repetition repetition)
 {
+    bool const isRefused = repetition == Repetition::refused;
+    Cause const cause = isRefused ? refusedRepetition : shadowed;
+    size_t const at =
+        line.isKey() ? line.nameBegin() : dialect_.characters().afterBlanks(text_, line.begin);
+    Complaint complaint{placeAt(at), cause, isRefused, {}};
+    complaint.isForeign = true;
+    if (complaints_.wants(complaint.place, cause)) {
+        std::string space;
+        if (line.isKey())
+            complaint.key = own(dialect_.writtenKey(text_, line, space), space);
+        complaint.detail = isRefused ? lineAt(begin_) : complaint.key;
+        complaint.reason = line.isKey() ? "the key is repeated" : "the header is repeated";
+        complaint.stanza = stanzaName();
+    }
+    complaints_.add(complaint);
+}
+
+// Records the lines of a key that are ignored because of another line of the key, and the lines
+// that are refused because they repeat a header or a key.
+void DialectInspector::findRepetitions()
+{
+    if (dialect_.switches().repeatedKey == zdialects::RepeatedKey::values &&
+        !refuses(zdialects::refusalRepeatedHeads) && !refuses(zdialects::refusalRepeatedKeys))
+        return;
     std::vector<uint32_t> firstOf;
-    std::vector<bool> const isShadowed = markShadowed(firstOf);
-    std::string space;
+    std::vector<Repetition> const repetitions = markRepetitions(firstOf);
     size_t headers = 0;
-    header_ = named_ = kTop;
+    startAtTop();
     for (size_t i = 0; i < lines_.size(); ++i) {
         if (lines_[i].kind == zlines::headerLine)
             header_ = firstOf[headers++];
-        if (!isShadowed[i])
+        if (repetitions[i] != Repetition::none)
+            addRepetition(lines_[i], repetitions[i]);
+    }
+}
+
+// Records a complaint about the line at a position, below the last header that was passed. An error
+// that was found before is enough.
+void DialectInspector::addAt(size_t at, Cause cause, bool isError, char const* reason)
+{
+    Complaint complaint{placeAt(at), cause, isError, {}};
+    if (isError && std::binary_search(refusedLines_.begin(), refusedLines_.end(),
+                                      static_cast<uint32_t>(begin_)))
+        return;
+    complaint.isForeign = true;
+    if (complaints_.wants(complaint.place, cause)) {
+        complaint.detail = lineAt(begin_);
+        complaint.stanza = stanzaName();
+        complaint.reason = reason;
+    }
+    complaints_.add(complaint);
+}
+
+// Records lines with bytes that are not UTF-8. Comments can have them, also between joined lines.
+void DialectInspector::findInvalidBytes()
+{
+    startAtTop();
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        if (lines_[i].kind == zlines::commentLine || lines_[i].kind == zlines::blankLine)
             continue;
-        Complaint complaint{placeAt(lines_[i].nameBegin()), shadowed, false, {}};
-        complaint.isForeign = true;
-        if (complaints_.wants(complaint.place, shadowed)) {
-            complaint.key = own(dialect_.writtenKey(text_, lines_[i], space), space);
-            complaint.detail = complaint.key;
-            complaint.stanza = stanzaName();
+        passHeaders(i);
+        size_t const end = i + 1 < lines_.size() ? lines_[i + 1].begin : text_.size();
+        for (size_t begin = lines_[i].begin; begin < end;) {
+            zdialects::PhysicalLine const line = zdialects::physicalLineAt(text_, begin);
+            size_t const first = dialect_.characters().afterBlanks(text_, begin);
+            bool const isComment = first < line.end && dialect_.characters().isMark(text_[first]);
+            size_t const valid = validPrefix(text_.substr(begin, line.end - begin));
+            if (!isComment && begin + valid < line.end) {
+                addAt(begin + valid, refusedLine, true, "it is not valid UTF-8");
+                break;
+            }
+            begin = line.next;
         }
-        complaints_.add(complaint);
+    }
+}
+
+void DialectInspector::findSyntaxFaults()
+{
+    startAtTop();
+    PhpSyntax syntax(text_, zdialects::byteOrderMarkSize(text_));
+    for (SyntaxFault fault{0, ""}; syntax.findNext(fault);) {
+        size_t next = scanned_;
+        while (next < lines_.size() && lines_[next].begin <= fault.at)
+            ++next;
+        passHeaders(next);
+        addAt(fault.at, refusedLine, true, fault.reason);
+    }
+}
+
+void DialectInspector::findPartialQuotes()
+{
+    startAtTop();
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        if (lines_[i].kind != zlines::valueLine || !dialect_.isQuotedInPart(text_, lines_[i]))
+            continue;
+        passHeaders(i);
+        addAt(lines_[i].valueBegin, quotedInPart, false, "");
     }
 }
 

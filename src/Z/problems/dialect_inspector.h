@@ -1,7 +1,8 @@
 // dialect_inspector: finds the problems of a file in a dialect other than the stanza format.
 //
-// Errors are the lines for which a load refuses the file. Notes are lines that are kept, but never
-// read: lines that the format passes over, directives, and lines of a key that are ignored.
+// Errors are the lines for which a load, or the programs that use the format, refuse the file.
+// Notes are lines that are kept, but never read: lines that the format passes over, directives, and
+// lines of a key that are ignored; and values that programs read as something else.
 #pragma once
 
 #include <stdint.h>
@@ -33,9 +34,23 @@ public:
     std::vector<Complaint> const& complaints() { return complaints_.finish(); }
 
 private:
+    enum class Repetition : uint8_t { none, shadowed, refused };
+
     void found(zdialects::Finding const& finding) override;
-    void findShadowed();
-    std::vector<bool> markShadowed(std::vector<uint32_t>& firstOf) const;
+    void findRepetitions();
+    std::vector<Repetition> markRepetitions(std::vector<uint32_t>& firstOf) const;
+    void findInvalidBytes();
+    void findSyntaxFaults();
+    void findPartialQuotes();
+    void addRepetition(zlines::Line const& line, Repetition repetition);
+    void addAt(size_t at, Cause cause, bool isError, char const* reason);
+    void startAtTop();
+    void passHeaders(size_t end);
+    std::string_view lineAt(size_t begin) const;
+    bool refuses(zdialects::Refusal refusal) const
+    {
+        return (dialect_.switches().refusals & refusal) != 0;
+    }
     std::string_view stanzaName();
     std::string_view own(std::string_view view, std::string const& space);
     void moveTo(size_t at);
@@ -46,6 +61,9 @@ private:
     std::vector<zlines::Line> lines_;
     std::deque<std::string> names_;  // which complaints borrow
     ComplaintList complaints_;
+
+    bool isText_ = true;
+    std::vector<uint32_t> refusedLines_;  // the positions of physical lines with an error
 
     // The header above the last finding.
     static constexpr size_t kTop = SIZE_MAX;
