@@ -20,7 +20,6 @@ class StartTest(tool.ToolTest):
         program = pathlib.Path(tool.TOOL).read_bytes()
         if program.startswith(b"#!"):
             self.skipTest("an emulator has a linker of its own")
-        self.is_sanitized = re.search(rb"__(asan|tsan|ubsan)_", program) is not None
 
     def libraries(self, *arguments, **environment):
         """Runs the tool and returns the names of the libraries of ICU that it loads."""
@@ -49,7 +48,7 @@ class StartTest(tool.ToolTest):
         self.assertEqual((DONE, "\udca4\udca2\n", ""), (run.returncode, run.stdout, run.stderr))
 
     def test_a_library_that_cannot_be_loaded_is_reported(self):
-        if self.is_sanitized:
+        if tool.is_sanitized():
             self.skipTest("a sanitizer reports the call that ends the process")
         name = self.libraries("get", self.file, "listener", "port", LC_ALL="ja_JP.EUC-JP",
                               LOCPATH=LOCALES)

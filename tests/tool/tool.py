@@ -36,6 +36,11 @@ ready = Yes
 SHARE = int(os.environ.get("Z_TEST_SHARE", "1"))
 
 
+def is_sanitized():
+    """Returns whether the tool is built with a sanitizer."""
+    return re.search(rb"__(asan|tsan|ubsan)_", pathlib.Path(TOOL).read_bytes()) is not None
+
+
 def samples():
     """Returns the share of the samples of formats: the path of each, and the name of its dialect."""
     directory = pathlib.Path(__file__).resolve().parents[1] / "data/dialects"
@@ -75,7 +80,7 @@ class ToolTest(unittest.TestCase):
         """Returns options of run_tool() that set a resource limit. A write beyond the file size
         limit fails, but does not kill the tool, because SIGXFSZ stays ignored."""
         program = pathlib.Path(TOOL).read_bytes()
-        if re.search(rb"__(asan|tsan|ubsan)_", program):
+        if is_sanitized():
             self.skipTest("a sanitizer needs more memory, files and processes")
         if program.startswith(b"#!") and limit != resource.RLIMIT_FSIZE:
             self.skipTest("an emulator needs more memory, files and processes")
