@@ -299,6 +299,8 @@ void convertFromJava(EditedFile& file, Request const& request)
     LocalEntries const entries = readLocalEntries(request, store.isStanzaFile());
     if (store.isStanzaFile())
         checkNames(request.file, request.stanza, "key");
+    else
+        checkSpelling(store, request, request.stanza, "", nullptr);
     requireUnambiguous(store, request);
     std::set<std::string> const newKeys = identitiesOf(store, request, entries);
     file.willChange(request.stanza, "", request.overwrite);

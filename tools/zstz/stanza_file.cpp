@@ -326,7 +326,7 @@ void checkSpelling(Store const& store, Request const& request, std::string const
     // Several stanzas of the file can have the name of a sample.
     Store const empty(store.dialect());
     char const* const sample = empty.contents().validCategory("a") != 0 ? "a" : ".";
-    if (cache.contains(stanza.c_str(), key.c_str()) == 0)
+    if (!key.empty() && cache.contains(stanza.c_str(), key.c_str()) == 0)
         requireValid(request, "key " + quote(key), key, dialect, [&](std::string const& name) {
             return empty.contents().validKey(sample, name.c_str()) != 0;
         });

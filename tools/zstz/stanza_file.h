@@ -111,6 +111,7 @@ void requireUnambiguous(Store const& store, Request const& request);
 void checkReserved(std::string const& path, std::string const& stanza);
 
 /// Refuses names, or a value, that the dialect of a store cannot spell.
+/// range   `key` is empty for the name of a stanza only; `value` is null for names only.
 /// throws  Failure.
 void checkSpelling(Store const& store, Request const& request, std::string const& stanza,
                    std::string const& key, char const* value);
