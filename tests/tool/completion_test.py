@@ -63,6 +63,7 @@ ROWS = [
     (["set", "wg.netdev", "Peer]2", ""], ["L"]),
     (["get", "wg.netdev", "N"], ["NetDev"]),
     (["get", "os-release", ""], ["."]),
+    (["get", "kdeglobals", ""], ["$Version"]),
     (["get", "os-release", ".", ""], ["ID", "NAME"]),
     (["watch", "os-release", ".", "I"], ["ID"]),
     (["get", "--dialect=git", "x", "REMOTE.origin", "u"], ["url"]),
@@ -83,7 +84,7 @@ class CompletionTest(tool.ToolTest):
         super().setUp()
         self.write_files({"f": FILE, "smb.conf": b"[Global]\n; c\ncreate mask = 1\nword\n",
                           ".gitconfig": GIT, "x": GIT, "os-release": b"ID=a\nNAME='b c'\n",
-                          "wg.netdev": b"[NetDev]\n[Peer]\nK=1\n[Peer]\nL=1\n"})
+                          "kdeglobals": b"[$Version]\nu=1\n", "wg.netdev": b"[NetDev]\n[Peer]\nK=1\n[Peer]\nL=1\n"})
 
     def test_candidates(self):
         for words, expected in ROWS:
@@ -134,7 +135,7 @@ class CompletionTest(tool.ToolTest):
             return (f"source <(zstz completion bash); COMP_WORDS=(zstz {quoted}); "
                     f"COMP_CWORD={len(words)}; _zstz; "
                     '[ ${#COMPREPLY[@]} = 0 ] || printf "%s\\n" "${COMPREPLY[@]}"')
-        self.check_shell(["bash", "--norc"], complete, lambda word: re.sub(r"([] ])", r"\\\1", word))
+        self.check_shell(["bash", "--norc"], complete, lambda word: re.sub(r"([] $])", r"\\\1", word))
         self.assertEqual(["complete -F _zstz zstz"], self.run_shell(
             ["bash", "--norc"], "source <(zstz completion bash); complete -p zstz"))
 

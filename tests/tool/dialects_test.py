@@ -6,6 +6,7 @@ from tool import DONE, INVALID_DATA, INVALID_VALUE, NOT_FOUND, REFUSED, USAGE
 GIT = b'[core]\n\tbare = false ; c\n\tpath = "a b"\n[remote "Origin"]\n\turl = x\n\turl = y\n\tflag\n'
 PYTHON = b"[a]\nKey: v\n   w\n# c\nother = 1\n"
 UNIT = b"[Service]\nExecStart=/bin/a\nExecStart=\nExecStart=/bin/b\n"
+VERSION = b"[$Version]\nu=1\n[a][$i]\nk[$e]=1\n"
 PEERS = b"[Peer]\nK=1\n[Peer]\nK=2\n"
 RESET = b"[s]\nE=/0\nE=\n"
 WINDOWS = b"[a]\r\nk=1\r\nK=2\r\n"
@@ -98,6 +99,8 @@ READ = [
     row("networkd", PEERS, ["keys", "Peer]1"], b"K\n"),
     row("networkd", PEERS, ["list", "Peer]1"], b"[Peer]\nK = 1\n"),
     row("networkd", PEERS, ["list", "Peer]2", "K"], b"[Peer]2]\nK = 2\n"),
+    row("kconfig", VERSION, ["stanzas"], b"$Version\na\n"),
+    row("kconfig", VERSION, ["get", "$Version", "u"], b"1\n"),
     row("kconfig", b"[]\nk=1\n", ["list", "--format", "json"], b'{"": {"k": ["1"]}}\n'),
     row("python", b"[a]\nk = 1\n  [x]\n  y = 2\n", ["list"], b"[a]\nk = 1\n    [x]\n    y = 2\n"),
     row("env", b"A='1'\nB=it\\'s\n", ["list", "--format", "sh"], b"A='1'\nB='it'\\''s'\n"),
@@ -154,6 +157,9 @@ CHANGE = [
     row("ini", b"[m]\na = 1\n", ["set", "m", "a", "--bare"],
         b"the dialect ini has no keys without a value", REFUSED),
     row("mysql", b"[m]\na\n", ["set", "m", "a", "", "--bare"], b"--bare excludes VALUE", USAGE),
+    row("kconfig", VERSION, ["set", "$Version", "v", "2"], b"", DONE, VERSION.replace(b"1\n[", b"1\nv=2\n[")),
+    row("kconfig", VERSION, ["unset", "$Version", "--stanza"], b"", DONE, b"[a][$i]\nk[$e]=1\n"),
+    row("kconfig", VERSION, ["comment", "$Version", "u", "--off"], b"", DONE, VERSION.replace(b"u", b"# u")),
     row("systemd", UNIT, ["add", "Service", "ExecStart", ""], b"", DONE, UNIT + b"ExecStart=\n"),
     row("systemd", RESET + b"E=/a\n", ["set", "s", "E", "/b"], b"", DONE, RESET + b"E=/b\n"),
     row("systemd", RESET + b"E=/a\nE=/c\n", ["set", "s", "E", "/b"],
