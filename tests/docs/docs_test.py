@@ -358,7 +358,9 @@ class PlainFunctions(unittest.TestCase):
 
     def test_each_function_is_listed_with_its_examples(self):
         header = (ROOT / "src" / "Z" / "zproperties_c.h").read_text(encoding="utf-8")
-        functions = set(re.findall(r"^[\w* ]+\bzstzProp(\w+)_6_0\(", header, re.M))
+        functions = set(re.findall(r"^[\w* ]+\b(zstz\w+)_6_0\(", header, re.M))
+        exports = (ROOT / "tests" / "abi" / "exports.txt").read_text(encoding="utf-8")
+        self.assertEqual(set(re.findall(r"\b(zstz\w+)_6_0$", exports, re.M)), functions)
         examples = {path.name: path.read_text(encoding="utf-8")
                     for path in (ROOT / "examples").glob("*.c")}
         listed = set()
@@ -367,10 +369,13 @@ class PlainFunctions(unittest.TestCase):
             names = set(re.findall(r"`(\w+)`", row[0]))
             if "`Set…`" in row[0]:
                 names |= {name.replace("Get", "Set") for name in names}
+            names = {name if name.startswith("zstz") else "zstzProp" + name for name in names}
             listed |= names
-            for example in re.findall(r"`([\w.]+)`", row[1]):
-                self.assertTrue(any(f"zstzProp{name}_6_0" in examples[example] for name in names),
-                                f"{example}: {sorted(names)}")
+            called = {example: {name for name in names if name + "_6_0(" in examples[example]}
+                      for example in re.findall(r"`([\w.]+)`", row[1])}
+            self.assertTrue(all(called.values()), f"an example with none of its row: {called}")
+            self.assertEqual(set(), names - set().union(*called.values()),
+                             f"functions that no example of the row calls: {sorted(called)}")
         self.assertEqual(functions, listed)
 
 

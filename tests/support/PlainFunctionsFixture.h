@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "TestDirectory.h"
@@ -105,6 +106,8 @@ std::function<int(ZPROP_handle*)> resultCall(Call call)
     return [call](ZPROP_handle* file) {
         int code = kUntouched;
         auto const result = call(file, &code);
+        if constexpr (std::is_same_v<decltype(result), char* const>)
+            zstzPropFree_6_0(result);
         return result == decltype(result){} ? code : -1;
     };
 }
@@ -206,6 +209,8 @@ inline std::vector<FileCall> fileCalls()
              auto* const before = reinterpret_cast<ZPROP_iter_handle*>(&marker);
              ZPROP_iter_handle* iterator = before;
              int const code = zstzPropIter_initStanzas_6_0(f, &iterator);
+             if (code == zpropOk)
+                 zstzPropIter_close_6_0(iterator);
              return iterator == before ? code : -1;
          }},
         {"Iter_init",
@@ -214,6 +219,8 @@ inline std::vector<FileCall> fileCalls()
              auto* const before = reinterpret_cast<ZPROP_iter_handle*>(&marker);
              ZPROP_iter_handle* iterator = before;
              int const code = zstzPropIter_init_6_0(f, "server", nullptr, &iterator);
+             if (code == zpropOk)
+                 zstzPropIter_close_6_0(iterator);
              return iterator == before ? code : -1;
          }},
     };

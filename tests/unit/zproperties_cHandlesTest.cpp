@@ -2,6 +2,7 @@
 #include <Z/zproperties_c.h>
 #include <Z/zproperties_c_p.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -401,6 +402,62 @@ TEST_F(ZPropertiesC, AHandleMayBeClosedWhileThreadsUseIt)
         std::thread closer([&] { zstzPropClose_6_0(handle); });
         zstzPropClose_6_0(handle);
         closer.join();
+        for (std::thread& thread : threads)
+            thread.join();
+        for (FileCall const& call : fileCalls())
+            EXPECT_EQ(55, call.code(handle)) << call.name;
+    }
+}
+
+// Calls each function with a handle in several threads, each of which starts with another function,
+// as often as `isDone` returns false for the code of a function.
+template <class IsDone>
+static void callAllInThreads(ZPROP_handle* handle, int rounds, std::atomic<int>& running,
+                             std::vector<std::thread>& threads, IsDone isDone)
+{
+    constexpr size_t kThreads = 4;
+    for (size_t t = 0; t < kThreads; ++t) {
+        threads.emplace_back([=, &running] {
+            std::vector<FileCall> const calls = fileCalls();
+            ++running;
+            for (int round = 0; round < rounds; ++round)
+                for (size_t i = 0; i < calls.size(); ++i)
+                    if (isDone(calls[(i + t * calls.size() / kThreads) % calls.size()], handle))
+                        return;
+        });
+    }
+}
+
+TEST_F(ZPropertiesC, EveryFunctionRunsInSeveralThreads)
+{
+    std::atomic<int> running = 0;
+    std::vector<std::thread> threads;
+    callAllInThreads(file_, 5, running, threads, [](FileCall const& call, ZPROP_handle* handle) {
+        EXPECT_NE(55, call.code(handle)) << call.name;
+        return false;
+    });
+    for (std::thread& thread : threads)
+        thread.join();
+    ASSERT_EQ(0, zstzPropLoadText_6_0(file_, kText, strlen(kText)));
+    EXPECT_EQ("alpha beta gamma ", values("server", "host"));
+    EXPECT_EQ(kText, stored());
+}
+
+TEST_F(ZPropertiesC, EveryFunctionRunsWhileAnotherThreadClosesTheHandle)
+{
+    for (int round = 0; round < 10; ++round) {
+        write("shared.conf", kText);
+        ZPROP_handle* handle = nullptr;
+        ASSERT_EQ(0, zstzPropOpen_6_0(&handle, path("shared.conf").c_str(), zpropOpenUpdate));
+        std::atomic<int> running = 0;
+        std::vector<std::thread> threads;
+        // A function that was called after the close is the last of its thread.
+        callAllInThreads(
+            handle, INT_MAX, running, threads,
+            [](FileCall const& call, ZPROP_handle* file) { return call.code(file) == 55; });
+        while (running < static_cast<int>(threads.size()))
+            std::this_thread::yield();
+        zstzPropClose_6_0(handle);
         for (std::thread& thread : threads)
             thread.join();
         for (FileCall const& call : fileCalls())
