@@ -82,6 +82,8 @@ constexpr Target kTargets[] = {
     {"ProcessLock", "floor", 1.3},
     {"Load/", "GKeyFile+comments", 1.0},
     {"LookUp/", "unordered_map", 1.0},
+    {"Walk/", "GKeyFile", 0.8},
+    {"Visit/", "floor", 2.0},
     {"ChangeAndStore/", "GKeyFile+comments", 1.0},
     {"StoreText/", "GLib.durable", 1.0},
     {"StoreStanzas/", "GLib.durable", 1.0},
@@ -115,7 +117,9 @@ constexpr VariantLimit kVariantLimits[] = {{"Load.keepLines/", "Load/", 1.5},
                                            {"SortObjects.rotated/", "SortObjects/", 2.0},
                                            {"SortObjects.nearlySorted/", "SortObjects/", 2.0},
                                            {"SortObjects.middleKiller/", "SortObjects/", 2.0},
-                                           {"SortObjects.medianKiller/", "SortObjects/", 2.0}};
+                                           {"SortObjects.medianKiller/", "SortObjects/", 2.0},
+                                           {"LookUp.snapshot/", "LookUp/", 1.0},
+                                           {"LookUp.threads2/", "LookUp.threads1/", 1 / 1.9}};
 
 // A limit for the time per key of a large row, as a multiple of the time per key of a small row.
 struct Growth {

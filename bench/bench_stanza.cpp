@@ -1,7 +1,9 @@
-// Configuration files: load, look up a key, change one key and store, iterate over everything.
+// Configuration files: load, look up a key, in a snapshot too, change a key and store, iterate over
+// everything.
 #include <Z/ZArrayList.h>
 #include <Z/ZLCString.h>
 #include <Z/ZPropertiesImpl.h>
+#include <Z/ZPropertiesSnapshot.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -9,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -20,6 +24,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -100,6 +105,7 @@ public:
     virtual size_t lookUp(Name const& name) = 0;  // length of the value
     virtual void changeAndStore(Name const&, std::string const&, std::string const&) {}
     virtual size_t walk() = 0;  // lengths of all values
+    virtual size_t visit() { return walk(); }
 };
 
 class ZStore : public Store {
@@ -144,6 +150,20 @@ public:
         }
         return sum;
     }
+    size_t visit() override
+    {
+        size_t sum = 0;
+        store_->visit(
+            [](ZPropertiesEntry_6_0 const& entry, void* total) {
+                *static_cast<size_t*>(total) += entry.valueLength;
+                return 0;
+            },
+            &sum);
+        return sum;
+    }
+
+protected:
+    ZStanzaFileProperties_6_0 const& store() const { return *store_; }
 
 private:
     unsigned long const attributes_;
@@ -486,6 +506,25 @@ private:
 };
 #endif
 
+// Looks up values in a snapshot of the store.
+class ZSnapshot : public ZStore {
+public:
+    using ZStore::ZStore;
+
+    void load(std::string const& path) override
+    {
+        ZStore::load(path);
+        snapshot_ = std::make_unique<ZPropertiesSnapshot_6_0>(store());
+    }
+    size_t lookUp(Name const& name) override
+    {
+        return strlen(snapshot_->getValue(name.stanza.c_str(), name.key.c_str()));
+    }
+
+private:
+    std::unique_ptr<ZPropertiesSnapshot_6_0> snapshot_;
+};
+
 using Make = std::function<std::unique_ptr<Store>()>;
 
 struct Contender {
@@ -513,6 +552,7 @@ std::vector<Contender> contenders()
     list.push_back({"Z", maker<ZStore>(lines), all, true, false, ".keepLines"});
     list.push_back({"Z", maker<ZStore>(lines, "systemd"), 100000, true, false, ".systemd"});
     list.push_back({"Z", maker<ZStore>(lines, "git"), 100000, true, false, ".git"});
+    list.push_back({"Z", maker<ZSnapshot>(comments), all, false, false, ".snapshot"});
 #ifdef Z_PEER_GLIB
     list.push_back({"GKeyFile+comments", maker<GLibStore>(true), all, true});
     list.push_back({"GKeyFile", maker<GLibStore>(false), all, false});
@@ -574,6 +614,35 @@ void lookUpRow(benchmark::State& state, Contender const& contender, File const& 
         benchmark::DoNotOptimize(store->lookUp(*names[i++ & 65535]));
 }
 
+// The wall-clock time of a lookup, divided by the number of threads that look up at the same time.
+void threadedRow(benchmark::State& state, Store& store, std::vector<Name> const& names,
+                 unsigned threadCount)
+{
+    constexpr unsigned kLookups = 200000;
+    for (auto _ : state) {
+        std::atomic<unsigned> waiting = threadCount;
+        std::vector<std::thread> threads;
+        auto const lookUp = [&](unsigned seed) {
+            std::minstd_rand random(seed);
+            size_t sum = 0;
+            --waiting;
+            while (waiting != 0)
+                std::this_thread::yield();
+            for (unsigned i = 0; i < kLookups; ++i)
+                sum += store.lookUp(names[random() % names.size()]);
+            benchmark::DoNotOptimize(sum);
+        };
+        for (unsigned i = 1; i < threadCount; ++i)
+            threads.emplace_back(lookUp, i);
+        auto const start = std::chrono::steady_clock::now();
+        lookUp(threadCount);
+        for (std::thread& thread : threads)
+            thread.join();
+        std::chrono::duration<double> const passed = std::chrono::steady_clock::now() - start;
+        state.SetIterationTime(passed.count() / (kLookups * threadCount));
+    }
+}
+
 void changeRow(benchmark::State& state, Contender const& contender, File const& file)
 {
     std::unique_ptr<Store> const store = contender.make();
@@ -597,6 +666,14 @@ void walkRow(benchmark::State& state, Contender const& contender, File const& fi
         benchmark::DoNotOptimize(store->walk());
 }
 
+void visitRow(benchmark::State& state, Contender const& contender, File const& file)
+{
+    std::unique_ptr<Store> const store = contender.make();
+    store->load(file.path);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(store->visit());
+}
+
 bool registerAll()
 {
     using RowFunction = void (*)(benchmark::State&, Contender const&, File const&);
@@ -608,7 +685,8 @@ bool registerAll()
     Row const rows[] = {{"Load", loadRow, false},
                         {"LookUp", lookUpRow, false},
                         {"ChangeAndStore", changeRow, true},
-                        {"Walk", walkRow, false}};
+                        {"Walk", walkRow, false},
+                        {"Visit", visitRow, false}};
     for (Row const& row : rows)
         for (Shape const& shape : kShapes)
             for (size_t const keys : sizesOf(shape))
@@ -620,13 +698,15 @@ bool registerAll()
                     if (keys > contender.most || (row.onlyFull && !contender.changes) ||
                         (keys > 100000 && shape.keysPerStanza != 100 && !named) ||
                         (map && row.run == loadRow) ||
-                        (contender.scans && row.run == walkRow && keys > 10000 &&
-                         shape.keysPerStanza == 1) ||
+                        (contender.scans && (row.run == walkRow || row.run == visitRow) &&
+                         keys > 10000 && shape.keysPerStanza == 1) ||
                         (strcmp(contender.name, "floor.split") == 0 && row.run != loadRow) ||
                         (floor && row.run == changeRow))
                         continue;
+                    bool const isSnapshot = strcmp(contender.variant, ".snapshot") == 0;
                     bool const isVariant = *contender.variant != '\0';
-                    if (isVariant && row.run != loadRow && row.run != changeRow)
+                    if (isSnapshot ? row.run != lookUpRow
+                                   : isVariant && row.run != loadRow && row.run != changeRow)
                         continue;
                     std::string const name = std::string(row.name) + contender.variant + "/" +
                                              contender.name + "/" + shape.name + "/" +
@@ -640,6 +720,16 @@ bool registerAll()
                     if (run == changeRow)
                         made->UseRealTime();
                 }
+    for (unsigned const threads : {1u, 2u})
+        benchmark::RegisterBenchmark(
+            ("LookUp.threads" + std::to_string(threads) + "/Z/wide/10000").c_str(),
+            [threads](benchmark::State& state) {
+                File const& file = files.of(kShapes[0], 10000);
+                ZSnapshot store(ZPCache_6_0::keepComments);
+                store.load(file.path);
+                threadedRow(state, store, file.names, threads);
+            })
+            ->UseManualTime();
     return true;
 }
 

@@ -181,33 +181,43 @@ void ZProperties_6_0::Rep::exchange(ZProperties_6_0& store, std::unique_ptr<ZPCa
 
 namespace {
 
-// Stores the value that counts of a key in a dialect; returns false without such a value.
-bool countingValue(ZDialectData_6_0 const& cache, char const* category, char const* key,
-                   Text& value)
+// Returns the value that counts of a key in a dialect; none without such a value.
+std::optional<Text> countingValue(ZDialectData_6_0 const& cache, char const* category,
+                                  char const* key)
 {
     auto values = cache.values(category, key, ZPCache_6_0::plainValues);
     zdialects::Switches const switches = zdialects::switchesOf(cache.dialect());
+    Text value;
     if (switches.repeatedKey == zdialects::RepeatedKey::first)
-        return values.next(value);
+        return values.next(value) ? std::optional(value) : std::nullopt;
     bool const resets = switches.emptyValues == zdialects::EmptyValues::reset;
-    return values.last(value) && !(resets && value.length == 0);
+    bool const isFound = values.last(value) && !(resets && value.length == 0);
+    return isFound ? std::optional(value) : std::nullopt;
 }
 
 }  // namespace
 
-bool ZProperties_6_0::Rep::lastValue(ZProperties_6_0 const& store, char const* category,
-                                     char const* key, Text& value)
+std::optional<Text> ZProperties_6_0::Rep::lastValue(ZPCategoryBasedCache_6_0 const& direct,
+                                                    ZDialectData_6_0 const* dialect,
+                                                    char const* category, char const* key)
 {
-    if (store.rep_->dialect != nullptr)
-        return countingValue(*store.rep_->dialect, category, key, value);
+    if (dialect != nullptr)
+        return countingValue(*dialect, category, key);
+    Text value;
+    bool const isFound = direct.lastValue(category, key, ZPCache_6_0::anyValues, value);
+    return isFound ? std::optional(value) : std::nullopt;
+}
+
+std::optional<Text> ZProperties_6_0::Rep::lastValue(ZProperties_6_0 const& store,
+                                                    char const* category, char const* key)
+{
     if (store.rep_->direct != nullptr)
-        return store.rep_->direct->lastValue(category, key, ZPCache_6_0::anyValues, value);
+        return lastValue(*store.rep_->direct, store.rep_->dialect, category, key);
     ZArrayList_6_0 const* const values = store.cache_->get(category, key, ZPCache_6_0::anyValues);
     if (values == nullptr || values->size() == 0)
-        return false;
+        return {};
     auto const* const last = static_cast<ZLCString_6_0 const*>(values->get(values->size() - 1));
-    value = {last->getChars(), last->getLength()};
-    return true;
+    return Text{last->getChars(), last->getLength()};
 }
 
 ZProperties_6_0::ZProperties_6_0(ZPCache_6_0* cache)

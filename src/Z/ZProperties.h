@@ -15,6 +15,8 @@
 // the limits.
 #pragma once
 
+#include <stddef.h>
+
 #include "ZLCString.h"
 #include "ZLock.h"
 #include "ZObserver.h"
@@ -29,6 +31,22 @@ class ZPCategoryBasedCache_6_0;
 class ZPropertiesIterator_6_0;
 class ZUTF8ConstString_6_0;
 class ZUTF8String_6_0;
+
+/// A stanza, or a key with one of its values, as visit() passes it.
+/// owns    the strings are borrowed; a zero byte follows each.
+struct ZPropertiesEntry_6_0 {
+    char const* category;
+    char const* key;    // null: the entry is the stanza itself
+    char const* value;  // null: the key has no value
+    size_t categoryLength;
+    size_t keyLength;
+    size_t valueLength;
+    int isObfuscated;  // 1 if the value is
+};
+
+/// A function that visit() calls for each entry.
+/// returns 0 to continue.
+typedef int (*ZPropertiesVisitor_6_0)(ZPropertiesEntry_6_0 const& entry, void* context);
 
 /// A configuration store: named values with one or more strings each, which are loaded from a file,
 /// read and changed by (category, key) and stored again. The format of the file is up to the cache;
@@ -227,6 +245,21 @@ public:
     /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 elements.
     ZArrayList_6_0* categoryNames() const;
 
+    /// Calls `visitor` for each stanza, then for each value of each of its keys, in the order of
+    /// the file. A key without values is one entry, as is the stanza itself. Stanzas and keys that
+    /// have no line in the file, such as keys with obfuscated values, follow the others.
+    /// Returns the first result of `visitor` that is not 0, else 0; such a result ends the visit.
+    /// range   `context` is passed on. In a cache of a class outside the library, the entries have
+    ///         the order of categoryNames() and keyNames().
+    /// owns    the strings of an entry are borrowed until `visitor` returns.
+    /// throws  ZInvalidParameterException_6_0 if `visitor` is null;
+    ///         ZPropertiesIteratorException_6_0 if `visitor` changes the store, or creates an
+    ///         iterator over values of it, and returns 0; what `visitor` throws.
+    /// threads the store is locked; `visitor` may read it.
+    /// cost    O(entries), without allocation; a cache of a class outside the library creates
+    ///         lists.
+    int visit(ZPropertiesVisitor_6_0 visitor, void* context) const;
+
     void setModified();
     void resetModified();
     int isModified() const;
@@ -269,6 +302,7 @@ protected:
 private:
     friend class ZAbstractPropertyValuesIterator_6_0;
     friend class ZPropertiesIterator_6_0;
+    friend class ZPropertiesSnapshot_6_0;
     friend class ZStanzaFileProperties_6_0;
 
     struct Notice;  // ZProperties_p.h

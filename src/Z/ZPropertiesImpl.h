@@ -562,6 +562,7 @@ public:
     size_t memoryUsed() const;
 
     struct KeptLines;  // of the library: ZPropertiesImpl_p.h
+    struct Visit;
 
 protected:
     struct Rep;  // ZPropertiesImpl_p.h

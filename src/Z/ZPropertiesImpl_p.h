@@ -56,6 +56,17 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zca
     mutable zlines::SharedText* sink = nullptr;  // receives the text that is written, if not null
 };
 
+// Access to the contents of a cache whose values are all in it.
+struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Visit {
+    static zcache::Contents const& contentsOf(ZPCategoryBasedCache_6_0 const& direct)
+    {
+        return direct.rep();
+    }
+
+    /// Frees the text as read, which only a store needs.
+    static void dropKeptText(ZPCategoryBasedCache_6_0& direct) { direct.rep().keep(nullptr); }
+};
+
 // The text as read of a cache with the attribute `keepLines`.
 struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines {
     using Cache = ZPCategoryBasedCache_6_0;

@@ -18,12 +18,10 @@ using namespace zproperties;
 
 std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
 {
-    Text entry;
     if (store.rep_->dialect != nullptr)
         return {};  // a foreign file must not name a file that a store opens or removes
-    return lastValue(store, kReservedCategory, kReservedKey, entry)
-               ? std::string(entry.chars, entry.length)
-               : std::string();
+    std::optional<Text> const entry = lastValue(store, kReservedCategory, kReservedKey);
+    return entry ? std::string(entry->chars, entry->length) : std::string();
 }
 
 std::string ZProperties_6_0::Rep::companionPath(ZProperties_6_0 const& store)

@@ -53,7 +53,9 @@ enum RaiseSite {
     raiseInGetPropertiesFor = 600,
     raiseInFindProblems = 640,
     raiseInLoadText = 660,
-    raiseInLineOf = 680
+    raiseInLineOf = 680,
+    raiseInVisit = 700,
+    raiseInSnapshot = 720
 };
 
 using zstanza::kReservedCategory;
@@ -213,10 +215,52 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     ///         it is reported instead, as are all further exceptions.
     static void sendNotices(ZProperties_6_0& store, Queue& queue);
 
-    /// Stores the last value of (category, key), or the value that counts in a dialect, in `value`
-    /// and returns true; returns false if there is no value.
-    static bool lastValue(ZProperties_6_0 const& store, char const* category, char const* key,
-                          ZPCategoryBasedCache_6_0::Text& value);
+    /// Returns the last value of (category, key), or the value that counts in a dialect; none if
+    /// there is no value.
+    static std::optional<ZPCategoryBasedCache_6_0::Text> lastValue(ZProperties_6_0 const& store,
+                                                                   char const* category,
+                                                                   char const* key);
+
+    /// The same in the library's own cache `direct`, which is `dialect` unless that is null.
+    static std::optional<ZPCategoryBasedCache_6_0::Text> lastValue(
+        ZPCategoryBasedCache_6_0 const& direct, ZDialectData_6_0 const* dialect,
+        char const* category, char const* key);
+
+    // A value that was looked up, if any, and its names.
+    struct Found {
+        std::optional<ZPCategoryBasedCache_6_0::Text> value;
+        ZLCString_6_0 const& file;
+        char const* category;
+        char const* key;
+
+        void requireValue(int required) const;  // throws if a required value is missing
+    };
+
+    /// Return a value as the store's functions of these names do.
+    static void getValue(Found const& found, ZAbstractMutableString_6_0& out, int required,
+                         char const* defaultValue);
+    static unsigned int getIntegerValue(Found const& found, int required,
+                                        unsigned int defaultValue);
+    static int getBooleanValue(Found const& found, int required, int defaultValue);
+
+    /// Checks the parameters of these functions.
+    static void requireParameters(char const* category, char const* key, int required,
+                                  bool hasDefault);
+
+    /// Passes all contents of a library cache to `visitor`, as ZProperties_6_0::visit().
+    static int visit(ZPCategoryBasedCache_6_0 const& direct, ZPropertiesVisitor_6_0 visitor,
+                     void* context);
+
+    // Contents that snapshots share. Nothing changes them.
+    struct Frozen {
+        std::unique_ptr<ZPCategoryBasedCache_6_0 const> cache;
+        ZDialectData_6_0 const* dialect;  // `cache`, if it is of a dialect
+        ZLCString_6_0 file;
+    };
+
+    /// Returns the contents of the store, shared with the previous call unless they have changed.
+    /// throws  ZOutOfMemoryException_6_0.
+    static std::shared_ptr<Frozen const> freeze(ZProperties_6_0 const& store);
 
     /// Returns a copy of the store's cache; null if it is of a class outside the library that does
     /// not clone itself. Then the caller has to change the cache itself.
@@ -417,7 +461,10 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     ZSCFData_6_0* stanzas = nullptr;      // the cache, if it is the library's own for stanza files
     ZDialectData_6_0* dialect = nullptr;  // the cache, if it is of a dialect
     bool isStanzaFile = false;            // the cache is a ZSCFData_6_0 or derived from it
-    bool hasCompanion = false;   // such a cache, and not of a dialect: the text names the companion
+    bool hasCompanion = false;  // such a cache, and not of a dialect: the text names the companion
+    std::shared_ptr<Frozen const> frozen;  // of the last snapshot, or null
+    unsigned long frozenAt = 0;            // the number of changes of the cache at that time
+    unsigned long frozenGeneration = 0;
     unsigned long replaced = 0;  // grows whenever another cache replaces the cache
 
 private:

@@ -97,85 +97,95 @@ int ZProperties_6_0::isObfuscated(char const* category) const
     return cache_->isObfuscated(category);
 }
 
-namespace {
-
-void requireNoDefaultIfRequired(int required, bool hasDefault)
+void ZProperties_6_0::Rep::requireParameters(char const* category, char const* key, int required,
+                                             bool hasDefault)
 {
+    requireNames(category, key);
     if (required != 0 && hasDefault)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForDefault);
 }
 
-[[noreturn]] void throwMissing(ZLCString_6_0 const& file, char const* category, char const* key)
+void ZProperties_6_0::Rep::Found::requireValue(int required) const
 {
-    ZPropertiesMissingPropertyException_6_0(file.getChars(), category, key)
-        .throwException(kSource, raiseForMissing);
+    if (required != 0 && !value)
+        ZPropertiesMissingPropertyException_6_0(file.getChars(), category, key)
+            .throwException(kSource, raiseForMissing);
 }
 
-}  // namespace
+void ZProperties_6_0::Rep::getValue(Found const& found, ZAbstractMutableString_6_0& out,
+                                    int required, char const* defaultValue)
+{
+    found.requireValue(required);
+    if (!found.value) {
+        if (defaultValue != nullptr)
+            out.setChars(defaultValue);
+        else
+            out.clear();
+    } else if (out.getCodesetHandle() == found.file.getCodesetHandle()) {
+        out.setChars(found.value->chars);
+    } else {
+        out.clear();
+        out.convertFromCodeSet(ZLCConstString_6_0(found.value->chars));
+    }
+}
+
+unsigned int ZProperties_6_0::Rep::getIntegerValue(Found const& found, int required,
+                                                   unsigned int defaultValue)
+{
+    found.requireValue(required);
+    if (!found.value)
+        return defaultValue;
+    unsigned int number = 0;
+    if (found.value->length > 0 && !toNumber(found.value->chars, number))
+        ZPropertiesInvalidNumValueException_6_0(found.file.getChars(), found.category, found.key,
+                                                found.value->chars)
+            .throwException(kSource, raiseForNumber);
+    return number;
+}
+
+int ZProperties_6_0::Rep::getBooleanValue(Found const& found, int required, int defaultValue)
+{
+    found.requireValue(required);
+    if (!found.value)
+        return defaultValue;
+    if (found.value->length == 0)
+        return 0;
+    for (BoolWord const& known : kBoolWords)
+        if (equalIgnoringCase(known.word, found.value->chars))
+            return known.value;
+    ZPropertiesInvalidBoolValueException_6_0(found.file.getChars(), found.category, found.key,
+                                             found.value->chars)
+        .throwException(kSource, raiseForTruth);
+}
 
 void ZProperties_6_0::getValue(char const* category, char const* key,
                                ZAbstractMutableString_6_0& out, int required,
                                char const* defaultValue) const
 {
-    requireNames(category, key);
-    requireNoDefaultIfRequired(required, defaultValue != nullptr);
+    Rep::requireParameters(category, key, required, defaultValue != nullptr);
     Hold const hold(*this);
-    Text value;
-    if (!Rep::lastValue(*this, category, key, value)) {
-        if (required != 0)
-            throwMissing(fileName_, category, key);
-        if (defaultValue != nullptr)
-            out.setChars(defaultValue);
-        else
-            out.clear();
-    } else if (out.getCodesetHandle() == fileName_.getCodesetHandle()) {
-        out.setChars(value.chars);
-    } else {
-        out.clear();
-        out.convertFromCodeSet(ZLCConstString_6_0(value.chars));
-    }
+    Rep::getValue({Rep::lastValue(*this, category, key), fileName_, category, key}, out, required,
+                  defaultValue);
 }
 
 unsigned int ZProperties_6_0::getIntegerValue(char const* category, char const* key, int required,
                                               unsigned int defaultValue) const
 {
-    requireNames(category, key);
-    requireNoDefaultIfRequired(required, defaultValue != 0);
+    Rep::requireParameters(category, key, required, defaultValue != 0);
     Hold const hold(*this);
-    Text value;
-    if (!Rep::lastValue(*this, category, key, value)) {
-        if (required != 0)
-            throwMissing(fileName_, category, key);
-        return defaultValue;
-    }
-    unsigned int number = 0;
-    if (value.length > 0 && !toNumber(value.chars, number))
-        ZPropertiesInvalidNumValueException_6_0(fileName_.getChars(), category, key, value.chars)
-            .throwException(kSource, raiseForNumber);
-    return number;
+    return Rep::getIntegerValue({Rep::lastValue(*this, category, key), fileName_, category, key},
+                                required, defaultValue);
 }
 
 int ZProperties_6_0::getBooleanValue(char const* category, char const* key, int required,
                                      int defaultValue) const
 {
-    requireNames(category, key);
-    requireNoDefaultIfRequired(required, defaultValue != 0);
+    Rep::requireParameters(category, key, required, defaultValue != 0);
     Hold const hold(*this);
     if (rep_->dialect != nullptr && rep_->dialect->isOption(category, key) != 0)
         return 1;
-    Text value;
-    if (!Rep::lastValue(*this, category, key, value)) {
-        if (required != 0)
-            throwMissing(fileName_, category, key);
-        return defaultValue;
-    }
-    if (value.length == 0)
-        return 0;
-    for (BoolWord const& known : kBoolWords)
-        if (equalIgnoringCase(known.word, value.chars))
-            return known.value;
-    ZPropertiesInvalidBoolValueException_6_0(fileName_.getChars(), category, key, value.chars)
-        .throwException(kSource, raiseForTruth);
+    return Rep::getBooleanValue({Rep::lastValue(*this, category, key), fileName_, category, key},
+                                required, defaultValue);
 }
 
 bool ZProperties_6_0::Rep::lacksUTF8(char const* value)

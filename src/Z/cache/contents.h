@@ -88,7 +88,18 @@ public:
 
     /// Calls `call(std::string_view)` for each value.
     template <class Call>
-    void forEachValue(Id key, Kind kind, Call call) const;
+    void forEachValue(Id key, Kind kind, Call call) const
+    {
+        findValue(key, kind, [&](std::string_view value) {
+            call(value);
+            return false;
+        });
+    }
+
+    /// Calls `isWanted(std::string_view)` for each value until it returns true, and returns whether
+    /// it did. It may change the contents then.
+    template <class Predicate>
+    bool findValue(Id key, Kind kind, Predicate isWanted) const;
 
     // --- objects that callers receive
 
@@ -365,8 +376,8 @@ private:
     bool insertsAtTemplates_ = false;
 };
 
-template <class Call>
-void Contents::forEachValue(Id id, Kind kind, Call call) const
+template <class Predicate>
+bool Contents::findValue(Id id, Kind kind, Predicate isWanted) const
 {
     Key const& key = keys_[id];
     KeyExtra const* const extra = findExtra(id);
@@ -374,15 +385,21 @@ void Contents::forEachValue(Id id, Kind kind, Call call) const
         ZArrayList_6_0 const& list = *extra->lists[kind];
         for (unsigned i = 0; i < list.size(); ++i) {
             auto const* const text = static_cast<ZAbstractString_6_0 const*>(list.get(i));
-            if (text != nullptr)
-                call(std::string_view(text->getChars(), text->getLength()));
+            if (text != nullptr && isWanted(std::string_view(text->getChars(), text->getLength())))
+                return true;
         }
-        return;
+        return false;
     }
-    if (kind == plain && key.value != 0)
-        call(text(key));
-    for (Id i = extra == nullptr ? 0 : extra->first[kind]; i != 0; i = values_[i].next)
-        call(text(values_[i]));
+    Id next = extra == nullptr ? 0 : extra->first[kind];
+    if (kind == plain && key.value != 0 && isWanted(text(key)))
+        return true;
+    while (next != 0) {
+        Value const value = values_[next];
+        if (isWanted(text(value)))
+            return true;
+        next = value.next;
+    }
+    return false;
 }
 
 }  // namespace zcache

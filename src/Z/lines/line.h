@@ -48,7 +48,7 @@ struct HeaderComment {
 struct TextHistory {
     std::vector<HeaderComment> headerComments = {};  // by their ends
     std::vector<uint32_t> movedComments = {};        // positions of comments that the contents lack
-    bool isScattered = false;                        // other keys stood between lines of a key
+    bool isScattered = false;                        // other keys were between lines of a key
 };
 
 inline std::string_view slice(std::string_view text, uint32_t begin, uint32_t end)

@@ -30,11 +30,11 @@ struct Matching {
     std::vector<uint32_t> lineOf;     // of each entry: its comment or first key line, or kNone
     std::vector<uint32_t> movedFrom;  // of each entry: the removed comment with its text, or kNone
     std::vector<uint32_t> removedComments;  // lines, in order
-    bool isScattered = false;               // other keys stand between lines of a key
+    bool isScattered = false;               // other keys are between lines of a key
 };
 
 /// Returns the lines of the entries of a stanza.
-/// range   `isScattered` is true if other keys stood between lines of keys in the text.
+/// range   `isScattered` is true if other keys are between lines of keys in the text.
 ///         `hasOldNames` is true if the text has the old names of entries.
 /// cost    linear in lines and entries, and as align() for keys and comments in another order.
 Matching matchLines(Outline& outline, ReadStanza const& stanza, Document const& document,

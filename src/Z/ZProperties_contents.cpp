@@ -1,0 +1,200 @@
+// Visits of all contents in the order of the file, and the contents that snapshots share.
+#include <memory>
+#include <string_view>
+
+#include "ZDialectData.h"
+#include "ZException.h"
+#include "ZPropertiesImpl_p.h"
+#include "ZProperties_p.h"
+#include "cache/file_order.h"
+
+using namespace zproperties;
+
+namespace {
+
+// Passes entries to a visitor until its result is not 0, or until `check` throws.
+template <class Check>
+class Visit {
+public:
+    Visit(ZPropertiesVisitor_6_0 visitor, void* context, Check check)
+        : visitor_(visitor), context_(context), check_(check)
+    {
+    }
+
+    bool stanza(std::string_view name)
+    {
+        entry_ = {name.data(), nullptr, nullptr, name.size(), 0, 0, 0};
+        return pass();
+    }
+
+    bool key(std::string_view name)
+    {
+        entry_.key = name.data();
+        entry_.keyLength = name.size();
+        return true;
+    }
+
+    bool value(std::string_view text, zcache::Contents::Kind kind)
+    {
+        entry_.value = text.data();
+        entry_.valueLength = text.size();
+        entry_.isObfuscated = kind == zcache::Contents::obfuscated;
+        return pass();
+    }
+
+    int result() const { return result_; }
+
+private:
+    bool pass()
+    {
+        result_ = visitor_(entry_, context_);
+        if (result_ == 0)
+            check_();
+        return result_ == 0;
+    }
+
+    ZPropertiesVisitor_6_0 visitor_;
+    void* context_;
+    Check check_;
+    ZPropertiesEntry_6_0 entry_ = {};
+    int result_ = 0;
+};
+
+std::string_view textAt(ZArrayList_6_0 const& list, unsigned index)
+{
+    auto const& text = static_cast<ZLCString_6_0 const&>(*list.get(index));
+    return {text.getChars(), text.getLength()};
+}
+
+// Visits a cache whose class overrides lookups.
+template <class Visitor>
+bool visitDerived(ZPCache_6_0& cache, Visitor& visitor)
+{
+    ZArrayList_6_0 names(1, 1);
+    cache.getNames(names);
+    for (unsigned i = 0; i < names.size(); ++i) {
+        std::string_view const category = textAt(names, i);
+        if (!visitor.stanza(category))
+            return false;
+        ZArrayList_6_0 keys(1, 1);
+        cache.getNames(category.data(), keys);
+        for (unsigned k = 0; k < keys.size(); ++k) {
+            std::string_view const key = textAt(keys, k);
+            visitor.key(key);
+            auto kind = zcache::Contents::plain;
+            ZArrayList_6_0* values =
+                cache.get(category.data(), key.data(), ZPCache_6_0::plainValues);
+            if ((values == nullptr || values->size() == 0) &&
+                cache.isObfuscated(category.data(), key.data()) != 0) {
+                kind = zcache::Contents::obfuscated;
+                values = cache.get(category.data(), key.data(), ZPCache_6_0::obfuscatedValues);
+            }
+            if ((values == nullptr || values->size() == 0) && !visitor.value({}, kind))
+                return false;
+            for (unsigned v = 0; values != nullptr && v < values->size(); ++v)
+                if (!visitor.value(textAt(*values, v), kind))
+                    return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int ZProperties_6_0::Rep::visit(ZPCategoryBasedCache_6_0 const& direct,
+                                ZPropertiesVisitor_6_0 visitor, void* context)
+{
+    Visit visit(visitor, context, [] {});
+    zcache::FileOrder(ZPCategoryBasedCache_6_0::Visit::contentsOf(direct), visit).visit();
+    return visit.result();
+}
+
+int ZProperties_6_0::visit(ZPropertiesVisitor_6_0 visitor, void* context) const
+{
+    if (visitor == nullptr)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInVisit);
+    Hold const hold(*this);
+    ZPCategoryBasedCache_6_0 const* const direct = rep_->direct;
+    unsigned long const changes = direct == nullptr ? 0 : direct->changes();
+    unsigned long const generation = Rep::generation(*this);
+    unsigned long const replaced = rep_->replaced;
+    Visit visit(visitor, context, [&] {
+        // After another cache has replaced `direct`, it must not be used.
+        if (rep_->replaced != replaced || Rep::generation(*this) != generation ||
+            (direct != nullptr && direct->changes() != changes))
+            ZPropertiesIteratorException_6_0(fileName_.getChars())
+                .throwException(kSource, raiseInVisit);
+    });
+    if (direct == nullptr)
+        visitDerived(*cache_, visit);
+    else
+        zcache::FileOrder(ZPCategoryBasedCache_6_0::Visit::contentsOf(*direct), visit).visit();
+    return visit.result();
+}
+
+namespace {
+
+// Copies the contents that a visit passes.
+class Copier {
+public:
+    explicit Copier(ZPCategoryBasedCache_6_0& target) : target_(target) {}
+
+    bool stanza(std::string_view name)
+    {
+        category_ = name.data();
+        target_.add(category_, nullptr, 0);
+        return true;
+    }
+
+    bool key(std::string_view name)
+    {
+        key_ = name.data();
+        target_.add(category_, key_, 0);
+        return true;
+    }
+
+    bool value(std::string_view text, zcache::Contents::Kind kind)
+    {
+        target_.add(category_, key_, text.data(), kind == zcache::Contents::obfuscated);
+        return true;
+    }
+
+private:
+    ZPCategoryBasedCache_6_0& target_;
+    char const* category_ = nullptr;
+    char const* key_ = nullptr;
+};
+
+}  // namespace
+
+std::shared_ptr<ZProperties_6_0::Rep::Frozen const> ZProperties_6_0::Rep::freeze(
+    ZProperties_6_0 const& store)
+{
+    Hold const hold(store);
+    Rep& rep = *store.rep_;
+    ZPCategoryBasedCache_6_0 const* const direct = rep.direct;
+    // The holder of a list of values can change them at any time.
+    bool const isCounted =
+        direct != nullptr && !ZPCategoryBasedCache_6_0::Visit::contentsOf(*direct).hasLists();
+    unsigned long const changes = isCounted ? direct->changes() : 0;
+    if (isCounted && rep.frozen != nullptr && rep.frozenAt == changes &&
+        rep.frozenGeneration == generation(store))
+        return rep.frozen;
+
+    std::unique_ptr<ZPCategoryBasedCache_6_0> cache;
+    if (direct != nullptr) {
+        cache.reset(static_cast<ZPCategoryBasedCache_6_0*>(direct->clone()));
+        ZPCategoryBasedCache_6_0::Visit::dropKeptText(*cache);
+    } else {
+        cache = std::make_unique<ZPCategoryBasedCache_6_0>();
+        Copier copier(*cache);
+        visitDerived(*store.cache_, copier);
+    }
+    auto* const dialect = dynamic_cast<ZDialectData_6_0 const*>(cache.get());
+    auto const frozen =
+        std::make_shared<Frozen const>(Frozen{std::move(cache), dialect, store.fileName_});
+    rep.frozen = isCounted ? frozen : nullptr;
+    rep.frozenAt = changes;
+    rep.frozenGeneration = generation(store);
+    return frozen;
+}
