@@ -165,6 +165,8 @@ class MergeTest(tool.ToolTest):
                 run = self.run_in_directory("merge", "base", "ours", "theirs", "--path=x")
                 self.assertEqual((code, merged), (run.returncode, self.read_files()["ours"]))
                 self.assertIn(b"so the versions are merged line by line", run.stderr)
+                self.assertEqual(name == "no conflict, readable no longer",
+                                 b"x: merged, but cannot be read; correct the reported line\n" == run.stdout)
                 without_path = self.run_in_directory("merge", "base", "ours", "theirs")
                 self.assertEqual(INVALID_DATA, without_path.returncode)
 
@@ -176,7 +178,7 @@ class MergeTest(tool.ToolTest):
             self.write_files({"base": texts[0], "ours": ours, "theirs": texts[2]})
             run = self.run_in_directory("merge", "base", "ours", "theirs")
             self.assertEqual((INVALID_DATA, ours), (run.returncode, self.read_files()["ours"]))
-            self.assertIn(b"theirs: bytes after a zero byte have changed", run.stderr)
+            self.assertIn(b": bytes after a zero byte have changed", run.stderr)
             run = self.run_in_directory("merge", "base", "ours", "theirs", "--path=x")
             self.assertEqual((code, merged), (run.returncode, self.read_files()["ours"]))
 

@@ -620,9 +620,21 @@ class ZstzTest(tool.ToolTest):
         self.assertLess(max(map(len, lines)), 130)
         for verb in VERBS:
             self.assertRegex(run.stdout, rf"[ |]{verb}[ \n]")
-        for heading in ("read", "change", "other", "stanzas", "in files", "for changes", "exit"):
+        for heading in ("read", "change", "other", "stanzas", "options", "for reading",
+                        "for changes", "exit"):
             self.assertRegex(run.stdout, rf"\n{heading} +\S")
         self.assertIn("0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, ", run.stdout)
+
+    def test_help_groups_options_as_the_verbs_have_them(self):
+        own = {"lock", "java", "hexdump", "completion", "help"}
+        changes = {"set", "add", "unset", "rename", "comment", "edit", "fmt", "convert"}
+        for verb in VERBS:
+            options = set(re.findall(r"^  (?:-\w, )?(--[a-z-]+)", self.run_tool(verb, "-h").stdout, re.M))
+            with self.subTest(verb):
+                self.assertEqual(verb not in own, {"--dialect", "--wait", "--quiet"} <= options)
+                self.assertEqual(verb not in own | changes, {"--format", "--null"} <= options)
+                self.assertEqual(verb in changes, {"--create", "--dry-run", "--backup", "--normalise",
+                                                   "--replace"} <= options)
 
     def test_help_of_a_verb_has_an_example(self):
         for verb in VERBS:

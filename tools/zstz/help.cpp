@@ -32,7 +32,8 @@ other   doc TEMPLATE | dialects [FILE] | lock | java | hexdump | completion bash
 
 stanzas         . is the part above the first header, or a file without headers; [a] twice in networkd: a]1 and a]2;
                 [remote "o"] in git: remote.o or 'remote "o"'
-in files        --dialect D    --wait SECONDS    -q          to read and compare: --format plain|json|sh|lines    -0, --null
+options         --dialect D    --wait SECONDS    -q          lock, java, hexdump, completion and help have their own
+for reading     --format plain|json|sh|lines    -0, --null   also for compare, doc and dialects; not each verb has each form
 for changes     --create    -n, --dry-run: print a unified diff    --backup[=SUFFIX]    --normalise    --replace
 exit            0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, read or write, 5 locked by another process,
                 6 invalid value, 7 change refused, 8 differs or conflicts, 9 internal

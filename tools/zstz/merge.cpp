@@ -164,10 +164,13 @@ int mergeFiles(Request const& request)
         reason->problem.text += ", so the versions are merged line by line";
         report(*reason);
     }
-    if (merged.conflicts > 0 && !request.dryRun && request.file != kStandardInput)
-        printLine(request, (request.path.empty() ? request.file : request.path) + ": " +
-                               formatCount(merged.conflicts, "conflict", "conflicts") +
+    bool const isStored = !request.dryRun && request.file != kStandardInput;
+    std::string const& name = request.path.empty() ? request.file : request.path;
+    if (merged.conflicts > 0 && isStored)
+        printLine(request, name + ": " + formatCount(merged.conflicts, "conflict", "conflicts") +
                                "; edit the lines between the marks");
+    else if (!merged.isValid && isStored)
+        printLine(request, name + ": merged, but cannot be read; correct the reported line");
     return merged.conflicts > 0 || !merged.isValid ? exitDiffers : exitDone;
 }
 
