@@ -4,7 +4,7 @@
 
 #include "ZArrayList.h"
 #include "ZException.h"
-#include "ZPropertiesImpl.h"
+#include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "ZUTF8String.h"
 
@@ -25,7 +25,16 @@ enum RaiseSite {
     raiseForConversion = 240
 };
 
-using Text = ZPCategoryBasedCache_6_0::Text;
+using Cache = ZPCategoryBasedCache_6_0;
+using Text = Cache::Text;
+
+// Returns the record of the key at `place` if it has at most one value, which is plain; else null.
+zcache::Key const* simpleKey(Cache const& direct, uint32_t place)
+{
+    zcache::Key const* const key =
+        place == 0 ? nullptr : &Cache::Visit::contentsOf(direct).key(place);
+    return key == nullptr || key->extra != 0 ? nullptr : key;
+}
 
 char const* textAt(ZArrayList_6_0 const& values, int index)
 {
@@ -162,7 +171,14 @@ char const* ZPropertiesIterator_6_0::entryValue(int index) const
     needEntry();
     ZPCategoryBasedCache_6_0 const* const direct = store_.rep_->direct;
     if (direct != nullptr) {
-        auto values = direct->values(currentPlace(), ZPCache_6_0::anyValues);
+        uint32_t const place = currentPlace();
+        if (zcache::Key const* const key = simpleKey(*direct, place)) {
+            if (key->value == 0)
+                return nullptr;
+            if (index == 0)
+                return Cache::Visit::contentsOf(*direct).text(*key).data();
+        }
+        auto values = direct->values(place, ZPCache_6_0::anyValues);
         if (values.count() <= 0)
             return nullptr;
         Text value;
@@ -201,7 +217,10 @@ int ZPropertiesIterator_6_0::valueCount() const
     ZPCategoryBasedCache_6_0 const* const direct = store_.rep_->direct;
     if (direct == nullptr)
         return sizeOf(store_.cache_->get(category_.getChars(), current_, ZPCache_6_0::anyValues));
-    int const count = direct->values(currentPlace(), ZPCache_6_0::anyValues).count();
+    uint32_t const place = currentPlace();
+    if (zcache::Key const* const key = simpleKey(*direct, place))
+        return key->value != 0;
+    int const count = direct->values(place, ZPCache_6_0::anyValues).count();
     return count < 0 ? 0 : count;
 }
 

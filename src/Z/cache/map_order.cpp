@@ -38,9 +38,12 @@ MapOrder::MapOrder(Contents const& contents, Id category)
 template <class NameOf, class NextOf>
 void MapOrder::fill(size_t count, Id first, NameOf nameOf, NextOf nextOf)
 {
+    uint8_t inlineBuckets[kInlineCapacity];
+    uint8_t* buckets = inlineBuckets;
     if (count > kInlineCapacity) {
-        reallocate(block_, count);
+        reallocate(block_, count + count / sizeof(Id) + 1);  // ids, then the bucket of each name
         sorted_ = block_.get();
+        buckets = reinterpret_cast<uint8_t*>(sorted_ + count);
     }
     count_ = count;
     if (count == 1) {
@@ -49,12 +52,16 @@ void MapOrder::fill(size_t count, Id first, NameOf nameOf, NextOf nextOf)
     }
     // Counting sort: count each bucket, sum to start positions, place the ids.
     size_t starts[kBuckets + 1] = {};
-    for (Id id = first; id != 0; id = nextOf(id))
-        ++starts[stringHash(nameOf(id)) % kBuckets + 1];
+    uint8_t* bucket = buckets;
+    for (Id id = first; id != 0; id = nextOf(id)) {
+        *bucket = static_cast<uint8_t>(stringHash(nameOf(id)) % kBuckets);
+        ++starts[*bucket++ + 1];
+    }
     for (unsigned i = 1; i <= kBuckets; ++i)
         starts[i] += starts[i - 1];
+    bucket = buckets;
     for (Id id = first; id != 0; id = nextOf(id))
-        sorted_[starts[stringHash(nameOf(id)) % kBuckets]++] = id;
+        sorted_[starts[*bucket++]++] = id;
 }
 
 }  // namespace zcache
