@@ -303,3 +303,10 @@ long ZProperties_6_0::timeStamp() const
     Hold const hold(*this);
     return timeStamp_;
 }
+
+void ZProperties_6_0::setFileName(char const* path)
+{
+    Hold const hold(*this);
+    if (fileName_.isEmpty() && !isEmpty(path))
+        fileName_ = path;
+}

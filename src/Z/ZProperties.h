@@ -299,6 +299,11 @@ protected:
 
     ZPCache_6_0& cache() const { return *cache_; }  // used under a Hold
 
+    /// Sets the file name, unless it is set. For a derived class that loads its contents without
+    /// load() of this class.
+    /// range   null or empty does nothing.
+    void setFileName(char const* path);
+
 private:
     friend class ZAbstractPropertyValuesIterator_6_0;
     friend class ZPropertiesIterator_6_0;

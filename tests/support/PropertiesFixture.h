@@ -35,6 +35,7 @@ public:
         setAttributes(attributes, nullptr);
     }
     using ZProperties_6_0::sendChangeNotice;
+    using ZProperties_6_0::setFileName;
 
     std::function<void()> onPostLoad;
     void postLoad(char const* path) override

@@ -46,6 +46,29 @@ TEST_F(ZProperties, FirstPathBecomesTheFileName)
     EXPECT_STREQ(other.c_str(), fresh.fileName().getChars());
 }
 
+TEST_F(ZProperties, DerivedClassSetsTheFileNameOnce)
+{
+    Store store;
+    store.setFileName(nullptr);
+    store.setFileName("");
+    EXPECT_TRUE(store.fileName().isEmpty());
+    store.setFileName("remote:one");
+    store.setFileName("remote:two");
+    EXPECT_STREQ("remote:one", store.fileName().getChars());
+    try {
+        ZLCString_6_0 value;
+        store.getValue("s", "k", value, 1, nullptr);
+        FAIL() << "nothing was thrown";
+    } catch (ZPropertiesMissingPropertyException_6_0 const& e) {
+        EXPECT_STREQ("remote:one", e.propFile().getChars());
+    }
+    load("[s]\nk = a\n");
+    EXPECT_FALSE(store_.fileName().isEmpty());
+    ZLCString_6_0 const name = store_.fileName();
+    store_.setFileName("remote:one");
+    EXPECT_STREQ(name.getChars(), store_.fileName().getChars());
+}
+
 TEST_F(ZProperties, StoreCreatesAMissingFileAndNoOther)
 {
     store_.setValue("s", "k", "v");
