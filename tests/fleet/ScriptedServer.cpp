@@ -41,6 +41,9 @@ struct ScriptedServer::Service : grpc::CallbackGenericService {
     {
         std::lock_guard<std::mutex> const guard(mutex);
         requests.push_back(request);
+        auto const handler = handlers.find(request.method);
+        if (handler != handlers.end())
+            return handler->second(request);
         std::vector<Reply>& replies = scripts[request.method];
         if (replies.empty())
             return {12, "not scripted"};
@@ -53,6 +56,7 @@ struct ScriptedServer::Service : grpc::CallbackGenericService {
     mutable std::mutex mutex;
     std::vector<Request> requests;
     std::map<std::string, std::vector<Reply>> scripts;
+    std::map<std::string, std::function<Reply(Request const&)>> handlers;
     std::unique_ptr<grpc::Server> server;
     int port = 0;
 };
@@ -156,6 +160,12 @@ void ScriptedServer::script(std::string const& method, std::vector<Reply> replie
 {
     std::lock_guard<std::mutex> const guard(service_->mutex);
     service_->scripts[method] = std::move(replies);
+}
+
+void ScriptedServer::handle(std::string const& method, std::function<Reply(Request const&)> handler)
+{
+    std::lock_guard<std::mutex> const guard(service_->mutex);
+    service_->handlers[method] = std::move(handler);
 }
 
 std::vector<ScriptedServer::Request> ScriptedServer::requests() const

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,6 +38,9 @@ public:
 
     /// Replies to the calls of a method with `replies`, in order. The last one is repeated.
     void script(std::string const& method, std::vector<Reply> replies);
+
+    /// Replies to the calls of a method with the result of `handler`, one call after another.
+    void handle(std::string const& method, std::function<Reply(Request const&)> handler);
 
     /// Returns the requests so far.
     std::vector<Request> requests() const;

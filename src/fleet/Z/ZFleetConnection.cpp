@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 
 #include "ZFleetConnection_p.h"
@@ -41,9 +42,14 @@ ZFleetConnection_6_0* ZFleetConnection_6_0::open(char const* fleet)
         ++found->second->rep_->references;
         return found->second;
     }
-    std::unique_ptr<ZFleetConnection_6_0> connection(new ZFleetConnection_6_0(fleet));
-    known.connections.emplace(fleet, connection.get());
-    return connection.release();
+    try {
+        std::unique_ptr<ZFleetConnection_6_0> connection(new ZFleetConnection_6_0(fleet));
+        known.connections.emplace(fleet, connection.get());
+        return connection.release();
+    } catch (std::bad_alloc const&) {
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInOpen);
+    }
+    return nullptr;  // not reached
 }
 
 ZFleetConnection_6_0::ZFleetConnection_6_0(char const* fleet)

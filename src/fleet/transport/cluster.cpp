@@ -81,7 +81,7 @@ Clock::duration Cluster::timeoutOf(Budget const& budget) const
     return std::clamp(budget.left(), Clock::duration(milliseconds(1)), settings_.callTimeout);
 }
 
-// Returns the token for calls; empty if there are no users. After a failure, `status` has its code.
+// Returns the token for calls; empty without users. After a failure, `status` has its code.
 std::string Cluster::tokenFor(Endpoint& endpoint, Budget const& budget, CallStatus& status)
 {
     if (settings_.user.empty())

@@ -1,4 +1,4 @@
-// cluster: calls to a cluster of several endpoints: deadlines, retries, failover and tokens.
+// cluster: calls to the endpoints of a cluster: deadlines, retries, failover and tokens.
 //
 // An attempt that fails is repeated at another endpoint, after a pause that grows at random, until
 // the budget of the operation is used up. Only requests whose repetition changes nothing are
@@ -72,7 +72,7 @@ private:
     std::atomic<unsigned> current_;  // the endpoint of the next call
     std::mutex mutex_;
     std::string token_;        // guarded by mutex_; empty: authenticate first
-    bool hasNoUsers_ = false;  // guarded by mutex_; the cluster has no users
+    bool hasNoUsers_ = false;  // guarded by mutex_; the cluster works without users
 };
 
 }  // namespace zfleet

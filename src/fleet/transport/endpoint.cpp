@@ -12,12 +12,12 @@
 #else
 #include <grpcpp/impl/codegen/proto_utils.h>
 #endif
-#include <pthread.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <atomic>
 
+#include "transport/cancel_guard.h"
 #include "transport/failure.h"
 
 namespace zfleet {
@@ -56,18 +56,6 @@ void requireOwnProcess(char const* method)
         throw CallError{nameOfMethod(method), ECHILD, false,
                         "the process was forked after its parent had used a cluster"};
 }
-
-// Disables the cancellation of the thread in this scope: gRPC does not unwind.
-class CancelGuard {
-public:
-    CancelGuard() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
-    CancelGuard(CancelGuard const&) = delete;
-    CancelGuard& operator=(CancelGuard const&) = delete;
-    ~CancelGuard() { pthread_setcancelstate(before_, nullptr); }
-
-private:
-    int before_ = PTHREAD_CANCEL_ENABLE;
-};
 
 std::shared_ptr<grpc::ChannelCredentials> makeCredentials(Certificates const& certificates)
 {

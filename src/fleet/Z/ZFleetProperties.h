@@ -1,0 +1,90 @@
+// ZFleetProperties: a configuration store whose file is in a cluster.
+//
+// Subsystem: fleet.  Stands on: ZFleetConnection and the foundation's ZStanzaFileProperties.
+//
+// The path "etcd://FLEET/NAME" names the configuration NAME in a cluster; docs/fleet.md describes
+// fleets. Any other path is a local file, with the behaviour of the base class. So a program
+// changes from files to a cluster with its paths only.
+// Ownership and threads: as ZStanzaFileProperties_6_0. Loading and storing wait for the cluster
+// under the store's lock, at most for "budget" in the file of the fleets.
+#pragma once
+
+#include <Z/ZStanzaFileProperties.h>
+#include <stdint.h>
+
+/// A configuration store whose file is in a cluster, or a local stanza file.
+class ZFleetProperties_6_0 : public ZStanzaFileProperties_6_0 {
+public:
+    /// Creates an empty store.
+    /// range   `keepComments` 0: load() drops comments and blank lines.
+    explicit ZFleetProperties_6_0(int keepComments);
+
+    /// Creates a store and loads the configuration or the file at `path`.
+    /// throws  as load().
+    ZFleetProperties_6_0(char const* path, int keepComments);
+    ZFleetProperties_6_0(ZFleetProperties_6_0 const&) = delete;
+    ZFleetProperties_6_0& operator=(ZFleetProperties_6_0 const&) = delete;
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZFleetProperties_6_0() override;
+
+    /// Replaces the contents by the configuration at `path` and clears the modified flag. For a
+    /// local file, as the base. The first path loaded or stored becomes the store's file name.
+    /// range   null or empty: the file name.
+    /// throws  ZInvalidParameterException_6_0 if there is neither a path nor a file name;
+    ///         ZPropertiesInvalidDataException_6_0 if a line or the companion is invalid; as
+    ///         ZFleetConnection_6_0::open(); ZPropertiesIOException_6_0 (path, call, errno):
+    ///         "etcd://" with EINVAL for an invalid path, "Txn" with ENOENT if the configuration
+    ///         does not exist, and the codes of docs/fleet.md. The store is unchanged then.
+    void load(char const* path) override;
+
+    /// As load().
+    void reload(char const* path) override;
+
+    /// Writes the store to the configuration at `path`, which is created if it does not exist, and
+    /// clears the modified flag. For a local file, as the base. The write succeeds only if no other
+    /// program has stored the configuration since it was loaded or stored by this store. A
+    /// configuration at another path than the loaded one is replaced, whatever it contains.
+    /// range   null or empty: the file name. Text and companion have at most 1 MiB.
+    /// throws  as load(); ZPropertiesIOException_6_0: "merge()" with ESTALE if another program has
+    ///         stored the configuration in the meantime; "write()" with EFBIG for a too large
+    ///         store; "Txn" with EINPROGRESS if it is unknown whether the configuration was
+    ///         stored, and with ETIMEDOUT if no majority of the cluster replies. The store is
+    ///         unchanged then, and the modified flag stays set. After ETIMEDOUT the configuration
+    ///         may have been stored; the next store() finds out.
+    void store(char const* path) override;
+
+    /// Returns whether `path` names a configuration in a cluster: 1 or 0.
+    static int isFleetPath(char const* path);
+
+    /// Returns the generation of the configuration that was last loaded or stored. It rises by 1
+    /// with each store by this library. 0: none was, or the text was put by hand.
+    uint64_t generation() const;
+
+    /// Returns the revision of the cluster that wrote the contents that were last loaded or stored;
+    /// 0 if none were.
+    int64_t revision() const;
+
+    /// Sets the reason that the log records for the next stores; null for none.
+    /// owns    copied; control characters become spaces.
+    void setReason(char const* reason);
+
+    /// Creates stores that keep comments.
+    class ZFleetPropertiesFactory : public ZAbstractPropertiesFactory_6_0 {
+    public:
+        ZFleetPropertiesFactory();
+        ~ZFleetPropertiesFactory() override;
+
+        ZProperties_6_0* makePropertiesInstance() override;
+    };
+
+    /// Returns the process-wide factory, for getPropertiesFor().
+    /// owns    borrowed; the factory exists until the process ends.
+    /// threads any.
+    static ZFleetPropertiesFactory* getFactory();
+
+private:
+    struct Rep;
+
+    Rep* const rep_;  // never null; guarded by the store's lock
+};

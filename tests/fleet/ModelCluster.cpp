@@ -1,0 +1,171 @@
+#include "ModelCluster.h"
+
+using namespace zfleet;
+using Guard = std::lock_guard<std::recursive_mutex>;
+
+ModelCluster::ModelCluster()
+{
+    server_.handle("Range", [this](Request const& request) { return range(request); });
+    server_.handle("Txn", [this](Request const& request) { return transact(request); });
+}
+
+void ModelCluster::setFates(std::deque<Fate> fates)
+{
+    Guard const guard(mutex_);
+    fates_ = std::move(fates);
+}
+
+void ModelCluster::setInterlude(std::function<void()> action)
+{
+    Guard const guard(mutex_);
+    interlude_ = std::move(action);
+}
+
+void ModelCluster::put(std::string const& key, std::string const& value)
+{
+    Guard const guard(mutex_);
+    ++revision_;
+    write(key, !value.empty(), value);
+}
+
+std::string ModelCluster::get(std::string const& key) const
+{
+    Guard const guard(mutex_);
+    Version const* const version = find(key, revision_);
+    return version == nullptr ? "(missing)" : version->value;
+}
+
+std::vector<std::string> ModelCluster::keys(std::string const& prefix) const
+{
+    Guard const guard(mutex_);
+    std::vector<std::string> found;
+    for (auto const& [key, versions] : history_)
+        if (key.compare(0, prefix.size(), prefix) == 0 && versions.back().exists)
+            found.push_back(key);
+    return found;
+}
+
+void ModelCluster::compact()
+{
+    Guard const guard(mutex_);
+    compacted_ = revision_;
+}
+
+ModelCluster::Version const* ModelCluster::find(std::string const& key, int64_t revision) const
+{
+    auto const found = history_.find(key);
+    Version const* latest = nullptr;
+    if (found != history_.end())
+        for (Version const& version : found->second)
+            if (version.revision <= revision)
+                latest = &version;
+    return latest != nullptr && latest->exists ? latest : nullptr;
+}
+
+void ModelCluster::write(std::string const& key, bool exists, std::string const& value)
+{
+    history_[key].push_back({revision_, exists, value});
+}
+
+bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeResponse& response) const
+{
+    int64_t const revision = request.revision() == 0 ? revision_ : request.revision();
+    if (revision < compacted_)
+        return false;
+    response.mutable_header()->set_cluster(1);
+    response.mutable_header()->set_revision(revision_);
+    for (auto const& [key, versions] : history_) {
+        bool const isInRange = request.range_end().empty()
+                                   ? key == request.key()
+                                   : key >= request.key() && key < request.range_end();
+        Version const* const version = isInRange ? find(key, revision) : nullptr;
+        if (version == nullptr)
+            continue;
+        auto* const entry = response.add_kvs();
+        entry->set_key(key);
+        entry->set_value(version->value);
+        entry->set_mod_revision(version->revision);
+        response.set_count(response.count() + 1);
+    }
+    return true;
+}
+
+ScriptedServer::Reply ModelCluster::range(Request const& request) const
+{
+    Guard const guard(mutex_);
+    wire::RangeRequest form;
+    form.ParseFromString(request.bytes);
+    wire::RangeResponse response;
+    if (!fillRange(form, response))
+        return {11, "etcdserver: mvcc: required revision has been compacted"};
+    return {0, response.SerializeAsString()};
+}
+
+bool ModelCluster::holds(wire::Compare const& condition) const
+{
+    Version const* const version = find(condition.key(), revision_);
+    return condition.target() == wire::Compare::MOD &&
+           condition.mod_revision() == (version == nullptr ? 0 : version->revision);
+}
+
+// Returns whether the operations write.
+bool ModelCluster::execute(google::protobuf::RepeatedPtrField<wire::Operation> const& operations,
+                           wire::TxnResponse& response)
+{
+    bool isWrite = false;
+    for (auto const& operation : operations)
+        isWrite = isWrite || !operation.has_range();
+    revision_ += isWrite ? 1 : 0;
+    for (auto const& operation : operations) {
+        auto* const answer = response.add_responses();
+        if (operation.has_range()) {
+            fillRange(operation.range(), *answer->mutable_range());
+        } else if (operation.has_put()) {
+            answer->mutable_put();
+            write(operation.put().key(), true, operation.put().value());
+        } else {
+            answer->mutable_removal();
+            std::string const& first = operation.removal().key();
+            std::string const& end = operation.removal().range_end();
+            for (auto& [key, versions] : history_)
+                if (versions.back().exists &&
+                    (end.empty() ? key == first : key >= first && key < end))
+                    write(key, false, "");
+        }
+    }
+    response.mutable_header()->set_cluster(1);
+    response.mutable_header()->set_revision(revision_);
+    return isWrite;
+}
+
+ScriptedServer::Reply ModelCluster::transact(Request const& request)
+{
+    Guard const guard(mutex_);
+    wire::TxnRequest form;
+    form.ParseFromString(request.bytes);
+    Fate fate = Fate::executed;
+    if (form.compare_size() > 0 && !fates_.empty()) {
+        fate = fates_.front();
+        fates_.pop_front();
+    }
+    if (fate == Fate::requestLost)
+        return {14, "request lost"};
+    if (fate == Fate::refused)
+        return {8, "etcdserver: mvcc: database space exceeded"};
+    wire::TxnResponse response;
+    bool isTrue = true;
+    for (auto const& condition : form.compare())
+        isTrue = isTrue && holds(condition);
+    response.set_succeeded(isTrue);
+    execute(isTrue ? form.success() : form.failure(), response);
+    if (fate == Fate::executed)
+        return {0, response.SerializeAsString()};
+    if (interlude_) {
+        auto const action = std::move(interlude_);
+        interlude_ = nullptr;
+        action();
+    }
+    if (fate == Fate::noReply)
+        return {0, "", Reply::never};
+    return {14, "reply lost"};
+}

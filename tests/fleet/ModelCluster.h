@@ -1,0 +1,73 @@
+// ModelCluster: a small model of a cluster, with a scripted server whose replies can be lost.
+#pragma once
+
+#include <deque>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ScriptedServer.h"
+
+class ModelCluster {
+public:
+    // The fate of a transaction.
+    enum class Fate {
+        executed,
+        replyLost,    // executed, but the caller gets the status 14
+        requestLost,  // not executed, and the caller gets the status 14
+        noReply,      // executed, but the caller gets no reply
+        refused       // not executed: the status 8
+    };
+
+    ModelCluster();
+
+    std::string address() const { return server_.address(); }
+    ScriptedServer const& server() const { return server_; }
+
+    /// Sets the fates of the next transactions that write. Later ones are executed.
+    void setFates(std::deque<Fate> fates);
+
+    /// Runs `action` after the next transaction that was executed and whose reply is lost.
+    void setInterlude(std::function<void()> action);
+
+    /// Sets a key, as another program does. An empty value removes it.
+    void put(std::string const& key, std::string const& value);
+
+    /// Returns the value of a key; "(missing)" if it does not exist.
+    std::string get(std::string const& key) const;
+
+    /// Returns the keys that start with `prefix`.
+    std::vector<std::string> keys(std::string const& prefix) const;
+
+    /// Drops the history before the current revision.
+    void compact();
+
+private:
+    using Reply = ScriptedServer::Reply;
+    using Request = ScriptedServer::Request;
+
+    struct Version {
+        int64_t revision;
+        bool exists;
+        std::string value;
+    };
+
+    Version const* find(std::string const& key, int64_t revision) const;
+    Reply range(Request const& request) const;
+    Reply transact(Request const& request);
+    bool fillRange(zfleet::wire::RangeRequest const& request,
+                   zfleet::wire::RangeResponse& response) const;
+    bool holds(zfleet::wire::Compare const& condition) const;
+    bool execute(google::protobuf::RepeatedPtrField<zfleet::wire::Operation> const& operations,
+                 zfleet::wire::TxnResponse& response);
+    void write(std::string const& key, bool exists, std::string const& value);
+
+    mutable std::recursive_mutex mutex_;
+    std::map<std::string, std::vector<Version>> history_;
+    int64_t revision_ = 1;
+    int64_t compacted_ = 0;
+    std::deque<Fate> fates_;
+    std::function<void()> interlude_;
+    ScriptedServer server_;  // the last field: it stops first
+};
