@@ -98,7 +98,9 @@ CONVERT_ROWS = [
     convert("from, an invalid stanza", BOTH, ["f", "c]", "--from", "j"], b"invalid stanza name", INVALID_VALUE),
     *[convert("from, a stanza of " + dialect, {"j": b""}, ["f", name, "--from", "j", "--create", "--dialect", dialect],
               f'f: invalid stanza name "{name}": the dialect {dialect} cannot spell '.encode(), INVALID_VALUE)
-      for dialect, name in (("git", "a b"), ("ini", "a]"), ("env", "a"), ("sysctl", "a"))],
+      for dialect, name in (("git", "a b"), ("ini", "a]"))],
+    convert("from, without headers", {"j": b""}, ["f", "a", "--from", "j", "--create", "--dialect", "env"],
+            b'f: invalid stanza name "a": the dialect env has no headers; use the stanza .', INVALID_VALUE),
     convert("no direction", BOTH, ["f", "a"], b"--from or --to is required", USAGE),
     convert("both directions", BOTH, ["f", "a", "--from", "j", "--to", "j"], b"--to excludes --from", USAGE),
     convert("an option of other verbs", BOTH, ["f", "c", "--from", "j", "--format", "json"],

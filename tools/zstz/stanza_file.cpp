@@ -319,13 +319,20 @@ void checkSpelling(Store const& store, Request const& request, std::string const
     std::string const dialect = store.dialect().name();
     // The name of an existing stanza is valid, whether or not a new header could spell it.
     bool const isNew = cache.contains(stanza.c_str()) == 0;
+    Store const empty(store.dialect());
+    bool const hasHeaders = empty.contents().validCategory("a") != 0;
+    if (isNew && !hasHeaders && cache.validCategory(stanza.c_str()) == 0)
+        throw Failure{exitInvalidValue,
+                      request.file,
+                      {"invalid stanza name " + quote(stanza) + ": the dialect " + dialect +
+                           " has no headers",
+                       "use the stanza ."}};
     if (isNew)
         requireValid(
             request, "stanza name " + quote(stanza), stanza, dialect,
             [&](std::string const& name) { return cache.validCategory(name.c_str()) != 0; });
-    // Several stanzas of the file can have the name of a sample.
-    Store const empty(store.dialect());
-    char const* const sample = empty.contents().validCategory("a") != 0 ? "a" : ".";
+    // Several stanzas of the file can have the name of the sample.
+    char const* const sample = hasHeaders ? "a" : ".";
     if (!key.empty() && cache.contains(stanza.c_str(), key.c_str()) == 0)
         requireValid(request, "key " + quote(key), key, dialect, [&](std::string const& name) {
             return empty.contents().validKey(sample, name.c_str()) != 0;
