@@ -247,6 +247,10 @@ class DialectsTest(tool.ToolTest):
         run = self.run_in_directory("lint", "--template", "t", "smb.conf")
         self.assertEqual((INVALID_DATA, b""), (run.returncode, run.stderr))
         self.assertEqual(LINTED, run.stdout[:len(LINTED)])
+        self.write_files({"t": b"; required\n; k = 7\n[a]\n; l = 2\n", "f": b"kk=1\n[a]\n"})
+        run = self.run_in_directory("lint", "f", "--template", "t", "--dialect", "ini")
+        self.assertEqual(b'f:1:1: unknown key "kk" in [.]; the nearest name is "k"\n'
+                         b'f:1:1: key "k" in [.] is required and missing; add it, such as "7"\n', run.stdout)
         files = {"smb.conf": b"[global]\n", "smb.conf.example": TEMPLATE, "t": b"[a]\n# k = yes\n",
                  "f": b"[a]\n"}
         self.expect_rows([
@@ -258,6 +262,9 @@ class DialectsTest(tool.ToolTest):
              b'"yes" is not a number', INVALID_VALUE, None),
             ("not a number by an option", files, ["get", "f", "a", "k", "--as=number", "--default=x"],
              b'"x" is not a number', INVALID_VALUE, None),
+            ("doc of a key above the headers", {"t.ini": b"; k = 7\n[a]\n; l = 2\n"},
+             ["doc", "t.ini", "--dialect", "ini", "--format", "lines"],
+             b".\tk\tnumber\t7\t\t\na\tl\tnumber\t2\t\t\n", DONE, None),
             ("doc", files, ["doc", "smb.conf.example", "--format", "lines"],
              b"global\tworkgroup\ttext\tOFFICE\trequired\t\n"
              b"global\tcreate mask\tnumber\t0700\t\t\n"

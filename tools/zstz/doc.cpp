@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "dialect_choice.h"
 #include "json.h"
+#include "key_lines.h"
 #include "output.h"
 #include "template_file.h"
 
@@ -53,11 +54,11 @@ std::string formatConstraints(TemplateKey const& key)
     return join(parts, "; ");
 }
 
-void printTable(Request const& request, Template const& schema)
+void printTable(Request const& request, std::vector<TemplateKey> const& keys)
 {
     printLine(request, "| Stanza | Key | Type | Default | Constraints | Meaning |");
     printLine(request, "|---|---|---|---|---|---|");
-    for (TemplateKey const& key : schema.keys())
+    for (TemplateKey const& key : keys)
         printLine(request, "| " + toCode(key.stanza) + " | " + toCode(key.name) + " | " +
                                key.typeName() + " | " + toCode(key.defaultValue) + " | " +
                                toCell(formatConstraints(key)) + " | " +
@@ -90,12 +91,16 @@ std::string formatFields(TemplateKey const& key)
 
 int runDoc(Request const& request)
 {
-    Template const schema =
-        readTemplate(request.file, request.wait, chooseDialect(request, request.file));
+    ZStanzaDialect_6_0 const dialect = chooseDialect(request, request.file);
+    Template const schema = readTemplate(request.file, request.wait, dialect);
+    std::vector<TemplateKey> keys(schema.keys().begin(), schema.keys().end());
+    for (TemplateKey& key : keys)
+        if (key.stanza.empty())
+            key.stanza = lineDialectOf(dialect)->topStanza();
     if (request.format == "plain")
-        printTable(request, schema);
+        printTable(request, keys);
     else
-        for (TemplateKey const& key : schema.keys())
+        for (TemplateKey const& key : keys)
             printLine(request, request.format == "json" ? formatJson(key) : formatFields(key));
     return 0;
 }

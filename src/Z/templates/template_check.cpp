@@ -92,6 +92,7 @@ public:
             HasHiddenValue const& hasHiddenValue)
         : isStanzaFile_(&dialect == &zstanza::stanzaDialect()),
           isJoined_(dialect.joinsHeaders()),
+          top_(dialect.topStanza()),
           schema_(schema),
           index_(schema, dialect),
           side_(text, dialect),
@@ -146,7 +147,7 @@ private:
                                        : std::min(key.valueLines.front(), key.otherLines.front());
             add(zproblems::unknownKey, first, side_.outline().lines()[first].indent, part.shown,
                 shown,
-                "unknown " + nameKey(shown, part.shown) + "; " +
+                "unknown " + nameKey(shown, nameOf(part.shown)) + "; " +
                     remedyFor(schema_.nearestKey(part.name, shown), "remove it"));
             return;
         }
@@ -158,9 +159,12 @@ private:
             zlines::Line const& line = side_.outline().lines()[key.valueLines[i]];
             if (!problem.empty())
                 add(zproblems::invalidValue, key.valueLines[i], line.valueBegin - line.begin,
-                    part.shown, shown, nameKey(shown, part.shown) + ": " + problem);
+                    part.shown, shown, nameKey(shown, nameOf(part.shown)) + ": " + problem);
         }
     }
+
+    // Returns the name of a stanza in complaints.
+    std::string nameOf(std::string const& stanza) const { return stanza.empty() ? top_ : stanza; }
 
     bool has(TemplateKey const& key) const
     {
@@ -173,7 +177,7 @@ private:
         auto const header = headers_.find(index_.nameOf(key.stanza));
         add(zproblems::missingRequired, header == headers_.end() ? zlines::kNone : header->second,
             0, key.stanza, key.name,
-            nameKey(key.name, key.stanza) + " is required and missing; add it" +
+            nameKey(key.name, nameOf(key.stanza)) + " is required and missing; add it" +
                 (key.defaultValue.empty() ? "" : ", such as " + quote(key.defaultValue)));
     }
 
@@ -202,7 +206,8 @@ private:
     }
 
     bool const isStanzaFile_;
-    bool const isJoined_;  // headers of one name continue a stanza
+    bool const isJoined_;    // headers of one name continue a stanza
+    std::string const top_;  // the name of the part above the first header
     Template const& schema_;
     Index const index_;
     zlines::MergeSide const side_;
