@@ -62,6 +62,7 @@ constexpr Target kTargets[] = {
     {"SortStrings/", nullptr, 0.8},
     {"SortCollated/1000000/", nullptr, 0.15},
     {"SortObjects/", nullptr, 1.3},
+    {"KeyMapInsert/", "std.unordered_map", 1.5},
     {"KeyMapHit/10000", "std.unordered_map", 1.0},
     {"KeyMapMiss/10000", "std.unordered_map", 1.0},
     {"Adler32/", "zlib", 1.0},

@@ -1,8 +1,11 @@
 #include "ZHashKeyMap.h"
 
 #include <memory>
+#include <typeinfo>
 #include <utility>
 
+#include "ZLCString.h"
+#include "ZUTF8String.h"
 #include "containers/hash_table.h"
 #include "containers/list_rollback.h"
 #include "containers/object_deleter.h"
@@ -24,10 +27,44 @@ enum RaiseSite {
     reportInDestructor = 93
 };
 
+static_assert(sizeof(ZLCString_6_0) <= HashTable::kCellSize);
+static_assert(sizeof(ZUTF8String_6_0) <= HashTable::kCellSize);
+
+// Returns whether `obj` is exactly one of the library's strings. A clone of its clone equals its
+// clone in every respect, and its functions do not change a map.
+bool isString(ZObject_6_0 const& obj)
+{
+    return typeid(obj) == typeid(ZLCString_6_0) || typeid(obj) == typeid(ZUTF8String_6_0);
+}
+
+ZObject_6_0* placeString(void* cell, ZObject_6_0 const& obj)
+{
+    if (typeid(obj) == typeid(ZLCString_6_0))
+        return ::new (cell) ZLCString_6_0(static_cast<ZLCString_6_0 const&>(obj));
+    if (typeid(obj) == typeid(ZUTF8String_6_0))
+        return ::new (cell) ZUTF8String_6_0(static_cast<ZUTF8String_6_0 const&>(obj));
+    return nullptr;
+}
+
 }  // namespace
 
 struct ZHashKeyMap_6_0::Rep : HashTable {
     using HashTable::HashTable;
+    Rep(Rep const& source) : HashTable(source, placeString) {}
+
+    // Stores a clone of `key` and one of `value`, which are strings; `value` may be null.
+    void putStrings(ZObject_6_0 const& key, ZObject_6_0 const* value)
+    {
+        uint32_t const hash = key.hash();
+        NodeIndex const index = findKey(key, hash);
+        if (index == 0) {
+            appendPlaced(hash, key, value, placeString);
+            return;
+        }
+        std::unique_ptr<ZObject_6_0> storedKey(key.clone());
+        std::unique_ptr<ZObject_6_0> storedValue(zcontainers::cloneOf(value));
+        put(index, hash, storedKey.release(), storedValue.release());
+    }
 };
 
 ZAbstractKeyMap_6_0::~ZAbstractKeyMap_6_0() = default;
@@ -139,6 +176,10 @@ void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
         auto const index = rep_->findKey(*key, hash);
         rep_->reserve(index, hash);
         rep_->put(index, hash, const_cast<ZObject_6_0*>(key), const_cast<ZObject_6_0*>(value));
+        return;
+    }
+    if (isString(*key) && (value == nullptr || isString(*value))) {
+        rep_->putStrings(*key, value);
         return;
     }
     // KEPT: clones key and value twice, for the probe and for the map. A class whose clone()

@@ -1,6 +1,7 @@
 // ZHashKeyMap: a map from key objects to value objects.
 //
-// Subsystem: collections.  Stands on: ZObject, ZException, ZArrayList, ZHashMap, ZArray.
+// Subsystem: collections.  Stands on: ZObject, ZException, ZLCString, ZUTF8String, ZArrayList,
+// ZHashMap, ZArray.
 //
 // The map finds a key by its hash() and equals(). Equal keys must have equal hashes.
 // Ownership is fixed at construction: an owning map stores clones of keys and values and deletes
@@ -135,8 +136,11 @@ public:
     ///         null. `value` may be null.
     /// owns    an owning map stores clones; key and value stay the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
-    /// cost    O(1) expected, plus the clones in an owning map.
-    /// kept    an owning map stores clones of clones.
+    /// cost    O(1) expected, plus the clones in an owning map. An owning map stores strings of the
+    ///         classes ZLCString_6_0 and ZUTF8String_6_0 side by side, in blocks that it frees when
+    ///         it has become empty.
+    /// kept    an owning map stores clones of clones. Of a key and value that are both strings of
+    ///         these two classes, it stores clones: nothing distinguishes the two.
     void putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value) override;
     /// Copies every key of `other` with its value, in the order of `other`.
     /// calls   listKeys() and getEntry() of `other`; putEntry().

@@ -1,10 +1,13 @@
 #include "hash_table.h"
 
+#include <stdlib.h>
+
 #include <algorithm>
 #include <memory>
 #include <utility>
 
 #include "../ZException.h"
+#include "../memory/huge_pages.h"
 #include "object_deleter.h"
 #include "slots.h"
 
@@ -31,12 +34,53 @@ HashTable::HashTable(unsigned int capacity, int owns)
     buckets_.allocateZeroed(bucketCount_, kSource, raiseInConstruct);
 }
 
-HashTable::HashTable(HashTable const& source)
+HashTable::Cells::~Cells()
+{
+    for (uint32_t i = 0; i < count_; ++i)
+        free(blocks_[i]);
+}
+
+char* HashTable::Cells::at(NodeIndex index)
+{
+    uint32_t const node = index - 1;
+    Block const block = blockOf(node);
+    if (block.number >= count_ || blocks_[block.number] == nullptr)
+        allocate(block);
+    return blocks_[block.number] + kPairSize * (node - block.first);
+}
+
+void HashTable::Cells::freeLarge()
+{
+    for (uint32_t i = 1; i < count_; ++i)
+        free(blocks_[i]);
+    count_ = count_ != 0 ? 1 : 0;
+}
+
+void HashTable::Cells::allocate(Block block)
+{
+    if (block.number >= count_) {
+        blocks_.resize(block.number + 1, kSource, raiseInReserve);
+        while (count_ <= block.number)
+            blocks_[count_++] = nullptr;
+    }
+    size_t const size = kPairSize * block.nodes;
+    bool const isHuge = block.nodes == kHugeNodes;
+    void* const cells = isHuge ? aligned_alloc(kHugePage, size) : malloc(size);
+    if (cells == nullptr)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInReserve);
+    if (isHuge)
+        zmemory::preferHugePages(cells, size);
+    blocks_[block.number] = static_cast<char*>(cells);
+}
+
+HashTable::HashTable(HashTable const& source, PlaceClone* place)
     : bucketCount_(source.bucketCount_), owns_(source.owns_)
 {
     buckets_.allocateZeroed(bucketCount_, kSource, raiseInConstruct);
     try {
-        source.forEach([this](Node const& node) {
+        source.forEach([this, place](Node const& node) {
+            if (owns_ && place != nullptr && appendPlaced(node.hash, *node.key, node.value, place))
+                return;
             std::unique_ptr<ZObject_6_0> key(owns_ ? cloneOf(node.key) : nullptr);
             if (owns_ && key == nullptr)
                 return;
@@ -79,25 +123,49 @@ void HashTable::put(NodeIndex index, uint32_t hash, ZObject_6_0* key, ZObject_6_
         append(hash, key, value);
         return;
     }
-    nodeAt(index).hash = hash;
-    exchange(index, key, value);
-    if (owns_) {
-        ObjectDeleter deleter;
-        deleter.destroy(key);
-        deleter.destroy(value);
-        deleter.rethrowFirst();
+    Node& node = nodeAt(index);
+    Node const replaced = node;
+    node.hash = hash;
+    node.key = key;
+    node.value = value;
+    node.placed = 0;
+    if (owns_)
+        destroy(replaced);
+}
+
+void HashTable::destroyPlaced(Node const& node)
+{
+    node.key->~ZObject_6_0();
+    if (node.value != nullptr)
+        node.value->~ZObject_6_0();
+}
+
+void HashTable::destroy(Node const& node)
+{
+    if (node.placed != 0) {
+        destroyPlaced(node);
+        return;
     }
+    ObjectDeleter deleter;
+    deleter.destroy(node.key);
+    deleter.destroy(node.value);
+    deleter.rethrowFirst();
 }
 
 void HashTable::remove(NodeIndex index)
 {
     Node const node = extract(index);
-    if (owns_) {
-        ObjectDeleter deleter;
-        deleter.destroy(node.key);
-        deleter.destroy(node.value);
-        deleter.rethrowFirst();
+    if (node.placed != 0)
+        destroyPlaced(node);
+    if (size_ == 0) {
+        // Every node is free: number them anew, and keep only the cells of the first ones.
+        nodesUsed_ = 0;
+        freeNodes_ = 0;
+        ascends_ = true;
+        cells_.freeLarge();
     }
+    if (owns_ && node.placed == 0)
+        destroy(node);
 }
 
 HashTable::Node HashTable::extract(NodeIndex index)
@@ -109,7 +177,7 @@ HashTable::Node HashTable::extract(NodeIndex index)
     (node.previous != 0 ? nodeAt(node.previous).next : chain.first) = node.next;
     (node.next != 0 ? nodeAt(node.next).previous : chain.last) = node.previous;
     Node const extracted = node;
-    node = Node{nullptr, nullptr, 0, freeNodes_, 0};
+    node = Node{nullptr, nullptr, 0, freeNodes_, 0, 0};
     freeNodes_ = index;
     --size_;
     return extracted;
@@ -132,16 +200,33 @@ void HashTable::removeAll()
     }
     zmemory::OwnedBlock<Node> nodes;
     nodes.swap(nodes_);
+    Cells cells;
+    cells.swap(cells_);
     slots_.clear();
+    uint32_t const used = nodesUsed_;
     slotCount_ = size_ = nodesUsed_ = nodeCapacity_ = 0;
     freeNodes_ = 0;
     ascends_ = true;
     if (!owns_)
         return;
+    // Placed objects may be destroyed in any order: use the order of the memory.
+    bool isAllPlaced = true;
+    for (uint32_t i = 0; i < used; ++i) {
+        Node const& node = nodes[i];
+        if (node.placed != 0)
+            destroyPlaced(node);
+        else if (node.key != nullptr)
+            isAllPlaced = false;
+    }
+    if (isAllPlaced)
+        return;
     ObjectDeleter deleter;
     for (NodeIndex index = first; index != 0; index = nodes[index - 1].next) {
-        deleter.destroy(nodes[index - 1].key);
-        deleter.destroy(nodes[index - 1].value);
+        Node const& node = nodes[index - 1];
+        if (node.placed == 0) {
+            deleter.destroy(node.key);
+            deleter.destroy(node.value);
+        }
     }
     deleter.rethrowFirst();
 }
@@ -164,13 +249,38 @@ HashTable::NodeIndex HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_
         index = ++nodesUsed_;
     }
     Chain& chain = buckets_[bucketOf(hash)];
-    nodeAt(index) = Node{key, value, hash, 0, chain.last};
+    nodeAt(index) = Node{key, value, hash, 0, chain.last, 0};
     (chain.last != 0 ? nodeAt(chain.last).next : chain.first) = index;
     chain.last = index;
     ++size_;
     if (slotCount_ != 0)
         insertIntoIndex(slots_, slotCount_, IndexSlot{hash, index});
     return index;
+}
+
+bool HashTable::appendPlaced(uint32_t hash, ZObject_6_0 const& key, ZObject_6_0 const* value,
+                             PlaceClone* place)
+{
+    reserve(0, hash);
+    char* const cells = cells_.at(freeNodes_ != 0 ? freeNodes_ : nodesUsed_ + 1);
+    ZObject_6_0* const placedKey = place(cells, key);
+    if (placedKey == nullptr)
+        return false;
+    ZObject_6_0* placedValue = nullptr;
+    if (value != nullptr) {
+        try {
+            placedValue = place(cells + kCellSize, *value);
+        } catch (...) {
+            placedKey->~ZObject_6_0();
+            throw;
+        }
+        if (placedValue == nullptr) {
+            placedKey->~ZObject_6_0();
+            return false;
+        }
+    }
+    nodeAt(append(hash, placedKey, placedValue)).placed = 1;
+    return true;
 }
 
 // Builds the index over all nodes, in chain order: nodes of the same hash start at the same slot,

@@ -1,6 +1,7 @@
 // hash_table: the hash table of ZHashMap_6_0, ZHashKeyMap_6_0 and ZJavaProperties_6_0.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <utility>
@@ -28,14 +29,23 @@ public:
         uint32_t hash;   // of the key
         NodeIndex next;  // in the chain, or among the free nodes
         NodeIndex previous;
+        uint32_t placed;  // not 0: key and value are in cells of the table
     };
+
+    // The size of the cells for the key and the value of a node.
+    static constexpr size_t kCellSize = 128;
+
+    /// Constructs a clone of `obj` in `cell`, of kCellSize bytes. Returns null, with nothing done,
+    /// if objects of its class do not belong into cells. The destructor of a placed object must not
+    /// throw.
+    using PlaceClone = ZObject_6_0*(void* cell, ZObject_6_0 const& obj);
 
     /// Makes an empty table with max(`capacity`, 2) * 3 / 2 buckets, computed in 32 bits, but at
     /// least one.
     HashTable(unsigned int capacity, int owns);
     /// Copies the buckets, the ownership and the nodes of `source`; an owning table clones keys
-    /// and values, and skips a key that cannot be cloned.
-    HashTable(HashTable const& source);
+    /// and values, into cells if `place` does, and skips a key that cannot be cloned.
+    HashTable(HashTable const& source, PlaceClone* place = nullptr);
     HashTable& operator=(HashTable const&) = delete;
     ~HashTable();
 
@@ -82,8 +92,14 @@ public:
     /// Appends a node to the bucket of `hash` and returns its index.
     /// range   requires reserve().
     NodeIndex append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value);
+    /// Appends clones of `key` and of `value`, which may be null, to the bucket of `hash`, in
+    /// cells. Returns false, with the table unchanged, if `place` refuses one of the two. range the
+    /// table owns its keys and values. throws  ZOutOfMemoryException_6_0, and any exception of
+    /// `place`; the table is unchanged then.
+    bool appendPlaced(uint32_t hash, ZObject_6_0 const& key, ZObject_6_0 const* value,
+                      PlaceClone* place);
     /// Swaps the key and the value of the node at `index` with `key` and `value`.
-    /// range   both keys have the same hash.
+    /// range   both keys have the same hash. The node has no placed objects.
     /// owns    the node takes the new pair over; the caller owns the old one.
     void exchange(NodeIndex index, ZObject_6_0*& key, ZObject_6_0*& value)
     {
@@ -91,7 +107,8 @@ public:
         std::swap(nodeAt(index).value, value);
     }
     /// Removes the node at `index` from the table and returns its contents.
-    /// owns    the caller takes key and value over.
+    /// owns    the caller takes key and value over; placed ones stay in their cells until another
+    ///         node is appended.
     Node extract(NodeIndex index);
 
 private:
@@ -105,6 +122,48 @@ private:
         NodeIndex node;  // 0 if the slot is free
     };
 
+    // The cells of the nodes, in blocks: the first two have the cells of kFirstNodes nodes each,
+    // and each further block twice the number of its predecessor, up to kSmallNodes nodes in all.
+    // The blocks after them consist of huge pages.
+    class Cells {
+    public:
+        Cells() = default;
+        Cells(Cells const&) = delete;
+        Cells& operator=(Cells const&) = delete;
+        ~Cells();
+
+        /// Returns the two cells of the node at `index`: of its key and of its value.
+        /// throws  ZOutOfMemoryException_6_0.
+        char* at(NodeIndex index);
+        /// Frees every block but the first.
+        void freeLarge();
+        void swap(Cells& other)
+        {
+            blocks_.swap(other.blocks_);
+            std::swap(count_, other.count_);
+        }
+
+    private:
+        struct Block {
+            uint32_t number;
+            uint32_t first;  // its first node, counted from 0
+            uint32_t nodes;
+        };
+
+        static constexpr size_t kPairSize = 2 * kCellSize;
+        static constexpr uint32_t kFirstNodes = 4;
+        static constexpr uint32_t kDoublings = 10;
+        static constexpr uint32_t kSmallNodes = kFirstNodes << kDoublings;  // in the small blocks
+        static constexpr size_t kHugePage = size_t{2} << 20;
+        static constexpr uint32_t kHugeNodes = 2 * kHugePage / kPairSize;  // in the huge blocks
+
+        static Block blockOf(uint32_t node);
+        void allocate(Block block);
+
+        zmemory::OwnedBlock<char*> blocks_;  // null: not allocated yet
+        uint32_t count_ = 0;
+    };
+
     static constexpr uint32_t kLongChain = 4;
     static constexpr uint32_t kMaxNodes = uint32_t{1} << 30;
     static constexpr uint32_t kMaxSlots = 2 * kMaxNodes;
@@ -113,6 +172,8 @@ private:
     uint32_t startOf(uint32_t hash, uint32_t slotCount) const;
     Node& nodeAt(NodeIndex index) { return nodes_[index - 1]; }
     uint32_t chainLength(uint32_t hash) const;
+    static void destroyPlaced(Node const& node);
+    static void destroy(Node const& node);
     void buildIndex(uint32_t slotCount);
     void insertIntoIndex(zmemory::OwnedBlock<IndexSlot>& slots, uint32_t slotCount,
                          IndexSlot slot) const;
@@ -120,6 +181,7 @@ private:
 
     zmemory::OwnedBlock<Chain> buckets_;
     zmemory::OwnedBlock<Node> nodes_;
+    Cells cells_;
     zmemory::OwnedBlock<IndexSlot>
         slots_;                   // the open-addressing index; empty until a chain gets long
     uint32_t const bucketCount_;  // at least 1
@@ -131,6 +193,19 @@ private:
     bool ascends_ = true;         // node indices ascend along every chain: no node was reused
     bool const owns_;
 };
+
+inline HashTable::Cells::Block HashTable::Cells::blockOf(uint32_t node)
+{
+    if (node < kFirstNodes)
+        return {0, 0, kFirstNodes};
+    if (node < kSmallNodes) {
+        auto const doublings =
+            static_cast<uint32_t>(__builtin_clz(kFirstNodes) - __builtin_clz(node));
+        return {doublings + 1, kFirstNodes << doublings, kFirstNodes << doublings};
+    }
+    uint32_t const huge = (node - kSmallNodes) / kHugeNodes;
+    return {kDoublings + 1 + huge, kSmallNodes + huge * kHugeNodes, kHugeNodes};
+}
 
 constexpr uint32_t HashTable::slotsFor(uint32_t size)
 {
