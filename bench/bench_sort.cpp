@@ -38,7 +38,7 @@ Numbers shuffled(Numbers numbers, unsigned seed)
     return numbers;
 }
 
-// ---- Elements: a number and, in the rows of strings, a text.
+// ---- Elements, made of a number.
 
 // An object of a caller's class. The peers sort pointers to the same objects.
 class Number : public ZObject_6_0 {
@@ -54,7 +54,7 @@ private:
     int number_;
 };
 
-// The strings of the peers: a text that needs no block of its own, and a virtual comparison.
+// The strings of the peers: short enough to need no block, with a virtual comparison.
 class PeerString {
 public:
     explicit PeerString(char const* text) : text_(text) {}

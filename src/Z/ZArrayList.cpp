@@ -7,7 +7,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <bit>
 #include <memory>
 #include <typeinfo>
 #include <utility>
@@ -19,6 +18,8 @@
 #include "memory/malloc_ptr.h"
 #include "memory/owned_block.h"
 #include "reporting/failures.h"
+#include "sorting/partition.h"
+#include "sorting/strings.h"
 
 namespace {
 
@@ -72,166 +73,111 @@ ZObject_6_0** moveSlots(ZObject_6_0** slots, unsigned int used, unsigned int len
     return static_cast<ZObject_6_0**>(block);
 }
 
-// The pivot of a partition: the non-null element nearest to the middle. Null if all elements, the
-// last one excepted, are null.
-ZObject_6_0* choosePivot(ZList_6_0 const& list, int64_t low, int64_t high)
-{
-    int64_t const middle = low + (high - low) / 2;
-    for (int64_t away = 0; middle - away >= low; ++away) {
-        for (int64_t const at : {middle - away, middle + away}) {
-            if (ZObject_6_0* const element = list.get(static_cast<unsigned int>(at)))
-                return element;
-        }
+// The order of a sort by a comparator.
+template <bool kAscends>
+class ByComparator {
+public:
+    explicit ByComparator(ZSortCompare_6_0 const& comparator) : comparator_(comparator) {}
+    bool sortsBefore(ZObject_6_0 const* element, ZObject_6_0 const* pivot) const
+    {
+        int const order = comparator_.sortCompare(element, pivot);
+        return kAscends ? order < 0 : order > 0;
     }
-    return nullptr;
-}
+    bool sortsAfter(ZObject_6_0 const* element, ZObject_6_0 const* pivot) const
+    {
+        int const order = comparator_.sortCompare(element, pivot);
+        return kAscends ? order > 0 : order < 0;
+    }
 
-// An unsorted range; includes both ends.
-struct Range {
-    int64_t low;
-    int64_t high;
-    int depth;  // partitions so far
+private:
+    ZSortCompare_6_0 const& comparator_;
 };
 
-// A range of at most this length is never merge-sorted.
-constexpr int64_t kShortRange = 16;
-
-// Moves the element at slots[from[k]] to slots[k], for each k below `count`. Each cycle of the
-// permutation is a chain of swaps. Overwrites `from`.
-void permute(ZList_6_0& list, uint32_t const* slots, uint32_t* from, size_t count)
-{
-    for (size_t first = 0; first < count; ++first) {
-        size_t at = first;
-        while (from[at] != first) {
-            list.swap(slots[at], slots[from[at]]);
-            at = std::exchange(from[at], static_cast<uint32_t>(at));
-        }
-        from[at] = static_cast<uint32_t>(at);
+// The order of a sort by the default comparator, which is final.
+template <bool kAscends>
+class ByCompare {
+public:
+    static bool sortsBefore(ZObject_6_0 const* element, ZObject_6_0 const* pivot)
+    {
+        int const order = element->compare(*pivot);
+        return kAscends ? order < 0 : order > 0;
     }
+    static bool sortsAfter(ZObject_6_0 const* element, ZObject_6_0 const* pivot)
+    {
+        int const order = element->compare(*pivot);
+        return kAscends ? order > 0 : order < 0;
+    }
+};
+
+// A list of any class, sorted through its virtual operations.
+class AnyList {
+public:
+    explicit AnyList(ZList_6_0& list) : list_(list) {}
+    ZObject_6_0* get(uint32_t at) const { return list_.get(at); }
+    void swap(uint32_t one, uint32_t other) { list_.swap(one, other); }
+    static void prefetch(uint32_t) {}
+
+private:
+    ZList_6_0& list_;
+};
+
+// The fields of a list whose class overrides nothing. A comparison may change them.
+class ExactList {
+public:
+    ExactList(ZObject_6_0** const& elements, unsigned int const& count)
+        : elements_(elements), count_(count)
+    {
+    }
+    ZObject_6_0* get(uint32_t at) const
+    {
+        return __builtin_expect(at < count_, 1) ? elements_[at] : nullptr;
+    }
+    void swap(uint32_t one, uint32_t other)
+    {
+        if (one < count_ && other < count_)
+            std::swap(elements_[one], elements_[other]);
+    }
+    void prefetch(uint32_t at) const { __builtin_prefetch(get(at)); }
+
+private:
+    ZObject_6_0** const& elements_;
+    unsigned int const& count_;
+};
+
+// A sequence for zsorting::quickSort().
+template <class List, class Order>
+class Sequence : public List, public Order {
+public:
+    using Element = ZObject_6_0*;
+
+    Sequence(List list, Order order, zmemory::OwnedBlock<uint32_t>& indices)
+        : List(list), Order(order), indices_(indices)
+    {
+    }
+    uint32_t* indices(size_t count) const
+    {
+        indices_.resize(count, kSource, raiseInSort);
+        return indices_.data();
+    }
+
+private:
+    zmemory::OwnedBlock<uint32_t>& indices_;
+};
+
+template <class List, class Order>
+void quickSortList(List list, Order order, int64_t low, int64_t high)
+{
+    zmemory::OwnedBlock<uint32_t> indices;
+    zsorting::quickSort(Sequence(list, order, indices), low, high);
 }
 
-// Merge-sorts a range that partitions do not divide. Nulls keep their index, elements that compare
-// equal keep their order. The comparator may change the list, so the merge works on indices and
-// moves the elements only after the last comparison.
-// throws  ZOutOfMemoryException_6_0; any exception of `comparator`. No element has moved then.
-void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool ascending,
-                    Range range)
+void quickSortAnyList(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool ascending,
+                      int64_t low, int64_t high)
 {
-    auto const get = [&](uint32_t at) { return list.get(at); };
-    auto const isAfter = [&](ZObject_6_0 const* left, ZObject_6_0 const* right) {
-        if (left == nullptr || right == nullptr)
-            return false;
-        int const order = comparator.sortCompare(left, right);
-        return ascending ? order > 0 : order < 0;
-    };
-
-    auto const length = static_cast<size_t>(range.high - range.low + 1);
-    zmemory::OwnedBlock<uint32_t> block;
-    block.resize(3 * length, kSource, raiseInSort);
-    uint32_t* const slots = block.data();  // indices of the elements that are not null
-    uint32_t* from = slots + length;       // indices into slots, in sorted runs
-    uint32_t* to = from + length;
-    size_t count = 0;
-    for (int64_t at = range.low; at <= range.high; ++at) {
-        slots[count] = static_cast<uint32_t>(at);
-        from[count] = static_cast<uint32_t>(count);
-        if (get(slots[count]) != nullptr)
-            ++count;
-    }
-
-    for (size_t width = 1; width < count; width *= 2) {
-        for (size_t begin = 0; begin < count; begin += 2 * width) {
-            size_t left = begin;
-            size_t const middle = std::min(begin + width, count);
-            size_t right = middle;
-            size_t const end = std::min(middle + width, count);
-            size_t next = begin;
-            if (right < end && isAfter(get(slots[from[middle - 1]]), get(slots[from[middle]]))) {
-                ZObject_6_0 const* leftElement = get(slots[from[left]]);
-                ZObject_6_0 const* rightElement = get(slots[from[right]]);
-                for (;;) {
-                    if (isAfter(leftElement, rightElement)) {
-                        to[next++] = from[right++];
-                        if (right == end)
-                            break;
-                        rightElement = get(slots[from[right]]);
-                    } else {
-                        to[next++] = from[left++];
-                        if (left == middle)
-                            break;
-                        leftElement = get(slots[from[left]]);
-                    }
-                }
-            }
-            next = static_cast<size_t>(std::copy(from + left, from + middle, to + next) - to);
-            std::copy(from + right, from + end, to + next);
-        }
-        std::swap(from, to);
-    }
-
-    permute(list, slots, from, count);
-}
-
-// Sorts by quicksort. Sorts the smaller part of a partition first and keeps the larger one on a
-// stack, which therefore never holds more ranges than a size has bits. A range that is still long
-// after twice the partitions that halving would need is merge-sorted, so that every input costs
-// O(n log n) comparisons.
-void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool ascending,
-                    int64_t low, int64_t high)
-{
-    // Both scans skip nulls, so nulls never move.
-    auto const sortsBefore = [&](ZObject_6_0 const* element, ZObject_6_0 const* pivot) {
-        if (element == nullptr)
-            return true;
-        int const order = comparator.sortCompare(element, pivot);
-        return ascending ? order < 0 : order > 0;
-    };
-    auto const sortsAfter = [&](ZObject_6_0 const* element, ZObject_6_0 const* pivot) {
-        if (element == nullptr)
-            return true;
-        int const order = comparator.sortCompare(element, pivot);
-        return ascending ? order > 0 : order < 0;
-    };
-    auto const get = [&](int64_t at) { return list.get(static_cast<unsigned int>(at)); };
-
-    int const deepest = 2 * std::bit_width(static_cast<uint64_t>(std::max<int64_t>(high - low, 1)));
-    Range range{low, high, 0};
-    Range pending[CHAR_BIT * sizeof(int64_t)];
-    size_t pendingCount = 0;
-    for (;;) {
-        while (range.low < range.high) {
-            if (range.depth > deepest && range.high - range.low >= kShortRange) {
-                mergeSortRange(list, comparator, ascending, range);
-                break;
-            }
-            ZObject_6_0 const* const pivot = choosePivot(list, range.low, range.high);
-            if (pivot == nullptr)
-                break;
-            int64_t i = range.low;
-            int64_t j = range.high;
-            do {
-                while (i < range.high && sortsBefore(get(i), pivot))
-                    ++i;
-                while (j > range.low && sortsAfter(get(j), pivot))
-                    --j;
-                if (i <= j) {
-                    list.swap(static_cast<unsigned int>(i), static_cast<unsigned int>(j));
-                    ++i;
-                    --j;
-                }
-            } while (i <= j);
-            Range smaller{range.low, j, range.depth + 1};
-            Range larger{i, range.high, range.depth + 1};
-            if (smaller.high - smaller.low > larger.high - larger.low)
-                std::swap(smaller, larger);
-            if (larger.low < larger.high)
-                pending[pendingCount++] = larger;
-            range = smaller;
-        }
-        if (pendingCount == 0)
-            return;
-        range = pending[--pendingCount];
-    }
+    if (ascending)
+        quickSortList(AnyList(list), ByComparator<true>(comparator), low, high);
+    else
+        quickSortList(AnyList(list), ByComparator<false>(comparator), low, high);
 }
 
 // Whether no derived class can override the virtual operations that the list calls.
@@ -262,14 +208,31 @@ bool ZAbstractList_6_0::isEmpty() const
 void ZAbstractList_6_0::sort(ZSortCompare_6_0 const& comparator,
                              ZSortCompare_6_0::sortorder const& order)
 {
+    bool const ascending = order == ZSortCompare_6_0::ascending;
     // The upper end is one past the last element, where get() returns null and swap() does nothing.
-    quickSortRange(*this, comparator, order == ZSortCompare_6_0::ascending, 0, size());
+    if (&typeid(*this) != &typeid(ZArrayList_6_0)) {
+        quickSortAnyList(*this, comparator, ascending, 0, size());
+        return;
+    }
+    auto& list = static_cast<ZArrayList_6_0&>(*this);
+    ExactList const elements(list.elements_, list.count_);
+    if (typeid(comparator) != typeid(ZDefaultSortCompare_6_0)) {
+        if (ascending)
+            quickSortList(elements, ByComparator<true>(comparator), 0, list.count_);
+        else
+            quickSortList(elements, ByComparator<false>(comparator), 0, list.count_);
+    } else if (!zsorting::sortStrings(list.elements_, list.count_, ascending)) {
+        if (ascending)
+            quickSortList(elements, ByCompare<true>(), 0, list.count_);
+        else
+            quickSortList(elements, ByCompare<false>(), 0, list.count_);
+    }
 }
 
 void ZAbstractList_6_0::quickSort(ZSortCompare_6_0 const& comparator,
                                   ZSortCompare_6_0::sortorder const& order, int low, int high)
 {
-    quickSortRange(*this, comparator, order == ZSortCompare_6_0::ascending, low, high);
+    quickSortAnyList(*this, comparator, order == ZSortCompare_6_0::ascending, low, high);
 }
 
 ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)
