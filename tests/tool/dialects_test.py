@@ -307,6 +307,8 @@ class DialectsTest(tool.ToolTest):
                 b": its line would be too long for the dialect mysql; shorten it", INVALID_VALUE),
             row("systemd", UNIT, ["set", "Service", "K", "a\nb"], cannot % (b"systemd", b"newline"),
                 INVALID_VALUE),
+            # Each character is tried once: a quadratic search would not end.
+            row("systemd", UNIT, ["set", "Service", "K", 60000 * "; " + "\n"], b"newline", INVALID_VALUE),
             row("systemd", UNIT, ["set", "Service", "a=b", "c"],
                 b'invalid key "a=b"' + cannot % (b"systemd", b'"="'), INVALID_VALUE),
             row("git", GIT, ["set", "core", "a\1b", "v"], cannot % (b"git", b"control character"),

@@ -110,9 +110,10 @@ public:
     // marks; empty if it had no need to.
     std::vector<Candidate> distinguished() const
     {
+        size_t const most = maxMarks();
         std::vector<Candidate> last;
         for (Candidate const& candidate : found_)
-            if (candidate.marks > 1 && candidate.marks == maxMarks())
+            if (candidate.marks > 1 && candidate.marks == most)
                 last.push_back(candidate);
         return last;
     }

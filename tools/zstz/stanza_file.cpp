@@ -288,9 +288,11 @@ Problem describeFault(std::string const& text, std::string const& dialect, IsVal
                 "remove the whitespace"};
     if (text.size() > kShortLength && isValid(text.substr(0, kShortLength)))
         return {"its line would be too long for the dialect " + dialect, "shorten it"};
+    std::string tried;
     for (char const c : text) {
-        if (isalnum(static_cast<unsigned char>(c)) != 0)
+        if (isalnum(static_cast<unsigned char>(c)) != 0 || tried.find(c) != tried.npos)
             continue;
+        tried += c;
         std::string changed = text;
         std::replace(changed.begin(), changed.end(), c, 'a');
         if (isValid(changed))
