@@ -294,6 +294,8 @@ class Script(unittest.TestCase):
                 (["verbs", "juggle"], "no such verb: juggle; ./dev help lists them"),
                 (["bench", "--benchmark_min_time=1"],
                  "give a PATTERN before the options; a dot matches every row"),
+                (["bench", "--check", "--benchmark_min_time=1"],
+                 "give a PATTERN before the options; a dot matches every row"),
                 (["fuzz"], f"which target? there are: all {targets}"),
                 (["fuzz", "juggler"], f"no target juggler; there are: all {targets}")):
             self.assertEqual((1, "", f"dev: {line}\n"), self.dev(*asked), asked)
