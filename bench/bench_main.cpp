@@ -54,6 +54,8 @@ constexpr Target kTargets[] = {
     {"ZSnprintf/pointer/", "fmt", 1.1},
     {"ZSnprintf/string/", "fmt", 1.1},
     {"ZSnprintf/string_400/", "fmt", 1.1},
+    {"ThrowCatchReport/", "std.runtime_error", 1.1},
+    {"ThrowAndCatch/", "std.runtime_error+copy", 1.0},
     {"ListAdd/", "std.vector", 1.0},
     {"ListIndex/", "std.vector", 1.0},
     {"ListInsertFront/100/", "QList", 1.5},
