@@ -382,13 +382,29 @@ std::string formatCount(size_t number, char const* singular, char const* plural)
     return std::to_string(number) + " " + (number == 1 ? singular : plural);
 }
 
+namespace {
+
+char const* theToolName = "zstz";
+
+}  // namespace
+
+void setToolName(char const* name)
+{
+    theToolName = name;
+}
+
+char const* toolName()
+{
+    return theToolName;
+}
+
 int report(Failure const& failure)
 {
     // Keeps the order of the lines if standard output and standard error are the same file.
     fflush(stdout);
     std::string const where = failure.where.empty() ? "" : failure.where + ": ";
     std::string const text = where + failure.problem.text + "; " + failure.problem.remedy;
-    fprintf(stderr, "zstz: %s\n", toPrintable(text).c_str());
+    fprintf(stderr, "%s: %s\n", toolName(), toPrintable(text).c_str());
     return failure.code;
 }
 

@@ -57,6 +57,10 @@ std::string nameLine(std::string const& path, size_t number, size_t column);
 /// Returns a number with the noun in its number: "1 key", "2 keys".
 std::string formatCount(size_t number, char const* singular, char const* plural);
 
+/// The name of the program in messages: "zstz", unless a program with other verbs sets another.
+void setToolName(char const* name);
+char const* toolName();
+
 /// Prints a failure as one line on standard error; returns its code.
 int report(Failure const& failure);
 

@@ -104,9 +104,10 @@ std::string formatHelp(Verb const& verb)
 {
     std::string help = std::string(verb.purpose) + ".\n";
     std::string_view lines = verb.arguments;
-    for (char const* start = "Usage: zstz "; !lines.empty(); start = "       zstz ") {
+    for (char const* start = "Usage: "; !lines.empty(); start = "       ") {
         std::string_view const line = lines.substr(0, lines.find('\n'));
-        help += start + std::string(verb.name) + " [OPTIONS] " + std::string(line) + '\n';
+        help += start + std::string(toolName()) + ' ' + std::string(verb.name) + " [OPTIONS] " +
+                std::string(line) + '\n';
         lines.remove_prefix(std::min(line.size() + 1, lines.size()));
     }
     help += "\nOptions:\n";

@@ -3,13 +3,9 @@
 // verbs.h has the table of verbs, commands.h declares their functions; failures.h has the exit
 // codes.
 #include <Z/text/process_locale.h>
-#include <fcntl.h>
-#include <limits.h>
 #include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include "arguments.h"
@@ -19,6 +15,7 @@
 #include "edited_file.h"
 #include "failures.h"
 #include "help.h"
+#include "process_setup.h"
 
 namespace {
 
@@ -47,38 +44,6 @@ Failure describeUsage(Verb const& verb, UsageError const& error)
     return {exitUsage,
             verb.name,
             {error.problem, error.remedy.empty() ? command : error.remedy + ", or " + command}};
-}
-
-// Sets QVRDIR to the tables of the text services that are installed with the tool, unless QVRDIR is
-// set. Returns whether it has set QVRDIR.
-bool setTablesVariable()
-{
-    if (getenv("QVRDIR") != nullptr)
-        return false;
-    char self[PATH_MAX];
-    ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0)
-        return false;
-    self[length] = 0;
-    *strrchr(self, '/') = 0;
-    std::string const tables = std::string(self) + "/" + ZSTZ_TABLES;
-    setenv("QVRDIR", tables.c_str(), 1);
-    return true;
-}
-
-// If a standard descriptor were closed, the next file opened would get its number and receive the
-// output. Opens /dev/null instead, in the wrong mode, so that using it fails.
-void openStandardDescriptors()
-{
-    for (int fd = 0; fd < 3; ++fd)
-        if (fcntl(fd, F_GETFD) < 0)
-            open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY);
-}
-
-void requirePrinted()
-{
-    if (fflush(stdout) != 0 || ferror(stdout))
-        throw Failure{exitNoAccess, "standard output", {"cannot write", "check its destination"}};
 }
 
 // Runs the command line and returns the exit code.

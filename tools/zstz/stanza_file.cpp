@@ -91,10 +91,23 @@ void loadOnce(std::string const& path, Store& store)
     }
 }
 
+namespace {
+
+RemoteLoader remoteLoader = nullptr;
+
+}  // namespace
+
+void setRemoteLoader(RemoteLoader loader)
+{
+    remoteLoader = loader;
+}
+
 void loadFile(std::string const& path, double wait, Store& store)
 {
     if (path == kStandardInput)
         loadText(readStandardInput(), store);
+    else if (remoteLoader != nullptr && remoteLoader(path, store))
+        return;
     else if (std::optional<std::string> const text = readPipe(path))
         loadText(*text, store, path);
     else
@@ -221,10 +234,11 @@ bool hasComments(Store const& store, std::string const& stanza)
 void requireStanza(Store const& store, std::string const& path, std::string const& stanza)
 {
     if (store.contents().contains(stanza.c_str()) == 0)
-        throw Failure{exitNotFound,
-                      path,
-                      {"no stanza [" + stanza + "]",
-                       "run 'zstz stanzas " + shellWord(path) + "' to list them"}};
+        throw Failure{
+            exitNotFound,
+            path,
+            {"no stanza [" + stanza + "]",
+             "run '" + std::string(toolName()) + " stanzas " + shellWord(path) + "' to list them"}};
 }
 
 void requireKey(Store const& store, Request const& request)
@@ -234,8 +248,8 @@ void requireKey(Store const& store, Request const& request)
         throw Failure{exitNotFound,
                       request.file,
                       {"no key " + quote(request.key) + " in [" + request.stanza + "]",
-                       "run 'zstz keys " + shellWord(request.file) + " " +
-                           shellWord(request.stanza) + "' to list them"}};
+                       "run '" + std::string(toolName()) + " keys " + shellWord(request.file) +
+                           " " + shellWord(request.stanza) + "' to list them"}};
 }
 
 void requireUnambiguous(Store const& store, Request const& request)

@@ -44,6 +44,11 @@ std::string readStandardInput(char const* contents = "the text");
 /// throws  Failure.
 void loadText(std::string const& text, Store& store, std::string const& name = kStandardInputName);
 
+/// Loads a path that is not a file into an empty store; returns false if `path` is a file. A
+/// program with other kinds of paths sets it before the first load.
+using RemoteLoader = bool (*)(std::string const& path, Store& store);
+void setRemoteLoader(RemoteLoader loader);
+
 /// Loads the file at `path`, or standard input, into an empty store. Waits up to `wait` seconds for
 /// a busy file.
 /// throws  Failure for standard input; as ZProperties_6_0::load().
