@@ -189,6 +189,12 @@ TEST_F(FleetProperties, MissingConfigurationIsReportedAndCanBeCreated)
     store.store("etcd://test/new");
     EXPECT_EQ("\n[s]\nk = v\n", cluster_.get("/zfleet/6/cfg/new/text"));
     EXPECT_STREQ("etcd://test/new", store.fileName().getChars());
+    ZFleetProperties_6_0 late(1);
+    cluster_.put("/zfleet/6/cfg/late/text", "");
+    EXPECT_EQ(code("Txn", ENOENT), failure([&] { late.load("etcd://test/late"); }));
+    store.store("etcd://test/late");
+    late.setValue("s", "k", "other");
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { late.store("etcd://test/late"); }));
     EXPECT_EQ(1u, store.generation());
 }
 

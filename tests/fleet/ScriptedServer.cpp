@@ -138,8 +138,23 @@ grpc::ServerGenericBidiReactor* ScriptedServer::Service::CreateReactor(
 
 ScriptedServer::ScriptedServer() : service_(new Service)
 {
+    start(grpc::InsecureServerCredentials());
+}
+
+ScriptedServer::ScriptedServer(Tls const& tls) : service_(new Service)
+{
+    grpc::SslServerCredentialsOptions options(
+        tls.clientCa.empty() ? GRPC_SSL_DONT_REQUEST_CLIENT_CERTIFICATE
+                             : GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
+    options.pem_root_certs = tls.clientCa;
+    options.pem_key_cert_pairs.push_back({tls.key, tls.certificate});
+    start(grpc::SslServerCredentials(options));
+}
+
+void ScriptedServer::start(std::shared_ptr<grpc::ServerCredentials> const& credentials)
+{
     grpc::ServerBuilder builder;
-    builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &service_->port);
+    builder.AddListeningPort("127.0.0.1:0", credentials, &service_->port);
     builder.RegisterCallbackGenericService(service_.get());
     service_->server = builder.BuildAndStart();
 }

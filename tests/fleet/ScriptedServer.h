@@ -9,6 +9,10 @@
 
 #include "fleet_messages.pb.h"
 
+namespace grpc {
+class ServerCredentials;
+}  // namespace grpc
+
 class ScriptedServer {
 public:
     // A reply to a call: a message, or a status with another code than 0.
@@ -27,8 +31,16 @@ public:
         std::string needsLeader;  // "hasleader" of the metadata
     };
 
+    // The certificates of a server, as PEM.
+    struct Tls {
+        std::string certificate;
+        std::string key;
+        std::string clientCa;  // empty: the server accepts clients without a certificate
+    };
+
     /// Listens on a port of the loopback interface.
     ScriptedServer();
+    explicit ScriptedServer(Tls const& tls);
     ScriptedServer(ScriptedServer const&) = delete;
     ScriptedServer& operator=(ScriptedServer const&) = delete;
     ~ScriptedServer();
@@ -53,6 +65,8 @@ public:
 
 private:
     struct Service;
+
+    void start(std::shared_ptr<grpc::ServerCredentials> const& credentials);
 
     std::unique_ptr<Service> service_;
 };

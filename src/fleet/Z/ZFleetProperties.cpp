@@ -257,9 +257,12 @@ void ZFleetProperties_6_0::load(char const* path)
     onConfiguration(chosen, [&] {
         Rep::Target target(chosen);
         zfleet::Snapshot const snapshot = target.remote.read(target.budget);
-        if (snapshot.textRevision == 0)
+        if (snapshot.textRevision == 0) {
+            if (rep_->path.empty() || rep_->isBase(chosen))
+                rep_->setBase(chosen, std::move(target.connection), 0, 0);
             ZPropertiesIOException_6_0(chosen, "Txn", ENOENT)
                 .throwException(kSource, raiseForMissing);
+        }
         std::unique_ptr<ZPCache_6_0> const fresh = Rep::parse(*this, chosen, snapshot);
         cache().swapContents(*fresh);
         try {

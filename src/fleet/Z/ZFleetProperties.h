@@ -44,7 +44,9 @@ public:
     /// Writes the store to the configuration at `path`, which is created if it does not exist, and
     /// clears the modified flag. For a local file, as the base. The write succeeds only if no other
     /// program has stored the configuration since it was loaded or stored by this store. A
-    /// configuration at another path than the loaded one is replaced, whatever it contains.
+    /// configuration at another path than the loaded one is replaced, whatever it contains. After a
+    /// load() that failed with ENOENT, the configuration is created, unless another program has
+    /// created it in the meantime.
     /// range   null or empty: the file name. Text and companion have at most 1 MiB.
     /// throws  as load(); ZPropertiesIOException_6_0: "merge()" with ESTALE if another program has
     ///         stored the configuration in the meantime; "write()" with EFBIG for a too large

@@ -1,0 +1,23 @@
+// fleet_commands: the verbs of zfleet that zstz does not have, and the failures of a cluster.
+#pragma once
+
+#include <Z/ZException.h>
+
+#include "failures.h"
+#include "request.h"
+#include "stanza_file.h"
+
+/// Loads a configuration into an empty store; returns false if `path` is a local file.
+/// throws  as ZFleetProperties_6_0::load().
+bool loadConfiguration(std::string const& path, Store& store);
+
+/// Sets a key to a single value. Repeats the change while other programs are faster.
+int runFleetSet(Request const& request);
+
+/// Prints the state of each endpoint of a fleet. Returns exitDiffers if one of them does not reply.
+int runFleetStatus(Request const& request);
+
+/// Describe a failure of a cluster or of a file, and faults of the file of the fleets.
+Failure describeFleetError(ZPropertiesIOException_6_0 const& exception, Request const& request);
+Failure describeFleetError(ZPropertiesMissingPropertyException_6_0 const& exception);
+Failure describeFleetError(ZPropertiesInvalidValueException_6_0 const& exception);

@@ -1,0 +1,164 @@
+// zfleet: reads and changes configurations in a cluster from the command line.
+//
+// The program contains the sources of zstz: output, exit codes and reading verbs are the same. A
+// path other than "etcd://FLEET/NAME" is a local stanza file.
+#include <Z/ZException.h>
+#include <Z/text/process_locale.h>
+#include <locale.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <string>
+
+#include "arguments.h"
+#include "commands.h"
+#include "failures.h"
+#include "fleet_commands.h"
+#include "help.h"
+#include "process_setup.h"
+#include "stanza_file.h"
+
+namespace {
+
+constexpr Option kQuiet = {"--quiet", 'q', nullptr, "print only errors", &Request::quiet};
+constexpr Option kFormat = {"--format", 0, "FORMAT", "the form of the output", &Request::format};
+constexpr Option kNull = {"--null", '0', nullptr, "end each line of the output with a zero byte",
+                          &Request::null};
+
+constexpr Option kGetOptions[] = {
+    {"--all", 0, nullptr, "print every value, one per line", &Request::all},
+    {"--as", 0, "text|number|boolean", "convert the value; a boolean is printed as yes or no",
+     &Request::as},
+    {"--default", 0, "VALUE", "the value to print if the key is missing", &Request::fallback,
+     &Request::hasFallback},
+    kFormat,
+    kNull,
+    kQuiet,
+};
+constexpr Option kListOptions[] = {kFormat, kNull, kQuiet};
+constexpr Option kSetOptions[] = {
+    {"--all", 0, nullptr, "replace all values of the key", &Request::all},
+    {"--create", 0, nullptr, "create a missing configuration", &Request::create},
+    {"--obfuscated", 0, nullptr, "keep the value out of the text and read it from standard input",
+     &Request::obfuscated},
+};
+
+constexpr char kForms[] = "plain|json|sh|lines";
+constexpr char kNameForms[] = "plain|json|lines";
+
+void checkSet(Request const& request, PassedNames const&)
+{
+    if (!request.obfuscated && !request.hasValue)
+        throw UsageError{"VALUE is required"};
+}
+
+constexpr Verb kVerbs[] = {
+    {"get", "FILE STANZA KEY", "print the last value of a key",
+     "zfleet get etcd://main/gateway listener port", kGetOptions, noOptions, false, "--all --as",
+     kForms, nullptr, runGet, nullptr, nullptr},
+    {"list", "FILE [STANZA [KEY]]", "print stanzas, keys and values; obfuscated values are masked",
+     "zfleet list etcd://main/gateway listener\nzfleet list etcd://main/gateway --format json",
+     kListOptions, noOptions, false, "", kForms, nullptr, runList, nullptr, nullptr},
+    {"stanzas", "FILE", "print the stanza names", "zfleet stanzas etcd://main/gateway",
+     kListOptions, noOptions, false, "", kNameForms, nullptr, runStanzas, nullptr, nullptr},
+    {"keys", "FILE STANZA", "print the key names of a stanza",
+     "zfleet keys etcd://main/gateway listener", kListOptions, noOptions, false, "", kNameForms,
+     nullptr, runKeys, nullptr, nullptr},
+    {"set", "FILE STANZA KEY [VALUE]",
+     "set a key to a single value; creates the stanza and the key",
+     "zfleet set etcd://main/gateway listener port 8443\n"
+     "zfleet set etcd://main/gateway upstream password --obfuscated <password.txt",
+     kSetOptions, noOptions, false, "--obfuscated VALUE", "", checkSet, runFleetSet, prepareValue,
+     nullptr},
+    {"status", "NAME", "print the state of each endpoint of the fleet NAME", "zfleet status main",
+     kListOptions, noOptions, false, "", kNameForms, nullptr, runFleetStatus, nullptr, nullptr},
+};
+
+constexpr char kHelp[] = R"(zfleet: read and change configurations in a cluster
+usage: zfleet VERB [OPTION...] etcd://FLEET/NAME [STANZA [KEY [VALUE]]]
+
+  get FILE STANZA KEY          the last value of a key; --all, --as number|boolean|text, --default V
+  list FILE [STANZA [KEY]]     everything; stanzas FILE, keys FILE STANZA: only names
+  set FILE STANZA KEY VALUE    the one value; --all to replace several, --create, --obfuscated
+  status FLEET                 the state of each endpoint
+
+FILE is etcd://FLEET/NAME, or the path of a local stanza file. FLEET is a stanza of the file of the
+fleets, which ZFLEETCONF can name.
+exit     0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot reach, read or write, 5 other
+         programs were faster, 6 invalid value, 7 change refused, 8 an endpoint does not reply,
+         9 internal
+zfleet VERB --help has examples
+)";
+
+Verb const* findFleetVerb(std::string_view name)
+{
+    for (Verb const& verb : kVerbs)
+        if (name == verb.name)
+            return &verb;
+    return nullptr;
+}
+
+int reportUsage(std::string const& where, std::string const& problem, std::string const& remedy)
+{
+    return report({exitUsage, where, {problem, remedy}});
+}
+
+int run(int argc, char const* const* argv, Request& request)
+{
+    std::string_view const name = argc < 2 ? "" : argv[1];
+    if (name == "--help" || name == "-h" || name == "help" || name == "--version") {
+        fputs(name == "--version" ? "zfleet 6.0\n" : kHelp, stdout);
+        return exitDone;
+    }
+    Verb const* const verb = findFleetVerb(name);
+    if (verb == nullptr)
+        return reportUsage(
+            "", argc < 2 ? "missing command" : "unknown command " + quote(std::string(name)),
+            "run 'zfleet --help' for a list");
+    // The name of a configuration does not determine a dialect.
+    request.dialect = "stanza";
+    try {
+        if (!parseArguments(*verb, {argv + 2, argv + argc}, request)) {
+            fputs(formatHelp(*verb).c_str(), stdout);
+            return exitDone;
+        }
+        if (verb->prepare != nullptr)
+            verb->prepare(request);
+        return verb->run(request);
+    } catch (UsageError const& error) {
+        std::string const help = "run 'zfleet " + std::string(name) + " --help'";
+        return reportUsage(std::string(name), error.problem,
+                           error.remedy.empty() ? help : error.remedy + ", or " + help);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    setToolName("zfleet");
+    openStandardDescriptors();
+    // The other categories are files that no command reads, and a decimal comma would change
+    // numbers.
+    setlocale(LC_CTYPE, "");
+    ztext::keepProcessLocale();
+    setTablesVariable();
+    // gRPC would print lines of its own on standard error.
+    setenv("GRPC_VERBOSITY", "NONE", 0);
+    setRemoteLoader(loadConfiguration);
+    Request request;
+    try {
+        int const code = run(argc, argv, request);
+        if (code != exitUsage)
+            requirePrinted();
+        return code;
+    } catch (ZPropertiesIOException_6_0 const& exception) {
+        return report(describeFleetError(exception, request));
+    } catch (ZPropertiesMissingPropertyException_6_0 const& exception) {
+        return report(describeFleetError(exception));
+    } catch (ZPropertiesInvalidValueException_6_0 const& exception) {
+        return report(describeFleetError(exception));
+    } catch (...) {
+        return report(describe(std::current_exception(), request.file));
+    }
+}
