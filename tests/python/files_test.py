@@ -529,8 +529,9 @@ class Speed(PackageTest):
     KEYS = 100_000
     STANZAS = 100
     TARGET = 10.0
-    # A busy machine shifts the ratio: caches are shared. Less than this is a fault anywhere.
-    BOUND = 8.0
+    # A busy machine shifts the ratio, because caches are shared: the fastest runs of several rounds
+    # are compared.
+    ROUNDS = 30
 
     @unittest.skipIf(
         os.environ.get("ZFOUNDATION_BUILD") == "Debug", "the library is built without optimisation"
@@ -556,7 +557,7 @@ class Speed(PackageTest):
             return used
 
         own = peers = float("inf")
-        for _round in range(12):
+        for _round in range(self.ROUNDS):
             own = min(own, *(seconds(lambda: zf.read(self.file)) for _ in range(3)))
             peers = min(peers, seconds(peer))
             if peers >= self.TARGET * own:
@@ -565,7 +566,7 @@ class Speed(PackageTest):
             f"{self.KEYS} keys: read() {1000 * own:.1f} ms, configparser {1000 * peers:.1f} ms, "
             f"ratio {peers / own:.1f}"
         )
-        self.assertGreater(peers, self.BOUND * own)
+        self.assertGreaterEqual(peers, self.TARGET * own)
 
 
 if __name__ == "__main__":
