@@ -406,7 +406,7 @@ private:
         for (std::size_t i = 0; i < old_.lines.size(); ++i) {
             if (changed_.count(i) == 0)
                 kept.push_back(lineOf(old_, before_, i));
-            else if (isAside(old_.lines[i]) || isSameLine("", lineOf(old_, before_, i)))
+            else if (isAside(old_.lines[i]) || isBlankLine(lineOf(old_, before_, i)))
                 comments.push_back(lineOf(old_, before_, i));
             keptBefore_.push_back(kept.size());
         }
@@ -420,7 +420,7 @@ private:
         if (at < kept.size())
             found_.push_back(property + "a line is missing: " + kept[at]);
         for (std::string const& comment : comments)
-            if (!isSameLine("", comment))
+            if (!isBlankLine(comment))
                 found_.push_back("inside: a comment is missing: " + comment);
     }
 
@@ -525,6 +525,11 @@ private:
             if (isSameLine(text, line))
                 return true;
         return false;
+    }
+
+    static bool isBlankLine(std::string const& text)
+    {
+        return text.find_first_not_of(" \t\r\n") == std::string::npos;
     }
 
     static std::size_t blanksOf(std::string const& text)
