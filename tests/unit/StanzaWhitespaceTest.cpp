@@ -1,5 +1,6 @@
 // The whitespace around names and values is the same in each locale of the C library: a file that
-// is loaded in one of them can be stored in another.
+// is loaded in one of them can be stored in another. Of the codesets of the GNU C library, only
+// EBCDIC has a single byte for a space of Unicode that isspace() accepts.
 #include <Z/stanza/whitespace.h>
 #include <gtest/gtest.h>
 #include <locale.h>
