@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Installs the foundation and libzfleet into a temporary prefix, and builds a program against them with
+# pkg-config and with CMake.
+# usage: install_test.sh BUILD-DIRECTORY C++-COMPILER
+set -euo pipefail
+build=$(readlink -f "$1")
+cxx=$2
+room=$(mktemp -d)
+trap 'rm -rf "$room"' EXIT
+
+fail()
+{
+    echo "install_test.sh: $*" >&2
+    exit 1
+}
+
+cmake --install "$build" --prefix "$room/prefix" >"$room/install.txt"
+libdir=$(dirname "$(find "$room/prefix" -name libzfleet-6.0.so.0)")
+tables=$room/prefix/share/qvr
+cat >"$room/program.cpp" <<'END'
+#include <Z/ZException.h>
+#include <Z/ZFleetConnection.h>
+#include <Z/ZFleetProperties.h>
+#include <stdio.h>
+
+int main()
+{
+    ZFleetProperties_6_0 store(1);
+    try {
+        store.load("etcd://fleet/not/a/name");
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        printf("%s %d\n", e.propFile().getChars(), e.excerrno());
+    }
+    return ZFleetProperties_6_0::getFactory() == nullptr;
+}
+END
+expected="etcd://fleet/not/a/name 22"
+
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+# shellcheck disable=SC2046  # a list
+"$cxx" -std=c++17 -pedantic-errors -Wall -Wextra -Werror "$room/program.cpp" -o "$room/program" \
+    $(pkg-config --cflags --libs zfleet-6.0) -Wl,-rpath,"$libdir"
+printed=$(QVRDIR=$tables "$room/program")
+[ "$printed" = "$expected" ] || fail "the program built with pkg-config printed: $printed"
+
+cat >"$room/CMakeLists.txt" <<'END'
+cmake_minimum_required(VERSION 3.16)
+project(Program CXX)
+find_package(ZFleet 6.0 REQUIRED)
+add_executable(program program.cpp)
+target_link_libraries(program ZFleet::zfleet)
+END
+cmake -S "$room" -B "$room/build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$room/prefix" \
+    >"$room/cmake.txt"
+cmake --build "$room/build" >"$room/build.txt"
+printed=$(QVRDIR=$tables "$room/build/program")
+[ "$printed" = "$expected" ] || fail "the program built with CMake printed: $printed"
+
+[ "$("$room/prefix/bin/zfleet" --version)" = "zfleet 6.0" ] || fail "zfleet does not run"
+if grep -q zfleet "$libdir/cmake/ZFoundation/"*.cmake "$libdir/pkgconfig/zfoundation-6.0.pc"; then
+    fail "the package of the foundation names libzfleet"
+fi
+if readelf -d "$libdir/libzfoundation-6.0.so" | grep -E "grpc|protobuf|zfleet"; then
+    fail "the foundation links libraries of libzfleet"
+fi
