@@ -56,22 +56,32 @@ unsigned int slotsFor(unsigned int capacity)
     return std::max(capacity, 3u);
 }
 
+// The number of slots to allocate for a capacity to which a list grows: two growths ahead, because
+// moving the slots costs more than the spare memory.
+unsigned int slotsAhead(unsigned int capacity)
+{
+    size_t const ahead = size_t{capacity} * 9 / 4;
+    return ahead <= UINT_MAX / 2 ? static_cast<unsigned int>(ahead) : capacity;
+}
+
 // Moves the first `used` slots to a longer block of `length` slots. Copies a short block, because
-// malloc() finds a free short block faster than realloc() does.
+// malloc() finds a free short block faster than realloc() does. Returns null if there is no memory.
 ZObject_6_0** moveSlots(ZObject_6_0** slots, unsigned int used, unsigned int length)
 {
     constexpr unsigned int kShort = 128;
     bool const copies = length <= kShort;
     void* const block = copies ? malloc(length * sizeof(ZObject_6_0*))
                                : reallocarray(slots, length, sizeof(ZObject_6_0*));
-    if (block == nullptr)
-        ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
-    if (copies) {
+    if (copies && block != nullptr) {
         memcpy(block, slots, used * sizeof(ZObject_6_0*));
         free(slots);
     }
     return static_cast<ZObject_6_0**>(block);
 }
+
+// A list with at least so many elements has free slots before them, for insertion and removal in
+// its first half. Moving all elements of a shorter list is cheaper.
+constexpr unsigned int kLongList = 8;
 
 // The order of a sort by a comparator.
 template <bool kAscends>
@@ -237,6 +247,7 @@ void ZAbstractList_6_0::quickSort(ZSortCompare_6_0 const& comparator,
 
 ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)
     : capacity_(std::max(initialCapacity, 1u)),
+      front_(0),
       count_(0),
       owns_(owns),
       room_(0),
@@ -250,6 +261,7 @@ ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)
 ZArrayList_6_0::ZArrayList_6_0(ZArrayList_6_0 const& source)
     : ZAbstractList_6_0(source),
       capacity_(capacityFor(source.ZArrayList_6_0::capacity(), source.size())),
+      front_(0),
       count_(0),
       owns_(source.owns_),
       room_(0),
@@ -274,7 +286,7 @@ ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
 
 ZArrayList_6_0::~ZArrayList_6_0()
 {
-    zmemory::MallocPtr<ZObject_6_0*> const slots(elements_);
+    zmemory::MallocPtr<ZObject_6_0*> const slots(elements_ - front_);
     if (owns_ == 0)
         return;
     zreporting::runInDestructor({kSource, reportInDestructor},
@@ -294,7 +306,12 @@ bool ZArrayList_6_0::contains(ZObject_6_0 const* obj) const
 void ZArrayList_6_0::add(unsigned int index, ZObject_6_0 const* obj)
 {
     if (owns_ == 0) {
-        addNoCopy(index, obj);
+        if (room_ == 0 && isExactClass(*this))
+            room_ = slots_;
+        if (room_ != 0)
+            ZArrayList_6_0::addNoCopy(index, obj);
+        else
+            addNoCopy(index, obj);
         return;
     }
     if (index > size())
@@ -340,7 +357,22 @@ void ZArrayList_6_0::addNoCopy(unsigned int index, ZObject_6_0 const* obj)
 {
     if (index > count_)
         return;
-    makeRoom(size_t{count_} + 1);
+    if (count_ >= kLongList && index < count_ / 2) {
+        if (front_ == 0)
+            makeRoomInFront();
+        if (front_ > 0) {
+            --front_;
+            --elements_;
+            ++slots_;
+            if (index > 0)
+                memmove(elements_, elements_ + 1, index * sizeof(ZObject_6_0*));
+            elements_[index] = const_cast<ZObject_6_0*>(obj);
+            ++count_;
+            return;
+        }
+    }
+    if (count_ == slots_)
+        makeRoom(size_t{count_} + 1);
     ZObject_6_0** const slot = elements_ + index;
     memmove(slot + 1, slot, (count_ - index) * sizeof(ZObject_6_0*));
     *slot = const_cast<ZObject_6_0*>(obj);
@@ -362,7 +394,16 @@ void ZArrayList_6_0::remove(unsigned int index)
     ZObject_6_0* const old = *slot;
     capacity_ = ZArrayList_6_0::capacity();
     --count_;
-    memmove(slot, slot + 1, (count_ - index) * sizeof(ZObject_6_0*));
+    if (count_ >= kLongList && index < count_ / 2) {
+        if (index > 0)
+            memmove(elements_ + 1, elements_, index * sizeof(ZObject_6_0*));
+        ++front_;
+        ++elements_;
+        --slots_;
+        room_ = std::min(room_, slots_);
+    } else {
+        memmove(slot, slot + 1, (count_ - index) * sizeof(ZObject_6_0*));
+    }
     if (owns_ != 0)
         delete old;
 }
@@ -390,9 +431,11 @@ void ZArrayList_6_0::removeAll()
         for (unsigned int i = 0; i < count_; ++i)
             deleter.destroy(std::exchange(elements_[i], nullptr));
         count_ = 0;
+        slide(0);
         deleter.rethrowFirst();
     }
     count_ = 0;
+    slide(0);
 }
 
 void ZArrayList_6_0::set(unsigned int index, ZObject_6_0 const* obj)
@@ -454,17 +497,72 @@ int ZArrayList_6_0::indexOf(ZListIterator_6_0& iterator)
     return iterator.indexOf();
 }
 
-// Allocates two growths ahead: moving the slots costs more than the spare memory.
+// Makes room for `count` elements, without an allocation if the capacity suffices and there is no
+// memory.
 void ZArrayList_6_0::makeRoom(size_t count)
 {
     if (count <= slots_)
         return;
+    // Sliding is cheap only if at least as many slots as elements become free.
+    bool const fits = count <= size_t{front_} + slots_;
+    if (fits && front_ >= count_) {
+        slide(0);
+        return;
+    }
     unsigned int const capacity = capacityFor(capacity_, count);
-    size_t const ahead = size_t{capacity} * 9 / 4;
-    unsigned int const slots = ahead <= UINT_MAX / 2 ? static_cast<unsigned int>(ahead) : capacity;
-    elements_ = moveSlots(elements_, count_, slots);
+    unsigned int const slots = slotsAhead(capacity);
+    slide(0);
+    ZObject_6_0** const moved = moveSlots(elements_, count_, slots);
+    if (moved == nullptr) {
+        if (fits)
+            return;
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
+    }
+    elements_ = moved;
     capacity_ = capacity;
     slots_ = slots;
+}
+
+// Makes free slots before the elements, for a number of insertions that is proportional to the
+// number of elements. Without memory it makes none, and throws if no slot after them is free.
+void ZArrayList_6_0::makeRoomInFront()
+{
+    unsigned int const spare = slots_ - count_;
+    if (spare >= count_ / 2) {
+        slide(spare - spare / 4);
+        return;
+    }
+    unsigned int const capacity = capacityFor(capacity_, size_t{count_} + 1);
+    unsigned int const slots = slotsAhead(capacity);
+    if (slots - count_ < count_ / 2)  // a list of billions of elements
+        return;
+    auto* const block = static_cast<ZObject_6_0**>(malloc(slots * sizeof(ZObject_6_0*)));
+    if (block == nullptr) {
+        if (spare > 0)
+            return;
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
+    }
+    unsigned int const front = (slots - count_) - (slots - count_) / 4;
+    memcpy(block + front, elements_, count_ * sizeof(ZObject_6_0*));
+    free(elements_ - front_);
+    elements_ = block + front;
+    front_ = front;
+    slots_ = slots - front;
+    capacity_ = capacity;
+    room_ = std::min(room_, slots_);
+}
+
+// Moves the elements inside their block, so that `front` free slots precede them.
+void ZArrayList_6_0::slide(unsigned int front)
+{
+    if (front == front_)
+        return;
+    ZObject_6_0** const block = elements_ - front_;
+    memmove(block + front, elements_, count_ * sizeof(ZObject_6_0*));
+    slots_ += front_ - front;
+    elements_ = block + front;
+    front_ = front;
+    room_ = std::min(room_, slots_);
 }
 
 // Copies all elements of `source` or none, without calling this list's virtual operations.
@@ -479,6 +577,7 @@ void ZArrayList_6_0::assign(ZArrayList_6_0 const& source)
     old.count_ = source.copyMembers(old.elements_, old.capacity_, owns_);
     std::swap(capacity_, old.capacity_);
     std::swap(slots_, old.slots_);
+    std::swap(front_, old.front_);
     std::swap(elements_, old.elements_);
     std::swap(count_, old.count_);
     room_ = std::min(room_, slots_);

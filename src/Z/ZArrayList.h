@@ -183,7 +183,8 @@ public:
     /// calls   nothing else.
     /// owns    an owning list takes `obj` over, except if `index > size()` or the call throws.
     /// throws  ZOutOfMemoryException_6_0.
-    /// cost    O(elements after `index`). A full list grows by half its capacity, at least by one.
+    /// cost    O(elements before or after `index`, whichever are fewer), amortised. A full list
+    ///         grows by half its capacity, at least by one.
     virtual void addNoCopy(unsigned int index, ZObject_6_0 const* obj);
     /// Removes the first element that `obj` equals.
     /// calls   indexOf(ZObject_6_0 const*), remove(unsigned int).
@@ -192,6 +193,7 @@ public:
     /// Removes the element at `index`; does nothing if `index >= size()`.
     /// calls   nothing else.
     /// owns    an owning list deletes the element.
+    /// cost    O(elements before or after `index`, whichever are fewer).
     void remove(unsigned int index) override;
     /// Removes the element that `iterator` returned last and steps the iterator back, so that it
     /// continues with the following element. Use this to remove while iterating.
@@ -251,17 +253,20 @@ private:
 
     void append(ZObject_6_0 const* obj);
     void makeRoom(size_t count);
+    void makeRoomInFront();
+    void slide(unsigned int front);
     void assign(ZArrayList_6_0 const& source);
     unsigned int copyMembers(ZObject_6_0** slots, unsigned int room, int owns) const;
 
     unsigned int capacity_;   // at least 1; capacity() when slots_ last rose or count_ last fell,
                               // without the growth since then
-    ZObject_6_0** elements_;  // never null
+    unsigned int front_;      // free slots before elements_
+    ZObject_6_0** elements_;  // never null; in a block that starts `front_` slots before
     unsigned int count_;      // slots in use
     int owns_;                // not 0: clones and deletes
     unsigned int room_;       // slots that the inline add() may fill: slots_ once append() has seen
                               // that the list is not of a derived class, else 0
-    unsigned int slots_;      // slots in elements_
+    unsigned int slots_;      // slots from elements_ to the end of its block
 };
 
 /// Iterates over a list in order. The list may change during the iteration;
