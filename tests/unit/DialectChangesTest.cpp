@@ -268,6 +268,38 @@ TEST(DialectChanges, OnlyTheLastGroupOfALineCanBeAMarker)
     });
 }
 
+TEST(DialectChanges, ANewKeyFollowsATemplateWithAnotherSpelling)
+{
+    expectChanges({
+        {"samba", "[s]\n; Create  Mask=1\n; x = 1\n\nk = v\n", set("s", "create mask", "2"),
+         "[s]\n; Create  Mask=1\ncreate mask=2\n; x = 1\n\nk = v\n"},
+        {"python", "[s]\n# KEY=1\n# x = 1\n\nk = v\n", set("s", "key", "2"),
+         "[s]\n# KEY=1\nkey=2\n# x = 1\n\nk = v\n"},
+        {"mysql", "[s]\n# a-b=1\n# x = 1\n\nk = v\n", set("s", "a_b", "2"),
+         "[s]\n# a-b=1\na_b=2\n# x = 1\n\nk = v\n"},
+        {"ini", "[s]\n# KEY=1\n# x = 1\n\nk = v\n", set("s", "key", "2"),
+         "[s]\n# KEY=1\n# x = 1\n\nk = v\nkey = 2\n"},
+    });
+}
+
+TEST(DialectChanges, TheFileCommentTakesItsBlankLineAlong)
+{
+    auto const remove = [](Store& store) { store.setComment(nullptr, nullptr, nullptr); };
+    expectChanges({
+        {"ini", "; c\n\n[a]\nk = 1\n", remove, "[a]\nk = 1\n"},
+        {"ini", "; c\n; d\n\n\n; e\n[a]\nk = 1\n", remove, "; e\n[a]\nk = 1\n"},
+        {"systemd", "; c\n\njunk\n[a]\nk=1\n", remove, "junk\n[a]\nk=1\n"},
+        {"ini", "; c\n\n[a]\nk = 1\n",
+         [](Store& store) {
+             store.setComment(nullptr, nullptr, nullptr);
+             store.setValue("a", "k", "2");
+         },
+         "[a]\nk = 2\n"},
+        {"ini", "; c\n\n[a]\nk = 1\n",
+         [](Store& store) { store.setComment(nullptr, nullptr, "; d"); }, "; d\n\n[a]\nk = 1\n"},
+    });
+}
+
 TEST(DialectChanges, ACommentKeepsItsColumnInCharacters)
 {
     expectChanges({

@@ -27,7 +27,7 @@ void Contents::recordTemplate(Id category, Id line)
     }
     Id const id = templates_.allocate();
     templates_[id] = {arena_.idOf(arena_.add(key).data()), category, line};
-    templateIndex_.add(hashOf(key, category), id);
+    templateIndex_.add(policy_.keys.hash(key, category), id);
 }
 
 void Contents::forgetTemplate(Id category, Id line)
@@ -37,16 +37,17 @@ void Contents::forgetTemplate(Id category, Id line)
     Id const id = key.empty() ? 0 : findTemplate(category, key);
     if (id == 0)
         return;
-    templateIndex_.remove(hashOf(key, category), id);
-    arena_.drop(key);
+    templateIndex_.remove(policy_.keys.hash(key, category), id);
+    arena_.drop(arena_.view(templates_[id].key));
     templates_[id].line = 0;
     templates_.free(id);
 }
 
 Id Contents::findTemplate(Id category, std::string_view key) const
 {
-    return templateIndex_.find(hashOf(key, category), [&](Id id) {
-        return templates_[id].category == category && arena_.view(templates_[id].key) == key;
+    return templateIndex_.find(policy_.keys.hash(key, category), [&](Id id) {
+        return templates_[id].category == category &&
+               policy_.keys.matches(arena_.view(templates_[id].key), key);
     });
 }
 
@@ -95,7 +96,7 @@ Id Contents::insertionPoint(Id id, std::string_view key) const
         return category.lastKeyLine == 0 ? category.header : category.lastKeyLine;
     if (key.find('=') != key.npos)
         return insertionPointByScan(id, key);
-    // The key of a template has no spaces, so a key with spaces is not found.
+    // The key of a template has no spaces. A key with spaces is found if the dialect ignores them.
     if (Id const known = findTemplate(id, key); known != 0) {
         if (insertsAtTemplates_)
             return templates_[known].line;

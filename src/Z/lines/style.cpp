@@ -128,14 +128,33 @@ uint32_t keyElsewhere(Outline const& outline, Section const& section)
     return nearest != kNone ? nearest : below;
 }
 
+// Returns the length of the name at the start of a comment such as "# key = default", if it is the
+// name of a key; otherwise 0.
+size_t lengthOfName(Outline const& outline, std::string_view comment, std::string_view key)
+{
+    Dialect const& dialect = outline.dialect();
+    if (comment.starts_with(key))
+        return key.size();
+    std::string_view name = comment.substr(0, comment.find_first_of(dialect.separatorBytes()));
+    name = name.substr(0, name.find_last_not_of(" \t") + 1);
+    std::string nameSpace;
+    std::string keySpace;
+    return dialect.comparableKey(name, nameSpace) == dialect.comparableKey(key, keySpace)
+               ? name.size()
+               : 0;
+}
+
 // Returns the separator in a comment such as "# key = default"; empty for any other comment.
 std::string_view separatorInTemplate(Outline const& outline, uint32_t line, std::string_view key)
 {
     std::string_view const comment = outline.comment(line);
-    if (outline.lines()[line].kind != commentLine || !comment.starts_with(key))
+    if (outline.lines()[line].kind != commentLine)
+        return {};
+    size_t const length = lengthOfName(outline, comment, key);
+    if (length == 0)
         return {};
     std::string_view const bytes = outline.dialect().separatorBytes();
-    size_t at = key.size();
+    size_t at = length;
     while (at < comment.size() && isBlank(comment[at]))
         ++at;
     if (at == comment.size() || bytes.find(comment[at]) == std::string_view::npos)
@@ -145,8 +164,8 @@ std::string_view separatorInTemplate(Outline const& outline, uint32_t line, std:
     while (at < comment.size() && isBlank(comment[at]))
         ++at;
     // "# key =" has no value to show the spaces before it.
-    size_t const end = at == comment.size() && at == sign ? key.size() : at;
-    return comment.substr(key.size(), end - key.size());
+    size_t const end = at == comment.size() && at == sign ? length : at;
+    return comment.substr(length, end - length);
 }
 
 // Returns whether a comment is a key that is commented out.
