@@ -44,8 +44,10 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
     for (Reordered& stanza : reordered_)
         compareLines(stanza);
     isPartial_ = steps == removalsFirst && addsAfterRemovals();
-    if (isPartial_)
+    if (isPartial_) {
+        removeBlankAtStart();
         return;
+    }
     auto next = reordered_.begin();
     for (uint32_t i = 0; i < readOf_.size(); ++i) {
         stanzaName_ = nameOf(i);
@@ -55,6 +57,24 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
             place(*next++);
         }
     }
+    removeBlankAtStart();
+}
+
+// Removes the blank lines between the comment of the file and the rest, if the comment was removed
+// and nothing takes its place.
+void Difference::removeBlankAtStart()
+{
+    std::vector<Line> const& lines = outline_.lines();
+    uint32_t end = 0;
+    while (end < gone_.size() && gone_[end] && lines[end].kind == commentLine)
+        ++end;
+    uint32_t below = end;
+    while (below < lines.size() && isBlank(below) && !isGone(below))
+        ++below;
+    if (end == 0 || below == end || below == lines.size() || isGone(below) ||
+        edits_.writesUpTo(lines[below].begin))
+        return;
+    edits_.replace({lines[end].begin, outline_.endOf(below - 1), {}});
 }
 
 // Returns whether keys or stanzas are removed and others are new, so that the places and the style

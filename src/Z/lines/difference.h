@@ -113,6 +113,7 @@ private:
     bool hasOtherName(ReadStanza const& stanza, std::string_view name);
     void respellHeaders(ReadStanza const& stanza, std::string_view name);
     void removeStanzas();
+    void removeBlankAtStart();
     bool addsAfterRemovals();
     void removeStanza(ReadStanza const& stanza, ReadStanza& before);
     Entries entriesOf(uint32_t stanza);

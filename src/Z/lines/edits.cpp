@@ -34,6 +34,13 @@ std::vector<Moved> positionsOf(std::vector<HeaderComment>& comments)
 
 }  // namespace
 
+bool Edits::writesUpTo(uint32_t position) const
+{
+    return std::any_of(edits_.begin(), edits_.end(), [position](Edit const& edit) {
+        return edit.change.begin <= position && !edit.change.text.empty() && edit.order != names;
+    });
+}
+
 std::string Edits::compose(TextHistory& history)
 {
     std::vector<uint32_t>& movedComments = history.movedComments;

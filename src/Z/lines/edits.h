@@ -42,6 +42,9 @@ public:
 
     size_t count() const { return edits_.size(); }
 
+    /// Returns whether bytes other than names are written at a position up to `position`.
+    bool writesUpTo(uint32_t position) const;
+
     /// Drops the edits after the first `count`.
     void truncate(size_t count)
     {
