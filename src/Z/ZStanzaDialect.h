@@ -75,6 +75,8 @@
 ///                              1 repeatedHeads, except [DEFAULT]; 2 repeatedKeys; 4 passedOver:
 ///                              lines that the dialect passes over; 8 notUtf8: all lines but
 ///                              comments; 16 php: what PHP cannot parse
+///     zDialectNames            0 plain; 1 percent: "%20" and "%U20AC" are characters in names, and
+///                              a backslash is "/"; not with zDialectHeads 4
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -106,7 +108,8 @@ enum ZStanzaSwitch : int {
     zDialectNewKeys,
     zDialectCommentStyle,
     zDialectLineLimit,
-    zDialectRefusals
+    zDialectRefusals,
+    zDialectNames
 };
 
 /// A dialect: a name and 64 bytes of switches.

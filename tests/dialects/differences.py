@@ -127,6 +127,8 @@ ROWS = [
      lambda c: re.search(r"^[ \t]*#.*[=\"]", c.data, re.M) is not None),
     ("QSettings", "names are Latin-1 there",
      lambda c: c.key and not (c.key[0] + c.key[1]).isascii()),
+    ("QSettings", "a slash in a header is the same as one in a key there",
+     lambda c: c.key and "/" in c.key[0] + c.key[1]),
     ("QSettings", "headers lose their spaces, and a header without a name has no key there",
      lambda c: c.key and (c.key[0] != c.key[0].strip() or c.key[0] == "")),
     ("QSettings", "a quote in a key, or in a line without one, hides newlines there",

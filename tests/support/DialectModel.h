@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "DialectPercents.h"
 #include "DialectValues.h"
 
 namespace dialect_model {
@@ -184,6 +185,8 @@ private:
             return true;
         }
         std::string name(rest.substr(0, close));
+        if (rules.names == Names::percent)
+            name = percentDecoded(name);
         if ((rules.heads == Heads::alone && !isDesktopName(name)) ||
             (rules.heads == Heads::endsLine && !isSystemdName(name))) {
             refuse(line, at + 1, "invalid header");
@@ -419,8 +422,10 @@ private:
         open_ = nullptr;
     }
 
-    void addValue(std::string const& name, std::size_t line, Value value)
+    void addValue(std::string name, std::size_t line, Value value)
     {
+        if (rules.names == Names::percent)
+            name = percentDecoded(name);
         if (!current_)
             openTop();
         value.line = line + 1;

@@ -51,6 +51,7 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.commentStyle = static_cast<zdialects::CommentStyle>(rules.commentStyle);
     s.lineLimit = static_cast<zdialects::LineLimit>(rules.lineLimit);
     s.refusals = static_cast<uint8_t>(rules.refusals);
+    s.names = static_cast<zdialects::Names>(rules.names);
     return s;
 }
 
@@ -89,6 +90,7 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.commentStyle = static_cast<CommentStyle>(s.commentStyle);
     rules.lineLimit = static_cast<LineLimit>(s.lineLimit);
     rules.refusals = s.refusals;
+    rules.names = static_cast<Names>(s.names);
     return rules;
 }
 

@@ -144,6 +144,9 @@ enum class NewKeys { any, shell, php };
 enum class CommentStyle { hash, semicolon };
 enum class LineLimit { mebibyte, bytes4094 };
 
+// percent: %20 is a space, %U20AC is a euro sign, and a backslash is a slash.
+enum class Names { plain, percent };
+
 struct Switches {
     unsigned marks = hash;
     unsigned trailing = noMark;
@@ -176,6 +179,7 @@ struct Switches {
     CommentStyle commentStyle = CommentStyle::hash;  // of new comments
     LineLimit lineLimit = LineLimit::mebibyte;       // of written lines
     unsigned refusals = 0;
+    Names names = Names::plain;
 };
 
 struct Dialect {
@@ -348,6 +352,7 @@ inline constexpr Switches kQt = {
     .separatorStyle = SeparatorStyle::tightEquals,
     .notPlain = returns | commas,
     .commentStyle = CommentStyle::semicolon,
+    .names = Names::percent,
 };
 
 // "[]" and "[$i]" alone are a stanza without a name. A line with '[' and without ']' is

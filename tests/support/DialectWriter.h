@@ -332,12 +332,14 @@ private:
         std::string const indentation = isHeader
                                             ? (rules_.indentStyle == IndentStyle::tab ? "\t" : "")
                                             : indentationAt(text, line.begin);
+        std::string const key =
+            rules_.names == Names::percent ? percentEncoded(edit.key) : edit.key;
         std::string between = isHeader || above->alone
                                   ? separator()
-                                  : separatorFor(text, model, *above, indentation, edit.key);
+                                  : separatorFor(text, model, *above, indentation, key);
         for (std::string const& spelling : spellings(edit.value, indentation + "    ", ending)) {
             std::string const next = text.substr(0, at) + (isLast ? ending : "") + indentation +
-                                     edit.key + between + spelling + (isLast ? "" : ending) +
+                                     key + between + spelling + (isLast ? "" : ending) +
                                      text.substr(at);
             if (readsBack(text, edit, next))
                 return next;

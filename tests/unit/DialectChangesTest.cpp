@@ -334,6 +334,27 @@ TEST(DialectChanges, ARefusalNamesTheChange)
     });
 }
 
+TEST(DialectChanges, NamesOfQtAreSpelledWithPercentSigns)
+{
+    expectChanges({
+        {"qt", "[Foo%20Bar]\nx\\y%20z=1\n", set("Foo Bar", "x/y z", "2"),
+         "[Foo%20Bar]\nx\\y%20z=2\n"},
+        {"qt", "[a]\nk=1\n", set("Foo Bar", "x/y z", "2"), "[a]\nk=1\n\n[Foo%20Bar]\nx\\y%20z=2\n"},
+        {"qt", "[a]\nk=1\n", set("a", "\xe2\x82\xac\xc3\xbc%=;]\xf0\x9f\x98\x80", "2"),
+         "[a]\nk=1\n%U20AC%FC%25%3D%3B%5D%UD83D%UDE00=2\n"},
+        {"qt", "[a]\nk=1\n", set("a", "%0A", "2"), "[a]\nk=1\n%250A=2\n"},
+        {"qt", "[a]\n%0A=1\n", set("a", "%0A", "2"), "[a]\n%0A=2\n"},
+        {"qt", "[a]\n%e9=1\n", set("a", "\xc3\xa9", "2"), "[a]\n%e9=2\n"},
+        {"qt", "[a]\n\xe9=1\n", set("a", "\xe9", "2"), "[a]\n\xe9=2\n"},
+        {"qt", "[a]\nk=1\n", [](Store& store) { store.renameStanza("a", "b c"); },
+         "[b%20c]\nk=1\n"},
+        {"qt", "[a]\nk%20l=1\n", [](Store& store) { store.renameKey("a", "k l", "m/n"); },
+         "[a]\nm\\n=1\n"},
+        {"qt", "[a]\nk=1\n", set("a", "b\nc", "2"), "refused"},
+    });
+    EXPECT_EQ("1", valueOf("qt", "[a]\n%UD83D%20x=1\n", "a", "%UD83D x"));
+}
+
 TEST(DialectChanges, NumbersOfQtArePairsOfSurrogates)
 {
     EXPECT_EQ("\xf0\x9f\x98\x80x", valueOf("qt", "[s]\nk = \\xd83d\\xde00x\n", "s", "k"));

@@ -28,33 +28,6 @@ NumberForm numberForm(Escapes escapes, char first)
     return {};
 }
 
-unsigned digitOf(char c)
-{
-    if (c >= '0' && c <= '9')
-        return static_cast<unsigned>(c - '0');
-    char const letter = foldedCase(c);
-    return letter >= 'a' && letter <= 'f' ? static_cast<unsigned>(letter - 'a' + 10) : 16;
-}
-
-void appendUtf8(uint32_t code, std::string& out)
-{
-    auto const append = [&out](uint32_t byte) { out += static_cast<char>(byte); };
-    if (code < 0x80)
-        return append(code);
-    if (code < 0x800) {
-        append(0xc0 | code >> 6);
-    } else {
-        if (code < 0x10000) {
-            append(0xe0 | code >> 12);
-        } else {
-            append(0xf0 | code >> 18);
-            append(0x80 | (code >> 12 & 0x3f));
-        }
-        append(0x80 | (code >> 6 & 0x3f));
-    }
-    append(0x80 | (code & 0x3f));
-}
-
 constexpr uint32_t kReplacement = 0xfffd;
 
 bool isHighSurrogate(uint32_t code)
@@ -87,6 +60,33 @@ size_t appendCodePoint(Escape const& escape, std::string_view chars, std::string
 }
 
 }  // namespace
+
+unsigned digitOf(char c)
+{
+    if (c >= '0' && c <= '9')
+        return static_cast<unsigned>(c - '0');
+    char const letter = foldedCase(c);
+    return letter >= 'a' && letter <= 'f' ? static_cast<unsigned>(letter - 'a' + 10) : 16;
+}
+
+void appendUtf8(uint32_t code, std::string& out)
+{
+    auto const append = [&out](uint32_t byte) { out += static_cast<char>(byte); };
+    if (code < 0x80)
+        return append(code);
+    if (code < 0x800) {
+        append(0xc0 | code >> 6);
+    } else {
+        if (code < 0x10000) {
+            append(0xe0 | code >> 12);
+        } else {
+            append(0xf0 | code >> 18);
+            append(0x80 | (code >> 12 & 0x3f));
+        }
+        append(0x80 | (code >> 6 & 0x3f));
+    }
+    append(0x80 | (code & 0x3f));
+}
 
 Escape readEscape(Escapes escapes, std::string_view chars, size_t at)
 {

@@ -8,6 +8,12 @@
 
 namespace zdialects {
 
+/// Returns the value of a hexadecimal digit; 16 for any other character.
+unsigned digitOf(char c);
+
+/// Appends a code point as UTF-8.
+void appendUtf8(uint32_t code, std::string& out);
+
 // Letters after a backslash, and their meanings in the same order.
 struct EscapeSet {
     std::string_view letters;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "percent_names.h"
+
 namespace zdialects {
 
 namespace {
@@ -136,6 +138,8 @@ std::string_view decodeHead(Switches const& switches, std::string_view spelled, 
     std::string_view name = spelled;
     if (switches.heads == Heads::subsection)
         name = decodeSubsection(switches, spelled, space);
+    else if (switches.names == Names::percent)
+        name = decodePercents(spelled, space);
     return name == "." ? std::string_view(".]1") : name;
 }
 

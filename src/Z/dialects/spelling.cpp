@@ -9,8 +9,8 @@
 
 #include "../lines/alignment.h"
 #include "escapes.h"
-#include "heads.h"
 #include "logical_line.h"
+#include "percent_names.h"
 #include "plain_values.h"
 #include "switched_dialect.h"
 
@@ -464,6 +464,18 @@ size_t SwitchedDialect::maxLineLength() const
     return switches_.lineLimit == LineLimit::bytes4094 ? kShort : kMaxLineLength;
 }
 
+namespace {
+
+void appendName(Names names, std::string_view name, std::string& out)
+{
+    if (names == Names::percent)
+        appendPercents(name, out);
+    else
+        out += name;
+}
+
+}  // namespace
+
 void SwitchedDialect::appendHeader(std::string_view name, std::string& out) const
 {
     if (name == ".]1")
@@ -476,7 +488,9 @@ void SwitchedDialect::appendHeader(std::string_view name, std::string& out) cons
     size_t const dot = switches_.heads == Heads::subsection && name != "."
                            ? std::min(name.find('.'), name.size())
                            : name.size();
-    (out += '[') += name.substr(0, dot);
+    out += '[';
+    appendName(switches_.heads == Heads::subsection ? Names::plain : switches_.names,
+               name.substr(0, dot), out);
     if (dot < name.size()) {
         out += " \"";
         for (char const c : name.substr(dot + 1)) {
@@ -491,7 +505,7 @@ void SwitchedDialect::appendHeader(std::string_view name, std::string& out) cons
 
 void SwitchedDialect::appendKey(std::string_view name, std::string& out) const
 {
-    out += name;
+    appendName(switches_.names, name, out);
 }
 
 unsigned SwitchedDialect::spellingCount() const

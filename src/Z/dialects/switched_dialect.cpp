@@ -3,6 +3,7 @@
 #include "heads.h"
 #include "line_reader.h"
 #include "logical_line.h"
+#include "percent_names.h"
 #include "table.h"
 #include "values.h"
 
@@ -40,8 +41,10 @@ std::string_view SwitchedDialect::writtenStanza(std::string_view text, Line cons
 std::string_view SwitchedDialect::writtenKey(std::string_view text, Line const& line,
                                              std::string& space) const
 {
-    return LineJoining(switches_, characters_)
-        .joined(slice(text, line.nameBegin(), line.nameEnd), space);
+    std::string_view const spelled =
+        LineJoining(switches_, characters_)
+            .joined(slice(text, line.nameBegin(), line.nameEnd), space);
+    return switches_.names == Names::percent ? decodePercents(spelled, space) : spelled;
 }
 
 std::string_view SwitchedDialect::stanzaName(std::string_view text, Line const& header,

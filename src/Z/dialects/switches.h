@@ -129,6 +129,10 @@ enum Refusal : uint8_t {
     refusalPhp = 16            // lines that PHP cannot parse
 };
 
+// The spelling of names. With `percent`, "%20" and "%U20AC" are characters, and a backslash is "/";
+// not in headers with subsections.
+enum class Names : uint8_t { plain, percent };
+
 struct Switches {
     uint8_t marks = markHash;
     uint8_t trailing = 0;
@@ -161,13 +165,14 @@ struct Switches {
     CommentStyle commentStyle = CommentStyle::hash;
     LineLimit lineLimit = LineLimit::mebibyte;
     uint8_t refusals = 0;
+    Names names = Names::plain;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 31;
+constexpr int kSwitchCount = 32;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

@@ -164,6 +164,7 @@ constexpr Row kRows[] = {
          .separatorStyle = SeparatorStyle::tightEquals,
          .notPlain = notPlainReturns | notPlainCommas,
          .commentStyle = CommentStyle::semicolon,
+         .names = Names::percent,
      }},
     {"kconfig",
      {
@@ -261,6 +262,7 @@ constexpr Form kForms[] = {
     {"commentStyle", false, "hash semicolon"},
     {"lineLimit", false, "mebibyte bytes4094"},
     {"refusals", true, "repeatedHeads repeatedKeys passedOver notUtf8 php"},
+    {"names", false, "plain percent"},
 };
 static_assert(std::size(kForms) == kSwitchCount);
 

@@ -1,0 +1,125 @@
+#include "percent_names.h"
+
+#include <stdint.h>
+
+#include "characters.h"
+#include "escapes.h"
+
+namespace zdialects {
+
+namespace {
+
+constexpr size_t kShortDigits = 2;
+constexpr size_t kLongDigits = 4;  // after U
+constexpr uint32_t kFirstSurrogate = 0xd800;
+constexpr uint32_t kFirstLowSurrogate = 0xdc00;
+constexpr uint32_t kAfterSurrogates = 0xe000;
+
+// Reads the number after the percent sign at `at`. Returns the index after it, or 0.
+size_t readUnit(std::string_view spelled, size_t at, uint32_t& unit)
+{
+    bool const isLong = spelled.substr(at + 1).starts_with('U');
+    size_t const first = at + (isLong ? 2 : 1);
+    size_t const end = first + (isLong ? kLongDigits : kShortDigits);
+    if (end > spelled.size())
+        return 0;
+    unit = 0;
+    for (size_t i = first; i < end; ++i) {
+        unsigned const digit = digitOf(spelled[i]);
+        if (digit >= 16)
+            return 0;
+        unit = unit * 16 + digit;
+    }
+    return end;
+}
+
+// Reads a character, which may be a pair of surrogates. Returns the index after it, or 0.
+size_t readCharacter(std::string_view spelled, size_t at, uint32_t& code)
+{
+    size_t const end = readUnit(spelled, at, code);
+    if (end == 0 || code < ' ' || code == 0x7f)
+        return 0;
+    if (code < kFirstSurrogate || code >= kAfterSurrogates)
+        return end;
+    uint32_t low = 0;
+    size_t const lowEnd = code < kFirstLowSurrogate && spelled.substr(end).starts_with('%')
+                              ? readUnit(spelled, end, low)
+                              : 0;
+    if (lowEnd == 0 || low < kFirstLowSurrogate || low >= kAfterSurrogates)
+        return 0;
+    code = 0x10000 + ((code - kFirstSurrogate) << 10) + (low - kFirstLowSurrogate);
+    return lowEnd;
+}
+
+void appendUnit(uint32_t unit, std::string& out)
+{
+    static char const digits[] = "0123456789ABCDEF";
+    out += unit > 0xff ? "%U" : "%";
+    for (int shift = unit > 0xff ? 12 : 4; shift >= 0; shift -= 4)
+        out += digits[unit >> shift & 0xf];
+}
+
+// Returns the length of the valid sequence of UTF-8 at the start of `text`, or 0.
+size_t readUtf8(std::string_view text, uint32_t& code)
+{
+    auto const byteAt = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char const first = byteAt(0);
+    size_t const length = first < 0x80   ? 1
+                          : first < 0xc2 ? 0
+                          : first < 0xe0 ? 2
+                          : first < 0xf0 ? 3
+                          : first < 0xf5 ? 4
+                                         : 0;
+    if (length == 0 || length > text.size())
+        return 0;
+    code = length == 1 ? first : first & (0xffu >> (length + 1));
+    for (size_t i = 1; i < length; ++i) {
+        if ((byteAt(i) & 0xc0) != 0x80)
+            return 0;
+        code = code << 6 | (byteAt(i) & 0x3f);
+    }
+    bool const isShorter = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
+    bool const isSurrogate = code >= kFirstSurrogate && code < kAfterSurrogates;
+    return isShorter || isSurrogate || code > 0x10ffff ? 0 : length;
+}
+
+}  // namespace
+
+std::string_view decodePercents(std::string_view spelled, std::string& space)
+{
+    size_t const first = spelled.find_first_of("%\\");
+    if (first == spelled.npos)
+        return spelled;
+    std::string name(spelled.substr(0, first));
+    for (size_t at = first; at < spelled.size();) {
+        uint32_t code = 0;
+        size_t const end = spelled[at] == '%' ? readCharacter(spelled, at, code) : 0;
+        if (end != 0)
+            appendUtf8(code, name);
+        else
+            name += spelled[at] == '\\' ? '/' : spelled[at];
+        at = end != 0 ? end : at + 1;
+    }
+    return space = std::move(name);
+}
+
+void appendPercents(std::string_view name, std::string& out)
+{
+    while (!name.empty()) {
+        uint32_t code = 0;
+        size_t const length = readUtf8(name, code);
+        char const c = name.front();
+        if (c == '/')
+            out += '\\';
+        else if (length == 0 || isLetter(c) || isDigit(c) || c == '_' || c == '-' || c == '.')
+            out += c;
+        else if (code >= 0x10000)
+            appendUnit(kFirstSurrogate + ((code - 0x10000) >> 10), out),
+                appendUnit(kFirstLowSurrogate + ((code - 0x10000) & 0x3ff), out);
+        else
+            appendUnit(code, out);
+        name.remove_prefix(length == 0 ? 1 : length);
+    }
+}
+
+}  // namespace zdialects
