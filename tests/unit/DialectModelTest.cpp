@@ -20,6 +20,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -135,14 +136,37 @@ TEST(DialectModel, ReadsEachSampleAsItsReadingSpecifies)
     }
 }
 
-TEST(DialectModel, HasSamplesOfEachDialect)
+TEST(DialectModel, HasASampleOfEachRuleOfEachDialect)
 {
-    std::map<std::string, int> count;
-    for (Sample const& sample : samples())
-        ++count[sample.dialect];
-    for (Dialect const& dialect : kDialects)
-        EXPECT_LE(15, count[std::string(dialect.name)]) << dialect.name;
-    EXPECT_EQ(std::size(kDialects), count.size());
+    std::map<std::string, std::set<std::string>> subjects;  // of each dialect
+    for (Sample const& sample : samples()) {
+        std::string const subject = sample.base.extension();
+        subjects[sample.dialect].insert(subject.substr(1));
+    }
+    EXPECT_EQ(std::size(kDialects), subjects.size());
+    for (Dialect const& dialect : kDialects) {
+        Switches const& rules = dialect.rules;
+        std::vector<std::string> needed = {
+            "blanks",    "byte-order-mark", "bytes",        "comments", "continuation",
+            "headers",   "key-alone",       "line-endings", "names",    "repeated-key",
+            "separator", "trailing",        "utf-16",       "zero-byte"};
+        if (rules.heads != Heads::none)
+            needed.insert(needed.end(), {"no-key", "repeated-header", "top"});
+        if (rules.heads != Heads::none && rules.repeatedHead != RepeatedHead::refused)
+            needed.push_back("comments-at-repeated-headers");
+        if (rules.escapes == Escapes::none || rules.quoting != Quoting::none)
+            needed.push_back("quotes");
+        if (rules.escapes != Escapes::none && rules.escapes != Escapes::php &&
+            rules.escapes != Escapes::environment)
+            needed.push_back("escapes");
+        if (rules.markers & dollarSuffix)
+            needed.push_back("markers");
+        if (rules.names == Names::percent)
+            needed.push_back("percent");
+        for (std::string const& subject : needed)
+            EXPECT_TRUE(subjects[std::string(dialect.name)].contains(subject))
+                << dialect.name << " has no sample \"" << subject << '"';
+    }
 }
 
 TEST(DialectModel, LinesCoverEachSampleHoweverItIsCut)
