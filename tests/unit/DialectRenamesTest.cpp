@@ -130,19 +130,27 @@ void expectText(std::string const& dialect, std::string const& text,
 std::vector<std::string> const kKeys = {"k", "j", "l"};
 std::vector<std::string> const kValues = {"1", "2", "3"};
 
+// Renames a stanza and changes all its values.
+std::vector<Change> const kRenaming = {renameStanza("a", "z"), set("z", "k", "5"),
+                                       set("z", "j", "6"), set("z", "l", "7")};
+
+// Calls `test(dialect, form)` for each dialect whose files have stanzas.
+template <class Test>
+void forEachFormWithStanzas(Test test)
+{
+    for (Dialect const& dialect : kDialects)
+        if (Form const form(dialect); form.hasStanzas)
+            test(std::string(dialect.name), form);
+}
+
 }  // namespace
 
 TEST(DialectRenames, AStanzaWithAllValuesChangedKeepsItsLines)
 {
-    for (Dialect const& dialect : kDialects) {
-        Form const form(dialect);
-        if (!form.hasStanzas)
-            continue;
-        std::vector<Change> const changes = {renameStanza("a", "z"), set("z", "k", "5"),
-                                             set("z", "j", "6"), set("z", "l", "7")};
-        expectText(std::string(dialect.name), form.lines("a", kKeys, kValues) + form.end(), changes,
+    forEachFormWithStanzas([](std::string const& dialect, Form const& form) {
+        expectText(dialect, form.lines("a", kKeys, kValues) + form.end(), kRenaming,
                    form.lines("z", kKeys, {"5", "6", "7"}) + form.end());
-    }
+    });
 }
 
 TEST(DialectRenames, AKeyWithAnotherValueKeepsItsLine)
@@ -160,17 +168,14 @@ TEST(DialectRenames, AKeyWithAnotherValueKeepsItsLine)
 
 TEST(DialectRenames, StanzaAndKeysTogetherKeepTheirLines)
 {
-    for (Dialect const& dialect : kDialects) {
-        Form const form(dialect);
-        if (!form.hasStanzas)
-            continue;
+    forEachFormWithStanzas([](std::string const& dialect, Form const& form) {
         std::vector<Change> const changes = {renameKey("a", "k", "kk"), renameStanza("a", "y"),
                                              renameKey("y", "j", "jj"), set("y", "kk", "5"),
                                              renameStanza("y", "z"),    renameKey("z", "kk", "kkk"),
                                              set("z", "jj", "6"),       set("z", "l", "7")};
-        expectText(std::string(dialect.name), form.lines("a", kKeys, kValues) + form.end(), changes,
+        expectText(dialect, form.lines("a", kKeys, kValues) + form.end(), changes,
                    form.lines("z", {"kkk", "jj", "l"}, {"5", "6", "7"}) + form.end());
-    }
+    });
 }
 
 TEST(DialectRenames, TwoNamesAreExchanged)
@@ -222,18 +227,15 @@ TEST(DialectRenames, TheNameOfARemovedKeyOrStanzaIsTaken)
 
 TEST(DialectRenames, TheOldNameIsUsedAgain)
 {
-    for (Dialect const& dialect : kDialects) {
-        Form const form(dialect);
-        if (!form.hasStanzas)
-            continue;
-        std::vector<Change> const changes = {renameStanza("a", "z"), set("z", "k", "5"),
-                                             set("z", "j", "6"),     set("z", "l", "7"),
-                                             set("a", "k", "1"),     set("a", "j", "2")};
+    forEachFormWithStanzas([](std::string const& dialect, Form const& form) {
+        std::vector<Change> changes = kRenaming;
+        changes.push_back(set("a", "k", "1"));
+        changes.push_back(set("a", "j", "2"));
         std::string const text = form.lines("a", kKeys, kValues) + form.end();
         std::string const start = form.lines("z", kKeys, {"5", "6", "7"}) + form.end();
-        std::string const after = inOneStore(std::string(dialect.name), text, changes);
-        EXPECT_EQ(start, after.substr(0, start.size())) << dialect.name;
-    }
+        std::string const after = inOneStore(dialect, text, changes);
+        EXPECT_EQ(start, after.substr(0, start.size())) << dialect;
+    });
 }
 
 TEST(DialectRenames, AStanzaThatStandsAloneKeepsItsLines)
