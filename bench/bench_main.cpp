@@ -250,8 +250,8 @@ public:
         }
     }
 
-    // Prints the targets of all rows or, for a check, of those that miss one. Returns whether all
-    // are met.
+    // Prints the targets of all rows or, for a check, the targets that are missed. Returns whether
+    // all are met.
     bool printTargets()
     {
         bool hasHeader = isCheck_;

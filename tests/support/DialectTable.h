@@ -131,7 +131,7 @@ enum NotPlain : unsigned {
     constants = 128
 };
 
-// Bits of `refusals`: what the readers of the format refuse, although the model reads it.
+// Bits of `refusals`: lines that the readers of the format refuse, although the model reads them.
 enum Refusal : unsigned {
     repeatedHeads = 1,
     repeatedKeys = 2,

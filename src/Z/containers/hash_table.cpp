@@ -158,7 +158,7 @@ void HashTable::remove(NodeIndex index)
     if (node.placed != 0)
         destroyPlaced(node);
     if (size_ == 0) {
-        // Every node is free: number them anew, and keep only the cells of the first ones.
+        // Every node is free: number them from 0, and keep only the cells of the first ones.
         nodesUsed_ = 0;
         freeNodes_ = 0;
         ascends_ = true;
