@@ -255,7 +255,9 @@ def read_kconfig(path):
         line = line.strip()
         if line.startswith("[") and "]" in line:
             chain = re.match(r"(\[[^]]*\])+", line)[0]
-            groups = [part for part in chain[1:-1].split("][") if part[:1] != "$"]
+            groups = chain[1:-1].split("][")
+            if groups[-1] == "$i" and chain == line:  # a mark
+                groups.pop()
         elif "=" in line and not line.startswith("#"):
             key = re.sub(r"\[\$[^]]*\]", "", line.partition("=")[0]).strip()
             if not key or (tuple(groups), key) in seen:
