@@ -243,7 +243,7 @@ TEST_F(ZPropertiesVisit, CacheOfADerivedClassIsAsked)
     EXPECT_STREQ("1", snapshot.getValue("z", "k"));
 }
 
-// The values of every key, as random changes of a store leave them, are the values that a visit passes.
+// After random changes of a store, a visit passes the values that lookups find.
 TEST_F(ZPropertiesVisit, PassesWhatLookupsFind)
 {
     load(kText);
