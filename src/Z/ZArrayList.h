@@ -101,8 +101,8 @@ public:
     ///         A ZArrayList_6_0 whose elements are all of one of the library's string classes is
     ///         sorted by keys if the comparator is a ZDefaultSortCompare_6_0, with the same
     ///         result: 32 bytes per element, and in a locale that does not collate by bytes up to
-    ///         256 MiB of collation keys and 4 bytes per element. Without that memory it compares
-    ///         the strings.
+    ///         256 MiB of collation keys and 4 bytes per element. Without that memory, and for
+    ///         strings that are long in such a locale, it compares the strings.
     void sort(ZSortCompare_6_0 const& comparator,
               ZSortCompare_6_0::sortorder const& order) override;
 

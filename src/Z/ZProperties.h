@@ -250,7 +250,8 @@ public:
     /// have no line in the file, such as keys with obfuscated values, follow the others.
     /// Returns the first result of `visitor` that is not 0, else 0; such a result ends the visit.
     /// range   `context` is passed on. In a cache of a class outside the library, the entries have
-    ///         the order of categoryNames() and keyNames().
+    ///         the order of categoryNames() and keyNames(), and a change by `visitor` is not
+    ///         always detected.
     /// owns    the strings of an entry are borrowed until `visitor` returns.
     /// throws  ZInvalidParameterException_6_0 if `visitor` is null;
     ///         ZPropertiesIteratorException_6_0 if `visitor` changes the store, or creates an

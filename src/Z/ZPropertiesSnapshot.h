@@ -25,9 +25,10 @@ public:
     /// Makes a snapshot of `store`.
     /// throws  ZOutOfMemoryException_6_0.
     /// threads locks the store, and waits while another thread loads it.
-    /// cost    O(1) if nothing has changed since the last snapshot of the store. Otherwise, and
-    ///         for a cache of a class outside the library or with lists that a caller of
-    ///         ZPCache_6_0::get() may still change, O(size): a copy of the contents.
+    /// cost    O(1) if nothing has changed since the last snapshot of the store. Otherwise O(size):
+    ///         a copy of the contents. Also O(size) for a cache of a class outside the library, and
+    ///         until the next reload() after functions that create lists of values, which their
+    ///         holder can change: ZPCache_6_0::get(), iterators over values, addValue().
     explicit ZPropertiesSnapshot_6_0(ZProperties_6_0 const& store);
 
     /// Shares the contents of `other`.

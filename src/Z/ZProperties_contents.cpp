@@ -178,7 +178,7 @@ std::shared_ptr<ZProperties_6_0::Rep::Frozen const> ZProperties_6_0::Rep::freeze
         direct != nullptr && !ZPCategoryBasedCache_6_0::Visit::contentsOf(*direct).hasLists();
     unsigned long const changes = isCounted ? direct->changes() : 0;
     if (isCounted && rep.frozen != nullptr && rep.frozenAt == changes &&
-        rep.frozenGeneration == generation(store))
+        rep.frozenGeneration == generation(store) && rep.frozen->file == store.fileName_)
         return rep.frozen;
 
     std::unique_ptr<ZPCategoryBasedCache_6_0> cache;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "FailingAllocator.h"
+#include "LinearTime.h"
 #include "Raised.h"
 
 namespace {
@@ -206,7 +207,7 @@ TEST(ZArrayListSortStrings, RandomListsAreInTheOrderOfTheCallsOfCompare)
         for (int round = 0; round < Z_TEST_ROUNDS; ++round) {
             Strings strings;
             // Lists of any length from 0 on, of which few are long.
-            size_t const size = round % 200 == 0 ? 3000 : random() % (2 + random() % 150);
+            size_t const size = round % 200 == 0 ? 3000 : random() % (2 + random() % 300);
             ASSERT_NO_FATAL_FAILURE(expectSameOrder(randomElements(random, strings, size)))
                 << "round " << round;
         }
@@ -270,6 +271,51 @@ TEST(ZArrayListSortStrings, EqualStringsAndHardSequencesAreInTheOrderOfTheCallsO
             expectSameOrder(sawtooth);
         }
     }
+}
+
+// A collation key takes time for each byte of its string; a comparison ends at a difference.
+TEST(ZArrayListSortStrings, LongStringsTakeNoLongerThanByComparisons)
+{
+    ScopedLocale const locale("en_US.UTF-8");
+    for (int const count : {10, 100, 2000})
+        for (size_t const length : {size_t{32}, size_t{300}}) {
+            SCOPED_TRACE(std::to_string(count) + " of " + std::to_string(length) + " bytes");
+            std::mt19937 random(31021);
+            Strings strings;
+            Elements elements;
+            for (int i = 0; i < count; ++i) {
+                std::string text;
+                while (text.size() < length)
+                    text += static_cast<char>('a' + random() % 26);
+                elements.push_back(strings.make(Strings::local, text));
+            }
+            auto const sortBy = [&](ZSortCompare_6_0 const& comparator) {
+                return [&] {
+                    for (int round = 0; round < 20000 / count; ++round)
+                        sorted(elements, comparator, ZSortCompare_6_0::ascending);
+                };
+            };
+            ByCompare const calls;
+            EXPECT_TRUE(
+                takesAtMost(3, sortBy(calls), sortBy(ZSortCompare_6_0::defaultSortCompare())));
+        }
+}
+
+// Each view is measured once.
+TEST(ZArrayListSortStrings, ALongViewIsReadOnce)
+{
+    std::string const first(1 << 20, 'a');
+    Strings strings;
+    auto const prepare = [&](size_t count) {
+        auto const elements = std::make_shared<Elements>();
+        elements->push_back(strings.make(Strings::localView, first));
+        for (size_t i = 0; i < count; ++i)
+            elements->push_back(strings.make(Strings::localView, "a" + std::to_string(i)));
+        return [elements] {
+            sorted(*elements, ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
+        };
+    };
+    EXPECT_TRUE(takesAtMost(30, prepare(1), prepare(2000)));
 }
 
 TEST(ZArrayListSortStrings, AViewIsSortedByItsPresentText)

@@ -414,6 +414,16 @@ TEST_F(ZPropertiesSnapshot, AnswersAsTheStore)
                                                        [&] { snapshot.visit(nullptr, nullptr); }));
 }
 
+TEST_F(ZPropertiesSnapshot, HasTheFileNameOfItsMoment)
+{
+    store_.setValue("a", "b", "c");
+    ZPropertiesSnapshot_6_0 const before(store_);
+    store_.store(directory_.at("new").c_str());
+    ZPropertiesSnapshot_6_0 const after(store_);
+    EXPECT_STREQ("", before.fileName());
+    EXPECT_STREQ(directory_.at("new").c_str(), after.fileName());
+}
+
 TEST_F(ZPropertiesSnapshot, OutlivesItsStore)
 {
     auto store = std::make_unique<ZStanzaFileProperties_6_0>(1);

@@ -51,13 +51,15 @@ bool isExactly(ZObject_6_0 const* element)
 }
 
 template <class String>
+constexpr bool kIsView = std::is_base_of_v<ZAbstractConstString_6_0, String>;
+
+template <class String>
 Text textOf(ZObject_6_0 const* element)
 {
     auto const string = static_cast<String const*>(element);
     char const* const bytes = string->String::getChars();
-    // The length that a view has measured may be out of date.
-    if constexpr (std::is_base_of_v<ZAbstractConstString_6_0, String>)
-        return {bytes, strlen(bytes)};
+    if constexpr (kIsView<String>)
+        return {bytes, strlen(bytes)};  // the length that a view has measured may be out of date
     else
         return {bytes, string->String::getLength()};
 }
@@ -68,14 +70,39 @@ class OwnTexts {
 public:
     explicit OwnTexts(ZObject_6_0* const* elements) : elements_(elements) {}
 
+    /// Measures views once. Returns false if a view is not of the class, or if there is not enough
+    /// memory.
+    bool make(unsigned int count)
+    {
+        if constexpr (kIsView<String>) {
+            views_.reset(static_cast<Text*>(malloc(size_t{count} * sizeof(Text))));
+            for (unsigned int i = 0; views_ != nullptr && i < count; ++i) {
+                if (elements_[i] == nullptr)
+                    continue;
+                if (!isExactly<String>(elements_[i]))
+                    return false;
+                views_.get()[i] = textOf<String>(elements_[i]);
+            }
+            return views_ != nullptr;
+        }
+        return true;
+    }
+
     /// Whether the element is a string of the class.
     static bool isText(ZObject_6_0 const* element) { return isExactly<String>(element); }
-    Text text(uint32_t number) const { return textOf<String>(elements_[number]); }
+    Text text(uint32_t number) const
+    {
+        if constexpr (kIsView<String>)
+            return views_.get()[number];
+        else
+            return textOf<String>(elements_[number]);
+    }
     /// Does nothing: the bytes decide.
     static bool correct(Record*, size_t, bool&) { return true; }
 
 private:
     ZObject_6_0* const* const elements_;
+    zmemory::MallocPtr<Text> views_;
 };
 
 // The collation keys of the strings: their bytes compare almost as strcoll() compares the
@@ -89,22 +116,14 @@ public:
     /// the class, or if the strings are so long that comparing them is cheaper.
     bool make(unsigned int count)
     {
+        if (!isWorthwhile(count))
+            return false;
         starts_.reset(static_cast<uint32_t*>(malloc((size_t{count} + 1) * sizeof(uint32_t))));
         if (starts_ == nullptr)
             return false;
-        // A key costs as much per byte of the string as a comparison that finds no difference. The
-        // comparisons of a sort mostly find one early; there are about log2(count) per string.
-        size_t const most = 32 * size_t{std::bit_width(count)} * count;
-        size_t total = 0;
         for (unsigned int i = 0; i < count; ++i) {
             starts_.get()[i] = static_cast<uint32_t>(size_);
-            if (elements_[i] == nullptr)
-                continue;
-            if (!isExactly<String>(elements_[i]))
-                return false;
-            Text const text = textOf<String>(elements_[i]);
-            total += text.length;
-            if (total > most || !append(text.bytes))
+            if (elements_[i] != nullptr && !append(textOf<String>(elements_[i]).bytes))
                 return false;
         }
         starts_.get()[count] = static_cast<uint32_t>(size_);
@@ -149,6 +168,28 @@ public:
     }
 
 private:
+    // Returns whether all strings are of the class and so short that keys are cheaper than
+    // comparisons. A key takes time for each byte of its string. The comparisons of a sort, about
+    // log2(count) per string, mostly end at an early byte: each costs as much as three bytes of a
+    // key when strings differ at once.
+    bool isWorthwhile(unsigned int count) const
+    {
+        if (count < kMinCount)
+            return false;
+        size_t const most = 3 * size_t{std::bit_width(count)} * count;
+        size_t total = 0;
+        for (unsigned int i = 0; i < count; ++i) {
+            if (elements_[i] == nullptr)
+                continue;
+            if (!isExactly<String>(elements_[i]))
+                return false;
+            total += textOf<String>(elements_[i]).length;
+            if (total > most)
+                return false;
+        }
+        return true;
+    }
+
     // Compares by strcoll(), unless the keys differ in the first level, the weights of the letters
     // and digits: then both agree. Accents, case and punctuation follow the separator.
     int compare(Record const& left, Record const& right) const
@@ -189,6 +230,8 @@ private:
         capacity_ = capacity;
         return true;
     }
+
+    static constexpr unsigned int kMinCount = 32;  // fewer keys take longer than comparisons
 
     ZObject_6_0* const* const elements_;
     zmemory::MallocPtr<char> keys_;
@@ -344,8 +387,10 @@ bool sortTexts(Texts const& texts, ZObject_6_0** elements, unsigned int count, b
 template <class String>
 bool sortStringsOf(ZObject_6_0** elements, unsigned int count, bool ascending)
 {
-    if (collatesByBytes())
-        return sortTexts(OwnTexts<String>(elements), elements, count, ascending);
+    if (collatesByBytes()) {
+        OwnTexts<String> texts(elements);
+        return texts.make(count) && sortTexts(texts, elements, count, ascending);
+    }
     CollationKeys<String> keys(elements);
     return keys.make(count) && sortTexts(keys, elements, count, ascending);
 }
