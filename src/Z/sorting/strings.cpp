@@ -171,7 +171,7 @@ private:
     // Returns whether all strings are of the class and so short that keys are cheaper than
     // comparisons. A key takes time for each byte of its string. The comparisons of a sort, about
     // log2(count) per string, mostly end at an early byte: each costs as much as three bytes of a
-    // key when strings differ at once.
+    // key if the strings differ in their first bytes.
     bool isWorthwhile(unsigned int count) const
     {
         if (count < kMinCount)
