@@ -109,7 +109,9 @@ ROWS = [
      lambda data, message: re.search(rb"^(\xef\xbb\xbf)?[ \t]*\[[^\n]*[#;]",
                                      data, re.M) is not None),
     ("sh", "other programs than a shell read values with its operators, and lines that it runs",
-     lambda data, message: re.search(rb"[()&|;<>`${}'\"]", data) is not None),
+     lambda data, message: re.search(rb"[()&|;<>`${}'\"]|^[ \t]*(!|if|then|elif|else|fi|for|while|"
+                                     rb"until|do|done|case|esac)([ \t]|$)",
+                                     data, re.M) is not None),
     ("QSettings", "the reader has a status for lines without a separator, and reads all others",
      lambda data, message: re.search(rb"^(?![;\[])[^=\n]*[^=\s][^=\n]*$|\][^=\n]+=", data,
                                      re.M) is not None),
