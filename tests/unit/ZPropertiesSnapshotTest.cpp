@@ -22,6 +22,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
@@ -526,8 +527,12 @@ TEST_F(ZPropertiesSnapshot, LookupsAllocateNothing)
 TEST_F(ZPropertiesSnapshot, ReadersSeeWholeGenerations)
 {
     load("[s]\na = 0\nb = 0\n");
-    std::atomic<std::shared_ptr<ZPropertiesSnapshot_6_0 const>> current(
-        std::make_shared<ZPropertiesSnapshot_6_0 const>(store_));
+    std::mutex mutex;
+    ZPropertiesSnapshot_6_0 current(store_);  // guarded by `mutex`
+    auto const latest = [&] {
+        std::lock_guard<std::mutex> const guard(mutex);
+        return current;
+    };
     std::atomic<bool> isDone = false;
     std::atomic<unsigned> wrong = 0;
     std::vector<std::thread> readers;
@@ -535,22 +540,24 @@ TEST_F(ZPropertiesSnapshot, ReadersSeeWholeGenerations)
         readers.emplace_back([&] {
             unsigned last = 0;
             while (!isDone) {
-                auto const snapshot = current.load();
-                unsigned const a = snapshot->getIntegerValue("s", "a", 1, 0);
-                wrong += a != snapshot->getIntegerValue("s", "b", 1, 0) || a < last;
+                ZPropertiesSnapshot_6_0 const snapshot = latest();
+                unsigned const a = snapshot.getIntegerValue("s", "a", 1, 0);
+                wrong += a != snapshot.getIntegerValue("s", "b", 1, 0) || a < last;
                 last = a;
             }
         });
     for (unsigned i = 1; i <= 300; ++i) {
         store_.setIntegerValue("s", "a", i);
         store_.setIntegerValue("s", "b", i);
-        current.store(std::make_shared<ZPropertiesSnapshot_6_0 const>(store_));
+        ZPropertiesSnapshot_6_0 const next(store_);
+        std::lock_guard<std::mutex> const guard(mutex);
+        current = next;
     }
     isDone = true;
     for (std::thread& reader : readers)
         reader.join();
     EXPECT_EQ(0u, wrong);
-    EXPECT_EQ(300u, current.load()->getIntegerValue("s", "a", 1, 0));
+    EXPECT_EQ(300u, latest().getIntegerValue("s", "a", 1, 0));
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
