@@ -107,6 +107,17 @@ def judge(peer, dialect, files, print_reading, report, table):
     return unexplained
 
 
+def print_reasons(table, example, kind, unexplained):
+    """Prints the cases of each (reader, reason), and the cases without a reason. Returns the exit
+    code."""
+    for (name, reason), cases in sorted(table.items()):
+        print(f"{len(cases):6}  {name}: {reason}; {example(cases)}")
+    for line in unexplained:
+        print(line)
+    print(f"\n{len(unexplained)} {kind} without a reason")
+    return 1 if unexplained else 0
+
+
 def main():
     print_reading = sys.argv[1]
     groups = [("samples", samples(sys.argv[2])),
@@ -129,12 +140,7 @@ def main():
                 print(f"{peer.name + ', ' + group:38}{report.files:6}{report.agree:7}"
                       f"{report.both:17}{report.differ:8}", flush=True)
     print("\nDifferences")
-    for (name, reason), paths in sorted(table.items()):
-        print(f"{len(paths):6}  {name}: {reason}; {os.path.basename(paths[0])}")
-    for line in unexplained:
-        print(line)
-    print(f"\n{len(unexplained)} differences without a reason")
-    return 1 if unexplained else 0
+    return print_reasons(table, lambda paths: os.path.basename(paths[0]), "differences", unexplained)
 
 
 if __name__ == "__main__":

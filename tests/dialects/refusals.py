@@ -183,12 +183,7 @@ def main():
                 print(f"{peer.name + ', ' + dialect:38}{len(paths):6}{both:7}{alone:12}{silent:8}",
                       flush=True)
     print("\nFiles without an error that a reader refuses")
-    for (name, why), files in sorted(table.items()):
-        print(f"{len(files):6}  {name}: {why}; {min(files, key=len)!r}")
-    for line in unexplained:
-        print(line)
-    print(f"\n{len(unexplained)} silences without a reason")
-    return 1 if unexplained else 0
+    return judge.print_reasons(table, lambda files: repr(min(files, key=len)), "silences", unexplained)
 
 
 if __name__ == "__main__":
