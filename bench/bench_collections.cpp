@@ -1,4 +1,4 @@
-// Containers: list add, index, and insertion and removal at the front; key map insert, hit and
+// Containers: list add, index, and insertion and removal at index 0; key map insert, hit and
 // miss.
 #include <Z/ZArrayList.h>
 #include <Z/ZHashKeyMap.h>

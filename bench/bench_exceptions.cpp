@@ -50,7 +50,7 @@ struct RuntimeError {
     static void report(Base& exception) { reportLikeZ(exception); }
 };
 
-// The work of the library's: an exception that its own member throws as a copy.
+// Does the work of the library's exceptions: one of its functions throws a copy of it.
 class CopiedError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

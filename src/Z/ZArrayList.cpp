@@ -79,8 +79,8 @@ ZObject_6_0** moveSlots(ZObject_6_0** slots, unsigned int used, unsigned int len
     return static_cast<ZObject_6_0**>(block);
 }
 
-// A list with at least so many elements has free slots before them, for insertion and removal in
-// its first half. Moving all elements of a shorter list is cheaper.
+// A list with at least this number of elements has free slots before them, for insertion and
+// removal in its first half. Moving all elements of a shorter list is cheaper.
 constexpr unsigned int kLongList = 8;
 
 // The order of a sort by a comparator.
@@ -497,8 +497,8 @@ int ZArrayList_6_0::indexOf(ZListIterator_6_0& iterator)
     return iterator.indexOf();
 }
 
-// Makes room for `count` elements, without an allocation if the capacity suffices and there is no
-// memory.
+// Ensures a capacity of `count` elements, without an allocation if the capacity suffices and there
+// is no memory.
 void ZArrayList_6_0::makeRoom(size_t count)
 {
     if (count <= slots_)

@@ -70,11 +70,11 @@
 ///                              and words of PHP
 ///     zDialectCommentStyle     mark of new comments, if both are marks: 0 hash; 1 semicolon
 ///     zDialectLineLimit        length of written lines: 0 mebibyte; 1 bytes4094
-///     zDialectRefusals         lines that load() accepts, but for which programs of the format
-///                              refuse the whole file; findProblems() lists them as errors:
-///                              1 repeatedHeads, except [DEFAULT]; 2 repeatedKeys; 4 passedOver:
-///                              lines that the dialect passes over; 8 notUtf8: all lines but
-///                              comments; 16 php: what PHP cannot parse
+///     zDialectRefusals         lines that load() accepts, although programs of the format refuse
+///                              the whole file because of them; findProblems() lists them as
+///                              errors: 1 repeatedHeads, except [DEFAULT]; 2 repeatedKeys; 4
+///                              passedOver: lines that the dialect passes over; 8 notUtf8: all
+///                              lines but comments; 16 php: what PHP cannot parse
 ///     zDialectNames            0 plain; 1 percent: "%20" and "%U20AC" are characters in names, and
 ///                              a backslash is "/"; not with zDialectHeads 4
 enum ZStanzaSwitch : int {

@@ -26,14 +26,14 @@ def changed(*pairs):
 
 
 def rows(verb, *lines):
-    """Returns rows of ToolTest.expect_rows(): arguments after the file, the file after, code and a
-    part of the report."""
+    """Returns rows of ToolTest.expect_rows(): arguments after the file, the file after, code and
+    words of the report."""
     return [(" ".join([verb, *arguments]), {"f": TEXT}, [verb, "f", *arguments], *expected(after))
             for arguments, after in lines]
 
 
 def expected(after):
-    """Returns output, code and files: `after` is the contents, or a code and a part of the report."""
+    """Returns output, code and files: `after` is the contents, or a code and words of the report."""
     if isinstance(after, tuple):
         return after[1], after[0], None
     return b"", DONE, None if after is SAME else {"f": after}

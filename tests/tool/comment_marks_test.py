@@ -10,7 +10,7 @@ SEVERAL = b"[s]\nk = 1\n\n# k = 2\n"
 
 
 def row(dialect, before, options, after, code=DONE):
-    """Returns a row of ToolTest.expect_rows(); `after` is the file or, after a failure, a part of the
+    """Returns a row of ToolTest.expect_rows(); `after` is the file or, after a failure, words of the
     report."""
     return (f"{dialect} {options} {before!r}", {"f": before},
             ["comment", "f", *options, "--dialect", dialect], b"" if code == DONE else after, code,

@@ -113,8 +113,8 @@ class ToolTest(unittest.TestCase):
     def expect_rows(self, rows):
         """Runs each row of a table: a name, the files before, the arguments, the output, the exit
         code and the files after, None if they are the same; the last element may be the standard
-        input. File names in arguments and output are relative. If the code is a failure, the output
-        is a part of the report."""
+        input. File names in arguments and output are relative. If the code is a failure, the
+        report contains the output."""
         for name, before, arguments, printed, code, after, *given in rows:
             with self.subTest(name):
                 self.write_files(before)

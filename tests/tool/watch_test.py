@@ -35,7 +35,7 @@ ROWS = [
      ["remote.o url x y"]),
 ]
 
-# The files, the arguments, the code, and a part of the report.
+# The files, the arguments, the code, and words of the report.
 REFUSALS = [
     ({}, ["f"], NO_ACCESS, b"f: cannot open: No such file"),
     ({"f": b"word\n"}, ["f"], INVALID_DATA, b"f:1:1: "),

@@ -139,7 +139,7 @@ char const* reasonToDiffer(DialectModel const& model, Change const& a, Change co
     };
     Change const& removal = removes(a) ? a : b;
     Change const& addition = adds(a) ? a : b;
-    bool isScattered = false;  // a key has lines in different parts of the stanza
+    bool isScattered = false;  // other keys are between lines of a key
     size_t left = 0;           // keys that show the place or the style of the new line
     for (Stanza const& stanza : model.stanzas)
         for (Key const& key : stanza.keys) {

@@ -145,7 +145,7 @@ private:
 };
 
 // Strings that are often equal, or prefixes of each other, up to a length beyond several keys; with
-// zero bytes, and with bytes that are no characters.
+// zero bytes, and with bytes that are not characters.
 std::string randomText(std::mt19937& random)
 {
     static char const* const pieces[] = {"a",

@@ -119,8 +119,8 @@ enum class CommentStyle : uint8_t { hash, semicolon };
 // The length of a written line.
 enum class LineLimit : uint8_t { mebibyte, bytes4094 };
 
-// Bits of `refusals`: lines that a load accepts, but for which programs of the format refuse the
-// whole file.
+// Bits of `refusals`: lines that a load accepts, although programs of the format refuse the whole
+// file because of them.
 enum Refusal : uint8_t {
     refusalRepeatedHeads = 1,  // except of the stanza DEFAULT
     refusalRepeatedKeys = 2,   // in a stanza

@@ -46,7 +46,7 @@ struct SideStanza {
 inline constexpr char kTopOfText[] = "\n";
 inline constexpr char kEndOfText[] = "\n\n";
 
-// The first character of the name of a line without a meaning, which has comments but is no key.
+// The first character of the name of a line without a meaning, which has comments but is not a key.
 // The comments stay with the line, which is not merged.
 inline constexpr char kOtherLine = '\n';
 

@@ -47,7 +47,7 @@ constexpr Meaning kMeanings[] = {
 // The stanza with the defaults of configparser, whose header can be repeated.
 constexpr std::string_view kDefaults = "DEFAULT";
 
-// Returns the number of bytes before the first that belongs to no character of UTF-8.
+// Returns the size in bytes of the longest valid UTF-8 prefix.
 size_t validPrefix(std::string_view text)
 {
     size_t at = 0;
@@ -172,7 +172,7 @@ void DialectInspector::found(Finding const& finding)
     complaints_.add(complaint);
 }
 
-// Returns for each line whether another line of its key counts in its place, or whether it is
+// Returns for each line whether another line of its key is valid instead, or whether it is
 // refused because it repeats a header or a key. Stores for each header the first header of its
 // stanza in `firstOf`.
 std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(

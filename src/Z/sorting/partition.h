@@ -15,15 +15,15 @@
 
 namespace zsorting {
 
-// A sequence, the template parameter of the functions below, refers to elements and has the members
-// below. It is passed by value, so that the compiler keeps it in registers.
+// A sequence, the template parameter of the functions below, refers to elements and has the
+// interface below. It is passed by value, so that the compiler keeps it in registers.
 //   Element          a pointer or a number that identifies an element; null or 0 for an empty slot
 //   get(at)          the element at an index; null past the end
 //   swap(one, other) exchanges two elements; does nothing unless both indices are in range
 //   sortsBefore(element, pivot), sortsAfter(element, pivot)
 //                    the order, of elements that are not null
 //   prefetch(at)     called before a scan that is likely to reach the index
-//   indices(count)   a block of so many numbers, valid until the next call; may throw
+//   indices(count)   a block of `count` numbers, valid until the next call; may throw
 // The comparison may change the sequence, so each function reads elements again after it.
 
 /// An unsorted range; includes both ends.

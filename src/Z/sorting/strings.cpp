@@ -113,7 +113,7 @@ public:
     explicit CollationKeys(ZObject_6_0* const* elements) : elements_(elements) {}
 
     /// Returns false if there is not enough memory, if the keys are too long, if a string is not of
-    /// the class, or if the strings are so long that comparing them is cheaper.
+    /// the class, or if comparing the strings is cheaper: they are few or long.
     bool make(unsigned int count)
     {
         if (!isWorthwhile(count))
@@ -271,7 +271,7 @@ private:
     uint32_t* const indices_;  // three per element
 };
 
-// Two blocks with room for a record per element each, on the stack for a short list.
+// Two blocks with the capacity of a record per element each, on the stack for a short list.
 class Blocks {
 public:
     /// Returns false if there is not enough memory.

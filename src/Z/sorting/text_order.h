@@ -79,7 +79,7 @@ inline size_t commonPrefix(Text one, Text other, size_t most)
 template <class Texts>
 class TextOrder {
 public:
-    /// range   `spare` has room for as many records as are sorted.
+    /// range   `spare` has the capacity of all records that are sorted.
     TextOrder(Texts const& texts, Record* spare) : texts_(texts), spare_(spare) {}
 
     /// Sorts the records from `begin` to `end`, whose strings have the first `depth` bytes in
@@ -141,8 +141,8 @@ private:
         return common;
     }
 
-    // Calls `visit` for each group of several records with equal keys whose strings continue after
-    // the key. Marks the records whose strings end within equal keys.
+    // Calls `visit` for each group of two or more records with equal keys whose strings continue
+    // after the key. Marks the records whose strings end within equal keys.
     template <class Visit>
     void forEachGroup(Record* begin, Record* end, Visit visit)
     {

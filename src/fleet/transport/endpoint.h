@@ -19,7 +19,7 @@ namespace zfleet {
 
 using Clock = std::chrono::steady_clock;
 
-// The names of the methods. Part of the wire format.
+// The names of the methods in the wire format.
 inline constexpr char kRangeMethod[] = "/etcdserverpb.KV/Range";
 inline constexpr char kTxnMethod[] = "/etcdserverpb.KV/Txn";
 inline constexpr char kAuthenticateMethod[] = "/etcdserverpb.Auth/Authenticate";
@@ -68,7 +68,7 @@ private:
     std::shared_ptr<grpc::Channel> channel_;  // guarded by mutex_
 };
 
-/// Returns the last part of the name of a method, such as "Range".
+/// Returns the name of a method without its service, such as "Range".
 std::string nameOfMethod(char const* method);
 
 }  // namespace zfleet
