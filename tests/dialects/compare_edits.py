@@ -16,10 +16,12 @@ import json
 import os
 import pathlib
 import random
+import re
 import shutil
 import statistics
 import subprocess
 import sys
+import tempfile
 import textwrap
 import time
 
@@ -58,16 +60,15 @@ class Edit:
         return expected
 
 
-def run(command, **options):
-    """Runs the command. Returns its exit code and the milliseconds that it took."""
+def run(command):
+    """Runs the command. Returns its exit code, the milliseconds that it took, and its messages."""
     started = time.monotonic()
     try:
-        code = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, timeout=60, check=False,
-                              **options).returncode
+        result = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.PIPE, timeout=60, check=False)
     except subprocess.TimeoutExpired:
-        code = -1
-    return code, (time.monotonic() - started) * 1000
+        return -1, (time.monotonic() - started) * 1000, b"took more than a minute"
+    return result.returncode, (time.monotonic() - started) * 1000, result.stderr
 
 
 # A function of each program gets a path and an edit, and returns what run() returns.
@@ -248,6 +249,7 @@ class Counts:
     def __init__(self):
         self.edits = self.one_line = self.more = self.most = self.refused = self.damaged = 0
         self.times = []
+        self.reasons = collections.Counter()
 
     def add(self, other):
         for name in ("edits", "one_line", "more", "refused", "damaged"):
@@ -255,22 +257,34 @@ class Counts:
         self.most = max(self.most, other.most)
         self.times += other.times
 
-    def cells(self):
-        median = f"{statistics.median(self.times):.1f}" if self.times else "–"
-        return [self.edits, self.one_line, self.more, self.most, self.refused, self.damaged, median]
+    def cells(self, ours):
+        """The cells of a row. OURS are the counts of zstz in the same formats."""
+        time = factor = "–"
+        if self.times:
+            time = f"{statistics.median(self.times):.1f}"
+            factor = f"{statistics.median(self.times) / statistics.median(ours.times):.1f}"
+        return [self.edits, self.one_line, self.more, self.most, self.refused, self.damaged, time,
+                factor]
+
+
+def reason(messages, path):
+    """The first message of a program, without its name and the path."""
+    lines = messages.decode("utf-8", "replace").splitlines() or ["no message"]
+    return re.sub(rf"^(zstz: )?({re.escape(path)}:)?(\d+:)*\s*", "", lines[0]).replace(path, "the file")
 
 
 def try_edit(edit_file, edit, original, reading, judge_of, directory, counts):
     path = os.path.join(directory, os.path.basename(original))
     shutil.copyfile(original, path)
     before = pathlib.Path(path).read_bytes()
-    code, milliseconds = edit_file(path, edit)
+    code, milliseconds, messages = edit_file(path, edit)
     after = pathlib.Path(path).read_bytes()
     os.unlink(path)
     counts.edits += 1
     if code != 0 or after == before:
         counts.refused += after == before
         counts.damaged += after != before
+        counts.reasons[edit.kind, reason(messages, path)] += 1
         return
     counts.times.append(milliseconds)
     copy = os.path.join(directory, "after")
@@ -312,9 +326,10 @@ them. An independent reader checked each result: the wanted value must be there,
 may differ; otherwise the file is damaged. An edit is refused if the program fails and the file
 is as before, or if it reports success and changes nothing. A removed value with multiple lines takes
 all of them, so more than one line can be right. The time is the median of whole processes that made
-an edit; compare rows with each other only. `zstz` waits until the disk has the file."""
+an edit, followed by its factor of the time of `zstz` in the same formats; the files are in memory,
+because `zstz` waits for the disk and other programs do not."""
 
-HEAD = ["edits", "one line", "more lines", "most", "refused", "damaged", "ms"]
+HEAD = ["edits", "one line", "more lines", "most", "refused", "damaged", "ms", "factor"]
 
 
 def table(rows, first):
@@ -336,8 +351,8 @@ def page(programs_, results, used):
         if name not in totals:
             continue
         if dialects is not None:
-            rows.append([f"zstz, where {name} edits"] + own[name].cells())
-        rows.append([name] + totals[name].cells())
+            rows.append([f"zstz, where {name} edits"] + own[name].cells(own[name]))
+        rows.append([name] + totals[name].cells(totals[name] if dialects is None else own[name]))
     formats = len([dialect for dialect in used if used[dialect]])
     lines = [
         "# Compared with other editors of configuration files",
@@ -354,9 +369,17 @@ def page(programs_, results, used):
         *[f"| {name} | {remark} |" for name, _, _, remark in programs_
           if remark and name in totals],
         "",
+        "## Edits that zstz refuses",
+        "",
+        "| Format | Edit | Edits | Reason |",
+        "|---|---|---:|---|",
+        *[f"| {dialect} | {kind} | {count} | {text} |" for dialect in used
+          for (kind, text), count in sorted(results[dialect, "zstz"].reasons.items())],
+        "",
         "## By format",
         "",
-        *table([[dialect, used[dialect], name] + results[dialect, name].cells()
+        *table([[dialect, used[dialect], name] +
+                results[dialect, name].cells(results[dialect, "zstz"])
                 for dialect in used if used[dialect] for name, _, _, _ in programs_
                 if (dialect, name) in results], ["Format", "Files", "Program"]),
     ]
@@ -370,9 +393,9 @@ def main():
     fetch(packages)
     files = chosen_files(print_reading, [*judge.ROOTS, packages])
     known = programs(os.path.realpath(ours))
-    work = os.path.join(directory, "work")
-    os.makedirs(work, exist_ok=True)
-    results, used = measure(known, files, int(most), Judge(print_reading), work)
+    memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else directory
+    with tempfile.TemporaryDirectory(dir=memory) as work:
+        results, used = measure(known, files, int(most), Judge(print_reading), work)
     pathlib.Path(target).write_text(page(known, results, used), encoding="utf-8")
     print(f"wrote {target}")
 
