@@ -19,17 +19,14 @@
 #include <vector>
 
 #include "DialectEdits.h"
+#include "Sanitizers.h"
 
 using namespace dialect_model;
 
 namespace {
 
 // Files of each dialect. A sanitizer build is ten times slower.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned kFiles = 20;
-#else
-constexpr unsigned kFiles = 150;
-#endif
+constexpr unsigned kFiles = kHasSanitizer ? 20 : 150;
 
 ZStanzaDialect_6_0 dialectNamed(std::string const& name)
 {

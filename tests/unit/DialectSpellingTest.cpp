@@ -17,6 +17,7 @@
 #include "DialectNames.h"
 #include "DialectRewriter.h"
 #include "DialectWriter.h"
+#include "Sanitizers.h"
 
 namespace fs = std::filesystem;
 using namespace dialect_model;
@@ -174,11 +175,7 @@ void editKeys(Editor& editor, std::size_t keyCount, std::size_t valueStep = 1)
 }  // namespace
 
 // Keys of each sample. A sanitizer build is ten times slower.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned kKeys = 10;
-#else
-constexpr unsigned kKeys = 100;
-#endif
+constexpr unsigned kKeys = kHasSanitizer ? 10 : 100;
 
 TEST(DialectSpelling, EditsOfTheSamplesKeepEveryProperty)
 {
@@ -192,7 +189,7 @@ TEST(DialectSpelling, EditsOfTheSamplesKeepEveryProperty)
             continue;
         Editor editor(name, dialect, bytesOf(entry.path()), counts[dialect]);
         if (editor.canRun())
-            editKeys(editor, kKeys);
+            editKeys(editor, kKeys, kHasSanitizer ? 4 : 1);
     }
     for (auto const& [dialect, count] : counts)
         std::cout << dialect << ": " << count.made << " edits made, " << count.refused
@@ -204,8 +201,8 @@ TEST(DialectSpelling, EditsOfTheSamplesKeepEveryProperty)
 // the model is slow.
 TEST(DialectSpelling, EditsOfTheFilesOfThisMachineKeepEveryProperty)
 {
-    constexpr int kThoroughFiles = kKeys > 10 ? 12 : 3;  // of each dialect
-    constexpr int kStep = kKeys > 10 ? 1 : 25;           // between files with few edits
+    constexpr int kThoroughFiles = kHasSanitizer ? 2 : 12;  // of each dialect
+    constexpr int kStep = kHasSanitizer ? 100 : 1;          // between files with few edits
     constexpr std::size_t kSmall = 6000;
     constexpr std::size_t kLarge = 1 << 20;
     std::map<std::string, std::pair<Counts, int>> counts;
@@ -227,7 +224,7 @@ TEST(DialectSpelling, EditsOfTheFilesOfThisMachineKeepEveryProperty)
                 continue;
             ++files;
             if (++found <= kThoroughFiles && text.size() <= kSmall) {
-                editKeys(editor, 5);
+                editKeys(editor, 5, kHasSanitizer ? 4 : 1);
                 continue;
             }
             if (found % kStep != 0)

@@ -22,6 +22,7 @@
 #include "JavaEntries.h"
 #include "JavaModel.h"
 #include "JavaPeer.h"
+#include "Sanitizers.h"
 #include "TestDirectory.h"
 #include "Visible.h"
 
@@ -32,11 +33,7 @@ namespace fs = std::filesystem;
 constexpr int kSkipped = 77;  // the exit code that CTest reports as "skipped"
 constexpr unsigned kFiles = 20000;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned kShare = 10;
-#else
-constexpr unsigned kShare = 1;
-#endif
+constexpr unsigned kShare = kHasSanitizer ? 10 : 1;
 
 class JavaPlatform : public testing::Test {
 protected:

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "Sanitizers.h"
 #include "StanzaStore.h"
 #include "StoreModel.h"
 #include "TestDirectory.h"
@@ -23,11 +24,7 @@
 namespace {
 
 // A sanitizer build is ten times slower, and needs fewer sequences.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned long kSequences = 4000;
-#else
-constexpr unsigned long kSequences = 100000;
-#endif
+constexpr unsigned long kSequences = kHasSanitizer ? 4000 : 100000;
 
 // Few names, so that changes interact; some of them are invalid in a file.
 char const* const kStanzas[] = {"a", "b", "net", "net work", "a", "b", "x]", ""};

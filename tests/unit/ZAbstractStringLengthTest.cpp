@@ -6,6 +6,7 @@
 
 #include "EndlessText.h"
 #include "Raised.h"
+#include "Sanitizers.h"
 
 namespace {
 
@@ -31,9 +32,8 @@ class ZAbstractStringLength : public testing::Test {
 protected:
     void SetUp() override
     {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        GTEST_SKIP() << "takes too long with a sanitizer";
-#endif
+        if (kHasSanitizer)
+            GTEST_SKIP() << "takes too long with a sanitizer";
     }
 };
 

@@ -12,15 +12,12 @@
 #include <vector>
 
 #include "Containers.h"
+#include "Sanitizers.h"
 
 namespace {
 
 // Smaller under a sanitizer, which slows each comparison down; the limit per element is the same.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kMembers = 50000;
-#else
-constexpr int kMembers = 1000000;
-#endif
+constexpr int kMembers = kHasSanitizer ? 50000 : 1000000;
 
 // Compares by number and throws after more comparisons than a good sort needs.
 class Limited final : public ZSortCompare_6_0 {

@@ -14,6 +14,7 @@
 #include "JavaDifferences.h"
 #include "JavaEntries.h"
 #include "JavaModel.h"
+#include "Sanitizers.h"
 #include "TestDirectory.h"
 #include "Visible.h"
 
@@ -85,11 +86,7 @@ std::string randomText(std::mt19937& random)
     return text;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kTexts = 5000;
-#else
-constexpr int kTexts = 100000;
-#endif
+constexpr int kTexts = kHasSanitizer ? 5000 : 100000;
 
 TEST(ZJavaPropertiesModel, MatchesTheModelOnRandomTextCutAtEveryByte)
 {

@@ -27,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "Sanitizers.h"
 #include "SystemCalls.h"
 #include "TestDirectory.h"
 
@@ -192,11 +193,7 @@ CallPlan recordingPlan(Kind const& kind)
 // number.
 unsigned cutsFromEnvironment()
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    constexpr unsigned kDefault = 4;
-#else
-    constexpr unsigned kDefault = 15;
-#endif
+    constexpr unsigned kDefault = kHasSanitizer ? 4 : 15;
     char const* const wanted = getenv("Z_POWER_CUTS");
     return wanted != nullptr ? static_cast<unsigned>(strtoul(wanted, nullptr, 10)) : kDefault;
 }

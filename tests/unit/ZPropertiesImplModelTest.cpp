@@ -19,17 +19,13 @@
 #include <vector>
 
 #include "CacheModel.h"
+#include "Sanitizers.h"
 
 namespace {
 
 // A sanitizer build is ten times slower, and needs fewer sequences.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned long kSequences = 5000;
-constexpr unsigned long kLongSequences = 10;
-#else
-constexpr unsigned long kSequences = 100000;
-constexpr unsigned long kLongSequences = 100;
-#endif
+constexpr unsigned long kSequences = kHasSanitizer ? 5000 : 100000;
+constexpr unsigned long kLongSequences = kHasSanitizer ? 10 : 100;
 
 // Few names, so that changes interact: some are prefixes of others, some share a bucket, one
 // contains a space and one an equal sign.

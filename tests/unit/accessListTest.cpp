@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "AccessLists.h"
+#include "Sanitizers.h"
 #include "Z/files/access.h"
 
 using zfiles::AccessList;
@@ -23,11 +24,7 @@ using zfiles::kMayWrite;
 namespace {
 
 // A sanitizer build is ten times slower.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kRounds = 4000;
-#else
-constexpr int kRounds = 40000;
-#endif
+constexpr int kRounds = kHasSanitizer ? 4000 : 40000;
 
 constexpr unsigned kBoth = kMayRead | kMayWrite;
 constexpr uid_t kOwners[] = {10, 11};

@@ -19,6 +19,7 @@
 
 #include "GuardedRoom.h"
 #include "PrintfModel.h"
+#include "Sanitizers.h"
 
 namespace {
 
@@ -26,13 +27,8 @@ using namespace printf_model;
 
 constexpr unsigned kSeed = 20260101;
 // A sanitizer is ten times slower and needs fewer examples.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kFormats = 50000;
-constexpr int kReals = 15000;
-#else
-constexpr int kFormats = 200000;
-constexpr int kReals = 60000;
-#endif
+constexpr int kFormats = kHasSanitizer ? 50000 : 200000;
+constexpr int kReals = kHasSanitizer ? 15000 : 60000;
 
 class zsnprintfGrid : public testing::Test {
 protected:

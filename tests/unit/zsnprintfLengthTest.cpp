@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "EndlessText.h"
+#include "Sanitizers.h"
 
 constexpr int kBytes = 7;  // of every character
 
@@ -37,9 +38,8 @@ int lengthOf(char const* format, ...)
 
 TEST(zsnprintfLength, AWideStringAboveTheLargestLengthFails)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "takes too long with a sanitizer";
-#endif
+    if (kHasSanitizer)
+        GTEST_SKIP() << "takes too long with a sanitizer";
     // One character fewer gives 2,147,483,646 bytes, with space for one more byte.
     EndlessText<uint16_t> const text('x', INT_MAX / kBytes + 1);
     EXPECT_EQ(-1, lengthOf("%S", text.get()));
@@ -48,9 +48,8 @@ TEST(zsnprintfLength, AWideStringAboveTheLargestLengthFails)
 
 TEST(zsnprintfLength, AStringAboveTheLargestLengthFails)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "takes too long with a sanitizer";
-#endif
+    if (kHasSanitizer)
+        GTEST_SKIP() << "takes too long with a sanitizer";
     EndlessText<char> const text('x', size_t{INT_MAX} + 1);
     EXPECT_EQ(-1, lengthOf("%s", text.get()));
     EXPECT_EQ(INT_MAX, lengthOf("%s", text.get() + 1));
