@@ -94,6 +94,15 @@ class CommentMarksTest(tool.ToolTest):
     def test_comments_become_lines(self):
         self.expect_rows(ON)
 
+    def test_the_time_is_linear_in_the_lines_of_a_key(self):
+        file = self.path.parent / "x.service"
+        for mark, option in (("", "--off"), ("# ", "--on")):
+            def prepare(count):
+                file.write_text("[S]\n" + "".join(f"{mark}K={i}\n" for i in range(count)))
+                return ("comment", str(file), "S", "K", option, "-n"), ""
+            with self.subTest(option):
+                self.expect_linear_time(10000, prepare)
+
     def comment(self, dialect, stanza, key, *options):
         run = self.run_in_directory("comment", "--dialect", dialect, *options, "--", "f", stanza, key)
         return run.returncode, run.stderr.decode("utf-8", "surrogateescape")

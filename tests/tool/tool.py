@@ -94,6 +94,24 @@ class ToolTest(unittest.TestCase):
         return subprocess.run([TOOL, *arguments], input=given, capture_output=True, text=True,
                               env=environment, check=False, timeout=HANGS, **options)
 
+    def processor_time(self, *arguments, **options):
+        """Returns the processor time, in seconds, of a run of the tool that succeeds."""
+        before = resource.getrusage(resource.RUSAGE_CHILDREN)
+        run = self.run_tool(*arguments, **options)
+        after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        self.assertEqual(DONE, run.returncode, run.stderr)
+        return after.ru_utime - before.ru_utime + after.ru_stime - before.ru_stime
+
+    def expect_linear_time(self, size, prepare):
+        """Checks that a run of eight times the size takes about eight times the processor time.
+        `prepare(n)` writes the files of size n, and returns the arguments and the standard input."""
+        between = 30  # 64 if it is quadratic
+        times = []
+        for count in (size, 8 * size):
+            arguments, given = prepare(count)
+            times.append(min(self.processor_time(*arguments, given=given) for _ in range(3)))
+        self.assertLess(times[1], between * times[0])
+
     def expect(self, code, printed, *arguments, **options):
         """Runs the tool. If `code` is a failure, the report is one line that contains `printed`."""
         run = self.run_tool(*arguments, **options)

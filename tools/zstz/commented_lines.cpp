@@ -295,26 +295,28 @@ std::vector<Candidate> chooseCandidates(Candidates const& candidates, Request co
 std::string uncomment(Outline const& outline, std::vector<Candidate> const& chosen,
                       bool keepsIndent)
 {
-    std::string after(outline.text());
-    for (size_t i = chosen.size(); i-- > 0;) {
-        Candidate const& candidate = chosen[i];
-        Line const& line = outline.lines()[candidate.index];
-        std::string const text =
-            keepsIndent ? candidate.text : candidate.text.substr(indentOf(candidate.text));
-        after.replace(line.nameBegin(), candidate.end - line.nameBegin(), text);
+    std::string after;
+    uint32_t done = 0;
+    for (Candidate const& candidate : chosen) {
+        uint32_t const begin = outline.lines()[candidate.index].nameBegin();
+        after += zlines::slice(outline.text(), done, begin);
+        after += keepsIndent ? candidate.text : candidate.text.substr(indentOf(candidate.text));
+        done = candidate.end;
     }
-    return after;
+    return after += outline.text().substr(done);
 }
 
-// Returns the lines of `all` that are not in the other text.
+// Returns the lines of `all` that are not in the other text. Both arguments are in file order.
 std::vector<KeyLine> linesAt(std::vector<KeyLine> const& all, std::vector<Candidate> const& chosen)
 {
     std::vector<KeyLine> found;
-    for (KeyLine const& line : all)
-        if (std::any_of(chosen.begin(), chosen.end(), [&](Candidate const& candidate) {
-                return candidate.number == line.number;
-            }))
+    auto next = chosen.begin();
+    for (KeyLine const& line : all) {
+        while (next != chosen.end() && next->number < line.number)
+            ++next;
+        if (next != chosen.end() && next->number == line.number)
             found.push_back(line);
+    }
     return found;
 }
 
@@ -322,14 +324,15 @@ std::vector<KeyLine> linesAt(std::vector<KeyLine> const& all, std::vector<Candid
 
 namespace {
 
-// Inserts a mark into each line of the bytes of a key, which are at `begin` in the text.
-void commentOut(std::string& text, size_t begin, std::string_view bytes, std::string const& mark)
+// Appends the bytes of a key, with a mark in each of its lines.
+void appendCommented(std::string_view bytes, std::string const& mark, std::string& out)
 {
-    for (size_t end = bytes.size(); end > 0;) {
-        size_t const newline = end < 2 ? bytes.npos : bytes.rfind('\n', end - 2);
-        size_t const first = newline == bytes.npos ? 0 : newline + 1;
-        text.insert(begin + first + indentOf(bytes.substr(first)), mark);
-        end = first;
+    for (size_t at = 0; at < bytes.size();) {
+        std::string_view const line = bytes.substr(at, bytes.find('\n', at) - at);
+        size_t const length = std::min(line.size() + 1, bytes.size() - at);
+        size_t const indent = indentOf(line);
+        ((out += line.substr(0, indent)) += mark) += bytes.substr(at + indent, length - indent);
+        at += length;
     }
 }
 
@@ -361,19 +364,22 @@ void turnOff(EditedFile& file, Request const& request)
                      "remove the key with 'zstz unset'");
     Candidates const others(outline, request);
     std::string const mark = chooseMark(outline, lines, others);
-    std::string after = text;
-    for (size_t i = lines.size(); i-- > 0;) {
-        Line const& line = lines[i].line;
-        std::string_view const bytes = bytesOf(outline, lines[i].index);
+    std::string after;
+    size_t done = 0;
+    for (KeyLine const& line : lines) {
+        std::string_view const bytes = bytesOf(outline, line.index);
         if (("\n" + std::string(bytes)).find("\n\n") != std::string::npos ||
             bytes.find("\n\r") != bytes.npos)
             throw refuse(request, name + " has an empty line in its value",
                          "turn its lines into comments with an editor");
-        if (outline.sharesLine(lines[i].index))
+        if (outline.sharesLine(line.index))
             throw refuse(request, name + " is in the line of its header",
                          "move it to a line of its own with an editor");
-        commentOut(after, line.begin, bytes, mark);
+        after.append(text, done, line.line.begin - done);
+        appendCommented(bytes, mark, after);
+        done = line.line.begin + bytes.size();
     }
+    after.append(text, done);
     Outline changed(after, outline.dialect());
     if (!findKeyLines(changed, request.stanza, request.key).empty() ||
         !differOnlyIn(outline, &lines, changed, nullptr))

@@ -77,6 +77,12 @@ struct Entry {
     bool operator==(Entry const&) const = default;
 };
 
+// The order of lines in a file.
+struct IsAbove {
+    bool operator()(KeyLine const& a, uint32_t line) const { return a.index < line; }
+    bool operator()(uint32_t line, KeyLine const& b) const { return line < b.index; }
+};
+
 // Returns the key lines of an outline, without the lines of one key if `without` is not null.
 std::vector<Entry> entriesOf(zlines::Outline& outline, std::vector<KeyLine> const* without)
 {
@@ -87,10 +93,10 @@ std::vector<Entry> entriesOf(zlines::Outline& outline, std::vector<KeyLine> cons
              at = outline.sections()[at].next)
             for (uint32_t line = outline.sections()[at].first; line < outline.sections()[at].end;
                  ++line) {
-                auto const isLeftOut = [&](KeyLine const& key) { return key.index == line; };
                 bool const isKey = outline.lines()[line].isKey();
-                if (!isKey || (without != nullptr &&
-                               std::any_of(without->begin(), without->end(), isLeftOut)))
+                if (!isKey ||
+                    (without != nullptr &&
+                     std::binary_search(without->begin(), without->end(), line, IsAbove())))
                     continue;
                 std::string const key(outline.keyName(line, space));
                 entries.push_back({i, key,

@@ -102,13 +102,16 @@ void respellName(EditedFile& file, Request const& request)
     zlines::Dialect const& dialect = keptText(file.store())->dialect;
     Outline outline(text, dialect);
     std::vector<uint32_t> const lines = linesWithName(outline, request);
-    std::string after = text;
+    std::string after;
+    size_t done = 0;
     zdialects::Switches const switches = file.store().switches();
-    for (size_t i = lines.size(); i-- > 0;) {
-        Line const& line = outline.lines()[lines[i]];
-        after.replace(line.nameBegin(), line.nameEnd - line.nameBegin(),
-                      spellName(outline.spelledName(lines[i]), request, switches));
+    for (uint32_t const index : lines) {
+        Line const& line = outline.lines()[index];
+        after.append(text, done, line.nameBegin() - done);
+        after += spellName(outline.spelledName(index), request, switches);
+        done = line.nameEnd;
     }
+    after.append(text, done);
     Outline changed(after, dialect);
     bool const isRead = changed.lines().size() == outline.lines().size() &&
                         linesWithName(changed, request) == lines &&
