@@ -47,7 +47,7 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zca
     void keep(zlines::SharedText text)
     {
         kept = std::move(text);
-        forgetOldNames();
+        forgetChanges();
     }
 
     std::shared_ptr<zdialects::SwitchedDialect const> dialect;  // null: stanza files

@@ -490,8 +490,8 @@ TEST(DialectChanges, ACommentStaysBetweenTheHeadersOfItsStanza)
     };
     std::string const before = "[b]\nk=1\n# c\n[a]\nj=1\n[b]\nl=2\n";
     expectChanges({
-        {"ini", before, remove, "[b]\nk=1\n# c\n[b]\nl=2\n"},
-        {"ini", before, removeAndSet, "[b]\nk=1\n# c\n[b]\nl=3\n"},
+        {"ini", before, remove, "[b]\nk=1\n# c\n\n[b]\nl=2\n"},
+        {"ini", before, removeAndSet, "[b]\nk=1\n# c\n\n[b]\nl=3\n"},
     });
 }
 

@@ -139,13 +139,13 @@ TEST_F(KeptLinesComments, ARemovedStanzaLeavesTheCommentOfTheNext)
     expectChanges({
         {"the first", "[s]\nk=v\n\n# about t\n[t]\nl=w\n", remove("s"), "# about t\n[t]\nl=w\n"},
         {"in the middle", "[a]\nx=1\n\n# about s\n[s]\nk=v\n# end of s\n\n # about t\n[t]\nl=w\n",
-         remove("s"), "[a]\nx=1\n\n# about s\n # about t\n[t]\nl=w\n"},
+         remove("s"), "[a]\nx=1\n\n# about s\n\n # about t\n[t]\nl=w\n"},
         {"two", "[a]\nx=1\n[s]\nk=v\n# about t\n[t]\nl=w\n# about u\n[u]\n",
          [](Store& store) {
              store.deleteStanza("t");
              store.deleteStanza("s");
          },
-         "[a]\nx=1\n# about t\n# about u\n[u]\n"},
+         "[a]\nx=1\n# about t\n\n# about u\n[u]\n"},
         {"and a change above", "[a]\nx=1\n[s]\nk=v\n # about t\n[t]\n",
          [](Store& store) {
              store.deleteStanza("s");
@@ -159,6 +159,55 @@ TEST_F(KeptLinesComments, ARemovedStanzaLeavesTheCommentOfTheNext)
     ZLCString_6_0 comment;
     EXPECT_EQ(1, store_.getComment("t", nullptr, comment));
     EXPECT_STREQ("# about t", comment.getChars());
+}
+
+TEST_F(KeptLinesComments, ABlankLinePartsTheCommentOfARemovedStanzaFromTheNext)
+{
+    auto const remove = [](char const* stanza) {
+        return [=](Store& store) { store.deleteStanza(stanza); };
+    };
+    auto const removeBoth = [](Store& store) {
+        store.deleteStanza("s");
+        store.deleteStanza("t");
+    };
+    expectChanges({
+        {"a blank line above the next header stays", "# about s\n[s]\nk=v\n\n[t]\nl=w\n",
+         remove("s"), "# about s\n\n[t]\nl=w\n"},
+        {"no blank line", "# about s\n[s]\nk=v\n[t]\nl=w\n", remove("s"),
+         "# about s\n\n[t]\nl=w\n"},
+        {"no blank line, CR LF", "# about s\r\n[s]\r\nk=v\r\n[t]\r\nl=w\r\n", remove("s"),
+         "# about s\r\n\r\n[t]\r\nl=w\r\n"},
+        {"the last blank line of two stays", "# about s\n[s]\nk=v\n\n \n# about t\n[t]\nl=w\n",
+         remove("s"), "# about s\n \n# about t\n[t]\nl=w\n"},
+        {"two stanzas", "# about s\n[s]\nk=v\n[t]\nl=w\n[u]\n", removeBoth, "# about s\n\n[u]\n"},
+        {"two stanzas with comments", "# about s\n[s]\nk=v\n# about t\n[t]\nl=w\n[u]\n", removeBoth,
+         "# about s\n\n# about t\n\n[u]\n"},
+        {"no stanza follows", "# about s\n[s]\nk=v\n[t]\nl=w\n", removeBoth, "# about s\n"},
+        {"a new comment of the next stanza", "# about s\n[s]\nk=v\n[t]\nl=w\n",
+         [](Store& store) {
+             store.deleteStanza("s");
+             store.setComment("t", nullptr, "# about t");
+         },
+         "# about s\n\n# about t\n[t]\nl=w\n"},
+        {"a new stanza", "# about s\n[s]\nk=v\n[t]\nl=w\n",
+         [](Store& store) {
+             store.deleteStanza("s");
+             store.setValue("u", "m", "1");
+         },
+         "# about s\n\n[t]\nl=w\n\n[u]\nm=1\n"},
+    });
+    // Nor is it the comment of the next stanza in memory.
+    for (char const* const text :
+         {"# about s\n[s]\nk=v\n[t]\nl=w\n", "# about s\n[s]\nk=v\n\n# about t\n[t]\nl=w\n"}) {
+        Store store(0);
+        store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+        store.loadText(text, std::string(text).size());
+        store.deleteStanza("s");
+        ZLCString_6_0 comment;
+        bool const hasOwn = std::string(text).find("about t") != std::string::npos;
+        EXPECT_EQ(hasOwn ? 1 : 0, store.getComment("t", nullptr, comment)) << text;
+        EXPECT_STREQ(hasOwn ? "# about t" : "", comment.getChars());
+    }
 }
 
 TEST_F(KeptLinesComments, ACommentKeepsItsSpaces)

@@ -172,13 +172,15 @@ public:
     void renameKey(std::string_view category, std::string_view key, std::string_view name);
     void renameCategory(std::string_view category, std::string_view name);
 
-    /// Keep the present name of a key or category as its old name, until forgetOldNames(). A key
+    /// Keep the present name of a key or category as its old name, until forgetChanges(). A key
     /// or category that has an old name keeps that.
     /// throws  std::bad_alloc.
     void keepOldKeyName(std::string_view category, std::string_view key);
     void keepOldCategoryName(std::string_view category);
 
-    void forgetOldNames();
+    /// Forgets the old names, and which comments were above the headers of removed stanzas. Call
+    /// this when the contents are the contents of the file.
+    void forgetChanges();
 
     /// Return the old name if another name is present; else an empty view.
     std::string_view oldKeyName(Id key) const;

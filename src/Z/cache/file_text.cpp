@@ -81,9 +81,11 @@ void describe(Contents const& contents, bool keepsEmpty, zlines::Document& docum
             document.addStanza(contents.text(line), isBelow);
             document.stanzas.back().hasNewName = contents.category(line.ref).hasNewName;
             document.stanzas.back().oldName = contents.oldCategoryName(line.ref);
+            document.stanzas.back().isBelowGap = line.isBelowGap != 0;
             isBelowBlank = isBelow && contents.isTop(line.ref);  // its header is not in the file
         } else if (line.kind == commentLine) {
             document.addComment(contents.text(line), isBelow);
+            document.entries.back().isBelowGap = line.isBelowGap != 0;
         } else if (contents.key(line.ref).isLive) {
             document.addKey(contents.text(line), isBelow);
             document.entries.back().hasNewName = contents.key(line.ref).hasNewName != 0;

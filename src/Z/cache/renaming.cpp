@@ -30,10 +30,11 @@ void Contents::keepOldCategoryName(std::string_view categoryName)
     oldCategoryNames_.try_emplace(id, name(categories_[id]));
 }
 
-void Contents::forgetOldNames()
+void Contents::forgetChanges()
 {
     oldCategoryNames_.clear();
     oldKeyNames_.clear();
+    leftComments_.clear();
 }
 
 std::string_view Contents::oldKeyName(Id key) const

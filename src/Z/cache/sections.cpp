@@ -136,13 +136,16 @@ void Contents::keepHeaderComments(std::string_view name)
         unindexSection(categories_[id].previousHeader);
         lastLeading_ = 0;
     }
-    // The lines of the section that part comments from the next header are removed, too.
-    if (end != 0)
-        lines_[end].isBelowGap = staying.empty() ? lines_[header].isBelowGap : 0;
+    // The lines of the section that part comments from the next header are removed, too. A blank
+    // line then parts the comment of the removed stanza from the line below.
+    uint32_t const isParted = own.first != 0 ? 1 : lines_[header].isBelowGap;
+    lines_[header].isBelowGap = 0;
+    if (end != 0 && staying.empty())
+        lines_[end].isBelowGap = isParted;
     for (Id const line : staying) {
         lines_[line].isBelowBlank = 0;
-        lines_[line].isBelowGap = lines_[header].isBelowGap;
-        lines_[header].isBelowGap = 0;
+        if (line == staying.front())
+            lines_[line].isBelowGap = isParted;
         Id const above = lines_[header].previous;
         link(lines_[line].previous, lines_[line].next);
         link(above, line);

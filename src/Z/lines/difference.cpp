@@ -269,6 +269,7 @@ void Difference::removeStanzas()
         else
             removeStanza(stanzas[i], stanzas[kept]);
     }
+    removeRanges();
 }
 
 void Difference::removeStanza(ReadStanza const& stanza, ReadStanza& before)
@@ -276,23 +277,52 @@ void Difference::removeStanza(ReadStanza const& stanza, ReadStanza& before)
     record(stanza.name, {}, {});
     for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
         Section const section = outline_.sections()[i];
-        // An appended section at the end is the comment above the next header.
         bool const isLast = i == stanza.lastSection;
-        bool const hasNextComment = isLast ? i + 1 != outline_.sectionCount()
-                                           : section.end < outline_.lines().size() &&
-                                                 outline_.lines()[section.end].kind == headerLine;
+        bool const hasNextComment = section.end < outline_.lines().size() &&
+                                    outline_.lines()[section.end].kind == headerLine;
         uint32_t const comment =
             hasNextComment ? outline_.firstCommentAbove(section.first, section.end) : section.end;
         uint32_t const first = section.header == kNone ? section.first : section.header;
         if (first < comment) {
             std::fill(gone_.begin() + first, gone_.begin() + comment, true);
-            edits_.removeStanza(outline_.lines()[first].begin, outline_.endOf(comment - 1));
+            removedRanges_.push_back({first, comment});
         }
         if (isLast && comment < section.end)
             outline_.appendSection(before, before.lastSection, comment, section.end);
         for (uint32_t line = comment; !isLast && line < section.end; ++line)
             leftComments_.push_back(outline_.lines()[line].begin);
     }
+}
+
+// Removes the lines of removed stanzas. A blank line stays between a comment above them and a
+// comment or header below, which the comment would otherwise describe: their last blank line, or a
+// new one.
+void Difference::removeRanges()
+{
+    std::vector<Line> const& lines = outline_.lines();
+    std::sort(removedRanges_.begin(), removedRanges_.end());
+    for (size_t i = 0; i < removedRanges_.size(); ++i) {
+        auto [first, end] = removedRanges_[i];
+        while (i + 1 < removedRanges_.size() && removedRanges_[i + 1].first == end)
+            end = removedRanges_[++i].second;
+        bool const joins = first > 0 && lines[first - 1].kind == commentLine &&
+                           end < lines.size() &&
+                           (lines[end].kind == commentLine || lines[end].kind == headerLine);
+        if (joins && isBlank(end - 1)) {
+            gone_[--end] = false;
+        } else if (joins) {
+            blanks_.push_back(end - 1);
+            edits_.replace({lines[end].begin, lines[end].begin,
+                            std::string(outline_.lineEndingAfter(first - 1))});
+        }
+        edits_.removeStanza(lines[first].begin, outline_.endOf(end - 1));
+    }
+}
+
+// Returns whether a blank line replaces the removed lines up to a line.
+bool Difference::becomesBlank(uint32_t line) const
+{
+    return std::binary_search(blanks_.begin(), blanks_.end(), line);
 }
 
 // Returns the entries of a stanza. If a stanza has the keys above the first header, its entries
@@ -412,26 +442,33 @@ std::string Difference::compose(TextHistory& history)
     return edits_.compose(history);
 }
 
+// Returns the line above a position after the removal of lines: the line `after` or, if it is
+// removed, a line above it that stays or becomes blank. kNone: at the start.
+uint32_t Difference::lineAbove(uint32_t after) const
+{
+    while (after != kNone && isGone(after) && !becomesBlank(after))
+        after = after == 0 ? kNone : after - 1;
+    return after;
+}
+
 bool Difference::isBelowBlank(uint32_t after) const
 {
-    while (after != kNone && isGone(after))
-        after = after == 0 ? kNone : after - 1;
-    return after == kNone || isBlank(after);
+    uint32_t const above = lineAbove(after);
+    return above == kNone || becomesBlank(above) || isBlank(above);
 }
 
 bool Difference::isAboveBlank(uint32_t after) const
 {
     uint32_t below = after == kNone ? 0 : after + 1;
-    while (below < outline_.lines().size() && isGone(below))
+    while (below < outline_.lines().size() && isGone(below) && !becomesBlank(below))
         ++below;
-    return below >= outline_.lines().size() || isBlank(below);
+    return below >= outline_.lines().size() || becomesBlank(below) || isBlank(below);
 }
 
 bool Difference::isBelowComment(uint32_t after) const
 {
-    while (after != kNone && isGone(after))
-        after = after == 0 ? kNone : after - 1;
-    return after != kNone && outline_.lines()[after].kind == commentLine;
+    uint32_t const above = lineAbove(after);
+    return above != kNone && !isGone(above) && outline_.lines()[above].kind == commentLine;
 }
 
 void Difference::requireValidText(Refusal const& change) const

@@ -116,6 +116,9 @@ private:
     void removeBlankAtStart();
     bool addsAfterRemovals();
     void removeStanza(ReadStanza const& stanza, ReadStanza& before);
+    void removeRanges();
+    bool becomesBlank(uint32_t line) const;
+    uint32_t lineAbove(uint32_t after) const;
     Entries entriesOf(uint32_t stanza);
 
     bool compareInOrder(Entries entries, ReadStanza const& read);
@@ -198,9 +201,11 @@ private:
     std::vector<Reordered> reordered_;
     std::vector<uint32_t> leftComments_;  // positions of the comments of removed stanzas
     std::vector<bool> gone_;              // lines that are removed; empty: none
-    std::vector<NewComment> carried_;     // above the header of the next new stanza
-    uint32_t lastAbove_ = kNone;          // the line above the stanza that was added last
-    uint32_t lastAdded_ = kNone;          // the line below the stanza that was added last
+    std::vector<std::pair<uint32_t, uint32_t>> removedRanges_;  // lines of removed stanzas
+    std::vector<uint32_t> blanks_;     // removed lines that a blank line replaces, ascending
+    std::vector<NewComment> carried_;  // above the header of the next new stanza
+    uint32_t lastAbove_ = kNone;       // the line above the stanza that was added last
+    uint32_t lastAdded_ = kNone;       // the line below the stanza that was added last
     std::string keySpace_;
     std::string nameSpace_;
     std::string valueSpace_;

@@ -306,11 +306,12 @@ void Difference::addStanza(uint32_t index)
     bool const isFirstHere = lastAdded_ != below;
     if (isFirstHere)
         lastAbove_ = below == 0 ? kNone : below - 1;
+    uint32_t const blankAbove = lastAbove_;
     while (lastAbove_ != kNone && isGone(lastAbove_))
         lastAbove_ = lastAbove_ == 0 ? kNone : lastAbove_ - 1;
     uint32_t const above = lastAbove_;
     std::string_view const ending = outline_.lineEndingAfter(above);
-    bool isAtBlank = isFirstHere ? above == kNone || isBlank(above) : !isLast;
+    bool isAtBlank = isFirstHere ? isBelowBlank(blankAbove) : !isLast;
     std::string lines;
     auto const addBlank = [&](bool isWanted) {
         if (isWanted && !isAtBlank)

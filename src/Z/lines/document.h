@@ -26,6 +26,8 @@ struct Entry {
     bool isBelowRemoved = false;  // the line of a removed key is right above
 
     std::string_view oldName = {};  // the name in the text, if the key was renamed
+
+    bool isBelowGap = false;  // of a comment: a line that is no entry parts it from the line above
 };
 
 struct Stanza {
@@ -35,6 +37,7 @@ struct Stanza {
     bool isBelowBlank;
     bool hasNewName = false;        // as for a key
     std::string_view oldName = {};  // as for a key
+    bool isBelowGap = false;        // as for a comment
 };
 
 struct Document {

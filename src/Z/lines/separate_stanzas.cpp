@@ -86,10 +86,11 @@ uint32_t firstAboveNext(Document const& document, size_t stanza)
     Stanza const& above = document.stanzas[stanza];
     uint32_t const end = above.firstEntry + above.entryCount;
     uint32_t first = end;
-    if (stanza + 1 == document.stanzas.size() || document.stanzas[stanza + 1].isBelowBlank)
+    auto const isParted = [](auto const& part) { return part.isBelowBlank || part.isBelowGap; };
+    if (stanza + 1 == document.stanzas.size() || isParted(document.stanzas[stanza + 1]))
         return first;
     while (first > above.firstEntry && document.entries[first - 1].isComment &&
-           (first == end || !document.entries[first].isBelowBlank))
+           (first == end || !isParted(document.entries[first])))
         --first;
     return first;
 }
