@@ -71,10 +71,28 @@ ROWS = [
      b"--- f\n+++ f\n@@ -1,2 +1,3 @@\n [a]\n-k = v\n+k = w\n+l = x\n", DONE, None),
 ]
 
+# A value of several lines that has a comment between them, and its key gets another name.
+SPLIT = b"[a]\n  j = 1\n  k = 1\n    2\n    # c\n    3\n  l = 1\n"
+JOINED = b"[a]\nk = 1 \\\n# c\n  2\nl = 1\n"
+RENAMES = [
+    (f"{name}, {'the name' if renames_first else 'the value'} first", {file: before},
+     ["edit", file, "--dialect", dialect], b"", DONE, {file: after},
+     b"rename a k name\nset a name x\n" if renames_first else b"set a k x\nrename a k name\n")
+    for renames_first in (False, True)
+    for name, dialect, file, before, after in (
+        ("indented", "python", "f", SPLIT, b"[a]\n  j = 1\n    # c\n  name = x\n  l = 1\n"),
+        ("joined", "systemd", "f", JOINED, b"[a]\n# c\nname = x\nl = 1\n"),
+        ("quoted", "php", "f", b"[a]\nk = \"1\n2\" ; c\n", b"[a]\nname = \"x\" ; c\n"),
+    )
+]
+
 
 class EditTest(tool.ToolTest):
     def test_scripts(self):
         self.expect_rows(ROWS)
+
+    def test_a_value_of_several_lines_is_set_and_renamed(self):
+        self.expect_rows(RENAMES)
 
     def test_comment_marks_and_obfuscated_values_stay_apart(self):
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")

@@ -185,16 +185,34 @@ void Difference::setValue(uint32_t line, std::string_view value)
             readsBack(context, change->commentBytes, changed, line + 1, key, value);
         bool const isLast = spelling + 1 == dialect_.spellingCount();
         if (isProven || (isLast && !dialect_.needsContext())) {
-            // Values that are added to the key above precede a comment that moves above this line.
+            size_t const count = edits_.count();
+            if (change->commentBytes > 0)
+                edits_.moveComments(splitComments(record, *change));
+            // Values that are added to the key above precede a name at the start of the line.
             if (change->begin == record.begin)
                 edits_.replaceName(std::move(*change));
             else
                 edits_.replace(std::move(*change));
-            provenEdits_ += isProven ? 1 : 0;
+            provenEdits_ += isProven ? edits_.count() - count : 0;
             return;
         }
     }
     throw Refusal{std::string(stanzaName_), key, std::string(value)};
+}
+
+// Returns the part of a change that inserts comments above a line. Leaves the rest to `change`,
+// without the bytes before the value if they stay: the key may get another name.
+Replacement Difference::splitComments(Line const& line, Replacement& change) const
+{
+    Replacement comments{change.begin, change.begin, change.text.substr(0, change.commentBytes),
+                         change.commentBytes};
+    change.text.erase(0, std::exchange(change.commentBytes, 0));
+    std::string_view const prefix = slice(text_, line.begin, line.valueBegin);
+    if (change.begin == line.begin && change.text.starts_with(prefix)) {
+        change.text.erase(0, prefix.size());
+        change.begin = line.valueBegin;
+    }
+    return comments;
 }
 
 // Returns a line after a change of its value, without comments that move above it.

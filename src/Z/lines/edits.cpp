@@ -37,7 +37,8 @@ std::vector<Moved> positionsOf(std::vector<HeaderComment>& comments)
 bool Edits::writesUpTo(uint32_t position) const
 {
     return std::any_of(edits_.begin(), edits_.end(), [position](Edit const& edit) {
-        return edit.change.begin <= position && !edit.change.text.empty() && edit.order != names;
+        return edit.change.begin <= position && !edit.change.text.empty() &&
+               edit.order < commentMoves;
     });
 }
 
@@ -81,7 +82,7 @@ std::string Edits::compose(TextHistory& history)
             move();
         if (change.begin > done)
             copyTo(change.begin);
-        if (edit.order != changes && edit.order != names && out.size() > start &&
+        if (edit.order != changes && edit.order < commentMoves && out.size() > start &&
             out.back() != '\n')
             out += edit.lineEnding;
         for (size_t at = 0; at < change.commentBytes;) {

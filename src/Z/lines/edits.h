@@ -16,14 +16,23 @@ namespace zlines {
 class Edits {
 public:
     // The order at one position: a value that is added to the last line precedes the lines that are
-    // inserted after it. Insertions of one kind keep their order. A name at the start of a line
-    // changes after the insertions above the line.
-    enum Order { changes, valuesOfLineAbove, newLines, valuesOfLineBelow, newStanzas, names };
+    // inserted after it. Insertions of one kind keep their order. Comments that move above a line,
+    // and a name at its start, follow the insertions above the line.
+    enum Order {
+        changes,
+        valuesOfLineAbove,
+        newLines,
+        valuesOfLineBelow,
+        newStanzas,
+        commentMoves,
+        names
+    };
 
     explicit Edits(std::string_view text) : text_(text) {}
 
     void replace(Replacement change) { add({std::move(change), changes, "\n", 0}); }
     void replaceName(Replacement change) { add({std::move(change), names, "\n", 0}); }
+    void moveComments(Replacement change) { add({std::move(change), commentMoves, "\n", 0}); }
 
     /// Removes a stanza. If it was the last, and the last line has no line ending, the blank line
     /// above it may be removed, too.
@@ -42,7 +51,8 @@ public:
 
     size_t count() const { return edits_.size(); }
 
-    /// Returns whether bytes other than names are written at a position up to `position`.
+    /// Returns whether bytes other than names and moved comments are written at a position up to
+    /// `position`.
     bool writesUpTo(uint32_t position) const;
 
     /// Drops the edits after the first `count`.
