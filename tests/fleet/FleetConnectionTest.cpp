@@ -3,6 +3,11 @@
 #include <Z/ZFleetConnection.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include "FleetFile.h"
 #include "ScriptedServer.h"
@@ -52,10 +57,10 @@ TEST(FleetConnection, EachFaultOfTheFileNamesItsKey)
         {"URL", "endpoint = http://host:2379\nplain = yes\n", "invalid endpoint"},
         {"second endpoint", "endpoint = host:2379\nendpoint = unix:/x\nplain = yes\n",
          "invalid endpoint"},
-        {"user without password", "endpoint = host:2379\nplain = yes\nuser = robot\n",
+        {"user without password", "endpoint = host:2379\nca = /etc/hostname\nuser = robot\n",
          "missing password"},
         {"readable password",
-         "endpoint = host:2379\nplain = yes\nuser = robot\npassword = secret\n",
+         "endpoint = host:2379\nca = /etc/hostname\nuser = robot\npassword = secret\n",
          "invalid password"},
         {"prefix without slash", "endpoint = host:2379\nplain = yes\nprefix = fleet\n",
          "invalid prefix"},
@@ -102,9 +107,10 @@ TEST(FleetConnection, SettingsHaveTheirDefaultsAndValues)
         EXPECT_EQ(30u, settings.leaseSeconds);
         EXPECT_EQ(64u, settings.keptGenerations);
     }
-    FleetFile const file(FleetFile::textFor({"a:1"}) +
-                         "prefix = /p\nreplica = /var/lib/r\ncall = 20\nbudget = 2\nlease = 3\n"
-                         "keep = 4\nuser = robot\n");
+    FleetFile const file(
+        "[test]\nendpoint = a:1\nca = /etc/hostname\n"
+        "prefix = /p\nreplica = /var/lib/r\ncall = 20\nbudget = 2\nlease = 3\n"
+        "keep = 4\nuser = robot\n");
     file.obfuscate("test", "password", "secret");
     zfleet::Settings const settings = zfleet::readSettings("test");
     EXPECT_EQ("/p", settings.prefix);
@@ -115,6 +121,18 @@ TEST(FleetConnection, SettingsHaveTheirDefaultsAndValues)
     EXPECT_EQ(4u, settings.keptGenerations);
     EXPECT_EQ("robot", settings.user);
     EXPECT_EQ("secret", settings.password);
+}
+
+TEST(FleetConnection, PasswordIsNotSentWithoutEncryption)
+{
+    FleetFile const file(FleetFile::textFor({"a:1"}) + "user = robot\n");
+    file.obfuscate("test", "password", "secret");
+    try {
+        zfleet::readSettings("test");
+        FAIL() << "nothing was thrown";
+    } catch (ZPropertiesInvalidValueException_6_0 const& e) {
+        EXPECT_STREQ("plain", e.key().getChars());
+    }
 }
 
 TEST(FleetConnection, AddressesAreHostAndPort)
@@ -176,4 +194,32 @@ TEST(FleetConnection, EndpointReportsItsState)
     }
     EXPECT_EQ(3u, server.count("Range"));
     connection->release();
+}
+
+// Children of a process whose threads open connections all the time.
+TEST(FleetConnection, ChildOfForkDoesNotWaitForAnotherThread)
+{
+    FleetFile const file(FleetFile::textFor({"a:1"}));
+    std::atomic<bool> isOver{false};
+    std::thread opener([&isOver] {
+        while (!isOver)
+            ZFleetConnection_6_0::open("test")->release();
+    });
+    for (int i = 0; i < 100; ++i) {
+        pid_t const child = fork();
+        if (child == 0) {
+            alarm(10);  // ends a child that waits
+            try {
+                ZFleetConnection_6_0::open("test")->release();
+                _exit(0);
+            } catch (ZPropertiesIOException_6_0 const& e) {
+                _exit(e.excerrno() == ECHILD ? 0 : 1);
+            }
+        }
+        int status = -1;
+        ASSERT_EQ(child, waitpid(child, &status, 0));
+        ASSERT_EQ(0, status) << "child " << i;
+    }
+    isOver = true;
+    opener.join();
 }

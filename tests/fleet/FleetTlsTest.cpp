@@ -1,6 +1,12 @@
 // Connections with TLS: certificates that each side accepts and refuses.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include "Certificates.h"
 #include "ScriptedServer.h"
@@ -14,16 +20,64 @@ namespace {
 // The budget of a call that cannot succeed, and whose failure has no code of its own.
 constexpr std::chrono::seconds kShort{1};
 
+// Accepts connections and closes them after the first bytes.
+class ClosingServer {
+public:
+    ClosingServer() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in place{};
+        place.sin_family = AF_INET;
+        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&place), sizeof place));
+        EXPECT_EQ(0, listen(fd_, 8));
+        socklen_t length = sizeof place;
+        getsockname(fd_, reinterpret_cast<sockaddr*>(&place), &length);
+        port_ = ntohs(place.sin_port);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ClosingServer(ClosingServer const&) = delete;
+    ClosingServer& operator=(ClosingServer const&) = delete;
+    ~ClosingServer()
+    {
+        shutdown(fd_, SHUT_RDWR);
+        thread_.join();
+        close(fd_);
+    }
+
+    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+    int connections() const { return connections_; }
+
+private:
+    void serve()
+    {
+        for (int client; (client = accept(fd_, nullptr, nullptr)) >= 0; close(client)) {
+            ++connections_;
+            char bytes[16384];
+            recv(client, bytes, sizeof bytes, 0);
+        }
+    }
+
+    int const fd_;
+    int port_ = 0;
+    std::atomic<int> connections_{0};
+    std::thread thread_;
+};
+
 class FleetTls : public testing::Test {
 protected:
     // Reads a key from a server. Returns its value, or the errno of the failure.
-    static std::string readFrom(ScriptedServer& server, Certificates const& certificates,
-                                Clock::duration time = std::chrono::seconds(60))
+    static std::string readFrom(ScriptedServer& server, Certificates const& certificates)
     {
         server.script("Range", {{0, rangeReply("k", "value")}});
+        return readFrom(server.address(), certificates, std::chrono::seconds(60));
+    }
+
+    static std::string readFrom(std::string const& address, Certificates const& certificates,
+                                Clock::duration time)
+    {
         Settings settings;
         settings.fleet = "test";
-        settings.endpoints = {server.address()};
+        settings.endpoints = {address};
         settings.certificates = certificates;
         Cluster cluster(settings);
         try {
@@ -71,19 +125,40 @@ TEST_F(FleetTls, CertificateOfTheHostIsSent)
     EXPECT_EQ("value", readFrom(server, {authority_.pem(), host_.certificate, host_.key}));
 }
 
-TEST_F(FleetTls, HostWithoutACertificateIsNeverServed)
+TEST_F(FleetTls, NodeThatRefusesTheCertificateOfTheHostIsRecognised)
 {
     ScriptedServer server({node_.certificate, node_.key, authority_.pem()});
-    EXPECT_NE("value", readFrom(server, {authority_.pem(), "", ""}, kShort));
     SignedPair const foreign = other_.sign("host");
-    EXPECT_NE("value",
-              readFrom(server, {authority_.pem(), foreign.certificate, foreign.key}, kShort));
+    SignedPair const expired = authority_.sign("host", -60);
+    struct Case {
+        char const* name;
+        SignedPair pair;
+    };
+    for (Case const& c :
+         {Case{"no certificate", {}}, Case{"another authority", foreign}, Case{"expired", expired},
+          Case{"another key", {host_.certificate, foreign.key}}, Case{"damaged", {"x", "x"}}}) {
+        SCOPED_TRACE(c.name);
+        Clock::time_point const start = Clock::now();
+        EXPECT_EQ(code(EPROTO),
+                  readFrom(server, {authority_.pem(), c.pair.certificate, c.pair.key}));
+        EXPECT_GT(std::chrono::seconds(30), Clock::now() - start);
+    }
+    EXPECT_EQ(code(EPROTO), readFrom(server, {"damaged", host_.certificate, host_.key}));
     EXPECT_EQ(0u, server.requests().size());
 }
 
 TEST_F(FleetTls, UnencryptedNodeIsNotUsedWithAnAuthority)
 {
     ScriptedServer server;
-    EXPECT_NE("value", readFrom(server, {authority_.pem(), "", ""}, kShort));
+    EXPECT_EQ(code(EPROTO), readFrom(server, {authority_.pem(), "", ""}));
     EXPECT_EQ(0u, server.requests().size());
+}
+
+// A node that is being started or stopped closes connections, too.
+TEST_F(FleetTls, NodeThatClosesConnectionsIsCalledAgain)
+{
+    ClosingServer server;
+    EXPECT_EQ(code(ETIMEDOUT),
+              readFrom(server.address(), {authority_.pem(), host_.certificate, host_.key}, kShort));
+    EXPECT_LT(1, server.connections());
 }

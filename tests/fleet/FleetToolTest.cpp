@@ -54,10 +54,12 @@ TEST_F(FleetTool, SetStoresAValue)
     EXPECT_EQ("[listener]\nport = 2\nhost = a\nhost = b\n", cluster_.get(kText));
     EXPECT_EQ("(0)", run("set etcd://test/gateway listener host c --all"));
     EXPECT_EQ("[listener]\nport = 2\nhost = c\n", cluster_.get(kText));
-    EXPECT_EQ("(0)", run("set etcd://test/gateway listener secret --obfuscated </etc/hostname"));
-    EXPECT_NE("(missing)", cluster_.get("/zfleet/6/cfg/gateway/hidden"));
-    EXPECT_EQ("********\n(0)",
-              run("get etcd://test/gateway listener secret | sed 's/.*/********/'"));
+    std::string const secret = file_.directory().write("secret", "swordfish");
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener secret --obfuscated <" + secret));
+    EXPECT_EQ("[listener]\nport = 2\nhost = c\n", cluster_.get(kText));
+    EXPECT_EQ("swordfish\n(0)", run("get etcd://test/gateway listener secret"));
+    EXPECT_EQ("[listener]\nport = 2\nhost = c\nsecret = ********\n(0)",
+              run("list etcd://test/gateway"));
     EXPECT_EQ("(0)", run("set etcd://test/new s k v --create"));
     EXPECT_EQ("v\n(0)", run("get etcd://test/new s k"));
 }
@@ -109,9 +111,9 @@ TEST_F(FleetTool, FailuresNameTheirRemedy)
 
 TEST_F(FleetTool, SetIsRepeatedIfAnotherProgramIsFaster)
 {
-    cluster_.setFates({ModelCluster::Fate::requestLost, ModelCluster::Fate::executed});
+    cluster_.setPrelude([&] { cluster_.put(kText, "[listener]\nport = 4\n[new]\nk = v\n"); });
     EXPECT_EQ("(0)", run("set etcd://test/gateway listener port 5"));
-    EXPECT_EQ("[listener]\nport = 5\nhost = a\nhost = b\n", cluster_.get(kText));
+    EXPECT_EQ("[listener]\nport = 5\n[new]\nk = v\n", cluster_.get(kText));
 }
 
 TEST_F(FleetTool, StatusPrintsEachEndpoint)

@@ -21,6 +21,26 @@ void ModelCluster::setInterlude(std::function<void()> action)
     interlude_ = std::move(action);
 }
 
+void ModelCluster::setPrelude(std::function<void()> action)
+{
+    Guard const guard(mutex_);
+    prelude_ = std::move(action);
+}
+
+void ModelCluster::deliver()
+{
+    Guard const guard(mutex_);
+    for (wire::TxnRequest const& request : delayed_)
+        execute(request);
+    delayed_.clear();
+}
+
+void ModelCluster::refuseReads(int code)
+{
+    Guard const guard(mutex_);
+    readStatus_ = code;
+}
+
 void ModelCluster::put(std::string const& key, std::string const& value)
 {
     Guard const guard(mutex_);
@@ -51,6 +71,19 @@ void ModelCluster::compact()
     compacted_ = revision_;
 }
 
+void ModelCluster::replace(std::string const& key, std::string const& value)
+{
+    Guard const guard(mutex_);
+    history_.at(key).back().value = value;
+}
+
+void ModelCluster::becomeAnother(uint64_t id, int64_t revision)
+{
+    Guard const guard(mutex_);
+    id_ = id;
+    revision_ = revision == 0 ? revision_ : revision;
+}
+
 ModelCluster::Version const* ModelCluster::find(std::string const& key, int64_t revision) const
 {
     auto const found = history_.find(key);
@@ -72,7 +105,7 @@ bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeRespo
     int64_t const revision = request.revision() == 0 ? revision_ : request.revision();
     if (revision < compacted_)
         return false;
-    response.mutable_header()->set_cluster(1);
+    response.mutable_header()->set_cluster(id_);
     response.mutable_header()->set_revision(revision_);
     for (auto const& [key, versions] : history_) {
         bool const isInRange = request.range_end().empty()
@@ -93,6 +126,8 @@ bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeRespo
 ScriptedServer::Reply ModelCluster::range(Request const& request) const
 {
     Guard const guard(mutex_);
+    if (readStatus_ != 0)
+        return {readStatus_, "refused"};
     wire::RangeRequest form;
     form.ParseFromString(request.bytes);
     wire::RangeResponse response;
@@ -104,6 +139,8 @@ ScriptedServer::Reply ModelCluster::range(Request const& request) const
 bool ModelCluster::holds(wire::Compare const& condition) const
 {
     Version const* const version = find(condition.key(), revision_);
+    if (condition.target() == wire::Compare::VALUE)
+        return version != nullptr && condition.value() == version->value;
     return condition.target() == wire::Compare::MOD &&
            condition.mod_revision() == (version == nullptr ? 0 : version->revision);
 }
@@ -133,9 +170,20 @@ bool ModelCluster::execute(google::protobuf::RepeatedPtrField<wire::Operation> c
                     write(key, false, "");
         }
     }
-    response.mutable_header()->set_cluster(1);
+    response.mutable_header()->set_cluster(id_);
     response.mutable_header()->set_revision(revision_);
     return isWrite;
+}
+
+wire::TxnResponse ModelCluster::execute(wire::TxnRequest const& request)
+{
+    wire::TxnResponse response;
+    bool isTrue = true;
+    for (auto const& condition : request.compare())
+        isTrue = isTrue && holds(condition);
+    response.set_succeeded(isTrue);
+    execute(isTrue ? request.success() : request.failure(), response);
+    return response;
 }
 
 ScriptedServer::Reply ModelCluster::transact(Request const& request)
@@ -143,28 +191,32 @@ ScriptedServer::Reply ModelCluster::transact(Request const& request)
     Guard const guard(mutex_);
     wire::TxnRequest form;
     form.ParseFromString(request.bytes);
+    auto const run = [](std::function<void()>& action) {
+        std::function<void()> const once = std::exchange(action, nullptr);
+        if (once)
+            once();
+    };
     Fate fate = Fate::executed;
-    if (form.compare_size() > 0 && !fates_.empty()) {
-        fate = fates_.front();
-        fates_.pop_front();
+    if (form.compare_size() > 0) {
+        run(prelude_);
+        if (!fates_.empty()) {
+            fate = fates_.front();
+            fates_.pop_front();
+        }
     }
-    if (fate == Fate::requestLost)
+    if (fate == Fate::delayed)
+        delayed_.push_back(form);
+    if (fate == Fate::requestLost || fate == Fate::delayed)
         return {14, "request lost"};
     if (fate == Fate::refused)
         return {8, "etcdserver: mvcc: database space exceeded"};
-    wire::TxnResponse response;
-    bool isTrue = true;
-    for (auto const& condition : form.compare())
-        isTrue = isTrue && holds(condition);
-    response.set_succeeded(isTrue);
-    execute(isTrue ? form.success() : form.failure(), response);
+    for (auto const& operation : form.success())
+        if (operation.range().revision() != 0 && operation.range().revision() < compacted_)
+            return {11, "etcdserver: mvcc: required revision has been compacted"};
+    wire::TxnResponse const response = execute(form);
     if (fate == Fate::executed)
         return {0, response.SerializeAsString()};
-    if (interlude_) {
-        auto const action = std::move(interlude_);
-        interlude_ = nullptr;
-        action();
-    }
+    run(interlude_);
     if (fate == Fate::noReply)
         return {0, "", Reply::never};
     return {14, "reply lost"};

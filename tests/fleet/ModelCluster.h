@@ -16,6 +16,7 @@ public:
         executed,
         replyLost,    // executed, but the caller gets the status 14
         requestLost,  // not executed, and the caller gets the status 14
+        delayed,      // executed by deliver(), and the caller gets the status 14
         noReply,      // executed, but the caller gets no reply
         refused       // not executed: the status 8
     };
@@ -31,6 +32,15 @@ public:
     /// Runs `action` after the next transaction that was executed and whose reply is lost.
     void setInterlude(std::function<void()> action);
 
+    /// Runs `action` before the next transaction that writes.
+    void setPrelude(std::function<void()> action);
+
+    /// Executes the delayed transactions.
+    void deliver();
+
+    /// Replies to the next calls of Range with a status; 0 ends this.
+    void refuseReads(int code);
+
     /// Sets a key, as another program does. An empty value removes it.
     void put(std::string const& key, std::string const& value);
 
@@ -42,6 +52,12 @@ public:
 
     /// Drops the history before the current revision.
     void compact();
+
+    /// Changes a value without a new revision, as in a cluster that was restored from a backup.
+    void replace(std::string const& key, std::string const& value);
+
+    /// Changes the id of the cluster, and its revision if `revision` is not 0.
+    void becomeAnother(uint64_t id, int64_t revision = 0);
 
 private:
     using Reply = ScriptedServer::Reply;
@@ -56,6 +72,7 @@ private:
     Version const* find(std::string const& key, int64_t revision) const;
     Reply range(Request const& request) const;
     Reply transact(Request const& request);
+    zfleet::wire::TxnResponse execute(zfleet::wire::TxnRequest const& request);
     bool fillRange(zfleet::wire::RangeRequest const& request,
                    zfleet::wire::RangeResponse& response) const;
     bool holds(zfleet::wire::Compare const& condition) const;
@@ -65,9 +82,13 @@ private:
 
     mutable std::recursive_mutex mutex_;
     std::map<std::string, std::vector<Version>> history_;
+    uint64_t id_ = 1;
     int64_t revision_ = 1;
     int64_t compacted_ = 0;
     std::deque<Fate> fates_;
+    std::deque<zfleet::wire::TxnRequest> delayed_;
+    int readStatus_ = 0;
+    std::function<void()> prelude_;
     std::function<void()> interlude_;
     ScriptedServer server_;  // the last field: it stops first
 };

@@ -41,6 +41,8 @@ constexpr ErrorRow kErrors[] = {
      "check user and password of the fleet, and the rights of the user"},
     {EPROTO, exitNoAccess, "no endpoint is a node that accepts the certificates",
      "check endpoint, ca, certificate and key of the fleet"},
+    {EREMCHG, exitNoAccess, "the cluster is another one than before, or an earlier state of it",
+     "check the endpoints of the fleet"},
     {ENOSPC, exitNoAccess, "the database of the cluster is full", "compact and defragment it"},
     {EINPROGRESS, exitNoAccess, "it is unknown whether the change was stored",
      "read the value, and repeat the change if necessary"},

@@ -1,6 +1,7 @@
 #include "ZFleetConnection.h"
 
 #include <Z/ZException.h>
+#include <pthread.h>
 
 #include <map>
 #include <memory>
@@ -16,18 +17,34 @@ namespace {
 constexpr char kSource[] = "src/fleet/Z/ZFleetConnection";
 enum RaiseSite { raiseInOpen = 1, raiseForEndpoint, raiseInCheckEndpoint };
 
-// The connections of the process by the names of their fleets. The registry lives as long as the
-// process, so that destructors of static objects can release connections.
-struct Registry {
-    std::mutex mutex;
-    std::map<std::string, ZFleetConnection_6_0*> connections;  // guarded by mutex
-};
+std::mutex registryMutex;  // innermost: only operations of the map run under it
 
-Registry& registry()
-{
-    static Registry* const connections = new Registry;
-    return *connections;
-}
+// The connections of the process by the names of their fleets, locked in the scope of this object.
+// A child of fork() gets them unlocked.
+class Registry {
+public:
+    Registry() : guard_(prepared()) {}
+
+    std::map<std::string, ZFleetConnection_6_0*>& connections() const
+    {
+        // It lives as long as the process, so that destructors of static objects can use it.
+        static auto* const all = new std::map<std::string, ZFleetConnection_6_0*>;
+        return *all;
+    }
+
+private:
+    static std::mutex& prepared()
+    {
+        static pthread_once_t once = PTHREAD_ONCE_INIT;
+        pthread_once(&once, [] {
+            pthread_atfork([] { registryMutex.lock(); }, [] { registryMutex.unlock(); },
+                           [] { registryMutex.unlock(); });
+        });
+        return registryMutex;
+    }
+
+    std::lock_guard<std::mutex> const guard_;
+};
 
 }  // namespace
 
@@ -35,21 +52,32 @@ ZFleetConnection_6_0* ZFleetConnection_6_0::open(char const* fleet)
 {
     if (fleet == nullptr || *fleet == 0)
         ZInvalidParameterException_6_0().throwException(kSource, raiseInOpen);
-    Registry& known = registry();
-    std::lock_guard<std::mutex> const guard(known.mutex);
-    auto const found = known.connections.find(fleet);
-    if (found != known.connections.end()) {
-        ++found->second->rep_->references;
-        return found->second;
-    }
+    if (ZFleetConnection_6_0* const known = Rep::find(fleet))
+        return known;
     try {
-        std::unique_ptr<ZFleetConnection_6_0> connection(new ZFleetConnection_6_0(fleet));
-        known.connections.emplace(fleet, connection.get());
-        return connection.release();
+        // This reads files, so it is done without the registry.
+        std::unique_ptr<ZFleetConnection_6_0> fresh(new ZFleetConnection_6_0(fleet));
+        Registry const registry;
+        auto const [at, isNew] = registry.connections().emplace(fleet, fresh.get());
+        if (isNew)
+            return fresh.release();
+        ++at->second->rep_->references;
+        return at->second;
     } catch (std::bad_alloc const&) {
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInOpen);
     }
     return nullptr;  // not reached
+}
+
+// Returns an existing connection with a new reference, or null.
+ZFleetConnection_6_0* ZFleetConnection_6_0::Rep::find(char const* fleet)
+{
+    Registry const registry;
+    auto const found = registry.connections().find(fleet);
+    if (found == registry.connections().end())
+        return nullptr;
+    ++found->second->rep_->references;
+    return found->second;
 }
 
 ZFleetConnection_6_0::ZFleetConnection_6_0(char const* fleet)
@@ -64,18 +92,17 @@ ZFleetConnection_6_0::~ZFleetConnection_6_0()
 
 void ZFleetConnection_6_0::addReference()
 {
-    std::lock_guard<std::mutex> const guard(registry().mutex);
+    Registry const registry;
     ++rep_->references;
 }
 
 void ZFleetConnection_6_0::release()
 {
     {
-        Registry& known = registry();
-        std::lock_guard<std::mutex> const guard(known.mutex);
+        Registry const registry;
         if (--rep_->references > 0)
             return;
-        known.connections.erase(fleet());
+        registry.connections().erase(fleet());
     }
     delete this;
 }

@@ -6,8 +6,8 @@
 // reach them; docs/fleet.md lists the keys. Stores and locks of one fleet share a connection.
 // Ownership: connections are counted. open() returns a reference, which release() gives up.
 // Threads: any number of threads may use a connection at the same time. Calls run on the calling
-// thread; gRPC has threads of its own, which never call the program. A thread cannot be cancelled
-// during a call.
+// thread; gRPC has threads of its own, which never call the program and receive none of its
+// signals. A thread cannot be cancelled during a call, and receives no signals during an attempt.
 // Processes: after a process has used a connection, its children of fork() cannot use any: each
 // call fails with ECHILD.
 #pragma once

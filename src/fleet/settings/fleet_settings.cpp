@@ -114,7 +114,8 @@ private:
 Certificates readCertificates(Reader const& reader)
 {
     if (reader.isSet("plain")) {
-        for (char const* const key : {"ca", "certificate", "key"})
+        // A password would be readable on the network.
+        for (char const* const key : {"ca", "certificate", "key", "user", "password"})
             if (!reader.text(key).empty())
                 reader.refuse("plain", reader.text("plain"));
         return {};

@@ -32,9 +32,9 @@ std::string settingsPath();
 /// Reads the stanza `fleet` of the file of the fleets.
 /// throws  as ZStanzaFileProperties_6_0::load(); ZPropertiesMissingPropertyException_6_0 if the
 ///         stanza, "endpoint" or "ca" is missing, or one of "certificate" and "key", or of "user"
-///         and "password"; ZPropertiesInvalidValueException_6_0 for an invalid value or a
-///         password that is not obfuscated; ZPropertiesIOException_6_0 with "read()" for a
-///         certificate that cannot be read.
+///         and "password"; ZPropertiesInvalidValueException_6_0 for an invalid value, a password
+///         that is not obfuscated, or "plain" with certificates or a user;
+///         ZPropertiesIOException_6_0 with "read()" for a certificate that cannot be read.
 Settings readSettings(std::string const& fleet);
 
 /// Returns whether `address` has the form "host:port", "[IPv6 address]:port" included.

@@ -24,6 +24,13 @@ std::minstd_rand& randomNumbers()
     return numbers;
 }
 
+// Returns whether gRPC can send a token. It would end the process for any other bytes.
+bool isMetadata(std::string const& token)
+{
+    return std::all_of(token.begin(), token.end(),
+                       [](unsigned char byte) { return byte >= ' ' && byte < 127; });
+}
+
 void sleepFor(Clock::duration time)
 {
     auto const whole = std::chrono::duration_cast<std::chrono::nanoseconds>(time).count();
@@ -49,7 +56,8 @@ struct Cluster::Attempts {
     char const* method;
     unsigned endpoint;        // of the current attempt
     std::vector<bool> unfit;  // endpoints that cannot serve the call
-    std::string token = {};   // of the current attempt
+    std::vector<bool> isChecked = std::vector<bool>(unfit.size());  // its certificates
+    std::string token = {};                                         // of the current attempt
     bool isDoubtful = false;  // an earlier attempt may have been executed
     bool hasRenewed = false;  // the token
 
@@ -101,12 +109,31 @@ std::string Cluster::tokenFor(Endpoint& endpoint, Budget const& budget, CallStat
                             status.message.find("not enabled") != std::string::npos;
     if (hasNoUsers)
         status = {};
+    else if (status.code == 0 && !isMetadata(response.token()))
+        status = {statusUnimplemented, "a token with invalid bytes"};
     std::lock_guard<std::mutex> const guard(mutex_);
     if (status.code == 0) {
         token_ = response.token();
         hasNoUsers_ = hasNoUsers;
     }
     return token_;
+}
+
+// Checks that a reply comes from the cluster of all earlier replies. `earlier` is a revision that
+// the cluster had before the call.
+void Cluster::recognise(char const* method, Header const& header, int64_t earlier)
+{
+    uint64_t known = 0;
+    bool const isFirst = id_.compare_exchange_strong(known, header.cluster);
+    if (!isFirst && known != header.cluster)
+        throw CallError{nameOfMethod(method), EREMCHG, false, "a reply of another cluster"};
+    if (header.revision < earlier)
+        throw CallError{nameOfMethod(method), EREMCHG, false,
+                        "the cluster is in an earlier state than before"};
+    int64_t highest = revision_;
+    while (highest < header.revision &&
+           !revision_.compare_exchange_weak(highest, header.revision)) {
+    }
 }
 
 // Forgets a token that the cluster has refused, unless another thread has replaced it.
@@ -122,8 +149,14 @@ void Cluster::dropToken(std::string const& token)
 void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition repetition,
                      Budget& budget)
 {
-    Verdict const verdict = classify(status.code, status.message);
-    std::string const detail = endpoints_[attempts.endpoint]->address() + ": " + status.message;
+    Endpoint const& endpoint = *endpoints_[attempts.endpoint];
+    Verdict verdict = classify(status.code, status.message);
+    if (endpoint.mayBeDueToCertificates(status) && !attempts.isChecked[attempts.endpoint]) {
+        attempts.isChecked[attempts.endpoint] = true;
+        if (endpoint.isDueToCertificates(status, timeoutOf(budget)))
+            verdict = {EPROTO, Handling::otherEndpoint, false};
+    }
+    std::string const detail = endpoint.address() + ": " + status.message;
     // Without a token, the request has not been sent.
     bool const isDoubtful = verdict.isDoubtful && attempts.method != kAuthenticateMethod;
     attempts.isDoubtful = attempts.isDoubtful || isDoubtful;
@@ -152,6 +185,7 @@ void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition re
 bool Cluster::call(char const* method, Message const& request, Message& response,
                    Repetition repetition, Budget& budget)
 {
+    requireOwnProcess(method);
     unsigned const first = current_.load(std::memory_order_relaxed);
     Attempts attempts{method, first, std::vector<bool>(endpoints_.size())};
     for (;;) {
@@ -176,23 +210,29 @@ bool Cluster::call(char const* method, Message const& request, Message& response
 
 RangeResult Cluster::read(Range const& range, Budget& budget)
 {
+    int64_t const earlier = revision_;
     wire::RangeResponse response;
     call(kRangeMethod, toWire(range), response, Repetition::isHarmless, budget);
-    return fromWire(response);
+    RangeResult result = fromWire(response);
+    recognise(kRangeMethod, result.header, earlier);
+    return result;
 }
 
 TransactionResult Cluster::commit(Transaction const& transaction, Repetition repetition,
                                   Budget& budget)
 {
+    int64_t const earlier = revision_;
     wire::TxnResponse response;
     bool const wasDoubtful = call(kTxnMethod, toWire(transaction), response, repetition, budget);
     TransactionResult result = fromWire(response);
+    recognise(kTxnMethod, result.header, earlier);
     result.wasDoubtful = wasDoubtful;
     return result;
 }
 
 Header Cluster::probe(unsigned endpoint, Budget& budget)
 {
+    requireOwnProcess(kRangeMethod);
     Range range{settings_.prefix};
     range.isKeysOnly = true;
     wire::RangeResponse response;

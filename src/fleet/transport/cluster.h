@@ -39,6 +39,8 @@ private:
 
 class Cluster {
 public:
+    /// range   the endpoints are nodes of one cluster. A reply of another cluster, or of an earlier
+    ///         state of the cluster, fails with EREMCHG.
     explicit Cluster(Settings settings);
 
     Settings const& settings() const { return settings_; }
@@ -51,7 +53,8 @@ public:
     /// throws  CallError. The transaction may have been executed if `isDoubtful` is set.
     TransactionResult commit(Transaction const& transaction, Repetition repetition, Budget& budget);
 
-    /// Reads the state of the cluster from one endpoint, without failover.
+    /// Reads the state of the cluster from one endpoint, without failover. The cluster may be
+    /// another one.
     /// throws  CallError.
     Header probe(unsigned endpoint, Budget& budget);
 
@@ -66,10 +69,13 @@ private:
     std::string tokenFor(Endpoint& endpoint, Budget const& budget, CallStatus& status);
     void dropToken(std::string const& token);
     Clock::duration timeoutOf(Budget const& budget) const;
+    void recognise(char const* method, Header const& header, int64_t earlier);
 
     Settings const settings_;
     std::vector<std::unique_ptr<Endpoint>> endpoints_;
-    std::atomic<unsigned> current_;  // the endpoint of the next call
+    std::atomic<unsigned> current_;     // the endpoint of the next call
+    std::atomic<uint64_t> id_{0};       // of the cluster; 0: no reply yet
+    std::atomic<int64_t> revision_{0};  // the highest of all replies
     std::mutex mutex_;
     std::string token_;        // guarded by mutex_; empty: authenticate first
     bool hasNoUsers_ = false;  // guarded by mutex_; the cluster works without users

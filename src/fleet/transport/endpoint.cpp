@@ -18,7 +18,9 @@
 #include <atomic>
 
 #include "transport/cancel_guard.h"
+#include "transport/certificate_check.h"
 #include "transport/failure.h"
+#include "transport/signal_guard.h"
 
 namespace zfleet {
 
@@ -39,6 +41,9 @@ constexpr int kMaxReconnectPause = 500;
 constexpr int kPingInterval = 5000;  // milliseconds
 constexpr int kPingTimeout = 2000;
 
+// The message of a channel whose certificates gRPC itself has not accepted.
+constexpr char kNotAccepted[] = "empty address list";
+
 // The process that has started gRPC; 0: none. gRPC has threads, which a child of fork() lacks.
 std::atomic<pid_t> grpcProcess{0};
 
@@ -46,15 +51,6 @@ bool isForeignProcess()
 {
     pid_t const process = grpcProcess.load(std::memory_order_relaxed);
     return process != 0 && process != getpid();
-}
-
-void requireOwnProcess(char const* method)
-{
-    pid_t none = 0;
-    grpcProcess.compare_exchange_strong(none, getpid(), std::memory_order_relaxed);
-    if (isForeignProcess())
-        throw CallError{nameOfMethod(method), ECHILD, false,
-                        "the process was forked after its parent had used a cluster"};
 }
 
 std::shared_ptr<grpc::ChannelCredentials> makeCredentials(Certificates const& certificates)
@@ -94,6 +90,15 @@ gpr_timespec deadlineAfter(Clock::duration timeout)
 
 }  // namespace
 
+void requireOwnProcess(char const* method)
+{
+    pid_t none = 0;
+    grpcProcess.compare_exchange_strong(none, getpid(), std::memory_order_relaxed);
+    if (isForeignProcess())
+        throw CallError{nameOfMethod(method), ECHILD, false,
+                        "the process was forked after its parent had used a cluster"};
+}
+
 std::string nameOfMethod(char const* method)
 {
     return strrchr(method, '/') + 1;
@@ -106,8 +111,11 @@ Endpoint::Endpoint(std::string address, Certificates const& certificates)
 
 Endpoint::~Endpoint()
 {
+    SignalGuard const unsignalled;
     if (isForeignProcess())
         new std::shared_ptr<grpc::Channel>(channel_);
+    else
+        channel_.reset();
 }
 
 std::shared_ptr<grpc::Channel> Endpoint::channel()
@@ -118,11 +126,30 @@ std::shared_ptr<grpc::Channel> Endpoint::channel()
     return channel_;
 }
 
+bool Endpoint::mayBeDueToCertificates(CallStatus const& status) const
+{
+    if (status.code != statusUnavailable || certificates_.ca.empty())
+        return false;
+    for (char const* const text :
+         {kNotAccepted, "Socket closed", "Connection reset", "Broken pipe"})
+        if (status.message.find(text) != std::string::npos)
+            return true;
+    return false;
+}
+
+bool Endpoint::isDueToCertificates(CallStatus const& status, Clock::duration timeout) const
+{
+    return mayBeDueToCertificates(status) &&
+           (status.message.find(kNotAccepted) != std::string::npos ||
+            isCertificateRefused(address_, certificates_, timeout));
+}
+
 CallStatus Endpoint::invoke(char const* method, MessageLite const& request, MessageLite& response,
                             Clock::duration timeout, std::string const& token)
 {
     CancelGuard const uncancelled;
     requireOwnProcess(method);
+    SignalGuard const unsignalled;
     grpc::ClientContext context;
     context.set_deadline(deadlineAfter(timeout));
     // An isolated node would wait for a leader otherwise.

@@ -51,10 +51,17 @@ public:
 
     std::string const& address() const { return address_; }
 
+    /// Returns whether a status of this endpoint can be due to the certificates of this host.
+    bool mayBeDueToCertificates(CallStatus const& status) const;
+
+    /// Returns whether the node refuses the certificates of this host, or whether they are damaged.
+    /// Connects to the node to find out.
+    bool isDueToCertificates(CallStatus const& status, Clock::duration timeout) const;
+
     /// Makes one attempt of a unary call, on the calling thread.
     /// range   `token` may be empty.
     /// throws  CallError with ECHILD in a child of a process that has used gRPC.
-    /// threads any; a thread cannot be cancelled in it.
+    /// threads any; a thread cannot be cancelled in it, and receives no signals.
     CallStatus invoke(char const* method, google::protobuf::MessageLite const& request,
                       google::protobuf::MessageLite& response, Clock::duration timeout,
                       std::string const& token);
@@ -67,6 +74,11 @@ private:
     std::mutex mutex_;
     std::shared_ptr<grpc::Channel> channel_;  // guarded by mutex_
 };
+
+/// Checks that this process may use gRPC. Call this before acquiring a mutex: in a child of fork(),
+/// a thread that does not exist there may hold the mutex.
+/// throws  CallError with ECHILD in a child of a process that has used gRPC.
+void requireOwnProcess(char const* method);
 
 /// Returns the name of a method without its service, such as "Range".
 std::string nameOfMethod(char const* method);

@@ -63,12 +63,13 @@ using Operation = std::variant<Range, Put, Remove>;
 // A condition of a transaction.
 struct Condition {
     enum Relation { equal, greater, less, notEqual };
-    enum Target { version, createRevision, modRevision, lease };
+    enum Target { version, createRevision, modRevision, value, lease };
 
     std::string key;
     Target target;
     Relation relation;
     int64_t operand;
+    std::string bytes = {};  // the operand for a value
 };
 
 // Executes `success` if all conditions are true, else `failure`; all operations, or none.

@@ -44,6 +44,10 @@ wire::Compare toWire(Condition const& condition)
             form.set_target(wire::Compare::MOD);
             form.set_mod_revision(condition.operand);
             break;
+        case Condition::value:
+            form.set_target(wire::Compare::VALUE);
+            form.set_value(condition.bytes);
+            break;
         case Condition::lease:
             form.set_target(wire::Compare::LEASE);
             form.set_lease(condition.operand);
