@@ -339,6 +339,156 @@ TEST_F(FleetProperties, FullDatabaseChangesNothing)
     EXPECT_EQ("# top\n[listener]\nport = 2\n", cluster_.get(kText));
 }
 
+TEST_F(FleetProperties, CopyKeepsTheGuardOfTheFirstConfiguration)
+{
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.store("etcd://test/copy");
+    putText("[listener]\nport = 9\n");
+    store.setValue("listener", "port", "2");
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ("[listener]\nport = 9\n", cluster_.get(kText));
+    cluster_.put("/zfleet/6/cfg/copy/text", "[listener]\nport = 8\n");
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { store.store("etcd://test/copy"); }));
+}
+
+TEST_F(FleetProperties, LoadThatFindsNothingGuardsTheCreation)
+{
+    ZFleetProperties_6_0 store(kPath, 1);
+    EXPECT_EQ(code("Txn", ENOENT), failure([&] { store.load("etcd://test/new"); }));
+    EXPECT_EQ(2, store.revision());
+    cluster_.put("/zfleet/6/cfg/new/text", "[listener]\nport = 9\n");
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { store.store("etcd://test/new"); }));
+    EXPECT_EQ("[listener]\nport = 9\n", cluster_.get("/zfleet/6/cfg/new/text"));
+    // The first configuration keeps its own guard.
+    store.setValue("listener", "port", "2");
+    store.store(nullptr);
+    EXPECT_EQ("# top\n[listener]\nport = 2\n", cluster_.get(kText));
+}
+
+TEST_F(FleetProperties, TextPutByHandIsNotTakenForAStoreWithALostReply)
+{
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("listener", "port", "2");
+    cluster_.setFates({Fate::replyLost});
+    cluster_.setInterlude([&] { putText("[listener]\nport = 9\n"); });
+    store.store(nullptr);
+    store.setValue("listener", "port", "3");
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ("[listener]\nport = 9\n", cluster_.get(kText));
+}
+
+TEST_F(FleetProperties, TextPutByHandIsNotTakenForAnEarlierStore)
+{
+    FleetFile const impatient(FleetFile::textFor({cluster_.address()}) +
+                              "budget = 1\ncall = 300\n");
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("listener", "port", "2");
+    cluster_.setFates(std::deque<Fate>(1000, Fate::noReply));
+    EXPECT_EQ(code("Txn", ETIMEDOUT), failure([&] { store.store(nullptr); }));
+    cluster_.setFates({});
+    putText("[listener]\nport = 9\n");
+    store.setValue("listener", "port", "3");
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ("[listener]\nport = 9\n", cluster_.get(kText));
+}
+
+TEST_F(FleetProperties, EarliestOfSeveralUnknownStoresIsFound)
+{
+    FleetFile const impatient(FleetFile::textFor({cluster_.address()}) +
+                              "budget = 1\ncall = 300\n");
+    ZFleetProperties_6_0 store(kPath, 1);
+    std::deque<Fate> fates(100, Fate::requestLost);
+    fates.front() = Fate::delayed;
+    cluster_.setFates(fates);
+    store.setValue("listener", "port", "2");
+    EXPECT_EQ(code("Txn", ETIMEDOUT), failure([&] { store.store(nullptr); }));
+    cluster_.setFates(std::deque<Fate>(100, Fate::requestLost));
+    store.setValue("listener", "port", "3");
+    EXPECT_EQ(code("Txn", ETIMEDOUT), failure([&] { store.store(nullptr); }));
+    cluster_.setFates({});
+    cluster_.deliver();
+    EXPECT_EQ("# top\n[listener]\nport = 2\n", cluster_.get(kText));
+    store.store(nullptr);
+    EXPECT_EQ("# top\n[listener]\nport = 3\n", cluster_.get(kText));
+    EXPECT_EQ(2u, metadata().generation);
+}
+
+TEST_F(FleetProperties, RepeatedStoreOfTheSameContentsHasOneId)
+{
+    FleetFile const impatient(FleetFile::textFor({cluster_.address()}) +
+                              "budget = 1\ncall = 300\n");
+    ZFleetProperties_6_0 store(kPath, 1);
+    std::deque<Fate> fates(100, Fate::requestLost);
+    fates.front() = Fate::delayed;
+    cluster_.setFates(fates);
+    store.setValue("listener", "port", "2");
+    EXPECT_EQ(code("Txn", ETIMEDOUT), failure([&] { store.store(nullptr); }));
+    cluster_.setFates({});
+    cluster_.deliver();
+    store.store(nullptr);
+    EXPECT_EQ(1u, metadata().generation);
+    EXPECT_EQ(1u, store.generation());
+}
+
+TEST_F(FleetProperties, DoubtLastsUntilTheLookUpSucceeds)
+{
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("listener", "port", "2");
+    cluster_.setFates({Fate::replyLost});
+    cluster_.setInterlude([&] {
+        putText("[listener]\nport = 2\nhost = a\n");
+        cluster_.put(kMeta, format(zfleet::makeMetadata(2, 0, "")));
+    });
+    cluster_.refuseReads(7);
+    EXPECT_EQ(code("Range", EINPROGRESS), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ(1, store.isModified());
+    EXPECT_EQ(code("Range", EINPROGRESS), failure([&] { store.store(nullptr); }));
+    cluster_.refuseReads(0);
+    // Its own store is found, and the other program's after it.
+    store.setValue("listener", "port", "3");
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ("[listener]\nport = 2\nhost = a\n", cluster_.get(kText));
+}
+
+TEST_F(FleetProperties, AnotherClusterIsRefused)
+{
+    struct Case {
+        char const* name;
+        uint64_t id;
+        int64_t revision;
+    };
+    for (Case const& c : {Case{"another id", 2, 0}, Case{"an earlier revision", 1, 3}}) {
+        SCOPED_TRACE(c.name);
+        ModelCluster cluster;
+        FleetFile const file(FleetFile::textFor({cluster.address()}) + "budget = 60\n");
+        cluster.put(kText, "[listener]\nport = 1\n");
+        ZFleetProperties_6_0 store(kPath, 1);
+        for (char const* const port : {"2", "3"}) {
+            store.setValue("listener", "port", port);
+            store.store(nullptr);
+        }
+        cluster.becomeAnother(c.id, c.revision);
+        store.setValue("listener", "port", "4");
+        EXPECT_EQ(code("Txn", EREMCHG), failure([&] { store.reload(nullptr); }));
+        EXPECT_EQ(code("Txn", EREMCHG), failure([&] { store.load(nullptr); }));
+        EXPECT_EQ(code("Txn", EREMCHG), failure([&] { store.store(nullptr); }));
+        EXPECT_EQ("4", value(store, "listener", "port"));
+        EXPECT_EQ(1, store.isModified());
+    }
+}
+
+TEST_F(FleetProperties, EqualRevisionOfOtherContentsIsNoGuard)
+{
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("listener", "port", "2");
+    store.store(nullptr);
+    cluster_.replace(kText, "[listener]\nport = 9\n");
+    cluster_.replace(kMeta, format(zfleet::makeMetadata(1, 0, "")));
+    store.setValue("listener", "port", "3");
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ("[listener]\nport = 9\n", cluster_.get(kText));
+}
+
 TEST_F(FleetProperties, SizeIsLimitedBeforeAnythingIsSent)
 {
     ZFleetProperties_6_0 store(kPath, 1);

@@ -7,9 +7,11 @@
 #include <Z/ZPropertiesImpl.h>
 #include <errno.h>
 
+#include <map>
 #include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "ZFleetConnection_p.h"
 #include "configuration/path.h"
@@ -114,17 +116,25 @@ struct ZFleetProperties_6_0::Rep {
                                               zfleet::Snapshot const& snapshot);
     static zfleet::Contents contentsOf(ZFleetProperties_6_0 const& store);
 
-    void writeTo(Target& target, char const* path, zfleet::Contents const& contents);
-    void setBase(char const* text, Connection newConnection, int64_t textRevision,
-                 uint64_t newGeneration);
-    bool isBase(char const* text) const { return path == text; }
+    // A configuration that the store has loaded or stored.
+    struct Source {
+        Connection connection = nullptr;  // to its fleet, which stays open
+        zfleet::Snapshot base = {};
+        std::vector<std::string> doubts = {};  // ids of stores with an unknown outcome
+        zfleet::Metadata attempt = {};         // the last of these, and its contents
+        zfleet::Contents attempted = {};
+    };
 
-    std::string path;       // of the configuration that was last loaded or stored; empty: none
-    Connection connection;  // to its fleet, which stays open
-    int64_t revision = 0;
+    void writeTo(Target& target, char const* path, zfleet::Contents const& contents);
+    zfleet::WriteResult attempt(Target& target, Source& source, zfleet::Metadata const& metadata,
+                                zfleet::Contents const& contents);
+    zfleet::Metadata metadataFor(Source const& source, zfleet::Contents const& contents) const;
+    void setBase(std::string const& path, Connection connection, zfleet::Snapshot base);
+
+    std::map<std::string, Source> sources;  // by path
+    int64_t revision = 0;                   // of the text that was last loaded or stored
     uint64_t generation = 0;
     std::string reason;
-    std::string doubtfulId;  // of a store to `path` with an unknown outcome
 };
 
 char const* ZFleetProperties_6_0::Rep::choosePath(ZFleetProperties_6_0 const& store,
@@ -143,11 +153,13 @@ std::unique_ptr<ZPCache_6_0> ZFleetProperties_6_0::Rep::parse(ZFleetProperties_6
 {
     std::unique_ptr<ZPCache_6_0> fresh(store.cache().makeEmpty());
     auto& stanzas = static_cast<ZSCFData_6_0&>(*fresh);
-    stanzas.readText(path, snapshot.text.data(), snapshot.text.size());
+    std::string const& text = snapshot.contents.text;
+    std::string const& packed = snapshot.contents.hidden;
+    stanzas.readText(path, text.data(), text.size());
     dropCompanionName(stanzas);
-    if (!snapshot.hidden.empty()) {
+    if (!packed.empty()) {
         ZBuffer_6_0 hidden;
-        hidden.setBuffer(snapshot.hidden.size(), const_cast<char*>(snapshot.hidden.data()));
+        hidden.setBuffer(packed.size(), const_cast<char*>(packed.data()));
         // A damaged companion is reported with this name.
         stanzas.setCompanionFile((std::string(path) + "#hidden").c_str());
         stanzas.be_read_obfuscated(hidden);
@@ -172,60 +184,86 @@ zfleet::Contents ZFleetProperties_6_0::Rep::contentsOf(ZFleetProperties_6_0 cons
     return {bytesOf(text), bytesOf(hidden)};
 }
 
-void ZFleetProperties_6_0::Rep::setBase(char const* text, Connection newConnection,
-                                        int64_t textRevision, uint64_t newGeneration)
+// Records the state of a configuration that was loaded or stored.
+void ZFleetProperties_6_0::Rep::setBase(std::string const& path, Connection connection,
+                                        zfleet::Snapshot base)
 {
-    path = text;
-    connection = std::move(newConnection);
-    revision = textRevision;
-    generation = newGeneration;
-    doubtfulId.clear();
+    revision = base.textRevision;
+    generation = base.metadata().generation;
+    sources.insert_or_assign(path, Source{std::move(connection), std::move(base)});
 }
 
-// Writes to the configuration, and again as long as only this store itself has written since.
-void ZFleetProperties_6_0::Rep::writeTo(Target& target, char const* text,
+// Returns the metadata of a store. A repetition of the last store, whose outcome is unknown, is the
+// same transaction.
+zfleet::Metadata ZFleetProperties_6_0::Rep::metadataFor(Source const& source,
+                                                        zfleet::Contents const& contents) const
+{
+    if (!source.doubts.empty() && contents == source.attempted)
+        return source.attempt;
+    return zfleet::makeMetadata(source.base.metadata().generation + 1, source.base.textRevision,
+                                reason);
+}
+
+// Sends a store. If its outcome is unknown, later stores look for it.
+zfleet::WriteResult ZFleetProperties_6_0::Rep::attempt(Target& target, Source& source,
+                                                       zfleet::Metadata const& metadata,
+                                                       zfleet::Contents const& contents)
+{
+    auto const addDoubt = [&] {
+        if (source.doubts.empty() || source.doubts.back() != metadata.id)
+            source.doubts.push_back(metadata.id);
+        source.attempt = metadata;
+        source.attempted = contents;
+    };
+    try {
+        zfleet::WriteResult result =
+            target.remote.write(contents, source.base, metadata, source.doubts, target.budget);
+        if (result.outcome == zfleet::WriteResult::unknown)
+            addDoubt();
+        return result;
+    } catch (zfleet::CallError const& error) {
+        if (error.isDoubtful)
+            addDoubt();
+        throw;
+    }
+}
+
+// Writes to the configuration, unless another program has done so since it was loaded or stored. A
+// configuration that this store has never seen is replaced.
+void ZFleetProperties_6_0::Rep::writeTo(Target& target, char const* path,
                                         zfleet::Contents const& contents)
 {
-    bool const isCopy = !isBase(text);
-    zfleet::Snapshot base;
-    if (isCopy) {
-        base = target.remote.read(target.budget);
-    } else {
-        base.textRevision = revision;
-        base.metadata.generation = generation;
-    }
+    using zfleet::WriteResult;
+    auto const known = sources.find(path);
+    bool const isCopy = known == sources.end();
+    Source unknown;
+    Source& source = isCopy ? unknown : known->second;
+    if (isCopy)
+        source.base = target.remote.read(target.budget);
     for (;;) {
-        zfleet::Metadata const metadata =
-            zfleet::makeMetadata(base.metadata.generation + 1, base.textRevision, reason);
-        zfleet::WriteResult result;
-        try {
-            result = target.remote.write(contents, base.textRevision, metadata, target.budget);
-        } catch (zfleet::CallError const& error) {
-            if (error.isDoubtful && !isCopy)
-                doubtfulId = metadata.id;
-            throw;
-        }
-        if (result.outcome == zfleet::WriteResult::stored) {
-            setBase(text, std::move(target.connection), result.textRevision, metadata.generation);
-            return;
-        }
-        if (result.outcome == zfleet::WriteResult::unknown)
-            ZPropertiesIOException_6_0(text, "Txn", EINPROGRESS)
-                .throwException(kSource, raiseForUnknown);
-        bool const isOwn = !doubtfulId.empty() && result.current.metadata.id == doubtfulId;
-        if (!isCopy && isOwn) {
-            // The earlier store of this object has been executed, and nothing else since.
-            revision = result.current.textRevision;
-            generation = result.current.metadata.generation;
-            doubtfulId.clear();
-        } else if (!isCopy) {
-            ZPropertiesIOException_6_0(text, "merge()", ESTALE)
-                .throwException(kSource, raiseForOvertaken);
+        zfleet::Metadata const metadata = metadataFor(source, contents);
+        WriteResult result = attempt(target, source, metadata, contents);
+        switch (result.outcome) {
+            case WriteResult::stored:
+                setBase(path, std::move(target.connection),
+                        {contents, format(metadata), result.textRevision, result.textRevision});
+                return;
+            case WriteResult::unknown:
+                ZPropertiesIOException_6_0(path, "Txn", EINPROGRESS)
+                    .throwException(kSource, raiseForUnknown);
+                break;
+            case WriteResult::overtaken:
+                if (!isCopy)
+                    ZPropertiesIOException_6_0(path, "merge()", ESTALE)
+                        .throwException(kSource, raiseForOvertaken);
+                [[fallthrough]];
+            case WriteResult::storedEarlier:
+                source.base = std::move(result.current);
+                source.doubts.clear();
         }
         target.budget.pause();
         if (target.budget.isUsedUp())
             throw zfleet::CallError{"Txn", EAGAIN, false, "other programs store all the time"};
-        base = std::move(result.current);
     }
 }
 
@@ -256,10 +294,11 @@ void ZFleetProperties_6_0::load(char const* path)
     }
     onConfiguration(chosen, [&] {
         Rep::Target target(chosen);
-        zfleet::Snapshot const snapshot = target.remote.read(target.budget);
+        zfleet::Snapshot snapshot = target.remote.read(target.budget);
         if (snapshot.textRevision == 0) {
-            if (rep_->path.empty() || rep_->isBase(chosen))
-                rep_->setBase(chosen, std::move(target.connection), 0, 0);
+            // The next store creates it, unless another program does so first.
+            rep_->sources.insert_or_assign(
+                chosen, Rep::Source{std::move(target.connection), zfleet::Snapshot()});
             ZPropertiesIOException_6_0(chosen, "Txn", ENOENT)
                 .throwException(kSource, raiseForMissing);
         }
@@ -272,8 +311,7 @@ void ZFleetProperties_6_0::load(char const* path)
             throw;
         }
         setFileName(chosen);
-        rep_->setBase(chosen, std::move(target.connection), snapshot.textRevision,
-                      snapshot.metadata.generation);
+        rep_->setBase(chosen, std::move(target.connection), std::move(snapshot));
         resetModified();
     });
 }

@@ -44,16 +44,16 @@ public:
     /// Writes the store to the configuration at `path`, which is created if it does not exist, and
     /// clears the modified flag. For a local file, as the base. The write succeeds only if no other
     /// program has stored the configuration since it was loaded or stored by this store. A
-    /// configuration at another path than the loaded one is replaced, whatever it contains. After a
-    /// load() that failed with ENOENT, the configuration is created, unless another program has
-    /// created it in the meantime.
+    /// configuration that this store has not loaded or stored is replaced, whatever it contains.
+    /// After a load() that failed with ENOENT, the configuration is created, unless another program
+    /// has created it in the meantime.
     /// range   null or empty: the file name. Text and companion have at most 1 MiB.
     /// throws  as load(); ZPropertiesIOException_6_0: "merge()" with ESTALE if another program has
     ///         stored the configuration in the meantime; "write()" with EFBIG for a too large
     ///         store; "Txn" with EINPROGRESS if it is unknown whether the configuration was
     ///         stored, and with ETIMEDOUT if no majority of the cluster replies. The store is
-    ///         unchanged then, and the modified flag stays set. After ETIMEDOUT the configuration
-    ///         may have been stored; the next store() finds out.
+    ///         unchanged then, and the modified flag stays set. After ETIMEDOUT and EINPROGRESS
+    ///         the configuration may have been stored; the next store() finds out.
     void store(char const* path) override;
 
     /// Returns whether `path` names a configuration in a cluster: 1 or 0.

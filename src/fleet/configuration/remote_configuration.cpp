@@ -4,6 +4,8 @@
 #include <inttypes.h>
 #include <stdio.h>
 
+#include <algorithm>
+
 #include "transport/failure.h"
 
 namespace zfleet {
@@ -40,9 +42,15 @@ std::string RemoteConfiguration::keyOf(uint64_t generation) const
     return directory_ + "log/" + digitsOf(generation);
 }
 
-std::vector<Operation> RemoteConfiguration::readOperations() const
+std::vector<Operation> RemoteConfiguration::readOperations(int64_t revision) const
 {
-    return {Range{directory_ + "text"}, Range{directory_ + "hidden"}, Range{directory_ + "meta"}};
+    std::vector<Operation> operations;
+    for (char const* const name : {"text", "hidden", "meta"}) {
+        Range range{directory_ + name};
+        range.revision = revision;
+        operations.emplace_back(std::move(range));
+    }
+    return operations;
 }
 
 Snapshot RemoteConfiguration::snapshotOf(TransactionResult& result) const
@@ -50,28 +58,40 @@ Snapshot RemoteConfiguration::snapshotOf(TransactionResult& result) const
     if (result.ranges.size() != readCount)
         throw CallError{"Txn", EPROTO, false, "a reply without the requested keys"};
     Snapshot snapshot;
-    if (!result.ranges[readText].entries.empty())
-        snapshot.textRevision = result.ranges[readText].entries[0].modRevision;
-    snapshot.text = valueOf(result.ranges[readText]);
-    snapshot.hidden = valueOf(result.ranges[readHidden]);
-    snapshot.metadata = parseMetadata(valueOf(result.ranges[readMeta]));
+    auto const revisionOf = [](RangeResult const& range) {
+        return range.entries.empty() ? 0 : range.entries[0].modRevision;
+    };
+    snapshot.textRevision = revisionOf(result.ranges[readText]);
+    snapshot.metaRevision = revisionOf(result.ranges[readMeta]);
+    snapshot.contents = {valueOf(result.ranges[readText]), valueOf(result.ranges[readHidden])};
+    snapshot.metaLines = valueOf(result.ranges[readMeta]);
     return snapshot;
+}
+
+// Reads the state of the configuration at a revision; 0 is the latest.
+Snapshot RemoteConfiguration::readAt(int64_t revision, Budget& budget)
+{
+    TransactionResult result =
+        cluster_.commit({{}, readOperations(revision), {}}, Repetition::isHarmless, budget);
+    return snapshotOf(result);
 }
 
 Snapshot RemoteConfiguration::read(Budget& budget)
 {
-    TransactionResult result =
-        cluster_.commit({{}, readOperations(), {}}, Repetition::isHarmless, budget);
-    return snapshotOf(result);
+    return readAt(0, budget);
 }
 
-Transaction RemoteConfiguration::writeTransaction(Contents const& contents, int64_t base,
+Transaction RemoteConfiguration::writeTransaction(Contents const& contents, Snapshot const& base,
                                                   Metadata const& metadata) const
 {
     size_t const maxEntrySize = kMaxWriteSize - contents.text.size() - contents.hidden.size();
     Transaction transaction;
     transaction.conditions = {
-        {directory_ + "text", Condition::modRevision, Condition::equal, base}};
+        {directory_ + "text", Condition::modRevision, Condition::equal, base.textRevision}};
+    // In a cluster that was restored from a backup, other contents can have the same revision.
+    if (!base.metaLines.empty())
+        transaction.conditions.push_back(
+            {directory_ + "meta", Condition::value, Condition::equal, 0, base.metaLines});
     transaction.success = {
         Put{directory_ + "text", contents.text}, Put{directory_ + "meta", format(metadata)},
         Put{keyOf(metadata.generation),
@@ -87,62 +107,71 @@ Transaction RemoteConfiguration::writeTransaction(Contents const& contents, int6
     return transaction;
 }
 
-WriteResult RemoteConfiguration::write(Contents const& contents, int64_t base,
-                                       Metadata const& metadata, Budget& budget)
+WriteResult RemoteConfiguration::write(Contents const& contents, Snapshot const& base,
+                                       Metadata const& metadata,
+                                       std::vector<std::string> const& doubts, Budget& budget)
 {
     TransactionResult result =
         cluster_.commit(writeTransaction(contents, base, metadata), Repetition::isHarmless, budget);
     if (result.hasSucceeded)
         return {WriteResult::stored, result.header.revision, {}};
     Snapshot current = snapshotOf(result);
-    if (!result.wasDoubtful)
+    Search search{doubts, metadata.id, base.textRevision, metadata.generation};
+    if (result.wasDoubtful)
+        search.ids.push_back(metadata.id);
+    if (search.ids.empty())
         return {WriteResult::overtaken, 0, std::move(current)};
-    return resolve(std::move(current), base, metadata, budget);
+    try {
+        return find(search, std::move(current), budget);
+    } catch (CallError& error) {
+        error.isDoubtful = true;
+        throw;
+    }
 }
 
-// Finds the outcome of a write after a lost reply. Its transaction cannot be executed any more: the
-// text has another revision than `base`, and revisions only rise.
-WriteResult RemoteConfiguration::resolve(Snapshot current, int64_t base, Metadata const& metadata,
-                                         Budget& budget)
+bool RemoteConfiguration::Search::has(std::string const& id) const
 {
-    if (current.metadata.id == metadata.id) {
-        int64_t const revision = current.textRevision;
-        return {WriteResult::stored, revision, std::move(current)};
-    }
-    RangeResult logged = cluster_.read({keyOf(metadata.generation)}, budget);
-    if (!logged.entries.empty()) {
-        KeyValue const& entry = logged.entries[0];
-        bool const isOwn = parseMetadata(entry.value).id == metadata.id;
-        return {isOwn ? WriteResult::stored : WriteResult::overtaken, entry.modRevision,
-                std::move(current)};
-    }
-    // The log no longer has the generation: look for the id in earlier revisions of the metadata.
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+// Finds the outcome of writes after lost replies. Their transactions cannot be executed any more:
+// the configuration has another state than their base, and revisions only rise. At most one of
+// them was executed.
+WriteResult RemoteConfiguration::find(Search const& search, Snapshot current, Budget& budget)
+{
+    auto const found = [&](std::string const& id, int64_t revision) -> WriteResult {
+        if (id == search.own)
+            return {WriteResult::stored, revision, {}};
+        bool const isCurrent = revision == current.textRevision;
+        return {WriteResult::storedEarlier, revision,
+                isCurrent ? std::move(current) : readAt(revision, budget)};
+    };
     try {
-        int64_t revision = 0;  // the latest
-        int64_t modRevision = 0;
-        do {
-            Metadata const earlier = metadataAt(revision, modRevision, budget);
-            if (earlier.id == metadata.id)
-                return {WriteResult::stored, modRevision, std::move(current)};
-            revision = modRevision - 1;
-        } while (modRevision > base && revision > 0);
+        std::string id = current.metadata().id;
+        if (search.has(id))
+            return found(id, current.metaRevision);
+        RangeResult const logged = cluster_.read({keyOf(search.generation)}, budget);
+        if (!logged.entries.empty()) {
+            Metadata const writer = parseMetadata(logged.entries[0].value);
+            if (search.has(writer.id))
+                return found(writer.id, logged.entries[0].modRevision);
+            if (writer.base == search.base)
+                return {WriteResult::overtaken, 0, std::move(current)};
+        }
+        // The log no longer has the generation: look for the ids in earlier revisions.
+        for (int64_t last = current.metaRevision; last > search.base && last > 1;) {
+            Snapshot const earlier = readAt(last - 1, budget);
+            last = earlier.metaRevision;
+            id = earlier.metadata().id;
+            if (search.has(id))
+                return found(id, last);
+        }
+        return {WriteResult::overtaken, 0, std::move(current)};
     } catch (CallError const& error) {
         if (error.error != ESTALE)
             throw;
         return {WriteResult::unknown, 0, std::move(current)};
     }
-    return {WriteResult::overtaken, 0, std::move(current)};
-}
-
-// Returns the metadata at a revision, and stores the revision that wrote them, or 0, in
-// `modRevision`.
-Metadata RemoteConfiguration::metadataAt(int64_t revision, int64_t& modRevision, Budget& budget)
-{
-    Range range{directory_ + "meta"};
-    range.revision = revision;
-    RangeResult result = cluster_.read(range, budget);
-    modRevision = result.entries.empty() ? 0 : result.entries[0].modRevision;
-    return parseMetadata(valueOf(result));
 }
 
 }  // namespace zfleet

@@ -15,25 +15,30 @@ namespace zfleet {
 /// The largest sum of the sizes of text and companion, in bytes.
 inline constexpr size_t kMaxConfigurationSize = size_t{1} << 20;
 
-// A state of a configuration.
-struct Snapshot {
-    std::string text;
-    std::string hidden;
-    Metadata metadata;
-    int64_t textRevision = 0;  // 0: the configuration does not exist
-};
-
-// The contents that a write stores.
+// The contents of a configuration.
 struct Contents {
     std::string text;
     std::string hidden;
+
+    bool operator==(Contents const&) const = default;
+};
+
+// A state of a configuration.
+struct Snapshot {
+    Contents contents;
+    std::string metaLines;
+    int64_t textRevision = 0;  // 0: the configuration does not exist
+    int64_t metaRevision = 0;  // another one than of the text: the text was put by hand
+
+    Metadata metadata() const { return parseMetadata(metaLines); }
 };
 
 struct WriteResult {
     enum Outcome {
         stored,
-        overtaken,  // another program has written first; `current` is its state
-        unknown     // the cluster has dropped the history that would show the outcome
+        storedEarlier,  // an earlier write with the same base was executed; `current` is its state
+        overtaken,      // another program has written first; `current` is its state
+        unknown         // the cluster has dropped the history that would show the outcome
     };
 
     Outcome outcome;
@@ -49,20 +54,31 @@ public:
     /// throws  CallError.
     Snapshot read(Budget& budget);
 
-    /// Writes `contents` if the text has the revision `base`.
+    /// Writes `contents` if the configuration has the state `base`. `doubts` are the ids of earlier
+    /// writes with the same base whose outcome is unknown.
     /// range   at most kMaxConfigurationSize bytes.
     /// throws  CallError. If `isDoubtful` is set, the outcome is unknown.
-    WriteResult write(Contents const& contents, int64_t base, Metadata const& metadata,
-                      Budget& budget);
+    WriteResult write(Contents const& contents, Snapshot const& base, Metadata const& metadata,
+                      std::vector<std::string> const& doubts, Budget& budget);
 
 private:
+    // Writes that are looked for.
+    struct Search {
+        std::vector<std::string> ids;
+        std::string own;      // the id of the last write
+        int64_t base;         // revision of the text that they changed
+        uint64_t generation;  // that they wrote
+
+        bool has(std::string const& id) const;
+    };
+
     std::string keyOf(uint64_t generation) const;
-    Transaction writeTransaction(Contents const& contents, int64_t base,
+    Transaction writeTransaction(Contents const& contents, Snapshot const& base,
                                  Metadata const& metadata) const;
-    std::vector<Operation> readOperations() const;
+    std::vector<Operation> readOperations(int64_t revision = 0) const;
     Snapshot snapshotOf(TransactionResult& result) const;
-    WriteResult resolve(Snapshot current, int64_t base, Metadata const& metadata, Budget& budget);
-    Metadata metadataAt(int64_t revision, int64_t& modRevision, Budget& budget);
+    Snapshot readAt(int64_t revision, Budget& budget);
+    WriteResult find(Search const& search, Snapshot current, Budget& budget);
 
     Cluster& cluster_;
     std::string const directory_;  // of the keys, with "/" at its end
