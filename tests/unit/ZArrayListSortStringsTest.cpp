@@ -5,8 +5,12 @@
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
 #include <locale.h>
+#include <pthread.h>
 #include <stdlib.h>
+#include <string.h>
 
+#include <algorithm>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <random>
@@ -194,7 +198,44 @@ Elements randomElements(std::mt19937& random, Strings& strings, size_t size)
 
 constexpr char const* kLocales[] = {"C", "C.UTF-8", "en_US.UTF-8", "de_DE.UTF-8", "ja_JP.EUC-JP"};
 
+// Runs a function in a thread. Returns the number of bytes of the stack that it has written.
+size_t stackUsedBy(std::function<void()> const& function)
+{
+    constexpr size_t kSize = 256 * 1024;
+    constexpr unsigned char kUnused = 0xA5;
+    std::unique_ptr<void, decltype(&free)> const stack(aligned_alloc(4096, kSize), free);
+    memset(stack.get(), kUnused, kSize);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    EXPECT_EQ(0, pthread_attr_setstack(&attributes, stack.get(), kSize));
+    auto const call = [](void* called) -> void* {
+        (*static_cast<std::function<void()> const*>(called))();
+        return nullptr;
+    };
+    pthread_t thread;
+    EXPECT_EQ(0, pthread_create(&thread, &attributes, call,
+                                const_cast<std::function<void()>*>(&function)));
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    auto const* const bytes = static_cast<unsigned char const*>(stack.get());
+    return static_cast<size_t>(
+        bytes + kSize -
+        std::find_if(bytes, bytes + kSize, [](unsigned char byte) { return byte != kUnused; }));
+}
+
+// How often strxfrm() returns a length beyond its buffer, as if the locale changed between calls.
+int longerKeys = 0;
+
 }  // namespace
+
+extern "C" size_t __real_strxfrm(char* key, char const* text, size_t size);
+extern "C" size_t __wrap_strxfrm(char* key, char const* text, size_t size)
+{
+    if (longerKeys == 0)
+        return __real_strxfrm(key, text, size);
+    --longerKeys;
+    return size + 100;
+}
 
 TEST(ZArrayListSortStrings, RandomListsAreInTheOrderOfTheCallsOfCompare)
 {
@@ -229,6 +270,65 @@ TEST(ZArrayListSortStrings, ShortListsAreInTheOrderOfTheModel)
             ASSERT_EQ(elements, result) << "round " << round;
         }
     }
+}
+
+// The lengths at which other blocks, or another sort, are used.
+TEST(ZArrayListSortStrings, ListsOfEveryKindOfLengthAreInTheOrderOfTheCallsOfCompare)
+{
+    std::mt19937 random(31021);
+    for (char const* name : kLocales) {
+        SCOPED_TRACE(name);
+        ScopedLocale const locale(name);
+        for (size_t const size : {103u, 104u, 105u, 399u, 400u, 401u, 402u}) {
+            SCOPED_TRACE(size);
+            Strings strings;
+            Elements distinct;
+            for (size_t i = 0; i < size; ++i)
+                distinct.push_back(strings.make(Strings::local, "k" + std::to_string(random())));
+            ASSERT_NO_FATAL_FAILURE(expectSameOrder(distinct));
+            ASSERT_NO_FATAL_FAILURE(expectSameOrder(randomElements(random, strings, size)));
+        }
+    }
+}
+
+// Sanitizers enlarge the frames of functions.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(ZArrayListSortStrings, SortingNeedsLittleStack)
+{
+    constexpr size_t kMost = 4096;
+    size_t const unused = stackUsedBy([] {});
+    std::mt19937 random(31022);
+    for (unsigned const kinds : {5u, 1000000000u}) {  // with equal strings, and without
+        for (unsigned const size : {16u, 104u, 105u, 1000u, 100000u}) {
+            SCOPED_TRACE(size);
+            Strings strings;
+            Elements elements;
+            for (unsigned i = 0; i < size; ++i)
+                elements.push_back(
+                    strings.make(Strings::local, "text " + std::to_string(random() % kinds)));
+            ZArrayList_6_0 list(1, 0);
+            fill(list, elements);
+            EXPECT_GT(kMost, stackUsedBy([&] {
+                                 list.sort(ZSortCompare_6_0::defaultSortCompare(),
+                                           ZSortCompare_6_0::ascending);
+                             }) - unused);
+        }
+    }
+}
+#endif
+
+TEST(ZArrayListSortStrings, KeysThatDoNotFitTwiceAreNotUsed)
+{
+    ScopedLocale const locale("en_US.UTF-8");
+    Strings strings;
+    Elements elements;
+    for (int i = 0; i < 50; ++i)
+        elements.push_back(strings.make(Strings::local, std::to_string(7919 * i % 50)));
+    Elements const expected = sorted(elements, ByCompare(), ZSortCompare_6_0::ascending);
+    longerKeys = 2;
+    EXPECT_EQ(expected, sorted(elements, ZSortCompare_6_0::defaultSortCompare(),
+                               ZSortCompare_6_0::ascending));
+    EXPECT_EQ(0, longerKeys);
 }
 
 TEST(ZArrayListSortStrings, StringsThatDifferLateAreSorted)

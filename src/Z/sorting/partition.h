@@ -216,7 +216,7 @@ void quickSort(Sequence sequence, int64_t low, int64_t high)
 {
     int const deepest = 2 * std::bit_width(static_cast<uint64_t>(std::max<int64_t>(high - low, 1)));
     Range range{low, high, 0};
-    Range pending[CHAR_BIT * sizeof(int64_t) + 1];
+    Range pending[CHAR_BIT * sizeof(uint32_t) + 1];  // indices have 32 bits
     size_t pendingCount = 0;
     for (;;) {
         while (range.low < range.high) {

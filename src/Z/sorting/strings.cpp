@@ -214,6 +214,8 @@ private:
             if (length >= kMaxCollationKeys - size_ || !grow(size_ + length + 1))
                 return false;
             length = strxfrm(keys_.get() + size_, text, capacity_ - size_);
+            if (length >= capacity_ - size_)
+                return false;  // another thread has changed the text or the locale
         }
         size_ += length + 1;
         return true;
@@ -271,20 +273,29 @@ private:
     uint32_t* const indices_;  // three per element
 };
 
-// Two blocks with the capacity of a record per element each, on the stack for a short list.
+// Two blocks, on the stack for a short list. The first holds a record per element. The second holds
+// a pointer per element or, in a list that may be sorted by digits, a record per element. Such a
+// list has a third block, with the counts of the digits.
 class Blocks {
 public:
     /// Returns false if there is not enough memory.
     bool allocate(unsigned int count)
     {
         size_t const size = size_t{count} * sizeof(Record);
+        bool const hasDigits = count >= static_cast<size_t>(kMinDigitSort);
         first_ = short_;
-        if (size > kShort) {
-            heap_.reset(static_cast<unsigned char*>(malloc(2 * size)));
+        if (count > kShort) {
+            size_t const secondSize = hasDigits ? size : size_t{count} * sizeof(void*);
+            size_t const countsSize = hasDigits ? sizeof(DigitCounts) : 0;
+            heap_.reset(static_cast<unsigned char*>(malloc(size + secondSize + countsSize)));
+            if (heap_ == nullptr)
+                return false;
             first_ = heap_.get();
+            if (hasDigits)
+                counts_ = reinterpret_cast<DigitCounts*>(first_ + size + secondSize);
         }
         second_ = first_ + size;
-        return first_ != nullptr;
+        return true;
     }
     template <class T>
     T* first()
@@ -295,15 +306,20 @@ public:
     template <class T>
     T* second()
     {
-        static_assert(sizeof(T) <= sizeof(Record) && std::is_trivially_copyable_v<T>);
+        static_assert(sizeof(T) <= sizeof(void*) && std::is_trivially_copyable_v<T>);
         return reinterpret_cast<T*>(second_);
     }
 
-private:
-    static constexpr size_t kShort = 128 * sizeof(Record);
+    /// Null, or counts with as many records in the second block as elements in the list.
+    DigitCounts* digitCounts() { return counts_; }
+    Record* spareRecords() { return reinterpret_cast<Record*>(second_); }
 
-    alignas(Record) unsigned char short_[2 * kShort];
+private:
+    static constexpr unsigned int kShort = 104;  // elements
+
+    alignas(Record) unsigned char short_[kShort * (sizeof(Record) + sizeof(void*))];
     zmemory::MallocPtr<unsigned char> heap_;
+    DigitCounts* counts_ = nullptr;
     unsigned char* first_ = nullptr;
     unsigned char* second_ = nullptr;
 };
@@ -372,7 +388,7 @@ bool sortTexts(Texts const& texts, ZObject_6_0** elements, unsigned int count, b
             depth = commonPrefix(texts.text(records[0].text), text, depth);
         records[used++] = {0, i, 0};
     }
-    TextOrder order(texts, blocks.second<Record>());
+    TextOrder order(texts, blocks.spareRecords(), blocks.digitCounts());
     order.sort(records, records + used, depth);
     bool hasEquals = order.hasEquals();
     if (!texts.correct(records, used, hasEquals))

@@ -75,12 +75,25 @@ inline size_t commonPrefix(Text one, Text other, size_t most)
                                one.bytes);
 }
 
+/// Records are sorted by the bytes of their keys from this number on.
+constexpr ptrdiff_t kMinDigitSort = 400;
+
+// The number of keys with each value of each byte.
+constexpr size_t kDigits = 256;
+struct DigitCounts {
+    uint32_t counts[8][kDigits];
+};
+
 /// Sorts records by their strings. `Texts` has a function `text(number)`.
 template <class Texts>
 class TextOrder {
 public:
-    /// range   `spare` has the capacity of all records that are sorted.
-    TextOrder(Texts const& texts, Record* spare) : texts_(texts), spare_(spare) {}
+    /// range   `spare` has the capacity of all records that are sorted, and `digits` is not null,
+    ///         unless there are fewer than kMinDigitSort.
+    TextOrder(Texts const& texts, Record* spare, DigitCounts* digits)
+        : texts_(texts), spare_(spare), digits_(digits)
+    {
+    }
 
     /// Sorts the records from `begin` to `end`, whose strings have the first `depth` bytes in
     /// common.
@@ -117,9 +130,7 @@ public:
     bool hasEquals() const { return hasEquals_; }
 
 private:
-    static constexpr ptrdiff_t kShort = 8;   // sorted by comparing whole strings
-    static constexpr ptrdiff_t kLong = 400;  // sorted by the bytes of the keys
-    static constexpr size_t kDigits = 256;
+    static constexpr ptrdiff_t kShort = 8;  // sorted by comparing whole strings
 
     void loadKeys(Record* begin, Record* end, size_t depth) const
     {
@@ -188,7 +199,7 @@ private:
 
     void sortByKey(Record* begin, Record* end)
     {
-        if (end - begin < kLong)
+        if (end - begin < kMinDigitSort)
             std::sort(begin, end,
                       [](Record const& left, Record const& right) { return left.key < right.key; });
         else
@@ -199,7 +210,8 @@ private:
     void sortByDigits(Record* begin, Record* end)
     {
         auto const count = static_cast<size_t>(end - begin);
-        uint32_t counts[8][kDigits] = {};
+        auto& counts = digits_->counts;
+        memset(counts, 0, sizeof counts);
         for (Record const* record = begin; record < end; ++record) {
             for (unsigned byte = 0; byte < 8; ++byte)
                 ++counts[byte][digit(*record, byte)];
@@ -228,6 +240,7 @@ private:
 
     Texts const& texts_;
     Record* const spare_;
+    DigitCounts* const digits_;
     bool hasEquals_ = false;
 };
 
