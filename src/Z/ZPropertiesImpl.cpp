@@ -139,6 +139,7 @@ ZArrayList_6_0* ZPCategoryBasedCache_6_0::get(char const* category, char const* 
     if (id == 0)
         return nullptr;
     ++changes_;  // a list may now hold the values
+    ++rep_->listsReceived;
     return rep_->list(id, kindOf(*rep_, id, type));
 }
 
@@ -407,6 +408,7 @@ int ZPCategoryBasedCache_6_0::swapContents(ZPCache_6_0& other)
     if (peer == nullptr)
         return 0;
     std::swap(rep_, peer->rep_);
+    std::swap(rep_->listsReceived, peer->rep_->listsReceived);  // each counts changes of its cache
     swapCompanionFile(other);
     listsWentAway();
     peer->listsWentAway();

@@ -54,6 +54,7 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zca
     zlines::SharedText kept;                               // the text as read or stored; null: none
     mutable std::shared_ptr<zlines::SpelledText> spelled;  // the text of these contents, or null
     mutable zlines::SharedText* sink = nullptr;  // receives the text that is written, if not null
+    unsigned long listsReceived = 0;  // calls of get() that the cache has counted as changes
 };
 
 // Access to the contents of a cache whose values are all in it.
@@ -61,6 +62,12 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Visit {
     static zcache::Contents const& contentsOf(ZPCategoryBasedCache_6_0 const& direct)
     {
         return direct.rep();
+    }
+
+    /// Returns the number of changes of the contents, without changes of lists by their holders.
+    static unsigned long changesOf(ZPCategoryBasedCache_6_0 const& direct)
+    {
+        return direct.changes() - direct.rep().listsReceived;
     }
 
     /// Frees the text as read, which only a store needs.

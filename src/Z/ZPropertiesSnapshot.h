@@ -26,9 +26,10 @@ public:
     /// throws  ZOutOfMemoryException_6_0.
     /// threads locks the store, and waits while another thread loads it.
     /// cost    O(1) if nothing has changed since the last snapshot of the store. Otherwise O(size):
-    ///         a copy of the contents. Also O(size) for a cache of a class outside the library, and
-    ///         until the next reload() after functions that create lists of values, which their
-    ///         holder can change: ZPCache_6_0::get(), iterators over values, addValue().
+    ///         a copy of the contents. Also O(size) for a cache of a class outside the library.
+    ///         After functions that create lists of values, the values in these lists are compared
+    ///         with the last snapshot until the next reload(), because the holder of a list can
+    ///         change it: ZPCache_6_0::get(), iterators over values, addValue().
     explicit ZPropertiesSnapshot_6_0(ZProperties_6_0 const& store);
 
     /// Shares the contents of `other`.

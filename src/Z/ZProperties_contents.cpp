@@ -173,12 +173,13 @@ std::shared_ptr<ZProperties_6_0::Rep::Frozen const> ZProperties_6_0::Rep::freeze
     Hold const hold(store);
     Rep& rep = *store.rep_;
     ZPCategoryBasedCache_6_0 const* const direct = rep.direct;
+    unsigned long const changes =
+        direct == nullptr ? 0 : ZPCategoryBasedCache_6_0::Visit::changesOf(*direct);
     // The holder of a list of values can change them at any time.
-    bool const isCounted =
-        direct != nullptr && !ZPCategoryBasedCache_6_0::Visit::contentsOf(*direct).hasLists();
-    unsigned long const changes = isCounted ? direct->changes() : 0;
-    if (isCounted && rep.frozen != nullptr && rep.frozenAt == changes &&
-        rep.frozenGeneration == generation(store) && rep.frozen->file == store.fileName_)
+    if (direct != nullptr && rep.frozen != nullptr && rep.frozenAt == changes &&
+        rep.frozenGeneration == generation(store) && rep.frozen->file == store.fileName_ &&
+        ZPCategoryBasedCache_6_0::Visit::contentsOf(*direct).hasListsOf(
+            ZPCategoryBasedCache_6_0::Visit::contentsOf(*rep.frozen->cache)))
         return rep.frozen;
 
     std::unique_ptr<ZPCategoryBasedCache_6_0> cache;
@@ -193,7 +194,7 @@ std::shared_ptr<ZProperties_6_0::Rep::Frozen const> ZProperties_6_0::Rep::freeze
     auto* const dialect = dynamic_cast<ZDialectData_6_0 const*>(cache.get());
     auto const frozen =
         std::make_shared<Frozen const>(Frozen{std::move(cache), dialect, store.fileName_});
-    rep.frozen = isCounted ? frozen : nullptr;
+    rep.frozen = direct != nullptr ? frozen : nullptr;
     rep.frozenAt = changes;
     rep.frozenGeneration = generation(store);
     return frozen;

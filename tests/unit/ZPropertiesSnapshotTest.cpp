@@ -483,6 +483,60 @@ TEST_F(ZPropertiesSnapshot, SeesValuesThatAListChanges)
     EXPECT_EQ("[z]k=changed k=added k=1 b [a]x=y [empty]", visited(after));
 }
 
+// Lists of values exist from the first iterator over values on.
+TEST_F(ZPropertiesSnapshot, IsSharedWhileNoListChanges)
+{
+    load("[s]\nk = 1\nk = 2\nother = 3\n");
+    store_.setValue("s", "secret", "x", 1);
+    auto const sharesWith = [&](ZPropertiesSnapshot_6_0 const& before) {
+        return before.isShared(ZPropertiesSnapshot_6_0(store_)) != 0;
+    };
+    ZPropertiesSnapshot_6_0 const first(store_);
+    for (char const* const key : {"k", "other", "secret"}) {
+        SCOPED_TRACE(key);
+        ZStanzaValueIterator_6_0 values(store_, "s", key, zPropLocalStrings, zPropIterAny);
+        char const* value = nullptr;
+        values.nextValue(value);
+        EXPECT_TRUE(sharesWith(first));
+    }
+    store_.addValue("s", "k", "4", 0);
+    EXPECT_FALSE(sharesWith(first));
+
+    struct Case {
+        char const* name;
+        char const* key;
+        std::function<void(ZStanzaValueIterator_6_0&)> change;
+        char const* contents;
+    };
+    Case const cases[] = {
+        {"changed", "k", [](auto& values) { values.changeValue("5"); },
+         "[s]k=5 k=2 k=4 other=3 secret~x "},
+        {"same length of another list", "other", [](auto& values) { values.changeValue("6"); },
+         "[s]k=5 k=2 k=4 other=6 secret~x "},
+        {"added", "other", [](auto& values) { values.addValue("7"); },
+         "[s]k=5 k=2 k=4 other=6 other=7 secret~x "},
+        {"removed", "k", [](auto& values) { values.removeValue(); },
+         "[s]k=2 k=4 other=6 other=7 secret~x "},
+        {"obfuscated", "secret", [](auto& values) { values.changeValue("y"); },
+         "[s]k=2 k=4 other=6 other=7 secret~y "},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZPropertiesSnapshot_6_0 const before(store_);
+        std::string const contents = visited(before);
+        ZStanzaValueIterator_6_0 values(store_, "s", c.key, zPropLocalStrings, zPropIterAny);
+        char const* value = nullptr;
+        values.nextValue(value);
+        c.change(values);
+        EXPECT_FALSE(sharesWith(before));
+        EXPECT_EQ(contents, visited(before));
+        ZPropertiesSnapshot_6_0 const after(store_);
+        EXPECT_EQ(c.contents, visited(after));
+        EXPECT_EQ(visited(store_), visited(after));
+        EXPECT_TRUE(sharesWith(after));
+    }
+}
+
 TEST_F(ZPropertiesSnapshot, FollowsTheRulesOfADialect)
 {
     ZStanzaFileProperties_6_0 store(1, dialect("systemd"));

@@ -259,6 +259,11 @@ public:
     /// Returns whether a list of values was ever created: its holder can change it at any time.
     bool hasLists() const { return hasLists_; }
 
+    /// Returns whether each list that a caller may hold has the values that the key has in `copy`.
+    /// range   a copy of these contents, which have not changed since, except by holders of lists.
+    /// cost    O(values in lists).
+    bool hasListsOf(Contents const& copy) const;
+
     /// Returns whether lists that callers may hold were deleted since the last call.
     bool exchangeListsRemoved() { return std::exchange(listsRemoved_, false); }
 
@@ -291,6 +296,7 @@ private:
     Id createKey(Id category, std::string_view name, uint32_t hash);
     void linkKey(Id key);
     KeyExtra& extraOf(Id key);
+    static bool hasValues(ZArrayList_6_0 const& list, Contents const& copy, Id key, Kind kind);
     Id set(LookupResult const& found, std::string_view category, std::string_view key,
            std::string_view value, Kind kind);  // returns the key
     void reserveFor(std::string_view category, std::string_view key, std::string_view value);

@@ -58,6 +58,38 @@ ZArrayList_6_0* Contents::valuesOf(Id id, Selection selection)
     return &list;
 }
 
+bool Contents::hasListsOf(Contents const& copy) const
+{
+    if (!hasLists_)
+        return true;
+    for (Id i = 1; i < keyExtras_.end(); ++i) {
+        KeyExtra const& extra = keyExtras_[i];
+        if (extra.key == 0)
+            continue;
+        for (Kind const kind : {plain, obfuscated}) {
+            if (extra.lists[kind] != nullptr &&
+                !hasValues(*extra.lists[kind], copy, extra.key, kind))
+                return false;
+        }
+    }
+    return true;
+}
+
+// Returns whether a list has the values of a key in `copy`.
+bool Contents::hasValues(ZArrayList_6_0 const& list, Contents const& copy, Id key, Kind kind)
+{
+    unsigned const size = list.size();
+    if (size != copy.valueCount(key, kind))
+        return false;
+    unsigned at = 0;
+    bool const differs = copy.findValue(key, kind, [&](std::string_view value) {
+        auto const* const text =
+            at < size ? static_cast<ZAbstractString_6_0 const*>(list.get(at++)) : nullptr;
+        return text == nullptr || std::string_view(text->getChars(), text->getLength()) != value;
+    });
+    return !differs && at == size;  // a null is no value
+}
+
 ZLCString_6_0* Contents::keyName(Id key)
 {
     keyExtras_.reserve(1);
