@@ -3,6 +3,7 @@
 #include <Z/ZArrayList.h>
 #include <Z/ZLCString.h>
 #include <Z/ZPropertiesImpl.h>
+#include <Z/ZPropertiesIterator.h>
 #include <Z/ZPropertiesSnapshot.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <benchmark/benchmark.h>
@@ -614,7 +615,8 @@ void lookUpRow(benchmark::State& state, Contender const& contender, File const& 
         benchmark::DoNotOptimize(store->lookUp(*names[i++ & 65535]));
 }
 
-// The wall-clock time of a lookup, divided by the number of threads that look up at the same time.
+// The wall-clock time of many lookups, divided by the number of threads that look up at the same
+// time.
 void threadedRow(benchmark::State& state, Store& store, std::vector<Name> const& names,
                  unsigned threadCount)
 {
@@ -639,7 +641,7 @@ void threadedRow(benchmark::State& state, Store& store, std::vector<Name> const&
         for (std::thread& thread : threads)
             thread.join();
         std::chrono::duration<double> const passed = std::chrono::steady_clock::now() - start;
-        state.SetIterationTime(passed.count() / (kLookups * threadCount));
+        state.SetIterationTime(passed.count() / threadCount);
     }
 }
 
@@ -674,6 +676,22 @@ void visitRow(benchmark::State& state, Contender const& contender, File const& f
         benchmark::DoNotOptimize(store->visit());
 }
 
+// Takes a snapshot again, of a store that has not changed since the last one. With `hasList`, a
+// list of values exists, which its holder can change without a call of the store.
+void snapshotRow(benchmark::State& state, File const& file, bool hasList)
+{
+    ZStanzaFileProperties_6_0 store(1);
+    store.load(file.path.c_str());
+    if (hasList) {
+        ZStanzaValueIterator_6_0 values(store, file.names[0].stanza.c_str(),
+                                        file.names[0].key.c_str(), zPropLocalStrings, zPropIterAny);
+        values.nextValue();
+    }
+    ZPropertiesSnapshot_6_0 const first(store);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ZPropertiesSnapshot_6_0(store));
+}
+
 bool registerAll()
 {
     using RowFunction = void (*)(benchmark::State&, Contender const&, File const&);
@@ -694,7 +712,8 @@ bool registerAll()
                     bool const floor = strncmp(contender.name, "floor", 5) == 0;
                     bool const map = strcmp(contender.name, "unordered_map") == 0;
                     // Only contenders that targets name get the largest files of unusual shape.
-                    bool const named = contender.changes || map || floor;
+                    bool const named = contender.changes || map || floor ||
+                                       strcmp(contender.name, "GKeyFile") == 0;
                     if (keys > contender.most || (row.onlyFull && !contender.changes) ||
                         (keys > 100000 && shape.keysPerStanza != 100 && !named) ||
                         (map && row.run == loadRow) ||
@@ -720,6 +739,14 @@ bool registerAll()
                     if (run == changeRow)
                         made->UseRealTime();
                 }
+    for (bool const hasList : {false, true})
+        for (size_t const keys : sizesOf(kShapes[0]))
+            benchmark::RegisterBenchmark(
+                ((hasList ? "Snapshot.list/Z/wide/" : "Snapshot/Z/wide/") + std::to_string(keys))
+                    .c_str(),
+                [keys, hasList](benchmark::State& state) {
+                    snapshotRow(state, files.of(kShapes[0], keys), hasList);
+                });
     for (unsigned const threads : {1u, 2u})
         benchmark::RegisterBenchmark(
             ("LookUp.threads" + std::to_string(threads) + "/Z/wide/10000").c_str(),
