@@ -77,6 +77,10 @@
 ///                              lines but comments; 16 php: what PHP cannot parse
 ///     zDialectNames            0 plain; 1 percent: "%20" and "%U20AC" are characters in names, and
 ///                              a backslash is "/"; not with zDialectHeads 4
+///     zDialectReturns          a carriage return without a newline after it: 0 text; 1 lineEnd:
+///                              refused except in quotes, since programs of the format end the line
+///                              there. A file that has carriage returns, but no newline, is refused
+///                              in either case
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -109,7 +113,8 @@ enum ZStanzaSwitch : int {
     zDialectCommentStyle,
     zDialectLineLimit,
     zDialectRefusals,
-    zDialectNames
+    zDialectNames,
+    zDialectReturns
 };
 
 /// A dialect: a name and 64 bytes of switches.

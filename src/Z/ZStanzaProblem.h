@@ -69,6 +69,9 @@ public:
         refusedLine = 33,        // error: a line that they cannot parse
         refusedRepetition = 34,  // error: a header or key that is repeated
         quotedInPart = 35,       // note: a value with quotes that are not around all of it
+
+        // In files of other dialects.
+        loneReturn = 36,  // error: a carriage return without a newline after it (zDialectReturns)
     };
 
     /// Creates a record.

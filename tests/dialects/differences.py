@@ -53,8 +53,6 @@ def is_partly_quoted(values):
     return any(value and re.search(r"[\"']", value) for value in values or [])
 
 
-LONE_RETURN = re.compile(r"\r(?!\n)")
-
 # Peers, the reason, and whether it is the reason for a case. The first that applies is taken. A row
 # for peers "" is for all of them.
 ROWS = [
@@ -63,8 +61,8 @@ ROWS = [
     ("", "UTF-16 is refused here", lambda c: c.refused == "here" and c.message == "UTF-16"),
     ("", "a file without a header and a key is refused here",
      lambda c: c.refused == "here" and c.message == "no header and no key"),
-    ("", "a carriage return alone ends a line there",
-     lambda c: LONE_RETURN.search(c.data) is not None),
+    ("", "a carriage return without a newline is refused here",
+     lambda c: c.refused == "here" and c.message == "carriage return"),
     ("", "bytes that are not UTF-8 pass here",
      lambda c: not is_utf8(c.data) and (c.refused == "there" or c.key is not None)),
     ("git config", "releases before 2.45 read a tab in a value as a space",
@@ -111,6 +109,8 @@ ROWS = [
      [value.lower() for value in c.model] == [value.lower() for value in c.peer]),
     ("testparm", "checks of names and values there",
      lambda c: c.refused == "there" and "x:" not in c.data),
+    ("kreadconfig5", "carriage returns are dropped there",
+     lambda c: c.model and [value.replace("\r", "") for value in c.model] == c.peer),
     ("kreadconfig5", "a key with [$e] is expanded there",
      lambda c: c.key and c.key[1] + "[$" in c.data),
     ("kreadconfig5", "a key for another language is not read there",

@@ -26,7 +26,7 @@ import peers
 
 INSERTED = (b"'", b'"', b"[", b"]", b"=", b";", b"#", b"\\", b" ", b"\t", b"\n", b"(", b")", b"{", b"}",
             b"$", b"${", b"&", b"|", b"^", b"~", b"!", b":", b"%", b"-", b"null", b"no ", b" yes",
-            b"None", b"a", b"1", b"\n  ", b"\n[", b" x ")
+            b"None", b"a", b"1", b"\n  ", b"\n[", b" x ", b"\r", b"\r\n")
 
 
 def mutated(data, other, rng):
@@ -98,8 +98,6 @@ SHARES = {"testparm": 8, "kreadconfig5": 16}
 # Readers, the reason for which a file that the reader refuses has no error, and whether it applies
 # to a file with a message of the reader.
 ROWS = [
-    ("", "a carriage return alone ends a line there",
-     lambda data, message: re.search(rb"\r(?!\n)", data) is not None),
     ("systemd, environment editorconfig",
      "the reader refuses bytes that are not UTF-8; other readers of the format accept them",
      lambda data, message: not differences.is_utf8(peers.text(data))),

@@ -36,8 +36,15 @@ public:
     {
         if (!isText())
             return;
-        while (next_ < lines.size())
+        while (next_ < lines.size()) {
+            std::size_t const line = next_;
+            std::size_t const refusals = errors.size();
             readLine();
+            if (refusesReturns() && errors.size() == refusals)
+                refuseReturn(line);
+            else if (text_.find('\n') == kNowhere && errors.size() > refusals)
+                replaceErrors(refusals);
+        }
         if (stanzas.empty() && !notes.empty() && errors.empty())
             refuse(notes.front().line - 1, notes.front().column, "no header and no key");
     }
@@ -94,6 +101,33 @@ public:
     std::vector<Stanza> stanzas;
 
 private:
+    // Refuses a carriage return without a newline in the lines from `first` to next_, outside the
+    // quotes of a value.
+    void refuseReturn(std::size_t first)
+    {
+        Value const none;
+        bool const hasValue = open_ != nullptr && open_->line == first + 1 && !open_->alone;
+        Value const& value = hasValue && hasLongQuotes() ? *open_ : none;
+        for (std::size_t at = lines[first].begin; at < lines[next_ - 1].next; ++at) {
+            if (at == value.valueBegin && value.valueEnd > at)
+                at = afterQuotes(at, value.valueEnd);
+            if (isLoneReturn(at))
+                return refuse(first, at < lines[first].next ? at - lines[first].begin + 1 : 0,
+                              "carriage return");
+        }
+    }
+
+    // In a file of one line, a carriage return is the cause of all errors.
+    void replaceErrors(std::size_t count)
+    {
+        for (std::size_t at = lines[0].begin; at < text_.size(); ++at) {
+            if (!isLoneReturn(at) || isStanzaFormat())
+                continue;
+            errors.resize(count);
+            return refuse(0, at - lines[0].begin + 1, "carriage return");
+        }
+    }
+
     void readLine()
     {
         std::size_t const line = next_;

@@ -52,6 +52,7 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.lineLimit = static_cast<zdialects::LineLimit>(rules.lineLimit);
     s.refusals = static_cast<uint8_t>(rules.refusals);
     s.names = static_cast<zdialects::Names>(rules.names);
+    s.returns = static_cast<zdialects::Returns>(rules.lone);
     return s;
 }
 
@@ -91,6 +92,7 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.lineLimit = static_cast<LineLimit>(s.lineLimit);
     rules.refusals = s.refusals;
     rules.names = static_cast<Names>(s.names);
+    rules.lone = static_cast<Returns>(s.returns);
     return rules;
 }
 
@@ -215,6 +217,8 @@ inline std::string textOf(zdialects::Fault fault)
             return "unknown escape";
         case Fault::directive:
             return "directive";
+        case Fault::loneReturn:
+            return "carriage return";
         case Fault::noHeadOrKey:
             return "no header and no key";
     }

@@ -147,6 +147,9 @@ enum class LineLimit { mebibyte, bytes4094 };
 // percent: %20 is a space, %U20AC is a euro sign, and a backslash is a slash.
 enum class Names { plain, percent };
 
+// lineEnd: a carriage return without a newline is refused outside quotes.
+enum class Returns { text, lineEnd };
+
 struct Switches {
     unsigned marks = hash;
     unsigned trailing = noMark;
@@ -180,6 +183,7 @@ struct Switches {
     LineLimit lineLimit = LineLimit::mebibyte;       // of written lines
     unsigned refusals = 0;
     Names names = Names::plain;
+    Returns lone = Returns::text;  // carriage returns without a newline
 };
 
 struct Dialect {
@@ -211,6 +215,7 @@ inline constexpr Switches kSystemd = {
     .separatorStyle = SeparatorStyle::tightEquals,
     .notPlain = returns,
     .refusals = notUtf8,
+    .lone = Returns::lineEnd,
 };
 
 constexpr Switches networkd()
@@ -272,6 +277,7 @@ inline constexpr Switches kPhp = {
     .notPlain = returns | constants,
     .newKeys = NewKeys::php,
     .refusals = phpSyntax,
+    .lone = Returns::lineEnd,
 };
 
 // Names of stanzas are folded, but their spaces are kept; only keys drop them. Any line continues,
@@ -322,6 +328,7 @@ inline constexpr Switches kPython = {
     .foldKeys = true,
     .notPlain = returns | controls | unicode,
     .refusals = repeatedHeads | repeatedKeys | passedOverLines,
+    .lone = Returns::lineEnd,
 };
 
 // Comments end headers and continuation lines, too; a line that has only such a comment is a
@@ -353,6 +360,7 @@ inline constexpr Switches kQt = {
     .notPlain = returns | commas,
     .commentStyle = CommentStyle::semicolon,
     .names = Names::percent,
+    .lone = Returns::lineEnd,
 };
 
 // "[]" and "[$i]" alone are a stanza without a name. A line with '[' and without ']' is
@@ -378,6 +386,7 @@ inline constexpr Switches kEditorconfig = {
     .foldKeys = true,
     .byteOrderMark = true,
     .notPlain = returns | controls | unicode,
+    .lone = Returns::lineEnd,
 };
 
 // A header without ']' is refused: otherwise its keys would belong to the header before it.
@@ -406,6 +415,7 @@ inline constexpr Switches kSysctl = {
     .top = Top::stanza,
     .markers = minusPrefix,
     .notPlain = returns | controls,
+    .lone = Returns::lineEnd,
 };
 
 // Shells define it. A backslash before a newline is dropped with it, except between single quotes;
@@ -428,6 +438,7 @@ inline constexpr Switches kEnv = {
     .separatorStyle = SeparatorStyle::tightEquals,
     .notPlain = shellWords,
     .newKeys = NewKeys::shell,
+    .lone = Returns::lineEnd,
 };
 
 inline constexpr Dialect kDialects[] = {

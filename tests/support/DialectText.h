@@ -142,6 +142,49 @@ protected:
         notes.push_back({line + 1, column, text});
     }
 
+    bool isLoneReturn(std::size_t at) const
+    {
+        return at < text_.size() && text_[at] == '\r' && text_.substr(at + 1, 1) != "\n";
+    }
+
+    // Whether a carriage return without a newline makes the file invalid.
+    bool refusesReturns() const
+    {
+        return !isStanzaFormat() &&
+               (rules.lone == Returns::lineEnd || text_.find('\n') == kNowhere);
+    }
+
+    bool hasLongQuotes() const
+    {
+        return rules.quoting != Quoting::none && rules.quoting != Quoting::ends;
+    }
+
+    // The first carriage return without a newline that is outside the quotes of a value, or its
+    // end.
+    std::size_t afterQuotes(std::size_t at, std::size_t end) const
+    {
+        std::string open;
+        for (; at < end; ++at) {
+            std::string const c(1, text_[at]);
+            if (open.empty() && isLoneReturn(at))
+                return at;
+            bool const isSame = open == c || rules.quoting != Quoting::whole;
+            if (c == "\\" && hasEscape(open) && at + 1 < end && text_[at + 1] != '\r')
+                ++at;
+            else if (isQuote(c[0]) && (open.empty() || isSame))
+                open = open.empty() ? c : "";
+        }
+        return end;
+    }
+
+    // Whether a backslash hides the next character, within a quote or outside quotes.
+    bool hasEscape(std::string const& quote) const
+    {
+        if (rules.quoting != Quoting::whole)
+            return true;
+        return quote == "\"" || (quote.empty() && rules.escapes == Escapes::environment);
+    }
+
     void splitLines()
     {
         std::size_t at = 0;

@@ -334,6 +334,20 @@ TEST(DialectChanges, ARefusalNamesTheChange)
     });
 }
 
+TEST(DialectChanges, ACarriageReturnThatWouldEndTheLineIsRefused)
+{
+    auto const comment = [](Store& store) { store.setComment("s", "k", "c\rd"); };
+    for (char const* const dialect : {"systemd", "networkd", "python", "python-inline"})
+        expectChanges({{dialect, "[s]\nk=1\n", comment, "site 85 [s] : #c\rd"}});
+    expectChanges({
+        {"php", "[s]\nk=1\n", comment, "site 85 [s] : ;c\rd"},
+        {"qt", "[s]\nk=1\n", comment, "site 85 [s] : #c\rd"},
+        {"git", "[s]\nk=1\n", comment, "[s]\n#c\rd\nk=1\n"},
+        {"php", "[s]\nk=1\n", set("s", "k", "a\rb"), "[s]\nk=\"a\rb\"\n"},
+        {"env", "k='1\r'", set(".", "j", "a\rb"), "k='1\r'\nj=\"a\rb\""},
+    });
+}
+
 TEST(DialectChanges, NamesOfQtAreSpelledWithPercentSigns)
 {
     expectChanges({

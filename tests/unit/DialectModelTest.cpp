@@ -150,6 +150,10 @@ TEST(DialectModel, HasASampleOfEachRuleOfEachDialect)
             "blanks",    "byte-order-mark", "bytes",        "comments", "continuation",
             "headers",   "key-alone",       "line-endings", "names",    "repeated-key",
             "separator", "trailing",        "utf-16",       "zero-byte"};
+        if (dialect.name != "stanza")
+            needed.insert(needed.end(), {"lone-return", "only-returns"});
+        if (rules.lone == Returns::lineEnd && rules.quoting != Quoting::none)
+            needed.push_back("quoted-return");
         if (rules.heads != Heads::none)
             needed.insert(needed.end(), {"no-key", "repeated-header", "top"});
         if (rules.heads != Heads::none && rules.repeatedHead != RepeatedHead::refused)

@@ -103,6 +103,17 @@ TEST_F(DialectProblems, HaveAPlaceACauseAndARemedy)
          "2:10 error 23 [core] : \"name = \xc3\xa4\\q\": the format does not have this escape; "
          "write two backslashes for one\n"
          "3:10 error 22 [core] : \"other = \"x\": a quote is not closed; close it\n"},
+        {"systemd", "[A]\r\nk=1\rj=2\r\n; c\rl=3\n",
+         "2:4 error 36 [A] : \"k=1\rj=2\": a carriage return is not followed by a newline; end "
+         "each "
+         "line with a newline, and remove other carriage returns\n"
+         "3:4 error 36 [A] : \"; c\rl=3\": a carriage return is not followed by a newline; end "
+         "each "
+         "line with a newline, and remove other carriage returns\n"},
+        {"git", "[a\rk = \"1\r",
+         "1:3 error 36 [] : \"[a\rk = \"1\r\": a carriage return is not followed by a newline; end "
+         "each line with a newline, and remove other carriage returns\n"},
+        {"php", "k = \"1\r2\"\r\n", ""},
         {"php", "a = 1\nb = \"x\n\n",
          "2:5 error 22 [.] : \"b = \"x\": a quote is not closed; close it\n"},
         {"systemd", "<?xml?>\n<service/>\n",

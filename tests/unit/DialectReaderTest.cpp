@@ -107,7 +107,7 @@ Switches randomSwitches(RandomContents& random)
     for (;;) {
         Switches rules = kDialects[1 + pick(std::size(kDialects) - 1)].rules;
         for (unsigned changes = 1 + pick(4); changes-- > 0;) {
-            switch (pick(22)) {
+            switch (pick(23)) {
                 case 0:
                     rules.marks = pick(8);
                     break;
@@ -173,6 +173,9 @@ Switches randomSwitches(RandomContents& random)
                     break;
                 case 21:
                     rules.byteOrderMark = pick(2) == 1;
+                    break;
+                case 22:
+                    rules.lone = static_cast<Returns>(pick(2));
                     break;
             }
         }

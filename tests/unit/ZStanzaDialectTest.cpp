@@ -25,7 +25,7 @@ namespace {
 
 using Dialect = ZStanzaDialect_6_0;
 
-constexpr int kSwitches = zDialectNames + 1;
+constexpr int kSwitches = zDialectReturns + 1;
 
 // The switches of the model's row, in the order of ZStanzaSwitch.
 std::vector<int> valuesOf(dialect_model::Switches const& rules)
@@ -62,7 +62,8 @@ std::vector<int> valuesOf(dialect_model::Switches const& rules)
             number(rules.commentStyle),
             number(rules.lineLimit),
             number(rules.refusals),
-            number(rules.names)};
+            number(rules.names),
+            number(rules.lone)};
 }
 
 std::vector<int> valuesOf(Dialect const& dialect)
@@ -238,9 +239,10 @@ TEST(ZStanzaDialect, EachWordOfEachSwitchIsAValueOfIt)
                                  "ini,commentStyle=semicolon",
                                  "ini,lineLimit=bytes4094",
                                  "ini,refusals=php",
-                                 "ini,names=percent"};
-    int const largest[] = {7, 3, 2, 6, 2, 2, 7, 3, 16, 1, 1,   3, 4, 7, 3,  2,
-                           1, 1, 1, 7, 3, 2, 1, 1, 1,  1, 128, 2, 1, 1, 16, 1};
+                                 "ini,names=percent",
+                                 "ini,returns=lineEnd"};
+    int const largest[] = {7, 3, 2, 6, 2, 2, 7, 3, 16, 1,   1, 3, 4, 7,  3, 2, 1,
+                           1, 1, 7, 3, 2, 1, 1, 1, 1,  128, 2, 1, 1, 16, 1, 1};
     static_assert(std::size(names) == kSwitches && std::size(largest) == kSwitches);
     for (int which = 0; which < kSwitches; ++which)
         EXPECT_EQ(largest[which], named(names[which]).get(static_cast<ZStanzaSwitch>(which)))

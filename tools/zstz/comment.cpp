@@ -62,8 +62,8 @@ void requireComments(Store const& store, std::string const& comment, Request con
             exitInvalidValue,
             request.file,
             {"the comment " + quote(request.text) +
-                 " would not read back, because a line of it ends with a backslash or has "
-                 "other bytes of no comment",
+                 " would not read back, because a line of it ends with a backslash, or has a "
+                 "carriage return or other bytes of no comment",
              "use another text"}};
 }
 

@@ -21,6 +21,7 @@ enum class Fault : uint8_t {
     openQuote,
     unknownEscape,
     directive,
+    loneReturn,
     noHeadOrKey
 };
 

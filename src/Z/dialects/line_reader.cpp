@@ -23,12 +23,26 @@ bool isDesktopKey(std::string_view key)
     });
 }
 
+// Returns the position of a carriage return in [at, end) without a newline after it, or npos.
+size_t loneReturn(std::string_view text, size_t at, size_t end)
+{
+    while ((at = text.substr(0, end).find('\r', at)) != text.npos) {
+        if (at + 1 == text.size() || text[at + 1] != '\n')
+            return at;
+        ++at;
+    }
+    return text.npos;
+}
+
 }  // namespace
 
 void LineReader::read()
 {
     next_ = begin_ = switches_.byteOrderMark ? byteOrderMarkSize(text_) : 0;
     if (isText(begin_)) {
+        hasNewline_ = text_.find('\n') != text_.npos;
+        refusesReturns_ = (switches_.returns == Returns::lineEnd || !hasNewline_) &&
+                          loneReturn(text_, begin_, text_.size()) != text_.npos;
         while (next_ < text_.size())
             readLine();
         if (!hasHead_ && !hasKey_ && hasNote_ && !hasError_)
@@ -68,9 +82,17 @@ bool LineReader::isText(size_t begin)
     return !hasError_;
 }
 
-void LineReader::report(Finding const& finding)
+void LineReader::report(Finding finding)
 {
+    if (finding.isError && refusesReturns_ && !hasNewline_) {
+        // All lines were read as one, so the carriage return is the cause of any other error.
+        if (hasErrorInLine_)
+            return;
+        finding.fault = Fault::loneReturn;
+        finding.at = static_cast<uint32_t>(loneReturn(text_, finding.line, text_.size()));
+    }
     hasError_ |= finding.isError;
+    hasErrorInLine_ |= finding.isError;
     if (!finding.isError && !hasNote_) {
         hasNote_ = true;
         firstNote_ = finding;
@@ -104,6 +126,58 @@ void LineReader::appendOther(size_t at)
 }
 
 void LineReader::readLine()
+{
+    if (!refusesReturns_)
+        return readLogicalLine();
+    size_t const begin = next_;
+    size_t const count = lines_.size();
+    hasErrorInLine_ = false;
+    readLogicalLine();
+    if (hasErrorInLine_)
+        return;
+    bool const hasValue = lines_.size() > count && lines_.back().kind == zlines::valueLine;
+    size_t const at = unquotedReturn(begin, hasValue ? &lines_.back() : nullptr);
+    if (at != text_.npos)
+        refuseReturn(at, begin, count);
+}
+
+// Returns the position of the first lone carriage return from `begin` to next_ that is not in
+// quotes, or npos. `value` is the last line if it has a value.
+size_t LineReader::unquotedReturn(size_t begin, zlines::Line const* value) const
+{
+    bool const hasQuotes = switches_.quoting != Quoting::none && switches_.quoting != Quoting::ends;
+    if (value == nullptr || !hasQuotes)
+        return loneReturn(text_, begin, next_);
+    size_t at = loneReturn(text_, begin, value->valueBegin);
+    if (at != text_.npos)
+        return at;
+    bool const isWhole = switches_.quoting == Quoting::whole;
+    char quote = 0;
+    for (at = value->valueBegin; at < value->valueEnd; ++at) {
+        char const c = text_[at];
+        bool const isEscape =
+            c == '\\' &&
+            (!isWhole || quote == '"' || (quote == 0 && switches_.escapes == Escapes::environment));
+        if (quote == 0 && loneReturn(text_, at, at + 1) == at)
+            return at;
+        if (isEscape && at + 1 < value->valueEnd && text_[at + 1] != '\r')
+            ++at;
+        else if (isWhole && quote != 0 ? c == quote : characters_.isQuote(c))
+            quote = quote == 0 ? c : '\0';
+    }
+    return loneReturn(text_, value->valueEnd, next_);
+}
+
+// Refuses the line with a carriage return, whose lines follow the first `count`. An indented line
+// has none of its own.
+void LineReader::refuseReturn(size_t at, size_t line, size_t count)
+{
+    report({Fault::loneReturn, true, static_cast<uint32_t>(at), static_cast<uint32_t>(line)});
+    for (size_t i = std::min(count, lines_.size() - 1); i < lines_.size(); ++i)
+        lines_[i].kind = zlines::otherLine;
+}
+
+void LineReader::readLogicalLine()
 {
     line_.take(joining_, text_, next_);
     next_ = line_.next();

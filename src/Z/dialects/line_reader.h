@@ -43,6 +43,9 @@ private:
 
     bool isText(size_t begin);
     void readLine();
+    void readLogicalLine();
+    size_t unquotedReturn(size_t begin, zlines::Line const* value) const;
+    void refuseReturn(size_t at, size_t line, size_t count);
     void readMarked(size_t at);
     bool cutComment(size_t at);
     bool takeIndented(size_t at);
@@ -60,7 +63,7 @@ private:
     void refuse(Fault fault, size_t at) { report(fault, true, at); }
     void passOver(Fault fault, size_t at) { report(fault, false, at); }
     void report(Fault fault, bool isError, size_t at);
-    void report(Finding const& finding);
+    void report(Finding finding);
     void append(zlines::LineKind kind, size_t name, size_t nameEnd, size_t value, size_t valueEnd);
     void appendOther(size_t at);
 
@@ -79,6 +82,9 @@ private:
     bool hasKey_ = false;   // or key
     bool hasError_ = false;
     bool hasNote_ = false;
+    bool hasNewline_ = false;
+    bool refusesReturns_ = false;
+    bool hasErrorInLine_ = false;
     Finding firstNote_{};
     static constexpr size_t kClosed = SIZE_MAX;
     size_t open_ = kClosed;   // index of the Line that indented lines continue

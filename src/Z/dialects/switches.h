@@ -133,6 +133,11 @@ enum Refusal : uint8_t {
 // not in headers with subsections.
 enum class Names : uint8_t { plain, percent };
 
+// A carriage return that is not before a newline. For programs that end the line there, such a file
+// would have another meaning: `lineEnd` refuses it, except in a quoted value. Any dialect refuses a
+// file that has carriage returns, but no newline.
+enum class Returns : uint8_t { text, lineEnd };
+
 struct Switches {
     uint8_t marks = markHash;
     uint8_t trailing = 0;
@@ -166,13 +171,14 @@ struct Switches {
     LineLimit lineLimit = LineLimit::mebibyte;
     uint8_t refusals = 0;
     Names names = Names::plain;
+    Returns returns = Returns::text;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 32;
+constexpr int kSwitchCount = 33;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

@@ -21,6 +21,7 @@ constexpr Switches kSystemd = {
     .separatorStyle = SeparatorStyle::tightEquals,
     .notPlain = notPlainReturns,
     .refusals = refusalNotUtf8,
+    .returns = Returns::lineEnd,
 };
 
 constexpr Switches networkd()
@@ -38,6 +39,7 @@ constexpr Switches kPython = {
     .foldKeys = true,
     .notPlain = notPlainReturns | notPlainControls | notPlainUnicode,
     .refusals = refusalRepeatedHeads | refusalRepeatedKeys | refusalPassedOver,
+    .returns = Returns::lineEnd,
 };
 
 constexpr Switches pythonInline()
@@ -121,6 +123,7 @@ constexpr Row kRows[] = {
          .notPlain = notPlainReturns | notPlainConstants,
          .newKeys = NewKeys::php,
          .refusals = refusalPhp,
+         .returns = Returns::lineEnd,
      }},
     {"samba",
      {
@@ -165,6 +168,7 @@ constexpr Row kRows[] = {
          .notPlain = notPlainReturns | notPlainCommas,
          .commentStyle = CommentStyle::semicolon,
          .names = Names::percent,
+         .returns = Returns::lineEnd,
      }},
     {"kconfig",
      {
@@ -187,6 +191,7 @@ constexpr Row kRows[] = {
          .foldKeys = true,
          .byteOrderMark = true,
          .notPlain = notPlainReturns | notPlainControls | notPlainUnicode,
+         .returns = Returns::lineEnd,
      }},
     {"ini", kIni},
     {"windows", windows()},
@@ -197,6 +202,7 @@ constexpr Row kRows[] = {
          .top = Top::stanza,
          .markers = markerMinusPrefix,
          .notPlain = notPlainReturns | notPlainControls,
+         .returns = Returns::lineEnd,
      }},
     {"env",
      {
@@ -214,6 +220,7 @@ constexpr Row kRows[] = {
          .separatorStyle = SeparatorStyle::tightEquals,
          .notPlain = notPlainShell,
          .newKeys = NewKeys::shell,
+         .returns = Returns::lineEnd,
      }},
 };
 static_assert(std::size(kRows) == kRowCount);
@@ -263,6 +270,7 @@ constexpr Form kForms[] = {
     {"lineLimit", false, "mebibyte bytes4094"},
     {"refusals", true, "repeatedHeads repeatedKeys passedOver notUtf8 php"},
     {"names", false, "plain percent"},
+    {"returns", false, "text lineEnd"},
 };
 static_assert(std::size(kForms) == kSwitchCount);
 

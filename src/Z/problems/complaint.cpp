@@ -65,6 +65,8 @@ constexpr Row kRows[] = {
     {openQuote, "a quote is not closed", nullptr, "close it", true},
     {unknownEscape, "the format does not have this escape", nullptr,
      "write two backslashes for one", true},
+    {loneReturn, "a carriage return is not followed by a newline", nullptr,
+     "end each line with a newline, and remove other carriage returns", true},
     {lineTooLong, "the line is longer than 1 MiB", nullptr, "split it", true},
     {noHeadOrKey, "the file has neither a header nor a key of this format", nullptr,
      "choose another dialect", true},

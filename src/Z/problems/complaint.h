@@ -44,7 +44,8 @@ enum Cause : int {
     missingRequired = 32,
     refusedLine = 33,
     refusedRepetition = 34,
-    quotedInPart = 35
+    quotedInPart = 35,
+    loneReturn = 36
 };
 
 // Line and column, counted from 1.
@@ -65,7 +66,7 @@ struct Complaint {
     char const* reason = "";  // for passedOver, refusedLine and refusedRepetition
 
     /// Returns whether a load refuses the file because of it.
-    bool refusesLoad() const { return isError && cause < unknownStanza; }
+    bool refusesLoad() const { return isError && (cause < unknownStanza || cause == loneReturn); }
 };
 
 /// Returns the text in quotes, cut between two characters if it is long.

@@ -41,6 +41,7 @@ constexpr Meaning kMeanings[] = {
     {Fault::openQuote, openQuote},
     {Fault::unknownEscape, unknownEscape},
     {Fault::directive, directive},
+    {Fault::loneReturn, loneReturn},
     {Fault::noHeadOrKey, noHeadOrKey},
 };
 
