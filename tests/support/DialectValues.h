@@ -105,9 +105,11 @@ private:
             if (c == '\\' && at + 1 == lines[line].end && (rules.join & insideValue)) {
                 kept = out.size();
                 value.valueEnd = ++at;
-                if (!moveOn(line, at))
-                    break;
-                continue;
+                if (moveOn(line, at))
+                    continue;
+                if (quoted)
+                    return refuse(first, quote - lines[first].begin + 1, "open quote");
+                break;
             }
             if (isQuote(c)) {
                 quoted = !quoted;

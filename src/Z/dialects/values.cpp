@@ -131,8 +131,11 @@ void ValueScanner::scanAnywhere()
             return;
         } else if (c == '\\' && at + 1 == line_.end && (switches_.join & joinInsideValue)) {
             extent_.end = ++at;
-            if (!moveOn(at))
+            if (!moveOn(at)) {
+                if (isQuoted)
+                    refuse(Fault::openQuote, quote, first);
                 return;
+            }
         } else if (c == '\\') {
             Escape const escape = readEscape(switches_.escapes, text_.substr(0, line_.end), at);
             if (escape.kind == Escape::unknown && switches_.unknownEscape == UnknownEscape::refused)
