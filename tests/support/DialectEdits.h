@@ -645,6 +645,15 @@ private:
                    separatorOf(value) != separatorOf(above[0])) {
             found_.push_back("new: the separator differs from the line above");
         }
+        if (above[0].text.empty() && !above[0].alone && !value.text.empty() &&
+            isOneSided(separatorOf(above[0])) && isOneSided(separatorOf(value)))
+            found_.push_back("new: no space is after the sign, and spaces are before it");
+    }
+
+    // "key =" does not show the spaces after the sign.
+    static bool isOneSided(std::string const& separator)
+    {
+        return separator.size() > 1 && blanksOf(separator) == separator.size() - 1;
     }
 
     std::string lineEnding(std::size_t line) const

@@ -509,6 +509,21 @@ TEST(DialectChanges, ACommentStaysBetweenTheHeadersOfItsStanza)
     });
 }
 
+TEST(DialectChanges, ANewKeyBelowAnEmptyValueHasSpacesOnBothSidesOfItsSignOrOnNone)
+{
+    Change const add = [](Store& store) { store.setValue("a", "m", "y"); };
+    expectChanges({
+        {"systemd", "[a]\nl =\n", add, "[a]\nl =\nm=y\n"},
+        {"python", "[a]\nl =\n", add, "[a]\nl =\nm = y\n"},
+        {"python", "[a]\nl :\n", add, "[a]\nl :\nm : y\n"},
+        {"systemd", "[a]\nlong = 1\nl    =\n", add, "[a]\nlong = 1\nl    =\nm    = y\n"},
+        {"systemd", "[a]\nlong =\nl    =\n", add, "[a]\nlong =\nl    =\nm    = y\n"},
+        {"python", "[a]\nlong : 1\nl    :\n", add, "[a]\nlong : 1\nl    :\nm    : y\n"},
+        {"desktop", "[a]\nlong=1\nl   =\n", add, "[a]\nlong=1\nl   =\nm   = y\n"},
+        {"systemd", "[a]\nk=1\nl=\n", add, "[a]\nk=1\nl=\nm=y\n"},
+    });
+}
+
 TEST(DialectChanges, EachChangeCanBeUndone)
 {
     struct File {
