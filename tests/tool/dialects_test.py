@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
 """Tests of the verbs on files of other dialects. usage: dialects_test.py TOOL [unittest arguments]"""
+import json
+
 import tool
 from tool import DONE, INVALID_DATA, INVALID_VALUE, NOT_FOUND, REFUSED, USAGE
 
@@ -98,7 +100,14 @@ READ = [
     row("networkd", PEERS, ["get", "Peer]1", "K", "--line"], b"2\n"),
     row("networkd", PEERS, ["keys", "Peer]1"], b"K\n"),
     row("networkd", PEERS, ["list", "Peer]1"], b"[Peer]\nK = 1\n"),
-    row("networkd", PEERS, ["list", "Peer]2", "K"], b"[Peer]2]\nK = 2\n"),
+    row("networkd", PEERS, ["list", "Peer]2", "K"], b"[Peer]2\nK = 2\n"),
+    row("networkd", PEERS, ["list", "[Peer]2", "K"], b"[Peer]2\nK = 2\n"),
+    row("networkd", PEERS, ["get", "[Peer]2", "K"], b"2\n"),
+    row("networkd", PEERS, ["keys", "[Peer]"], b"K\n"),
+    row("networkd", PEERS, ["keys", "[Peer]3"], b"no stanza [Peer]3; run ", NOT_FOUND),
+    row("networkd", PEERS, ["set", "[Peer]2", "K", "x"], b"", DONE, PEERS.replace(b"2", b"x")),
+    row("networkd", PEERS, ["rename", "[Peer]2", "Other"], b"", DONE,
+        b"[Other]".join(PEERS.rsplit(b"[Peer]", 1))),
     row("kconfig", VERSION, ["stanzas"], b"$Version\na\n"),
     row("kconfig", VERSION, ["get", "$Version", "u"], b"1\n"),
     row("kconfig", b"[]\nk=1\n", ["list", "--format", "json"], b'{"": {"k": ["1"]}}\n'),
@@ -217,6 +226,19 @@ LINTED = (b'smb.conf:1:1: key "workgroup" in [global] is required and missing; a
 
 
 class DialectsTest(tool.ToolTest):
+    def test_a_new_key_gets_an_empty_value(self):
+        dialects = self.run_tool("dialects").stdout.split("\n")
+        names = [line.split()[0] for line in dialects if line and line.split()[0] != "stanza"]
+        self.assertIn("samba", names)
+        for name in names:
+            with self.subTest(name):
+                stanza = "." if name in ("sysctl", "env") else "a"
+                self.write_files({"f": b"k=1\n" if stanza == "." else b"[a]\nk=1\n"})
+                run = self.run_in_directory("add", "f", stanza, "n", "", "--dialect", name)
+                self.assertEqual((DONE, b""), (run.returncode, run.stderr))
+                run = self.run_in_directory("list", "f", stanza, "--dialect", name, "--format", "json")
+                self.assertEqual({stanza: {"k": ["1"], "n": [""]}}, json.loads(run.stdout))
+
     def test_reading(self):
         self.expect_rows(READ)
 

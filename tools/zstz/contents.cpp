@@ -179,6 +179,7 @@ public:
     explicit Reader(Store const& store) : store_(store)
     {
         contents_.isStanzaFile = store.isStanzaFile();
+        contents_.dialect = store.dialect();
         if (zlines::SharedText kept = keptText(store))
             contents_.text = std::make_shared<ReadText>(std::move(kept));
     }

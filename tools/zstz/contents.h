@@ -52,6 +52,7 @@ struct FileContents {
     std::vector<StanzaContents> stanzas;  // in file order
     std::shared_ptr<ReadText const> text = {};
     bool isStanzaFile = true;
+    ZStanzaDialect_6_0 dialect = {};
 };
 
 /// Returns the contents of a store. The entry that names the companion file is left out. Lines are

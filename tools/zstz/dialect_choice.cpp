@@ -114,8 +114,11 @@ void addSuggestion(std::string const& path, std::string const& contents,
 void resolveNames(Request& request)
 {
     bool const isRename = request.verb == "rename" && request.key.empty();
-    bool const isSpelled = request.stanza.find('"') != std::string::npos ||
-                           (isRename && request.newName.find('"') != std::string::npos);
+    auto const mayBeSpelled = [](std::string const& name) {
+        return name.starts_with('[') || name.find('"') != name.npos;
+    };
+    bool const isSpelled =
+        mayBeSpelled(request.stanza) || (isRename && mayBeSpelled(request.newName));
     if (!isSpelled || request.file.empty())
         return;
     ZStanzaDialect_6_0 const dialect = chooseDialect(request, request.file);

@@ -5,6 +5,7 @@
 #include "contents.h"
 #include "dialect_choice.h"
 #include "failures.h"
+#include "key_lines.h"
 #include "output.h"
 #include "raw_file.h"
 
@@ -64,7 +65,7 @@ void printPlain(Request const& request, std::vector<Change> const& changes,
             char const* const sign = !change.key.empty()                        ? ""
                                      : change.before.kind == ValueState::absent ? "+ "
                                                                                 : "- ";
-            printLine(request, sign + ('[' + change.stanza + ']'));
+            printLine(request, sign + formatHeading(after.dialect, change.stanza));
         }
         isFirst = false;
         stanza = change.stanza;

@@ -4,6 +4,7 @@
 #include <Z/ZStanzaDialect_p.h>
 #include <Z/dialects/line_rules.h>
 #include <Z/dialects/switched_dialect.h>
+#include <Z/lines/separate_stanzas.h>
 #include <Z/stanza/stanza_dialect.h>
 
 #include <algorithm>
@@ -21,9 +22,31 @@ zlines::SharedDialect lineDialectOf(ZStanzaDialect_6_0 const& dialect)
     return zdialects::dialectWith(switches);
 }
 
+namespace {
+
+bool hasNumberedStanzas(ZStanzaDialect_6_0 const& dialect)
+{
+    return zdialects::switchesOf(dialect).repeatedHead == zdialects::RepeatedHead::separate;
+}
+
+}  // namespace
+
+std::string formatHeading(ZStanzaDialect_6_0 const& dialect, std::string_view stanza)
+{
+    std::string const name(stanza);
+    size_t const base = hasNumberedStanzas(dialect) ? zlines::withoutNumber(stanza).size() : 0;
+    return base == 0 || base == name.size() ? '[' + name + ']' : '[' + name;
+}
+
 std::string resolveStanza(ZStanzaDialect_6_0 const& dialect, std::string const& name)
 {
     constexpr int kSubsections = 4;  // of zDialectHeads
+    if (name.starts_with('[') && hasNumberedStanzas(dialect)) {
+        std::string_view const base = zlines::withoutNumber(name);
+        bool const isFirst = base.size() == name.size();
+        if (!isFirst || base.ends_with(']'))
+            return name.substr(1, name.size() - (isFirst ? 2 : 1));
+    }
     if (name.find('"') == name.npos || dialect.get(zDialectHeads) != kSubsections)
         return name;
     std::string_view spelled = name;

@@ -22,8 +22,13 @@ struct KeyLine {
 /// Returns the rules of the lines of a dialect.
 zlines::SharedDialect lineDialectOf(ZStanzaDialect_6_0 const& dialect);
 
+/// Returns a stanza as `list` and `diff` show it: [NAME], or [NAME]2 for the second stanza of a
+/// name.
+std::string formatHeading(ZStanzaDialect_6_0 const& dialect, std::string_view stanza);
+
 /// Returns the name of a stanza in a file of the dialect. The name can be spelled as in a header,
-/// if headers have a second form: remote "origin" is remote.origin.
+/// if headers have a second form: remote "origin" is remote.origin. If the dialect has several
+/// stanzas of one name, the name can also be a heading.
 std::string resolveStanza(ZStanzaDialect_6_0 const& dialect, std::string const& name);
 
 /// Returns the text of a file that was loaded with the attribute keepLines.

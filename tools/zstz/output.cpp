@@ -132,13 +132,13 @@ void ValuePrinter::append(Parts const&... parts)
     out_ += lineEnd(request_);
 }
 
-void ValuePrinter::addStanza(std::string_view name)
+void ValuePrinter::addStanza(std::string_view name, std::string const& heading)
 {
     endStanza();
     if (form_ == "json")
         out_ += (hasStanza_ ? ", " : "{") + toJson(name) + ": {";
     else if (form_ == "plain" && plainForm_ == stanzasAndKeys)
-        append(hasStanza_ ? "\n[" : "[", name, ']');
+        append(hasStanza_ ? "\n" : "", heading.empty() ? '[' + std::string(name) + ']' : heading);
     stanza_ = name;
     if (form_ == "sh")
         stanzas_.push_back(stanza_);

@@ -37,7 +37,7 @@ public:
     void printKeysAlone(bool isAlone) { hasKeysAlone_ = isAlone; }
 
     /// Starts a stanza.
-    void addStanza(std::string_view name);
+    void addStanza(std::string_view name, std::string const& heading = {});
 
     /// Adds a key of the stanza that was added last. `values` is empty for a key without values.
     /// range   `counting` is the value that counts, see ZProperties_6_0::getValue().

@@ -244,7 +244,7 @@ int runList(Request const& request)
         [&](std::string_view stanza) {
             bool const isWanted = filter.hasStanza(stanza);
             if (isWanted)
-                printer.addStanza(stanza);
+                printer.addStanza(stanza, formatHeading(store.dialect(), stanza));
             return isWanted;
         },
         [&](KeyView const& key) {

@@ -17,6 +17,7 @@
 #include "busy.h"
 #include "dialect_choice.h"
 #include "failures.h"
+#include "key_lines.h"
 #include "problems.h"
 #include "raw_file.h"
 
@@ -237,7 +238,7 @@ void requireStanza(Store const& store, std::string const& path, std::string cons
         throw Failure{
             exitNotFound,
             path,
-            {"no stanza [" + stanza + "]",
+            {"no stanza " + formatHeading(store.dialect(), stanza),
              "run '" + std::string(toolName()) + " stanzas " + shellWord(path) + "' to list them"}};
 }
 
@@ -247,7 +248,8 @@ void requireKey(Store const& store, Request const& request)
     if (store.contents().contains(request.stanza.c_str(), request.key.c_str()) == 0)
         throw Failure{exitNotFound,
                       request.file,
-                      {"no key " + quote(request.key) + " in [" + request.stanza + "]",
+                      {"no key " + quote(request.key) + " in " +
+                           formatHeading(store.dialect(), request.stanza),
                        "run '" + std::string(toolName()) + " keys " + shellWord(request.file) +
                            " " + shellWord(request.stanza) + "' to list them"}};
 }
