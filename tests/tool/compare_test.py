@@ -138,6 +138,20 @@ class CompareTest(tool.ToolTest):
     def test_diff_of_dialects(self):
         self.expect_rows(DIALECT_DIFF)
 
+    def test_diff_names_bytes_that_are_not_compared(self):
+        text = "[a]\nk = 1\n"
+        self.write_files({"a": text.encode("utf-16-be"), "b": text.replace("1", "2").encode("utf-16-be"),
+                          "c": text.encode()})
+        note = (b"zstz: %s:1:1: note: the line has a zero byte and is not compared after it; pass "
+                b"--text to compare all bytes\n")
+        for arguments, code, printed, report in (
+                (["a", "b"], DONE, b"", note % b"a" + note % b"b"),
+                (["c", "b"], DIFFERS, b"[a]\n- k = 1\n", note % b"b"),
+                (["a", "b", "-q"], DONE, b"", b"")):
+            with self.subTest(arguments):
+                run = self.run_in_directory("diff", *arguments)
+                self.assertEqual((code, printed, report), (run.returncode, run.stdout, run.stderr))
+
     def test_a_variable_selects_the_dialect(self):
         self.write_files({"setup.cfg": b"[a]\nk = v ; c\n", "b": b"[a]\nK = v\n"})
         directory = self.path.parent

@@ -7,6 +7,7 @@
 #include "failures.h"
 #include "key_lines.h"
 #include "output.h"
+#include "problems.h"
 #include "raw_file.h"
 
 #include <stdio.h>
@@ -27,6 +28,24 @@ ZStanzaDialect_6_0 dialectOf(Request const& request, std::string const& path,
     return dialect.name() == std::string_view("stanza") ? chooseDialect(request, other) : dialect;
 }
 
+// Prints the first line with a zero byte: bytes after it, such as the text of a file in UTF-16, are
+// not compared.
+void noteZeroByte(std::string const& path, std::string const& text)
+{
+    if (text.find('\0') == text.npos)
+        return;
+    Problems const problems = Problems::ofText(text);
+    for (unsigned i = 0; i < problems.size(); ++i) {
+        if (problems[i].cause() != ZStanzaProblem_6_0::Cause::zeroByte)
+            continue;
+        fprintf(stderr,
+                "zstz: %s: note: the line has a zero byte and is not compared after it; %s\n",
+                toPrintable(nameLine(path, problems[i].line(), problems[i].column())).c_str(),
+                "pass --text to compare all bytes");
+        return;
+    }
+}
+
 FileContents load(Request const& request, std::string const& path, std::string const& other)
 {
     Store store(dialectOf(request, path, other));
@@ -38,7 +57,10 @@ FileContents load(Request const& request, std::string const& path, std::string c
         Failure const failure = describe(std::current_exception(), path);
         throw failure;
     }
-    return contentsOf(store);
+    FileContents const contents = contentsOf(store);
+    if (store.isStanzaFile() && contents.text != nullptr && !request.quiet)
+        noteZeroByte(path, contents.text->kept->text);
+    return contents;
 }
 
 // Returns the line of a value after the key, as the dialect of its file spells it.
