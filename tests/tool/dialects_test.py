@@ -179,11 +179,7 @@ CHANGE = [
     row("systemd", RESET, ["set", "s", "E", "/b"], b"", DONE, RESET + b"E=/b\n"),
     row("systemd", RESET + b"E=/b\n", ["add", "s", "E", "/a", "--behind", ""], b"", DONE,
         RESET + b"E=/a\nE=/b\n"),
-    row("systemd", RESET + b"E=/b\n", ["add", "s", "E", "/a", "--before", ""], b"", DONE,
-        b"[s]\nE=/0\nE=/a\nE=\nE=/b\n"),
     row("systemd", b"[s]\nE=\n", ["set", "s", "E", "/b"], b"", DONE, b"[s]\nE=/b\n"),
-    row("systemd", UNIT, ["unset", "Service", "ExecStart", "/bin/a"], b"", DONE,
-        UNIT.replace(b"ExecStart=/bin/a\n", b"")),
     row("python", PYTHON, ["set", "a", "OTHER", "2"], b"", DONE,
         PYTHON.replace(b"= 1", b"= 2")),
     row("python", PYTHON, ["add", "a", "other", "2"], b"of several lines only one is valid", REFUSED),
@@ -191,6 +187,33 @@ CHANGE = [
         PYTHON.replace(b"other", b"new")),
     row("python", PYTHON, ["unset", "a", "key"], b"", DONE, b"[a]\n# c\nother = 1\n"),
     row("none", PYTHON, ["get", "a", "key"], b'unknown dialect "none"', USAGE),
+]
+
+
+# The values above the reset have no effect.
+RESET_LIST = b"[s]\nE=1\nE=2\nE=\nE=2\nE=3\n"
+CHANGE += [
+    row(dialect, RESET_LIST, [verb, "s", "E", *options], b"", DONE, b"[s]\nE=1\nE=2\nE=\n" + after)
+    for dialect in ("systemd", "networkd") for verb, options, after in (
+        ("set", ["9", "--nth", "1"], b"E=9\nE=3\n"), ("set", ["9", "--nth", "2"], b"E=2\nE=9\n"),
+        ("set", ["9", "--old", "2"], b"E=9\nE=3\n"), ("set", ["9", "--raw", "--nth", "2"], b"E=2\nE=9\n"),
+        ("unset", ["2"], b"E=3\n"), ("add", ["9", "--first"], b"E=9\nE=2\nE=3\n"),
+        ("add", ["9", "--before", "2"], b"E=9\nE=2\nE=3\n"),
+        ("add", ["9", "--behind", "2"], b"E=2\nE=9\nE=3\n"),
+        ("add", ["9", "--behind", ""], b"E=9\nE=2\nE=3\n"))
+] + [
+    row("systemd", RESET_LIST, [verb, "s", "E", *options], words, NOT_FOUND)
+    for verb, options, words in (
+        ("set", ["9", "--nth", "3"], b"has 2 values; choose one of them with --nth"),
+        ("set", ["9", "--old", "1"], b'has the value "1" only above the empty value, which resets it; run'),
+        ("add", ["9", "--before", "1"], b'has the value "1" only above the empty value'),
+        ("unset", ["7"], b'has no value "7"'))
+] + [
+    row("systemd", RESET_LIST + b"E=\n", ["set", "s", "E", "9", "--nth", "1"], b"has 0 values", NOT_FOUND),
+    row("systemd", RESET_LIST + b"E=\nE=4\n", ["unset", "s", "E", ""], b"", DONE, RESET_LIST + b"E=4\n"),
+    row("systemd", RESET_LIST + b"E=\n", ["add", "s", "E", "9", "--first"], b"", DONE, RESET_LIST + b"E=\nE=9\n"),
+    row("ini", b"[s]\nk=2\nk=2\n", ["set", "s", "k", "9", "--old", "2"], b"", DONE, b"[s]\nk=2\nk=9\n"),
+    row("windows", b"[s]\nk=2\nk=2\n", ["set", "s", "k", "9", "--old", "2"], b"", DONE, b"[s]\nk=9\nk=2\n"),
 ]
 
 
@@ -244,6 +267,26 @@ class DialectsTest(tool.ToolTest):
 
     def test_changing(self):
         self.expect_rows(CHANGE)
+
+    def test_a_change_of_a_line_without_effect_prints_a_note(self):
+        for dialect, before, arguments, note, after in (
+                ("systemd", RESET + b"E=/b\n", ["add", "s", "E", "/a", "--before", ""],
+                 b'key "E" in [s] has an empty value below the new one, which resets it',
+                 b"[s]\nE=/0\nE=/a\nE=\nE=/b\n"),
+                ("systemd", RESET_LIST, ["unset", "s", "E", "1"],
+                 b'key "E" in [s] had an empty value below the removed one, which reset it',
+                 RESET_LIST.replace(b"E=1\n", b"")),
+                ("ini", b"[s]\nk=1\nk=2\n", ["set", "s", "k", "9", "--old", "1"],
+                 b'key "k" in [s] has 2 lines, and only the last is valid', b"[s]\nk=9\nk=2\n"),
+                ("windows", b"[s]\nk=1\nk=2\n", ["set", "s", "k", "9", "--nth", "2"],
+                 b'key "k" in [s] has 2 lines, and only the first is valid', b"[s]\nk=1\nk=9\n")):
+            for quiet in ([], ["-q"]):
+                self.write_files({"f": before})
+                verb, *rest = arguments
+                run = self.run_in_directory(verb, "f", *rest, "--dialect", dialect, *quiet)
+                self.assertEqual((DONE, b"" if quiet else b"zstz: f: note: " + note + b"\n"),
+                                 (run.returncode, run.stderr))
+                self.assertEqual({"f": after}, self.read_files())
 
     def test_a_name_of_several_stanzas_is_refused(self):
         self.expect_rows(AMBIGUOUS)

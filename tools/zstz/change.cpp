@@ -40,43 +40,94 @@ void throwCountRefusal(Request const& request, size_t count, std::string const& 
          "pass --all to " + remedy}};
 }
 
-// Returns the index of a value that a key must have.
-size_t indexOf(std::vector<std::string> const& values, std::string const& value,
-               Request const& request)
-{
-    auto const found = std::find(values.begin(), values.end(), value);
-    if (values.empty() && value.empty())
-        throw Failure{
-            exitNotFound,
-            request.file,
-            {nameKey(request.key, request.stanza) + " has no values", "leave out the value"}};
-    if (found == values.end())
-        throw Failure{
-            exitNotFound,
-            request.file,
-            {nameKey(request.key, request.stanza) + " has no value " + quote(value),
-             "run 'zstz get " + shellWord(request.file) + " " + shellWord(request.stanza) + " " +
-                 shellWord(request.key) + " --all' to list its values"}};
-    return static_cast<size_t>(found - values.begin());
-}
-
-// Returns the index of the value that --nth names.
-size_t numberedIndex(std::vector<std::string> const& values, Request const& request)
-{
-    unsigned long const number = strtoul(request.nth.c_str(), nullptr, 10);
-    if (number > values.size())
-        throw Failure{exitNotFound,
-                      request.file,
-                      {nameKey(request.key, request.stanza) + " has " +
-                           formatCount(values.size(), "value", "values"),
-                       "choose one of them with --nth"}};
-    return number - 1;
-}
-
 // Returns whether only one line of a key is valid.
 bool countsOnce(Store const& store, std::string const& key)
 {
     return zdialects::countsOnce(store.switches(), key);
+}
+
+bool resets(Store const& store)
+{
+    return store.switches().emptyValues == zdialects::EmptyValues::reset;
+}
+
+// Returns the index of the first value that no empty value below resets.
+size_t firstAfterReset(Store const& store, std::vector<std::string> const& values)
+{
+    if (!resets(store))
+        return 0;
+    return static_cast<size_t>(values.rend() - std::find(values.rbegin(), values.rend(), ""));
+}
+
+// Returns the index of the only valid line of a key with values.
+size_t validIndex(Store const& store, std::vector<std::string> const& values)
+{
+    bool const isFirst = store.switches().repeatedKey == zdialects::RepeatedKey::first;
+    return isFirst ? 0 : values.size() - 1;
+}
+
+// Returns the command that lists the values of a key.
+std::string listCommand(Request const& request)
+{
+    return "run 'zstz get " + shellWord(request.file) + " " + shellWord(request.stanza) + " " +
+           shellWord(request.key) + " --all' to list its values";
+}
+
+// Returns the index of a value that a key must have: of the valid line, if only one is. The values
+// above the last empty value have no effect where empty values are resets.
+size_t indexOf(Store const& store, std::vector<std::string> const& values, std::string const& value,
+               Request const& request)
+{
+    std::string const key = nameKey(request.key, request.stanza);
+    if (values.empty() && value.empty())
+        throw Failure{exitNotFound, request.file, {key + " has no values", "leave out the value"}};
+    size_t const after = firstAfterReset(store, values);
+    if (value.empty() && after > 0)
+        return after - 1;
+    if (!values.empty() && countsOnce(store, request.key) &&
+        values[validIndex(store, values)] == value)
+        return validIndex(store, values);
+    auto const begin = values.begin() + static_cast<ptrdiff_t>(after);
+    auto const found = std::find(begin, values.end(), value);
+    if (found != values.end())
+        return static_cast<size_t>(found - values.begin());
+    bool const isReset = std::find(values.begin(), begin, value) != begin;
+    throw Failure{exitNotFound,
+                  request.file,
+                  {key + (isReset ? " has the value " + quote(value) +
+                                        " only above the empty value, which resets it"
+                                  : " has no value " + quote(value)),
+                   listCommand(request)}};
+}
+
+// Returns the index of the value that --nth names.
+size_t numberedIndex(Store const& store, std::vector<std::string> const& values,
+                     Request const& request)
+{
+    unsigned long const number = strtoul(request.nth.c_str(), nullptr, 10);
+    size_t const first = firstAfterReset(store, values);
+    if (number > values.size() - first)
+        throw Failure{exitNotFound,
+                      request.file,
+                      {nameKey(request.key, request.stanza) + " has " +
+                           formatCount(values.size() - first, "value", "values"),
+                       "choose one of them with --nth"}};
+    return first + number - 1;
+}
+
+void printNote(Request const& request, std::string const& text)
+{
+    if (!request.quiet)
+        fprintf(stderr, "zstz: %s: note: %s\n", toPrintable(request.file).c_str(),
+                toPrintable(nameKey(request.key, request.stanza) + ' ' + text).c_str());
+}
+
+// Reports that only one of the lines of a key is valid.
+void noteValidLine(Store const& store, std::vector<std::string> const& values,
+                   Request const& request)
+{
+    printNote(request, "has " + std::to_string(values.size()) + " lines, and only the " +
+                           (validIndex(store, values) == 0 ? "first" : "last") + " is valid");
 }
 
 void setValues(Store& store, Request const& request, std::vector<std::string> const& values)
@@ -126,10 +177,13 @@ bool hasValue(Store const& store, Request const& request)
 void insertValue(Store& store, Request const& request, bool isPlaced)
 {
     std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
-    size_t const index = request.hasBefore   ? indexOf(values, request.before, request)
-                         : request.hasBehind ? indexOf(values, request.behind, request) + 1
-                         : isPlaced          ? 0
+    size_t const first = firstAfterReset(store, values);
+    size_t const index = request.hasBefore   ? indexOf(store, values, request.before, request)
+                         : request.hasBehind ? indexOf(store, values, request.behind, request) + 1
+                         : isPlaced          ? first
                                              : values.size();
+    if (index < first)
+        printNote(request, "has an empty value below the new one, which resets it");
     values.insert(values.begin() + static_cast<ptrdiff_t>(index), request.value);
     setValues(store, request, values);
 }
@@ -137,8 +191,21 @@ void insertValue(Store& store, Request const& request, bool isPlaced)
 void unsetValue(EditedFile& file, Request const& request)
 {
     Store& store = file.store();
-    indexOf(valuesOf(store, request.stanza, request.key), request.value, request);
+    std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
+    size_t const after = firstAfterReset(store, values);
+    auto const begin = values.begin() + static_cast<ptrdiff_t>(after);
+    auto const aboveReset = std::find(values.begin(), begin, request.value);
+    bool const hasNoEffect = !request.value.empty() && aboveReset != begin &&
+                             std::find(begin, values.end(), request.value) == values.end();
+    size_t const index = hasNoEffect ? static_cast<size_t>(aboveReset - values.begin())
+                                     : indexOf(store, values, request.value, request);
+    if (hasNoEffect)
+        printNote(request, "had an empty value below the removed one, which reset it");
     file.willChange(request.stanza, request.key, false);
+    if (resets(store) && values.size() > 1) {
+        values.erase(values.begin() + static_cast<ptrdiff_t>(index));
+        return setValues(store, request, values);
+    }
     store.removeValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str());
 }
 
@@ -206,8 +273,7 @@ bool setAfterReset(EditedFile& file, Request const& request, std::vector<std::st
 {
     Store& store = file.store();
     size_t const count = countingValuesOf(store, request.stanza, request.key).size();
-    bool const hasReset = store.switches().emptyValues == zdialects::EmptyValues::reset &&
-                          count < values.size() && values.size() > 1;
+    bool const hasReset = resets(store) && count < values.size() && values.size() > 1;
     if (!hasReset || request.value.empty() || (count > 1 && !request.all))
         return false;
     values.resize(values.size() - count);
@@ -235,19 +301,17 @@ void applySet(EditedFile& file, Request const& request)
     std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
     if (request.hasOldValue || !request.nth.empty()) {
         requireKey(store, request);
-        values[request.hasOldValue ? indexOf(values, request.oldValue, request)
-                                   : numberedIndex(values, request)] = request.value;
+        size_t const index = request.hasOldValue ? indexOf(store, values, request.oldValue, request)
+                                                 : numberedIndex(store, values, request);
+        if (countsOnce(store, request.key) && index != validIndex(store, values))
+            noteValidLine(store, values, request);
+        values[index] = request.value;
         file.willChange(request.stanza, request.key, false);
         if (values.size() > 1)
             return setValues(store, request, values);
     } else if (values.size() > 1 && !request.all && countsOnce(store, request.key)) {
-        bool const isFirst = store.switches().repeatedKey == zdialects::RepeatedKey::first;
-        values[isFirst ? 0 : values.size() - 1] = request.value;
-        if (!request.quiet)
-            fprintf(stderr, "zstz: %s: note: %s has %zu lines, and only the %s is valid\n",
-                    toPrintable(request.file).c_str(),
-                    toPrintable(nameKey(request.key, request.stanza)).c_str(), values.size(),
-                    isFirst ? "first" : "last");
+        values[validIndex(store, values)] = request.value;
+        noteValidLine(store, values, request);
         return setValues(store, request, values);
     } else if (setAfterReset(file, request, values)) {
         return;
@@ -278,10 +342,7 @@ void applyAdd(EditedFile& file, Request const& request)
                            " exists, and of several lines only one is valid",
                        "use 'zstz set'"}};
     if (hasValue(store, request)) {
-        if (!request.quiet)
-            fprintf(stderr, "zstz: %s: note: %s has the value already\n",
-                    toPrintable(request.file).c_str(),
-                    toPrintable(nameKey(request.key, request.stanza)).c_str());
+        printNote(request, "has the value already");
         return;
     }
     file.willChange(request.stanza, request.key, false);

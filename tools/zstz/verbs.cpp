@@ -96,7 +96,8 @@ constexpr Option kRaw = {"--raw", 0, nullptr, "store VALUE as it is spelled", &R
 
 constexpr Option kSetOptions[] = {
     {"--old", 0, "VALUE", "replace this value", &Request::oldValue, &Request::hasOldValue},
-    {"--nth", 0, "N", "replace the value with this number; the first is 1", &Request::nth},
+    {"--nth", 0, "N", "replace the value with this number; the first valid value is 1",
+     &Request::nth},
     {"--only", 0, "new|existing", "refuse to change, or to create, the key", &Request::only},
     {"--all", 0, nullptr, "replace all values of the key", &Request::all},
     {"--bare", 0, nullptr, "write the key alone, without \"=\", if the dialect has such keys",
@@ -106,7 +107,7 @@ constexpr Option kSetOptions[] = {
 };
 
 constexpr Option kAddOptions[] = {
-    {"--first", 0, nullptr, "add it above the other values", &Request::first},
+    {"--first", 0, nullptr, "add it above the other valid values", &Request::first},
     {"--before", 0, "VALUE", "add it above this value", &Request::before, &Request::hasBefore},
     {"--behind", 0, "VALUE", "add it below this value", &Request::behind, &Request::hasBehind},
     kRaw,
