@@ -216,6 +216,21 @@ CHANGE += [
     row("windows", b"[s]\nk=2\nk=2\n", ["set", "s", "k", "9", "--old", "2"], b"", DONE, b"[s]\nk=9\nk=2\n"),
 ]
 
+# A key that is a comment of several lines, and the file with a new line of the key.
+CHANGE += [
+    row(dialect, before, [verb, stanza, "k", "v"], b"", DONE, after)
+    for verb in ("set", "add") for dialect, stanza, before, after in (
+        ("systemd", "s", b"[s]\n# k=a \\\n  # b\nX=1\n", b"[s]\n# k=a \\\n  # b\nk=v\nX=1\n"),
+        ("systemd", "s", b"[s]\n# k=a \\\n# ; c\n # b", b"[s]\n# k=a \\\n# ; c\n # b\nk=v"),
+        ("systemd", "s", b"[s]\n# k=a \\\n# b\n# other\n\nX=1\n", b"[s]\n# k=a \\\n# b\nk=v\n# other\n\nX=1\n"),
+        ("systemd", "s", b"[s]\n# k=a\n# other\nX=1\n", b"[s]\n# k=a\nk=v\n# other\nX=1\n"),
+        ("python", "s", b"[s]\n#k = a\n#  b\nx = 1\n", b"[s]\n#k = a\n#  b\nk = v\nx = 1\n"),
+        ("python", "s", b"[s]\r\n# k = a\r\n  # b\r\n# c\r\nx = 1\r\n",
+         b"[s]\r\n# k = a\r\n  # b\r\nk = v\r\n# c\r\nx = 1\r\n"),
+        ("env", ".", b"# k='a\n# c\n# b'\n# l=1\nX=1\n", b"# k='a\n# c\n# b'\nk=v\n# l=1\nX=1\n"),
+        ("env", ".", b"# k='a\n# b\nX=1\n", b"# k='a\nk=v\n# b\nX=1\n"))
+]
+
 
 AMBIGUOUS = [
     row("networkd", PEERS, arguments, b"f: 2 stanzas have the name [Peer]; use \"Peer]1\" or \"Peer]2\"",

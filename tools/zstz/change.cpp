@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "commands.h"
+#include "commented_lines.h"
 #include "edited_file.h"
 #include "failures.h"
 #include "secret_input.h"
@@ -321,9 +322,12 @@ void applySet(EditedFile& file, Request const& request)
                           std::string("replace ") + (count == 2 ? "both" : "all") +
                               ", --old or --nth to replace one, or use 'zstz add'");
     }
+    bool const isNew = store.exists(request.stanza.c_str(), request.key.c_str()) == 0;
     file.willChange(request.stanza, request.key, request.all);
     store.setValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
                    request.obfuscated);
+    if (isNew)
+        moveBelowComment(file, request);
 }
 
 void applyAdd(EditedFile& file, Request const& request)
@@ -350,10 +354,14 @@ void applyAdd(EditedFile& file, Request const& request)
     std::vector<std::string> const values = valuesOf(store, request.stanza, request.key);
     // The library adds no value that exists, even if an empty value below resets it.
     bool const exists = std::find(values.begin(), values.end(), request.value) != values.end();
+    bool const isNew = store.exists(request.stanza.c_str(), request.key.c_str()) == 0;
     if (isPlaced || exists)
-        return insertValue(store, request, isPlaced);
-    store.addValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
-                   request.obfuscated);
+        insertValue(store, request, isPlaced);
+    else
+        store.addValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
+                       request.obfuscated);
+    if (isNew)
+        moveBelowComment(file, request);
 }
 
 void prepareUnset(Request& request)

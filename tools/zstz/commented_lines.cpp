@@ -411,3 +411,91 @@ void turnOn(EditedFile& file, Request const& request)
     throw refuse(request, "the comment with a line of " + name + " is not valid as a line",
                  "set the key with 'zstz set'");
 }
+
+namespace {
+
+// Returns whether these bytes are a line of the key, perhaps with continuations.
+bool isLineOf(zlines::Dialect const& dialect, std::string const& text, Request const& request)
+{
+    std::string whole;
+    dialect.appendHeader("a", whole);
+    whole += '\n';
+    size_t const begin = whole.size();
+    whole += text + '\n';
+    std::vector<Line> lines;
+    dialect.split(whole, lines);
+    LineRules const rules(dialect);
+    return !lines.empty() && lines.back().begin == begin && lines.back().isKey() &&
+           rules.keyIdentity(rules.keyName(whole, lines.back())) == rules.keyIdentity(request.key);
+}
+
+// Returns a comment line without its mark, and without the spaces that the first line of the
+// comment has after its mark.
+std::string withoutMark(Outline const& outline, uint32_t index, std::string_view spaces)
+{
+    Line const& line = outline.lines()[index];
+    std::string_view const bytes = bytesOf(outline, index);
+    std::string_view text = bytes.substr(std::min<size_t>(line.nameEnd - line.begin, bytes.size()));
+    if (text.starts_with(spaces))
+        text.remove_prefix(spaces.size());
+    return std::string(bytes.substr(0, line.indent)) + std::string(text);
+}
+
+// Returns the last of the comment lines from `next` on that continue the comment `first`, which has
+// a line of the key. Returns `first` if there are no such lines.
+uint32_t lastOfComment(Outline const& outline, uint32_t first, uint32_t next,
+                       Request const& request)
+{
+    Line const& line = outline.lines()[first];
+    std::string_view const spaces = zlines::slice(outline.text(), line.nameEnd, line.valueBegin);
+    LineRules const rules(outline.dialect());
+    std::string text = withoutMark(outline, first, spaces);
+    bool const hasOpenQuote = rules.readAlone(text).kind == zlines::otherLine;
+    uint32_t last = first;
+    for (uint32_t i = next; i < outline.lines().size() && i - next < kMaxContinuations &&
+                            outline.lines()[i].kind == zlines::commentLine;
+         ++i) {
+        std::string const added = withoutMark(outline, i, spaces);
+        text += '\n' + added;
+        if (isLineOf(outline.dialect(), text, request))
+            last = i;
+        else if (!hasOpenQuote && rules.readAlone(added).kind != zlines::commentLine)
+            break;
+    }
+    return last;
+}
+
+}  // namespace
+
+void moveBelowComment(EditedFile& file, Request const& request)
+{
+    Store& store = file.store();
+    ZLCString_6_0 comment;
+    // A script can add many keys, so the text is composed only for those below a comment.
+    if (store.isStanzaFile() ||
+        store.getComment(request.stanza.c_str(), request.key.c_str(), comment) == 0)
+        return;
+    std::string const text = file.text();
+    Outline outline(text, keptText(store)->dialect);
+    std::vector<KeyLine> const lines = findKeyLines(outline, request.stanza, request.key);
+    if (lines.size() != 1 || lines.front().index == 0 || outline.sharesLine(lines.front().index))
+        return;
+    uint32_t const key = lines.front().index;
+    if (outline.lines()[key - 1].kind != zlines::commentLine)
+        return;
+    uint32_t const last = lastOfComment(outline, key - 1, key + 1, request);
+    if (last < key)
+        return;
+    std::string moved(zlines::slice(text, outline.lines()[key].begin, outline.endOf(key)));
+    std::string below(zlines::slice(text, outline.endOf(key), outline.endOf(last)));
+    if (!below.ends_with('\n')) {
+        std::string const ending(outline.lineEndingOf(key));
+        below += ending;
+        moved.resize(moved.size() - ending.size());
+    }
+    std::string after = text;
+    after.replace(outline.lines()[key].begin, moved.size() + below.size(), below + moved);
+    Outline changed(after, outline.dialect());
+    if (differOnlyIn(outline, nullptr, changed, nullptr))
+        file.setText(after);
+}

@@ -12,3 +12,7 @@ void turnOff(EditedFile& file, Request const& request);
 /// the key. Comments below the comment of a header belong to another stanza. throws  Failure if
 /// there is no such comment, or more than one and the request names none.
 void turnOn(EditedFile& file, Request const& request);
+
+/// Moves the new line of a key below the comment lines that continue a comment with a line of the
+/// key, which is right above. Does nothing if there are no such comment lines.
+void moveBelowComment(EditedFile& file, Request const& request);
