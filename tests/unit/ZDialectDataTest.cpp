@@ -520,10 +520,10 @@ TEST(ZDialectData, StanzasOfOneNameHaveNumbers)
     store.deleteStanza("Peer]2");
     EXPECT_EQ((std::vector<std::string>{"3 ; c"}), valuesIn(store, "Peer]2", "Key"));
     EXPECT_EQ(0, store.exists("Peer]3"));
-    EXPECT_EQ("[Peer]\nKey=1\n# two\n[Net]\nx=1\n[Peer]\nKey=3 ; c\nAlso=3\n", textOf(store));
+    EXPECT_EQ("[Peer]\nKey=1\n# two\n\n[Net]\nx=1\n[Peer]\nKey=3 ; c\nAlso=3\n", textOf(store));
     store.setValue("Peer]3", "Key", "new");
     store.deleteStanza("Peer]1");
-    EXPECT_EQ("# two\n[Net]\nx=1\n[Peer]\nKey=3 ; c\nAlso=3\n\n[Peer]\nKey=new\n", textOf(store));
+    EXPECT_EQ("# two\n\n[Net]\nx=1\n[Peer]\nKey=3 ; c\nAlso=3\n\n[Peer]\nKey=new\n", textOf(store));
 
     load(store);
     store.renameStanza("Peer]2", "Other");
