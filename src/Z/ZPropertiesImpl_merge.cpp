@@ -11,6 +11,7 @@
 #include "cache/arena.h"
 #include "lines/difference.h"
 #include "lines/overlap.h"
+#include "lines/spelled_value.h"
 #include "lines/text_merge.h"
 #include "memory/out_of_memory.h"
 #include "stanza/companion_records.h"
@@ -108,6 +109,9 @@ bool ZPCategoryBasedCache_6_0::KeptLines::mergeText(Cache const& ours, Base cons
             if (zlines::overlap(before, present, wanted, dialect, reserved))
                 return false;
             merged = zlines::mergeTexts(before, present, wanted, dialect, reserved).text;
+            // setSpelling() has replaced the kept text.
+            if (kept != nullptr && kept->text != before && ours.rep().dialect != nullptr)
+                merged = zlines::withSpellings(std::move(merged), before, kept->text, dialect);
         } catch (zlines::Refusal const& refusal) {
             ZPropertiesInvalidValueException_6_0(path, refusal.stanza.c_str(), refusal.key.c_str(),
                                                  refusal.value.c_str())

@@ -236,8 +236,8 @@ public:
     void getSpelling(char const* stanza, char const* key, unsigned index, ZLCString_6_0& out) const;
 
     /// Replaces that spelling, and so the value. If another program has changed the file since,
-    /// store() keeps both changes; in dialects that spell a value in several ways, the value may
-    /// get another spelling then.
+    /// store() keeps both changes; the value gets another spelling if this spelling would not read
+    /// back in that file.
     /// throws  as getSpelling(); ZInvalidParameterException_6_0 if `spelling` is null, or does not
     ///         read back as one value of that line. Nothing is changed then.
     /// cost    O(file).

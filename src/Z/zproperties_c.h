@@ -511,8 +511,8 @@ char* zstzPropGetRawValue_6_0(ZPROP_handle* handle, char const* stanza, char con
                               int* code);
 
 /// Replaces the spelling of a value, and so the value. The next store writes these bytes. If
-/// another program has changed the file since, the store keeps both changes; in dialects that spell
-/// a value in several ways, the value may get another spelling then.
+/// another program has changed the file since, the store keeps both changes; the value gets another
+/// spelling if this spelling would not read back in that file.
 /// units   values, counted from 0 in `index`.
 /// codes   55 for a bad handle, a null argument or a negative `index`; 54 as
 ///         zstzPropGetRawValue_6_0; 52 if the spelling does not read back as one value of that

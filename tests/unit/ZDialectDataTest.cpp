@@ -642,16 +642,36 @@ TEST(ZDialectData, ALineThatIsPassedOverEndsAComment)
 
 TEST(ZDialectData, AStoreWithASetSpellingKeepsTheChangesOfOthers)
 {
-    TestDirectory const directory;
-    std::string const path = directory.write("conf", "[a]\n\tk = 1\n\tj = 2\n\tl = 3\n");
-    ZStanzaFileProperties_6_0 store(path.c_str(), 1, dialectNamed("git"));
-    ZStanzaFileProperties_6_0 another(path.c_str(), 1, dialectNamed("git"));
-    another.setValue("a", "j", "there");
-    another.store(nullptr);
-    store.setValue("a", "l", "here");
-    store.setSpelling("a", "k", 0, "\"o\"ne");
-    store.store(nullptr);
-    EXPECT_EQ("[a]\n\tk = one\n\tj = there\n\tl = here\n", directory.read("conf"));
+    struct Case {
+        char const* name;
+        char const* dialect;
+        char const* spelling;
+        char const* after;
+        char const* key = "k";
+    };
+    for (Case const& c : {Case{"another value", "git", "\"o\"ne",
+                               "[a]\nk = \"o\"ne\nk = 5 ; c\nj = there\nl = here\n"},
+                          Case{"the same value", "php", "\"1\"",
+                               "[a]\nk = \"1\"\nk = 5 ; c\nj = there\nl = here\n"},
+                          Case{"a value that changes there, too", "php", "\"2\"",
+                               "[a]\nk = 1\nk = 5 ; c\nj = there\nl = here\n", "j"},
+                          Case{"the value of a change before", "php", "'here'",
+                               "[a]\nk = 1\nk = 5 ; c\nj = there\nl = 'here'\n", "l"}}) {
+        SCOPED_TRACE(c.name);
+        TestDirectory const directory;
+        std::string const path = directory.write("conf", "[a]\nk = 1\nk = 5 ; c\nj = 2\nl = 3\n");
+        ZStanzaFileProperties_6_0 store(path.c_str(), 1, dialectNamed(c.dialect));
+        ZStanzaFileProperties_6_0 another(path.c_str(), 1, dialectNamed(c.dialect));
+        another.setValue("a", "j", "there");
+        another.store(nullptr);
+        store.setValue("a", "l", "here");
+        store.setSpelling("a", c.key, 0, c.spelling);
+        store.store(nullptr);
+        EXPECT_EQ(c.after, directory.read("conf"));
+        store.setModified();
+        store.store(nullptr);
+        EXPECT_EQ(c.after, directory.read("conf"));
+    }
 }
 
 TEST(ZDialectData, TheLinesOfAllKeysAreFoundInLinearTime)

@@ -1,6 +1,8 @@
 #include "spelled_value.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
 #include <tuple>
 #include <utility>
 
@@ -113,6 +115,103 @@ bool respell(Outline const& outline, uint32_t line, std::string_view spelling, s
     std::string space;
     value = outline.dialect().value(out, lines[line], space);
     return true;
+}
+
+namespace {
+
+// The value lines of each key, by the names of its stanza and its own.
+using ValueLines = std::map<std::pair<std::string, std::string>, std::vector<uint32_t>>;
+
+ValueLines valueLinesOf(Outline const& outline)
+{
+    ValueLines found;
+    std::string space;
+    for (ReadStanza const& stanza : outline.stanzas())
+        for (uint32_t at = stanza.firstSection; at != kNone; at = outline.sections()[at].next)
+            for (uint32_t line = outline.sections()[at].first; line < outline.sections()[at].end;
+                 ++line)
+                if (outline.lines()[line].kind == valueLine)
+                    found[{std::string(stanza.name), std::string(outline.keyName(line, space))}]
+                        .push_back(line);
+    return found;
+}
+
+std::string_view spellingOf(Outline const& outline, uint32_t line)
+{
+    return slice(outline.text(), outline.lines()[line].valueBegin, outline.lines()[line].valueEnd);
+}
+
+std::set<std::string_view> spellingsOf(Outline const& outline, std::vector<uint32_t> const& lines)
+{
+    std::set<std::string_view> spellings;
+    for (uint32_t const line : lines)
+        spellings.insert(spellingOf(outline, line));
+    return spellings;
+}
+
+bool readsAs(Outline const& outline, Outline const& other)
+{
+    if (outline.lines().size() != other.lines().size())
+        return false;
+    std::string space;
+    std::string otherSpace;
+    for (uint32_t i = 0; i < outline.lines().size(); ++i) {
+        if (outline.lines()[i].kind != other.lines()[i].kind)
+            return false;
+        if (outline.lines()[i].isKey() && outline.keyName(i, space) != other.keyName(i, otherSpace))
+            return false;
+        if (outline.lines()[i].kind == valueLine &&
+            outline.value(i, space) != other.value(i, otherSpace))
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string withSpellings(std::string text, std::string_view before, std::string_view spelled,
+                          Dialect const& dialect)
+{
+    Outline const old(before, dialect);
+    Outline const wanted(spelled, dialect);
+    Outline const present(text, dialect);
+    ValueLines const oldLines = valueLinesOf(old);
+    ValueLines const presentLines = valueLinesOf(present);
+    std::map<uint32_t, std::string_view> changes;  // by lines of `present`
+    std::string space;
+    for (auto const& [name, lines] : valueLinesOf(wanted)) {
+        auto const here = presentLines.find(name);
+        if (here == presentLines.end())
+            continue;
+        auto const unchanged = oldLines.find(name);
+        std::set<std::string_view> known = spellingsOf(present, here->second);
+        if (unchanged != oldLines.end())
+            known.merge(spellingsOf(old, unchanged->second));
+        std::multimap<std::string, uint32_t> byValue;
+        for (uint32_t const line : here->second)
+            byValue.emplace(present.value(line, space), line);
+        for (uint32_t const line : lines) {
+            std::string_view const spelling = spellingOf(wanted, line);
+            if (known.contains(spelling))
+                continue;
+            auto const same = byValue.find(std::string(wanted.value(line, space)));
+            if (same == byValue.end())
+                continue;
+            changes.emplace(same->second, spelling);
+            byValue.erase(same);
+        }
+    }
+    std::string changed;
+    uint32_t done = 0;
+    for (auto const& [line, spelling] : changes) {
+        changed += slice(text, done, present.lines()[line].valueBegin);
+        changed += spelling;
+        done = present.lines()[line].valueEnd;
+    }
+    if (changes.empty())
+        return text;
+    changed += std::string_view(text).substr(done);
+    return readsAs(Outline(changed, dialect), present) ? changed : text;
 }
 
 }  // namespace zlines
