@@ -372,7 +372,7 @@ TEST(DialectStores, PairsOfChangesOfRandomFiles)
 {
     std::map<std::string, Counts> counts;
     for (Dialect const& dialect : kDialects)
-        for (unsigned seed = 0; seed < 100; ++seed) {
+        for (unsigned seed = 0; seed < 150; ++seed) {
             std::string const name(dialect.name);
             Pairs pairs(name + " seed " + std::to_string(seed), name,
                         randomFile(dialect.rules, seed), seed, counts[name]);
@@ -461,4 +461,30 @@ TEST(DialectStores, ValuesOfTheKeyAboveStayAboveACommentThatMoves)
     EXPECT_EQ("[a]\nk = 3\nk = 4\n; c\nl = \"z\"\nm=1\n",
               stored(dialectNamed("git"), text,
                      {{Change::addValue, "a", "k", "4"}, {Change::set, "a", "l", "z"}}));
+}
+
+TEST(DialectStores, NewLinesNextToRemovedLinesAreWhereStoresInTurnPutThem)
+{
+    struct Case {
+        char const* name;
+        char const* before;
+        Change first;
+        Change second;
+        char const* after;
+    };
+    for (Case const& c :
+         {Case{"a comment below a removed key, which has a comment", "[a]\n# c\nk=1\n[d]\nj=2\n",
+               Change{Change::comment, "d", {}, "# n"}, Change{Change::removeKey, "a", "k", {}},
+               "[a]\n# c\n# n\n[d]\nj=2\n"},
+          Case{"a comment below a removed stanza", "[a]\nk=1\n[b]\nj=2\n\n# c\n[c]\nl=3\n",
+               Change{Change::removeStanza, "a", {}, {}}, Change{Change::comment, "b", {}, "# n"},
+               "# n\n[b]\nj=2\n\n# c\n[c]\nl=3\n"},
+          Case{"a key in the place of a key below a line that is passed over",
+               "[a]\nk = 1\n\n# c\njunk\nj = 2\n", Change{Change::addKey, "a", "n", "3"},
+               Change{Change::removeKey, "a", "j", {}}, "[a]\nk = 1\n\n# c\njunk\nn = 3\n"}}) {
+        SCOPED_TRACE(c.name);
+        ZStanzaDialect_6_0 const dialect = dialectNamed("systemd");
+        EXPECT_EQ(c.after, stored(dialect, c.before, {c.first, c.second}));
+        EXPECT_EQ(c.after, storedOneByOne(dialect, c.before, c.first, c.second));
+    }
 }

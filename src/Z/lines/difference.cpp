@@ -80,7 +80,8 @@ void Difference::removeBlankAtStart()
 // Returns whether keys or stanzas are removed and others are new, so that the places and the style
 // of the new lines depend on the removed lines. New lines have the style of the lines that they
 // replace if no key stays, if a stanza is removed and added again, or if they are comments; a key
-// right below the only key of its stanza has its place.
+// right below the only key of its stanza has its place, and so has a key below a line that is
+// passed over.
 bool Difference::addsAfterRemovals()
 {
     bool removesKeys = false;
@@ -108,6 +109,9 @@ bool Difference::addsAfterRemovals()
             Entry const& entry = stanza.entries[i];
             if (stanza.lineOf[i] != kNone || isWithoutLine(entry))
                 continue;
+            uint32_t const above = i == 0 ? kNone : stanza.lineOf[i - 1];
+            if (!entry.isComment && above != kNone && removedKeyBelow(above) != kNone)
+                return false;
             if (entry.isComment
                     ? stanza.movedFrom[i] != kNone || removesComments_
                     : entry.isBelowRemoved && lastKeyLine(outline_.stanzas()[stanza.read]) == kNone)
@@ -116,6 +120,21 @@ bool Difference::addsAfterRemovals()
         }
     }
     return isAdding;
+}
+
+// Returns the removed key line below a comment if only blank lines and lines that are passed over,
+// at least one of them, are between; otherwise kNone.
+uint32_t Difference::removedKeyBelow(uint32_t comment) const
+{
+    std::vector<Line> const& lines = outline_.lines();
+    if (gone_.empty() || lines[comment].kind != commentLine)
+        return kNone;
+    bool isBelowOther = false;
+    uint32_t line = comment + 1;
+    for (; line < lines.size() && (isBlank(line) || lines[line].kind == otherLine); ++line)
+        isBelowOther = isBelowOther || lines[line].kind == otherLine;
+    return isBelowOther && line < lines.size() && lines[line].isKey() && isGone(line) ? line
+                                                                                      : kNone;
 }
 
 // Returns the name of a wanted stanza. The lines above the first header may have one, too.
@@ -319,6 +338,15 @@ void Difference::removeRanges()
     }
 }
 
+// Returns whether a line is removed with its stanza.
+bool Difference::isInRemovedStanza(uint32_t line) const
+{
+    auto const next = std::upper_bound(
+        removedRanges_.begin(), removedRanges_.end(), line,
+        [](uint32_t at, std::pair<uint32_t, uint32_t> const& range) { return at < range.first; });
+    return next != removedRanges_.begin() && line < next[-1].second;
+}
+
 // Returns whether a blank line replaces the removed lines up to a line.
 bool Difference::becomesBlank(uint32_t line) const
 {
@@ -465,8 +493,12 @@ bool Difference::isAboveBlank(uint32_t after) const
     return below >= outline_.lines().size() || becomesBlank(below) || isBlank(below);
 }
 
+// Returns whether a comment is above a new line after the line `after`. A removed key parts them,
+// as if it was removed later.
 bool Difference::isBelowComment(uint32_t after) const
 {
+    if (after != kNone && isGone(after) && outline_.lines()[after].isKey())
+        return false;
     uint32_t const above = lineAbove(after);
     return above != kNone && !isGone(above) && outline_.lines()[above].kind == commentLine;
 }

@@ -115,8 +115,10 @@ private:
     void removeStanzas();
     void removeBlankAtStart();
     bool addsAfterRemovals();
+    uint32_t removedKeyBelow(uint32_t comment) const;
     void removeStanza(ReadStanza const& stanza, ReadStanza& before);
     void removeRanges();
+    bool isInRemovedStanza(uint32_t line) const;
     bool becomesBlank(uint32_t line) const;
     uint32_t lineAbove(uint32_t after) const;
     Entries entriesOf(uint32_t stanza);

@@ -73,6 +73,11 @@ uint32_t Difference::firstStaying(uint32_t first)
 // they follow the last key of the stanza; below a line that continues, they are above it.
 void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at)
 {
+    uint32_t const removed = at.after == kNone || at.isAfterKey ? kNone : removedKeyBelow(at.after);
+    if (removed != kNone) {
+        at.after = removed;
+        at.position = outline_.endOf(removed);
+    }
     at.isAfterKey = at.isAfterKey || entry.isBelowRemoved;
     // The key before it may have further lines.
     if (isLast && at.isAfterKey && !at.isLastKnown) {
@@ -193,11 +198,12 @@ void Difference::insertComments(Placement& at, uint32_t position, uint32_t after
 }
 
 // Appends new comments. A blank line parts them from a comment above. Above others it is written
-// only where the comments of the file have it, too.
+// only where the comments of the file have it, too. The removal of a stanza right above removes it.
 void Difference::appendComments(std::vector<NewComment> const& comments, uint32_t after,
                                 bool isAtBlank, LineKind below, std::string& out) const
 {
     bool isAtComment = isBelowComment(after);
+    isAtBlank = isAtBlank || (after != kNone && isGone(after) && isInRemovedStanza(after));
     for (NewComment const& comment : comments) {
         if (comment.isBelowBlank && !isAtBlank &&
             (isAtComment || haveBlankAbove(outline_, after, below)))
