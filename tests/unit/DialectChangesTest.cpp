@@ -509,6 +509,17 @@ TEST(DialectChanges, ACommentStaysBetweenTheHeadersOfItsStanza)
     });
 }
 
+TEST(DialectChanges, ALineInsideAValueKeepsItsLineEnding)
+{
+    Change const set = [](Store& store) { store.setValue("a", "k", "x"); };
+    expectChanges({
+        {"python-inline", "[a]\nk = 1\njunk\r\n  2\nl = 3\n", set, "[a]\nk = x\njunk\r\nl = 3\n"},
+        {"python-inline", "[a]\r\nk = 1\r\njunk\n  2\r\nl = 3\r\n", set,
+         "[a]\r\nk = x\r\njunk\nl = 3\r\n"},
+        {"python-inline", "[a]\nk = 1\njunk\r\n  2", set, "[a]\nk = x\njunk"},
+    });
+}
+
 TEST(DialectChanges, ANewKeyBelowAnEmptyValueHasSpacesOnBothSidesOfItsSignOrOnNone)
 {
     Change const add = [](Store& store) { store.setValue("a", "m", "y"); };

@@ -326,13 +326,19 @@ private:
     uint32_t last_;
 };
 
-// Appends lines after a line that has no line ending yet; the last gets none.
-void appendBelow(std::string_view lines, std::string_view ending, std::string& out)
+// Appends lines to a change, after a line that has no line ending yet. The last gets the line
+// ending that follows the change, apart from its carriage return: each line keeps its own.
+void appendBelow(std::string_view text, std::string_view lines, std::string_view ending,
+                 zlines::Replacement& change)
 {
     if (lines.empty())
         return;
-    lines.remove_suffix(lines.ends_with("\r\n") ? 2 : 1);
-    (out += ending) += lines;
+    std::string_view const rest = text.substr(change.end);
+    bool const hasReturn = lines.ends_with("\r\n");
+    if (!hasReturn && rest.starts_with("\r\n"))
+        ++change.end;
+    lines.remove_suffix(hasReturn && !rest.starts_with('\n') ? 2 : 1);
+    (change.text += ending) += lines;
 }
 
 // Returns for each wanted line the old line that it keeps, or npos.
@@ -372,9 +378,9 @@ bool replaceIndented(std::string_view text, Line const& line, ValueLines& lines,
             (out += further.indent) += to[i];
         }
     }
-    appendBelow(lines.passedOver(), further.ending, out);
     std::string const comments = lines.comments();
     change = {line.begin, lines.end(), comments + out, comments.size()};
+    appendBelow(text, lines.passedOver(), further.ending, change);
     return true;
 }
 
@@ -578,8 +584,8 @@ std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, 
         change.text += ' ';
     if (!below.empty()) {
         change.text += slice(text, change.end, lines.end());
-        appendBelow(below, lines.ending(), change.text);
         change.end = lines.end();
+        appendBelow(text, below, lines.ending(), change);
     }
     return change;
 }
