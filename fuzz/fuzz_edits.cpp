@@ -1,5 +1,5 @@
-// Edits of files in any dialect: the new file reads as the old values with the edit, and no other
-// line changes.
+// Edits of files in any dialect: a value is set, added or removed, a key is added, or two of these.
+// The new file reads as the old values with the edits, and no other line changes.
 #include <Z/dialects/switched_dialect.h>
 
 #include "DialectChoices.h"
@@ -11,6 +11,16 @@
 namespace {
 
 using namespace dialect_model;
+
+// The edits of a run. The kinds of Edit are the first.
+enum Kind : unsigned {
+    kNewKey = 3,
+    kFirstPair = 4,
+    kValueAndNewKey = 4,
+    kTwoAdditions,
+    kSetAndRemoval,
+    kKinds
+};
 
 // Chooses a value of the file. Returns false if it has none.
 bool chooseValue(Choices& choices, DialectModel const& model, Edit& edit)
@@ -50,30 +60,49 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     Choices choices(data, size);
     zdialects::SwitchedDialect const dialect(switchesOf(choices));
-    Edit edit;
-    edit.kind = static_cast<Edit::Kind>(choices.below(3));
+    unsigned const kind = choices.below(kKinds);
     unsigned const value = choices.byte();
-    edit.value = value < kEditValues.size() ? kEditValues[value] : choices.text(8);
+    std::string const wanted = value < kEditValues.size() ? kEditValues[value] : choices.text(8);
     Choices position(data, size);
     std::string const text = choices.rest();
     Switches const rules = modelSwitches(dialect.switches());
     DialectModel const model(text, rules);
     if (model.refused() || !canBeChecked(text) || !canBeWritten(dialect) ||
-        edit.value.find('\0') != std::string::npos || !chooseValue(position, model, edit))
+        wanted.find('\0') != std::string::npos)
+        return 0;
+    std::vector<Edit> edits(kind < kFirstPair ? 1 : 2);
+    for (size_t i = 0; i < edits.size(); ++i) {
+        Edit& edit = edits[i];
+        if (!chooseValue(position, model, edit))
+            return 0;
+        bool const isNewKey = kind == kNewKey || (kind == kValueAndNewKey && i == 1);
+        edit.kind = isNewKey || kind == kTwoAdditions ? Edit::add
+                    : kind < kNewKey                  ? static_cast<Edit::Kind>(kind)
+                    : i == 0                          ? Edit::set
+                                                      : Edit::remove;
+        if (isNewKey)
+            edit.key = "newkey";
+        edit.value = wanted;
+    }
+    auto const identityOf = [&](Edit const& edit) {
+        return std::pair(edit.stanza, model.identityOfKey(edit.key));
+    };
+    if (edits.size() == 2 && identityOf(edits[0]) == identityOf(edits[1]))
         return 0;
     DialectRewriter rewriter(dialect, text);
-    if (!rewriter.isKnown(edit) || rewriter.isMixed(edit) ||
-        (edit.kind == Edit::add && rewriter.isAlone(edit)))
-        return 0;
-    std::optional<std::string> const after = rewriter.write({edit});
+    for (Edit const& edit : edits)
+        if (!rewriter.isKnown(edit) || rewriter.isMixed(edit) ||
+            (edit.kind == Edit::add && rewriter.isAlone(edit)))
+            return 0;
+    std::optional<std::string> const after = rewriter.write(edits);
     if (!after)
         return 0;
-    EditCheck const result(rules, text, {edit}, *after);
+    EditCheck const result(rules, text, edits, *after);
     for (std::string const& broken : result.broken)
         fprintf(stderr, "%s\n", broken.c_str());
     if (!result.broken.empty())
-        fprintf(stderr, "kind %d, value \"%s\", before:\n%s\nafter:\n%s\n", edit.kind,
-                edit.value.c_str(), text.c_str(), after->c_str());
+        fprintf(stderr, "kind %u, value \"%s\", before:\n%s\nafter:\n%s\n", kind, wanted.c_str(),
+                text.c_str(), after->c_str());
     check(result.holds("back"), "a changed file reads back");
     check(result.holds("local"), "an edit changes no other line");
     return 0;
