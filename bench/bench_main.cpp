@@ -155,7 +155,10 @@ struct CounterLimit {
 constexpr CounterLimit kCounterLimits[] = {{"Load/wide/", "/1000000", "B/key", 90},
                                            {"Load/one/", "/1000000", "B/key", 90},
                                            {"Load/thin/", "/1000000", "B/key", 150},
-                                           {"CacheLoad/", "/1000000", "B/key", 170}};
+                                           {"CacheLoad/", "/1000000", "B/key", 170},
+                                           {"Memory/", "/1", "B", 1500},
+                                           {"Memory/wide/", "/100", "B", 9000},
+                                           {"Memory/one/", "/100", "B", 9000}};
 
 bool startsWith(std::string const& text, std::string const& prefix)
 {

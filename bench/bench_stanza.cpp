@@ -676,6 +676,25 @@ void visitRow(benchmark::State& state, Contender const& contender, File const& f
         benchmark::DoNotOptimize(store->visit());
 }
 
+// Loads a file into many stores. Reports the bytes of heap of a store.
+void memoryRow(benchmark::State& state, File const& file)
+{
+    constexpr size_t kStores = 1000;
+    std::vector<std::unique_ptr<ZStanzaFileProperties_6_0>> stores(kStores);
+    size_t used = 0;
+    for (auto _ : state) {
+        for (auto& store : stores)
+            store.reset();
+        size_t const before = heapInUse();
+        for (auto& store : stores) {
+            store = std::make_unique<ZStanzaFileProperties_6_0>(1);
+            store->load(file.path.c_str());
+        }
+        used = heapInUse() - before;
+    }
+    state.counters["B"] = static_cast<double>(used) / kStores;
+}
+
 // Takes a snapshot again, of a store that has not changed since the last one. With `hasList`, a
 // list of values exists, which its holder can change without a call of the store.
 void snapshotRow(benchmark::State& state, File const& file, bool hasList)
@@ -739,6 +758,14 @@ bool registerAll()
                     if (run == changeRow)
                         made->UseRealTime();
                 }
+    for (Shape const& shape : kShapes)
+        for (size_t const keys : {1u, 100u})
+            benchmark::RegisterBenchmark(
+                (std::string("Memory/Z/") + shape.name + "/" + std::to_string(keys)).c_str(),
+                [keys, &shape](benchmark::State& state) {
+                    memoryRow(state, files.of(shape, keys));
+                })
+                ->Iterations(1);
     for (bool const hasList : {false, true})
         for (size_t const keys : sizesOf(kShapes[0]))
             benchmark::RegisterBenchmark(
