@@ -285,6 +285,8 @@ int ZDialectData_6_0::validCategory(char const* category) const
         if (category == nullptr)
             return 0;
         SampleLine const line(*rep().dialect);
+        if (!line.canBeNewStanza(category) && contains(category) == 0)
+            return 0;
         if (rep().dialect->joinsHeaders())
             return line.isValidStanza(category) ? 1 : 0;
         NumberedName const name(category);

@@ -51,7 +51,8 @@
 ///     zDialectMarkers          next to a key: 1 dollarSuffix "[$e]"; 2 minusPrefix "-";
 ///                              4 exportPrefix "export"
 ///     zDialectRepeatedKey      lines of a key that count: 0 values: all; 1 last; 2 first;
-///                              3 lastOrList: all if the key ends with "[]", else the last
+///                              3 lastOrList: all if the key ends with "[]", else the last;
+///                              4 lastOrPhpList: as 3, and all of extension and zend_extension
 ///     zDialectEmptyValues      "key =": 0 none: a key without values; 1 value: an empty value;
 ///                              2 reset: an empty value, above which no value counts
 ///     zDialectBlanksAtEnd      0 no; 1 yes: spaces at the end belong to the value
@@ -67,7 +68,8 @@
 ///                              "_./:,+@%=-"; 128 constants: operators and words of PHP, unless a
 ///                              constant replaces a constant
 ///     zDialectNewKeys          names of new keys: 0 any; 1 shell: variables; 2 php: no operators
-///                              and words of PHP
+///                              and words of PHP. zDialectNotPlain excludes names with carriage
+///                              returns, and with spaces at an end, if names are plain
 ///     zDialectCommentStyle     mark of new comments, if both are marks: 0 hash; 1 semicolon
 ///     zDialectLineLimit        length of written lines: 0 mebibyte; 1 bytes4094
 ///     zDialectRefusals         lines that load() accepts, although programs of the format refuse
@@ -76,11 +78,17 @@
 ///                              passedOver: lines that the dialect passes over; 8 notUtf8: all
 ///                              lines but comments; 16 php: what PHP cannot parse
 ///     zDialectNames            0 plain; 1 percent: "%20" and "%U20AC" are characters in names, and
-///                              a backslash is "/"; not with zDialectHeads 4
+///                              a backslash is "/"; 2 escaped: "\n" and "\x5b" are characters;
+///                              not in headers with zDialectHeads 4
 ///     zDialectReturns          a carriage return without a newline after it: 0 text; 1 lineEnd:
 ///                              refused except in quotes, since programs of the format end the line
 ///                              there. A file that has carriage returns, but no newline, is refused
 ///                              in either case
+///     zDialectNewStanzas       names of new stanzas: 0 any; 1 php: without quotes, ";" and
+///                              "${"; 2 trimmed: without spaces at the end
+///     zDialectNotPlainMore     as zDialectNotPlain: 1 latinSpace: the byte A0 at an end;
+///                              2 lineSeparators: vertical tabs, form feeds and line separators of
+///                              Unicode anywhere
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -114,7 +122,9 @@ enum ZStanzaSwitch : int {
     zDialectLineLimit,
     zDialectRefusals,
     zDialectNames,
-    zDialectReturns
+    zDialectReturns,
+    zDialectNewStanzas,
+    zDialectNotPlainMore
 };
 
 /// A dialect: a name and 64 bytes of switches.

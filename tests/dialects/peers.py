@@ -247,6 +247,13 @@ def find_kconfig():
     return None if shutil.which("kreadconfig5") else "libkf5config-bin is not installed"
 
 
+def kconfig_name(spelled):
+    """A group or a key without its escapes."""
+    letters = {"s": " ", "n": "\n", "t": "\t", "r": "\r", "\\": "\\"}
+    return re.sub(r"\\(?:([sntr\\])|x([0-9a-fA-F]{2}))",
+                  lambda m: letters[m[1]] if m[1] else chr(int(m[2], 16)), spelled)
+
+
 def read_kconfig(path):
     found = []
     groups = []
@@ -258,8 +265,9 @@ def read_kconfig(path):
             groups = chain[1:-1].split("][")
             if groups[-1] == "$i" and chain == line:  # a mark
                 groups.pop()
+            groups = [kconfig_name(group) for group in groups]
         elif "=" in line and not line.startswith("#"):
-            key = re.sub(r"\[\$[^]]*\]", "", line.partition("=")[0]).strip()
+            key = kconfig_name(re.sub(r"\[\$[^]]*\]", "", line.partition("=")[0]).strip())
             if not key or (tuple(groups), key) in seen:
                 continue
             seen.add((tuple(groups), key))

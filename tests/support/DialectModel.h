@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "DialectEscapedNames.h"
 #include "DialectPercents.h"
 #include "DialectValues.h"
 
@@ -58,15 +59,20 @@ public:
     // The values that count: those after the last reset, the last or the first.
     std::vector<Value> counting(Key const& key) const
     {
-        bool const isList =
-            key.name.size() > 2 && key.name.compare(key.name.size() - 2, 2, "[]") == 0;
+        std::string const folded = allFolded(key.name);
+        bool const isPhpList = rules.repeatedKey == RepeatedKey::lastOrPhpList &&
+                               (folded == "extension" || folded == "zend_extension");
+        bool const isList = isPhpList || (key.name.size() > 2 &&
+                                          key.name.compare(key.name.size() - 2, 2, "[]") == 0);
         std::vector<Value> const& all = key.values;
         if (all.empty())
             return all;
         if (rules.repeatedKey == RepeatedKey::first)
             return {all.front()};
         if (rules.repeatedKey == RepeatedKey::last ||
-            (rules.repeatedKey == RepeatedKey::lastOrList && !isList))
+            ((rules.repeatedKey == RepeatedKey::lastOrList ||
+              rules.repeatedKey == RepeatedKey::lastOrPhpList) &&
+             !isList))
             return {all.back()};
         std::vector<Value> found;
         for (Value const& value : all) {
@@ -219,8 +225,6 @@ private:
             return true;
         }
         std::string name(rest.substr(0, close));
-        if (rules.names == Names::percent)
-            name = percentDecoded(name);
         if ((rules.heads == Heads::alone && !isDesktopName(name)) ||
             (rules.heads == Heads::endsLine && !isSystemdName(name))) {
             refuse(line, at + 1, "invalid header");
@@ -229,6 +233,10 @@ private:
         lines[line].kind = LineKind::header;
         if (rules.heads == Heads::bracketedGroups)
             name = groups(rest);
+        if (rules.names == Names::percent)
+            name = percentDecoded(name);
+        if (rules.names == Names::escaped)
+            name = escapedStanzaDecoded(name);
         openStanza(name, line, at);
         return true;
     }
@@ -460,6 +468,8 @@ private:
     {
         if (rules.names == Names::percent)
             name = percentDecoded(name);
+        if (rules.names == Names::escaped)
+            name = escapedKeyDecoded(name);
         if (!current_)
             openTop();
         value.line = line + 1;

@@ -53,6 +53,8 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.refusals = static_cast<uint8_t>(rules.refusals);
     s.names = static_cast<zdialects::Names>(rules.names);
     s.returns = static_cast<zdialects::Returns>(rules.lone);
+    s.newStanzas = static_cast<zdialects::NewStanzas>(rules.newStanzas);
+    s.notPlainMore = static_cast<uint8_t>(rules.notPlainMore);
     return s;
 }
 
@@ -93,6 +95,8 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.refusals = s.refusals;
     rules.names = static_cast<Names>(s.names);
     rules.lone = static_cast<Returns>(s.returns);
+    rules.newStanzas = static_cast<NewStanzas>(s.newStanzas);
+    rules.notPlainMore = s.notPlainMore;
     return rules;
 }
 

@@ -105,7 +105,8 @@ enum class RepeatedKey {
     values,
     last,
     first,
-    lastOrList  // values if the key ends in "[]", otherwise the last
+    lastOrList,    // values if the key ends in "[]", otherwise the last
+    lastOrPhpList  // also values of "extension" and "zend_extension"
 };
 
 // Bits of `markers`: characters next to a key that do not belong to it.
@@ -144,11 +145,17 @@ enum class NewKeys { any, shell, php };
 enum class CommentStyle { hash, semicolon };
 enum class LineLimit { mebibyte, bytes4094 };
 
-// percent: %20 is a space, %U20AC is a euro sign, and a backslash is a slash.
-enum class Names { plain, percent };
+// percent: %20 is a space, %U20AC is a euro sign, and a backslash is a slash. escaped: \\x5b is a
+// bracket.
+enum class Names { plain, percent, escaped };
 
 // lineEnd: a carriage return without a newline is refused outside quotes.
 enum class Returns { text, lineEnd };
+
+enum class NewStanzas { any, php, trimmed };
+
+// Bits of `notPlainMore`: as `notPlain`.
+enum NotPlainMore : unsigned { latinSpace = 1, lineSeparators = 2 };
 
 struct Switches {
     unsigned marks = hash;
@@ -184,6 +191,8 @@ struct Switches {
     unsigned refusals = 0;
     Names names = Names::plain;
     Returns lone = Returns::text;  // carriage returns without a newline
+    NewStanzas newStanzas = NewStanzas::any;
+    unsigned notPlainMore = 0;
 };
 
 struct Dialect {
@@ -272,12 +281,13 @@ inline constexpr Switches kPhp = {
     .quotes = doubleQuote | singleQuote,
     .quoting = Quoting::whole,
     .escapes = Escapes::php,
-    .repeatedKey = RepeatedKey::lastOrList,
+    .repeatedKey = RepeatedKey::lastOrPhpList,
     .byteOrderMark = true,
     .notPlain = returns | constants,
     .newKeys = NewKeys::php,
     .refusals = phpSyntax,
     .lone = Returns::lineEnd,
+    .newStanzas = NewStanzas::php,
 };
 
 // Names of stanzas are folded, but their spaces are kept; only keys drop them. Any line continues,
@@ -314,6 +324,8 @@ inline constexpr Switches kMysql = {
     .repeatedKey = RepeatedKey::values,
     .notPlain = returns | controls,
     .lineLimit = LineLimit::bytes4094,
+    .newStanzas = NewStanzas::trimmed,
+    .notPlainMore = latinSpace,
 };
 
 // A key alone is an error that the format's reader reports after it has read the whole file, with
@@ -372,6 +384,7 @@ inline constexpr Switches kKconfig = {
     .markers = dollarSuffix,
     .separatorStyle = SeparatorStyle::tightEquals,
     .notPlain = returns | backslashes,
+    .names = Names::escaped,
 };
 
 // A header without ']' is a key alone, and refused as such.
@@ -387,6 +400,7 @@ inline constexpr Switches kEditorconfig = {
     .byteOrderMark = true,
     .notPlain = returns | controls | unicode,
     .lone = Returns::lineEnd,
+    .notPlainMore = lineSeparators,
 };
 
 // A header without ']' is refused: otherwise its keys would belong to the header before it.

@@ -332,8 +332,9 @@ private:
         std::string const indentation = isHeader
                                             ? (rules_.indentStyle == IndentStyle::tab ? "\t" : "")
                                             : indentationAt(text, line.begin);
-        std::string const key =
-            rules_.names == Names::percent ? percentEncoded(edit.key) : edit.key;
+        std::string const key = rules_.names == Names::percent   ? percentEncoded(edit.key)
+                                : rules_.names == Names::escaped ? escapedKeyEncoded(edit.key)
+                                                                 : edit.key;
         std::string between = isHeader || above->alone
                                   ? separator()
                                   : separatorFor(text, model, *above, indentation, key);

@@ -348,6 +348,79 @@ TEST(DialectChanges, ACarriageReturnThatWouldEndTheLineIsRefused)
     });
 }
 
+TEST(DialectChanges, PhpReadsTheNameOfANewStanza)
+{
+    std::string const before = "[a'b']\nk = 1\n";
+    for (char const* const name : {";", "a;b", "'", "a'b", "\"", "a\"b\"", "a\rb", "${x}", "a$",
+                                   "a\\", "$$$", "\\\\\\", "$\\$"})
+        expectChanges({{"php", before, set(name, "k", "2"), "refused"}});
+    for (char const* const name : {"a b", "a$b", "a$$", "a\\b", "a\\\\", "$\\", "no", "a=b", "#"})
+        expectChanges({{"php", before, set(name, "k", "2"), before + "\n[" + name + "]\nk = 2\n"}});
+    expectChanges({
+        {"php", before, set("a'b'", "k", "2"), "[a'b']\nk = 2\n"},
+        {"php", "[a]\nk = 1\n", [](Store& store) { store.renameStanza("a", ";"); }, "refused"},
+    });
+}
+
+TEST(DialectChanges, SystemdReadsOnlyUtf8)
+{
+    for (char const* const dialect : {"systemd", "networkd"})
+        expectChanges({
+            {dialect, "[A]\nk=1\n", set("A", "k", "\xe4"), "refused"},
+            {dialect, "[A]\nk=1\n", set("A", "\xe4", "1"), "refused"},
+            {dialect, "[A]\nk=1\n", set("\xe4", "k", "1"), "refused"},
+            {dialect, "[A]\nk=1\n", set("A", "k", "\xc3\xa4"), "[A]\nk=\xc3\xa4\n"},
+            {dialect, "[A]\nk=\xe4\n", set("A", "j", "1"), "[A]\nk=\xe4\nj=1\n"},
+        });
+}
+
+TEST(DialectChanges, ANewNameHasNoSpacesThatProgramsDrop)
+{
+    for (char const* const dialect : {"desktop", "samba", "mysql", "python", "python-inline"})
+        for (char const* const name : {"\fx", "x\f", "\rx", "x\r"})
+            expectChanges({{dialect, "[a]\nk=1\n", set("a", name, "2"), "refused"}});
+    for (char const* const name : {"\x1cx", "x\xc2\xa0", "\xe2\x80\xa8x"})
+        expectChanges({{"python", "[a]\nk=1\n", set("a", name, "2"), "refused"}});
+    for (char const* const name : {"x ", "x\t", "x\f", "x\xa0"})
+        expectChanges({{"mysql", "[a]\nk=1\n", set(name, "k", "2"), "refused"}});
+    expectChanges({
+        {"mysql", "[a]\nk=1\n", set("a", "x\xa0", "2"), "refused"},
+        {"mysql", "[a]\nk=1\n", set(" x", "k", "2"), "[a]\nk=1\n\n[ x]\nk=2\n"},
+        {"mysql", "[a ]\nx\f=1\n", set("a ", "x\f", "2"), "[a ]\nx\f=2\n"},
+        {"python", "[a]\nk=1\n", set("x\xc2\xa0", "k", "2"), "[a]\nk=1\n\n[x\xc2\xa0]\nk=2\n"},
+    });
+}
+
+TEST(DialectChanges, NamesOfKconfigAreSpelledWithEscapes)
+{
+    auto const rename = [](Store& store) { store.renameStanza("a]1", "][b[]"); };
+    expectChanges({
+        {"kconfig", "[a\\x5d1]\nk\\x3d=1\n", set("a]1", "k=", "2"), "[a\\x5d1]\nk\\x3d=2\n"},
+        {"kconfig", "[a]\nk=1\n", set("a", "#[=\\\t ", "2"),
+         "[a]\nk=1\n\\x23\\x5b\\x3d\\\\\\t\\s=2\n"},
+        {"kconfig", "[a]\nk=1\n", set("a", "l[m]n", "2"), "[a]\nk=1\nl\\x5bm\\x5dn=2\n"},
+        {"kconfig", "[a]\nk=1\n", set("a", "l[m][de]", "2"), "[a]\nk=1\nl\\x5bm\\x5d[de]=2\n"},
+        {"kconfig", "[a]\nl\\x5Bm\\x5D=1\n", set("a", "l\\x5bm\\x5d", "2"),
+         "[a]\nl\\x5Bm\\x5D=2\n"},
+        {"kconfig", "[a]\nl\\x5bm\\x5d=1\n", set("a", "l[m]", "2"),
+         "[a]\nl\\x5bm\\x5d=1\nl[m]=2\n"},
+        {"kconfig", "[a]\nk=1\n", set("a", "l\\\\x5b", "2"), "[a]\nk=1\nl\\\\x5b=2\n"},
+        {"kconfig", "[a]\nk=1\n", set("b]c][d\re", "k", "2"),
+         "[a]\nk=1\n\n[b\\x5dc][d\\re]\nk=2\n"},
+        {"kconfig", "[a\\x5d1]\nk=1\n", rename, "[][b\\x5b\\x5d]\nk=1\n"},
+    });
+}
+
+TEST(DialectChanges, ASpaceOfLatin1AtAnEndIsQuoted)
+{
+    expectChanges({
+        {"mysql", "[a]\nk = 1\n", set("a", "k", "x\xa0"), "[a]\nk = \"x\xa0\"\n"},
+        {"mysql", "[a]\nk = 1\n", set("a", "k", "\xa0x"), "[a]\nk = \"\xa0x\"\n"},
+        {"mysql", "[a]\nk = 1\n", set("a", "k", "x\xa0y"), "[a]\nk = x\xa0y\n"},
+        {"git", "[a]\n\tk = 1\n", set("a", "k", "x\xa0"), "[a]\n\tk = x\xa0\n"},
+    });
+}
+
 TEST(DialectChanges, NamesOfQtAreSpelledWithPercentSigns)
 {
     expectChanges({

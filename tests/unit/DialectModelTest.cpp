@@ -167,6 +167,10 @@ TEST(DialectModel, HasASampleOfEachRuleOfEachDialect)
             needed.push_back("markers");
         if (rules.names == Names::percent)
             needed.push_back("percent");
+        if (rules.names == Names::escaped)
+            needed.push_back("escaped-names");
+        if (rules.repeatedKey == RepeatedKey::lastOrPhpList)
+            needed.push_back("extensions");
         for (std::string const& subject : needed)
             EXPECT_TRUE(subjects[std::string(dialect.name)].contains(subject))
                 << dialect.name << " has no sample \"" << subject << '"';

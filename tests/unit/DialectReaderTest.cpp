@@ -53,25 +53,100 @@ public:
 
     std::string next()
     {
-        static char const* const kPieces[] = {
-            "[",         "]",           "[a]",       "[b \"C\"]", "[A]",
-            "[a][b]",    "[a][$i]",     "[.]",       "[]",        "k",
-            "K",         "key",         "a b",       "a-b",       "a_b",
-            "k[]",       "k[de]",       "k[$e]",     "export ",   "-",
-            "=",         "=",           "[$v]",      ":",         " = ",
-            "= ",        " ",           "[$i]",      "  ",        "\t",
-            "\n",        "\n",          "\n",        "\n",        "\n\n",
-            "\n ",       "\n  ",        "\n\t",      "\r\n",      "\r",
-            "#",         ";",           "!",         " #",        " ;",
-            "# c",       "; c",         "\n# c\n",   "\n ; c\n",  "\"",
-            "\"",        "'",           "\"x\"",     "'y'",       "\\",
-            "\\",        "\\\n",        "\\\n",      "\\\r\n",    " \\\n",
-            "\\ \n",     "\\\"",        "\\\\",      "\\n",       "\\s",
-            "\\x41",     "\\x",         "\\101",     "\\x20ac",   "\\q",
-            "\\$",       "x",           "1",         "value",     "\xc3",
-            "\xa4",      ".",           "$",         "\n[a]\n",   "\n[b]\nk = 1\n",
-            "\nk = 1\n", "\nk=\n",      "\nalone\n", "\n=x\n",    "k = v",
-            "k=v",       "\xef\xbb\xbf"};
+        static char const* const kPieces[] = {"[",
+                                              "]",
+                                              "[a]",
+                                              "[b \"C\"]",
+                                              "[A]",
+                                              "[a][b]",
+                                              "[a][$i]",
+                                              "[.]",
+                                              "[]",
+                                              "k",
+                                              "K",
+                                              "key",
+                                              "a b",
+                                              "a-b",
+                                              "a_b",
+                                              "k[]",
+                                              "k[de]",
+                                              "k[$e]",
+                                              "export ",
+                                              "-",
+                                              "=",
+                                              "=",
+                                              "[$v]",
+                                              ":",
+                                              " = ",
+                                              "= ",
+                                              " ",
+                                              "[$i]",
+                                              "  ",
+                                              "\t",
+                                              "\n",
+                                              "\n",
+                                              "\n",
+                                              "\n",
+                                              "\n\n",
+                                              "\n ",
+                                              "\n  ",
+                                              "\n\t",
+                                              "\r\n",
+                                              "\r",
+                                              "#",
+                                              ";",
+                                              "!",
+                                              " #",
+                                              " ;",
+                                              "# c",
+                                              "; c",
+                                              "\n# c\n",
+                                              "\n ; c\n",
+                                              "\"",
+                                              "\"",
+                                              "'",
+                                              "\"x\"",
+                                              "'y'",
+                                              "\\",
+                                              "\\",
+                                              "\\\n",
+                                              "\\\n",
+                                              "\\\r\n",
+                                              " \\\n",
+                                              "\\ \n",
+                                              "\\\"",
+                                              "\\\\",
+                                              "\\n",
+                                              "\\s",
+                                              "\\x41",
+                                              "\\x",
+                                              "\\101",
+                                              "\\x20ac",
+                                              "\\q",
+                                              "\\$",
+                                              "x",
+                                              "1",
+                                              "value",
+                                              "\xc3",
+                                              "\xa4",
+                                              ".",
+                                              "$",
+                                              "\n[a]\n",
+                                              "\n[b]\nk = 1\n",
+                                              "\nk = 1\n",
+                                              "\nk=\n",
+                                              "\nalone\n",
+                                              "\n=x\n",
+                                              "k = v",
+                                              "k=v",
+                                              "\xef\xbb\xbf",
+                                              "\\x5b",
+                                              "\\x5D",
+                                              "\\x5d\\x5b",
+                                              "\\x5d1",
+                                              "%41",
+                                              "%U20AC",
+                                              "\\\\x5b"};
         std::string text;
         for (unsigned count = pick(14); count-- > 0;)
             text += kPieces[pick(std::size(kPieces))];
@@ -107,7 +182,7 @@ Switches randomSwitches(RandomContents& random)
     for (;;) {
         Switches rules = kDialects[1 + pick(std::size(kDialects) - 1)].rules;
         for (unsigned changes = 1 + pick(4); changes-- > 0;) {
-            switch (pick(23)) {
+            switch (pick(24)) {
                 case 0:
                     rules.marks = pick(8);
                     break;
@@ -176,6 +251,9 @@ Switches randomSwitches(RandomContents& random)
                     break;
                 case 22:
                     rules.lone = static_cast<Returns>(pick(2));
+                    break;
+                case 23:
+                    rules.names = static_cast<Names>(pick(3));
                     break;
             }
         }

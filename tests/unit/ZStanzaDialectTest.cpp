@@ -25,7 +25,7 @@ namespace {
 
 using Dialect = ZStanzaDialect_6_0;
 
-constexpr int kSwitches = zDialectReturns + 1;
+constexpr int kSwitches = zDialectNotPlainMore + 1;
 
 // The switches of the model's row, in the order of ZStanzaSwitch.
 std::vector<int> valuesOf(dialect_model::Switches const& rules)
@@ -63,7 +63,9 @@ std::vector<int> valuesOf(dialect_model::Switches const& rules)
             number(rules.lineLimit),
             number(rules.refusals),
             number(rules.names),
-            number(rules.lone)};
+            number(rules.lone),
+            number(rules.newStanzas),
+            number(rules.notPlainMore)};
 }
 
 std::vector<int> valuesOf(Dialect const& dialect)
@@ -228,7 +230,7 @@ TEST(ZStanzaDialect, EachWordOfEachSwitchIsAValueOfIt)
                                  "ini,dropBlanks=yes",
                                  "ini,dashes=yes",
                                  "ini,markers=dollarSuffix+minusPrefix+exportPrefix",
-                                 "ini,repeatedKey=lastOrList",
+                                 "ini,repeatedKey=lastOrPhpList",
                                  "ini,emptyValues=reset",
                                  "ini,blanksAtEnd=yes",
                                  "ini,byteOrderMark=yes",
@@ -239,10 +241,12 @@ TEST(ZStanzaDialect, EachWordOfEachSwitchIsAValueOfIt)
                                  "ini,commentStyle=semicolon",
                                  "ini,lineLimit=bytes4094",
                                  "ini,refusals=php",
-                                 "ini,names=percent",
-                                 "ini,returns=lineEnd"};
-    int const largest[] = {7, 3, 2, 6, 2, 2, 7, 3, 16, 1,   1, 3, 4, 7,  3, 2, 1,
-                           1, 1, 7, 3, 2, 1, 1, 1, 1,  128, 2, 1, 1, 16, 1, 1};
+                                 "ini,names=escaped",
+                                 "ini,returns=lineEnd",
+                                 "ini,newStanzas=trimmed",
+                                 "ini,notPlainMore=lineSeparators"};
+    int const largest[] = {7, 3, 2, 6, 2, 2, 7, 3, 16,  1, 1, 3, 4,  7, 3, 2, 1, 1,
+                           1, 7, 4, 2, 1, 1, 1, 1, 128, 2, 1, 1, 16, 2, 1, 2, 2};
     static_assert(std::size(names) == kSwitches && std::size(largest) == kSwitches);
     for (int which = 0; which < kSwitches; ++which)
         EXPECT_EQ(largest[which], named(names[which]).get(static_cast<ZStanzaSwitch>(which)))

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "escaped_names.h"
 #include "percent_names.h"
 
 namespace zdialects {
@@ -140,6 +141,8 @@ std::string_view decodeHead(Switches const& switches, std::string_view spelled, 
         name = decodeSubsection(switches, spelled, space);
     else if (switches.names == Names::percent)
         name = decodePercents(spelled, space);
+    else if (switches.names == Names::escaped)
+        name = decodeEscapedStanza(spelled, space);
     return name == "." ? std::string_view(".]1") : name;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "../lines/columns.h"
 #include "characters.h"
 
 namespace zdialects {
@@ -15,6 +16,11 @@ constexpr std::string_view kUnicodeSpaces[] = {
     "\xe1\x9a\x80", "\xe2\x80\x80", "\xe2\x80\x81", "\xe2\x80\x82", "\xe2\x80\x83", "\xe2\x80\x84",
     "\xe2\x80\x85", "\xe2\x80\x86", "\xe2\x80\x87", "\xe2\x80\x88", "\xe2\x80\x89", "\xe2\x80\x8a",
     "\xe2\x80\xa8", "\xe2\x80\xa9", "\xe2\x80\xaf", "\xe2\x81\x9f", "\xe3\x80\x80",
+};
+
+constexpr std::string_view kLatinSpaces[] = {"\xa0"};
+constexpr std::string_view kLineSeparators[] = {
+    "\v", "\f", "\x1c", "\x1d", "\x1e", "\xc2\x85", "\xe2\x80\xa8", "\xe2\x80\xa9",
 };
 
 // Words of PHP for true, false and null.
@@ -49,6 +55,33 @@ bool hasLineWithin(std::string_view value, std::string_view const (&spaces)[kCou
             return false;
         value.remove_prefix(end + 1);
     }
+}
+
+bool isUtf8(std::string_view text)
+{
+    while (!text.empty()) {
+        size_t const length = zlines::characterLength(text);
+        if (length == 1 && static_cast<unsigned char>(text[0]) >= 0x80)
+            return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
+// Returns whether programs of the format refuse a file with the bytes outside comments.
+bool isRefused(Switches const& switches, std::string_view text)
+{
+    return (switches.refusals & refusalNotUtf8) != 0 && !isUtf8(text);
+}
+
+// Returns whether programs of the format keep the ends of a line of text.
+bool isTrimmed(Switches const& switches, std::string_view text)
+{
+    unsigned const bits = switches.notPlain;
+    return !((bits & notPlainReturns) && text.find('\r') != text.npos) &&
+           !((bits & notPlainControls) && hasLineWithin(text, kControlSpaces)) &&
+           !((bits & notPlainUnicode) && hasLineWithin(text, kUnicodeSpaces)) &&
+           !((switches.notPlainMore & notPlainLatinSpace) && hasLineWithin(text, kLatinSpaces));
 }
 
 bool isShellWord(std::string_view spelled)
@@ -173,18 +206,21 @@ bool isPlainText(std::string_view spelled)
 bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string_view before)
 {
     unsigned const bits = switches.notPlain;
-    if ((bits & notPlainReturns) && spelled.find('\r') != spelled.npos)
+    if (!isTrimmed(switches, spelled))
         return false;
     if ((bits & notPlainTabs) && spelled.find('\t') != spelled.npos)
-        return false;
-    if ((bits & notPlainControls) && hasLineWithin(spelled, kControlSpaces))
-        return false;
-    if ((bits & notPlainUnicode) && hasLineWithin(spelled, kUnicodeSpaces))
         return false;
     if ((bits & notPlainCommas) && spelled.find(',') != spelled.npos &&
         before.find(',') == before.npos)
         return false;
     if ((bits & notPlainShell) && !isShellWord(spelled))
+        return false;
+    if ((switches.notPlainMore & notPlainLineSeparators) &&
+        std::any_of(
+            std::begin(kLineSeparators), std::end(kLineSeparators),
+            [=](std::string_view separator) { return spelled.find(separator) != spelled.npos; }))
+        return false;
+    if (isRefused(switches, spelled))
         return false;
     return !(bits & notPlainConstants) || isPlainText(spelled) || isErrorLevel(spelled) ||
            (isConstant(spelled) && isConstant(before));
@@ -195,8 +231,31 @@ bool isQuotedSafe(Switches const& switches, std::string_view value)
     return !(switches.notPlain & notPlainConstants) || value.find("${") == value.npos;
 }
 
+bool isNewStanzaSafe(Switches const& switches, std::string_view name)
+{
+    if (isRefused(switches, name))
+        return false;
+    switch (switches.newStanzas) {
+        case NewStanzas::any:
+            return true;
+        case NewStanzas::trimmed:
+            return name.find_last_not_of(" \t\v\f\r\xa0") + 1 == name.size();
+        case NewStanzas::php:
+            break;
+    }
+    if (name.find_first_of("\r\n\"';") != name.npos || name.find("${") != name.npos)
+        return false;
+    // For PHP, a backslash or dollar sign belongs to the next character, which can be the bracket.
+    size_t at = 0;
+    while (at < name.size())
+        at += name[at] == '\\' || name[at] == '$' ? 2 : 1;
+    return at == name.size();
+}
+
 bool isNewKeySafe(Switches const& switches, std::string_view name)
 {
+    if (isRefused(switches, name) || (switches.names == Names::plain && !isTrimmed(switches, name)))
+        return false;
     switch (switches.newKeys) {
         case NewKeys::any:
             break;

@@ -17,6 +17,9 @@ bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string
 /// Returns whether they read a value in double quotes so.
 bool isQuotedSafe(Switches const& switches, std::string_view value);
 
+/// Returns whether a new stanza can have this name. Stanzas of the file can have others.
+bool isNewStanzaSafe(Switches const& switches, std::string_view name);
+
 /// Returns whether a new key can have this name. Keys of the file can have others.
 bool isNewKeySafe(Switches const& switches, std::string_view name);
 

@@ -65,6 +65,11 @@ bool SampleLine::isValidKey(std::string_view name) const
            dialect_.keyName(text, lines.back(), read) == dialect_.comparableKey(name, wanted);
 }
 
+bool SampleLine::canBeNewStanza(std::string_view name) const
+{
+    return isNewStanzaSafe(dialect_.switches(), name);
+}
+
 bool SampleLine::canBeNew(std::string_view key) const
 {
     return isNewKeySafe(dialect_.switches(), key);

@@ -17,6 +17,9 @@ public:
     bool isValidStanza(std::string_view name) const;
     bool isValidKey(std::string_view name) const;
 
+    /// Returns whether a new stanza can have this valid name. A stanza of a file can have others.
+    bool canBeNewStanza(std::string_view name) const;
+
     /// Returns whether a new key can have this valid name. A key of a file can have others.
     bool canBeNew(std::string_view key) const;
 

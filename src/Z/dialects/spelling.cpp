@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "../lines/alignment.h"
+#include "escaped_names.h"
 #include "escapes.h"
 #include "logical_line.h"
 #include "percent_names.h"
@@ -470,18 +471,6 @@ size_t SwitchedDialect::maxLineLength() const
     return switches_.lineLimit == LineLimit::bytes4094 ? kShort : kMaxLineLength;
 }
 
-namespace {
-
-void appendName(Names names, std::string_view name, std::string& out)
-{
-    if (names == Names::percent)
-        appendPercents(name, out);
-    else
-        out += name;
-}
-
-}  // namespace
-
 void SwitchedDialect::appendHeader(std::string_view name, std::string& out) const
 {
     if (name == ".]1")
@@ -495,8 +484,17 @@ void SwitchedDialect::appendHeader(std::string_view name, std::string& out) cons
                            ? std::min(name.find('.'), name.size())
                            : name.size();
     out += '[';
-    appendName(switches_.heads == Heads::subsection ? Names::plain : switches_.names,
-               name.substr(0, dot), out);
+    switch (switches_.heads == Heads::subsection ? Names::plain : switches_.names) {
+        case Names::plain:
+            out += name.substr(0, dot);
+            break;
+        case Names::percent:
+            appendPercents(name, out);
+            break;
+        case Names::escaped:
+            appendEscapedStanza(name, out);
+            break;
+    }
     if (dot < name.size()) {
         out += " \"";
         for (char const c : name.substr(dot + 1)) {
@@ -511,7 +509,17 @@ void SwitchedDialect::appendHeader(std::string_view name, std::string& out) cons
 
 void SwitchedDialect::appendKey(std::string_view name, std::string& out) const
 {
-    appendName(switches_.names, name, out);
+    switch (switches_.names) {
+        case Names::plain:
+            out += name;
+            break;
+        case Names::percent:
+            appendPercents(name, out);
+            break;
+        case Names::escaped:
+            appendEscapedKey(name, out);
+            break;
+    }
 }
 
 unsigned SwitchedDialect::spellingCount() const

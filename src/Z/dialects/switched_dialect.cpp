@@ -1,5 +1,6 @@
 #include "switched_dialect.h"
 
+#include "escaped_names.h"
 #include "heads.h"
 #include "line_reader.h"
 #include "logical_line.h"
@@ -44,7 +45,15 @@ std::string_view SwitchedDialect::writtenKey(std::string_view text, Line const& 
     std::string_view const spelled =
         LineJoining(switches_, characters_)
             .joined(slice(text, line.nameBegin(), line.nameEnd), space);
-    return switches_.names == Names::percent ? decodePercents(spelled, space) : spelled;
+    switch (switches_.names) {
+        case Names::plain:
+            break;
+        case Names::percent:
+            return decodePercents(spelled, space);
+        case Names::escaped:
+            return decodeEscapedKey(spelled, space);
+    }
+    return spelled;
 }
 
 std::string_view SwitchedDialect::stanzaName(std::string_view text, Line const& header,

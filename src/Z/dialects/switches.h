@@ -85,7 +85,8 @@ enum class RepeatedKey : uint8_t {
     values,
     last,
     first,
-    lastOrList  // all if the key ends with "[]"
+    lastOrList,    // all if the key ends with "[]"
+    lastOrPhpList  // also of "extension" and "zend_extension"
 };
 
 enum class EmptyValues : uint8_t {
@@ -129,14 +130,31 @@ enum Refusal : uint8_t {
     refusalPhp = 16            // lines that PHP cannot parse
 };
 
-// The spelling of names. With `percent`, "%20" and "%U20AC" are characters, and a backslash is "/";
-// not in headers with subsections.
-enum class Names : uint8_t { plain, percent };
+// The spelling of names, except in headers with subsections.
+enum class Names : uint8_t {
+    plain,
+    percent,  // "%20" and "%U20AC" are characters, and a backslash is "/"
+    escaped   // "\n" and "\x5b" are characters
+};
 
 // A carriage return that is not before a newline. For programs that end the line there, such a file
 // would have another meaning: `lineEnd` refuses it, except in a quoted value. Any dialect refuses a
 // file that has carriage returns, but no newline.
 enum class Returns : uint8_t { text, lineEnd };
+
+// The names that a new stanza can have. A stanza of the file can have any.
+enum class NewStanzas : uint8_t {
+    any,
+    php,
+    trimmed  // programs of the format drop spaces at the end
+};
+
+// Bits of `notPlainMore`: as `notPlain`.
+enum NotPlainMore : uint8_t {
+    notPlainLatinSpace = 1,  // the byte A0 at an end is dropped: a space of Latin-1
+    notPlainLineSeparators =
+        2  // a vertical tab, form feed or line separator of Unicode ends a line
+};
 
 struct Switches {
     uint8_t marks = markHash;
@@ -172,13 +190,15 @@ struct Switches {
     uint8_t refusals = 0;
     Names names = Names::plain;
     Returns returns = Returns::text;
+    NewStanzas newStanzas = NewStanzas::any;
+    uint8_t notPlainMore = 0;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 33;
+constexpr int kSwitchCount = 35;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

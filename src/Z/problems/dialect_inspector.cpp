@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "../cache/hash_index.h"
+#include "../dialects/counting.h"
 #include "../dialects/logical_line.h"
 #include "../lines/columns.h"
 #include "../lines/name_hash.h"
@@ -217,7 +218,7 @@ std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
         if (!line.isKey())
             continue;
         std::string_view const name = dialect_.keyName(text_, line, space);
-        if (rule == RepeatedKey::lastOrList && name.size() > 2 && name.ends_with("[]"))
+        if (zdialects::isListKey(dialect_.switches(), name))
             continue;
         uint32_t const hash = zlines::hashOf(name, stanza);
         zcache::Id const known = keyIndex.find(hash, [&](zcache::Id id) {
