@@ -74,7 +74,7 @@ public:
         return {begin, zlines::valueLine, indent, nameEnd, value, trim(value, stop)};
     }
 
-    void split(std::string_view text, std::vector<Line>& lines) const override
+    bool split(std::string_view text, std::vector<Line>& lines) const override
     {
         for (uint32_t at = 0; at < text.size();) {
             auto const feed = static_cast<uint32_t>(std::min(text.find('\n', at), text.size()));
@@ -95,6 +95,7 @@ public:
                 at = end + 1;
             }
         }
+        return true;
     }
 
     std::string_view stanzaName(std::string_view text, Line const& header,

@@ -36,7 +36,7 @@ size_t loneReturn(std::string_view text, size_t at, size_t end)
 
 }  // namespace
 
-void LineReader::read()
+bool LineReader::read()
 {
     next_ = begin_ = switches_.byteOrderMark ? byteOrderMarkSize(text_) : 0;
     if (isText(begin_)) {
@@ -45,15 +45,17 @@ void LineReader::read()
                           loneReturn(text_, begin_, text_.size()) != text_.npos;
         while (next_ < text_.size())
             readLine();
-        if (!hasHead_ && !hasKey_ && hasNote_ && !hasError_)
+        bool const isValid = !hasError_;
+        if (!hasHead_ && !hasKey_ && hasNote_ && isValid)
             report({Fault::noHeadOrKey, true, firstNote_.at, firstNote_.line});
-        return;
+        return isValid;
     }
     while (next_ < text_.size()) {
         PhysicalLine const line = physicalLineAt(text_, next_);
         next_ = line.next;
         append(zlines::otherLine, line.begin, line.begin, line.end, line.end);
     }
+    return false;
 }
 
 // Refuses bytes that no line of text has.

@@ -31,8 +31,9 @@ public:
     {
     }
 
-    /// Appends all lines.
-    void read();
+    /// Appends all lines. Returns whether they are valid. The file is invalid, too, if it has lines
+    /// that are passed over, but no header and no key.
+    bool read();
 
 private:
     // Indexes of a key in the characters of the line.

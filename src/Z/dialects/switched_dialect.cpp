@@ -18,9 +18,9 @@ SwitchedDialect::SwitchedDialect(Switches const& switches)
 {
 }
 
-void SwitchedDialect::split(std::string_view text, std::vector<Line>& lines) const
+bool SwitchedDialect::split(std::string_view text, std::vector<Line>& lines) const
 {
-    LineReader(switches_, characters_, text, lines, nullptr).read();
+    return LineReader(switches_, characters_, text, lines, nullptr).read();
 }
 
 void SwitchedDialect::read(std::string_view text, std::vector<Line>& lines, FindingSink& sink) const

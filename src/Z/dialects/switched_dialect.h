@@ -32,7 +32,7 @@ public:
 
     // --- reading (switched_dialect.cpp)
 
-    void split(std::string_view text, std::vector<zlines::Line>& lines) const override;
+    bool split(std::string_view text, std::vector<zlines::Line>& lines) const override;
 
     /// As split(), and reports invalid lines and lines that are passed over.
     /// range   the text has less than 4 GiB.

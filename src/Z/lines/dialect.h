@@ -45,8 +45,9 @@ public:
     // --- reading
 
     /// Appends the lines of `text` to `lines`. Each begins where the one before it ends; the first
-    /// may begin after a byte order mark. Refuses nothing: an invalid line is an otherLine.
-    virtual void split(std::string_view text, std::vector<Line>& lines) const = 0;
+    /// may begin after a byte order mark. Refuses nothing: an invalid line is an otherLine. Returns
+    /// whether all lines are valid.
+    virtual bool split(std::string_view text, std::vector<Line>& lines) const = 0;
 
     /// Return the name of a header or of a key line, as the cache compares it.
     virtual std::string_view stanzaName(std::string_view text, Line const& header,

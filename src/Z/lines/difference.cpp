@@ -542,6 +542,8 @@ bool rewriteBy(Difference& difference, Dialect const& dialect, Document const& d
     Difference const remaining(out, dialect, document, history, Difference::presentNames,
                                Difference::oneStep);
     remaining.requireValidText(difference.first());
+    if (remaining.isEmpty() && difference.hasValidLines() && !remaining.hasValidLines())
+        throw difference.first();
     if (!remaining.isEmpty())
         throw difference.count() == 1 ? difference.first() : remaining.first();
     return true;
@@ -557,6 +559,8 @@ bool rewriteAfter(Difference& removals, Dialect const& dialect, Document const& 
     try {
         Difference additions(left, dialect, document, changed, Difference::presentNames,
                              Difference::oneStep);
+        if (removals.hasValidLines() && !additions.hasValidLines())
+            return false;  // the additions must not replace an invalid line
         std::string all;
         rewriteBy(additions, dialect, document, changed, all);
         out = std::move(all);

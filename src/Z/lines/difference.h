@@ -52,6 +52,9 @@ public:
     /// the call, and the new text after it.
     std::string compose(TextHistory& history);
 
+    /// Returns whether all lines of the text are valid.
+    bool hasValidLines() const { return outline_.isValid(); }
+
     /// Refuses an invalid file: a header is invalid, or there is no header and no key.
     /// throws  Refusal.
     /// range   `change` is the change that the refusal names.

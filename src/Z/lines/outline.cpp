@@ -22,7 +22,7 @@ Outline::Outline(std::string_view text, Dialect const& dialect,
     : text_(text), dialect_(dialect)
 {
     lines_.reserve(countFeeds(text) + 1);
-    dialect.split(text, lines_);
+    isValid_ = dialect.split(text, lines_);
     for (uint32_t const position : movedComments) {
         auto const found =
             std::lower_bound(lines_.begin(), lines_.end(), position,

@@ -54,6 +54,9 @@ public:
     /// range   `guess` is the index to try first.
     uint32_t find(std::string_view name, size_t guess);
 
+    /// Returns whether all lines of the text are valid.
+    bool isValid() const { return isValid_; }
+
     /// Returns a header with the name of an earlier header, if the dialect refuses it; else kNone.
     uint32_t repeatedHeader() const { return repeatedHeader_; }
 
@@ -151,6 +154,7 @@ private:
     std::unordered_map<std::string_view, uint32_t, NameHash> index_;
     size_t indexed_ = 0;  // stanzas in the index
     uint32_t repeatedHeader_ = kNone;
+    bool isValid_;
     std::unordered_map<std::string_view, uint32_t, NameHash>
         headers_;  // of each name, if not joined
     std::deque<std::string> owned_;

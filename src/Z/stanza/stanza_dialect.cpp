@@ -13,7 +13,7 @@ using zlines::Line;
 
 class StanzaDialect final : public zlines::Dialect {
 public:
-    void split(std::string_view text, std::vector<Line>& lines) const override;
+    bool split(std::string_view text, std::vector<Line>& lines) const override;
     std::string_view commentText(std::string_view comment) const override;
     bool hasEmptyValues() const override { return false; }
     bool refusesRepeatedHeaders() const override { return true; }
@@ -67,11 +67,12 @@ Line classify(std::string_view text, uint32_t start, std::string_view line,
                 position(parts->value.data()));
 }
 
-void StanzaDialect::split(std::string_view text, std::vector<Line>& lines) const
+bool StanzaDialect::split(std::string_view text, std::vector<Line>& lines) const
 {
     if (text.empty())
-        return;
+        return true;
     WhitespaceTable const whitespace;
+    bool isValid = true;
     LineSplitter splitter(text.data(), text.size());
     char const* bytes;
     for (size_t length; splitter.next(bytes, length);) {
@@ -79,6 +80,7 @@ void StanzaDialect::split(std::string_view text, std::vector<Line>& lines) const
         std::string_view const trimmed = whitespace.trimStart(whitespace.trimEnd(line));
         lines.push_back(
             classify(text, static_cast<uint32_t>(bytes - text.data()), trimmed, whitespace));
+        isValid = isValid && lines.back().kind != zlines::otherLine;
         // The spaces after "key =" belong to the separator: a new value follows them.
         if (lines.back().kind == zlines::keyOnlyLine) {
             char const* end = trimmed.data() + trimmed.size();
@@ -88,6 +90,7 @@ void StanzaDialect::split(std::string_view text, std::vector<Line>& lines) const
                 static_cast<uint32_t>(end - text.data());
         }
     }
+    return isValid;
 }
 
 std::string_view StanzaDialect::commentText(std::string_view comment) const
