@@ -53,3 +53,28 @@ TEST(DialectLines, ARefusedChangeIsRefusedTogetherWithAnAddition)
     EXPECT_EQ("[a]\nk #c\ny = 1\n",
               textAfter("mysql", "[a]\nk=1 #c\nk=2\n", {setNone("a", "k"), set("a", "y", "1")}));
 }
+
+// Nothing is above the mark, also if no line is below it.
+TEST(DialectLines, AByteOrderMarkAloneStaysAtTheStart)
+{
+    std::string const mark = "\xef\xbb\xbf";
+    struct Case {
+        char const* dialect;
+        char const* line;
+        char const* comment;
+    };
+    for (Case const& c : {Case{"editorconfig", "root = false\n", "# c\n"},
+                          {"git", "\troot = false\n", "# c\n"},
+                          {"php", "root = \"false\"\n", "; c\n"},
+                          {"samba", "root = false\n", "# c\n"},
+                          {"qt", "root=false\n", "; c\n"},
+                          {"ini", "root = false\n", "; c\n"},
+                          {"windows", "root=false\n", "; c\n"}}) {
+        SCOPED_TRACE(c.dialect);
+        EXPECT_EQ(mark + c.line, textAfter(c.dialect, mark, {set(".", "root", "false")}));
+        EXPECT_EQ(mark + c.comment, textAfter(c.dialect, mark, {[](Store& store) {
+                                                  store.setComment(nullptr, nullptr, " c");
+                                              }}));
+    }
+    EXPECT_EQ(mark + "[a]\nk=v\n", textAfter("systemd", mark, {set("a", "k", "v")}));
+}

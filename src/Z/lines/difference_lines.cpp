@@ -22,7 +22,7 @@ void Difference::place(Reordered const& stanza)
 {
     std::vector<Line> const& lines = outline_.lines();
     Section const& section = outline_.sections()[outline_.stanzas()[stanza.read].firstSection];
-    Placement at{lines.empty() ? 0 : lines[0].begin, kNone};
+    Placement at{outline_.start(), kNone};
     if (section.header != kNone) {
         uint32_t const header = outline_.lastOnHeader(section);
         at = {outline_.endOf(header), header};

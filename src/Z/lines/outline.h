@@ -60,6 +60,12 @@ public:
     /// Returns a header with the name of an earlier header, if the dialect refuses it; else kNone.
     uint32_t repeatedHeader() const { return repeatedHeader_; }
 
+    /// Returns the position of the first line, after a byte order mark.
+    uint32_t start() const
+    {
+        return lines_.empty() ? static_cast<uint32_t>(text_.size()) : lines_[0].begin;
+    }
+
     /// Returns the position after a line.
     uint32_t endOf(uint32_t line) const
     {
