@@ -78,3 +78,52 @@ TEST(DialectLines, AByteOrderMarkAloneStaysAtTheStart)
     }
     EXPECT_EQ(mark + "[a]\nk=v\n", textAfter("systemd", mark, {set("a", "k", "v")}));
 }
+
+TEST(DialectLines, TheKeysAboveTheFirstHeaderGetAHeader)
+{
+    auto const rename = [](Store& store) { store.renameStanza(".", "n"); };
+    struct Case {
+        char const* dialect;
+        char const* before;
+        char const* after;
+        char const* afterChanges;  // set k, add j, and comment the file and k
+    };
+    for (Case const& c :
+         {Case{"php", "k = x y ; c\n; about l\nl = \"q\"   ; d\n",
+               "[n]\nk = x y ; c\n; about l\nl = \"q\"   ; d\n",
+               "; f\n\n[n]\n; g\nk = 7 ; c\n; about l\nl = \"q\"   ; d\nj = 8\n"},
+          {"kconfig", "k[$e] = x\nl=2\n", "[n]\nk[$e] = x\nl=2\n",
+           "# f\n\n[n]\n# g\nk[$e] = 7\nl=2\nj=8\n"},
+          {"ini", "; e\n\n; of k\nk=1\nl=2\n\n; h\n[z]\nm=1\n",
+           "; e\n\n[n]\n; of k\nk=1\nl=2\n\n; h\n[z]\nm=1\n",
+           "; f\n\n[n]\n; g\nk=7\nl=2\nj=8\n\n; h\n[z]\nm=1\n"},
+          {"ini", "junk\nk=1\njunk\nk=2\n[z]", "junk\n[n]\nk=1\njunk\nk=2\n[z]", nullptr},
+          {"samba",
+           "\xef\xbb\xbf"
+           "k = x\r\n  l=2",
+           "\xef\xbb\xbf[n]\r\nk = x\r\n  l=2",
+           "\xef\xbb\xbf# f\r\n\r\n[n]\r\n# g\r\nk = 7\r\n  l=2\r\n  j=8"}}) {
+        SCOPED_TRACE(c.before);
+        EXPECT_EQ(c.after, textAfter(c.dialect, c.before, {rename}));
+        if (c.afterChanges == nullptr)
+            continue;
+        std::vector<Change> const changes = {
+            rename, set("n", "k", "7"), set("n", "j", "8"),
+            [](Store& store) { store.setComment(nullptr, nullptr, " f"); },
+            [](Store& store) { store.setComment("n", "k", " g"); }};
+        EXPECT_EQ(c.afterChanges, textAfter(c.dialect, c.before, changes)) << "one store";
+        std::string text = c.before;
+        for (Change const& change : changes)
+            text = textAfter(c.dialect, text, {change});
+        EXPECT_EQ(c.afterChanges, text) << "a store for each change";
+    }
+}
+
+TEST(DialectLines, TheKeysAboveTheFirstHeaderGetTheNameOfARemovedStanza)
+{
+    EXPECT_EQ("[n]\nk = 1 ; c\n[m]\nl=2\n",
+              textAfter("php", "k = 1 ; c\n[n]\nk=2\n[o]\nl=2\n",
+                        {[](Store& store) { store.deleteStanza("n"); },
+                         [](Store& store) { store.renameStanza(".", "n"); },
+                         [](Store& store) { store.renameStanza("o", "m"); }}));
+}

@@ -331,6 +331,7 @@ private:
     void linkHeader(Id category);
     void appendHeader(Id category);
     void insertTopHeader(Id category);
+    void showTopHeader(Id category);
     size_t templateKey(Id line, char* key, size_t capacity) const;
     Id insertionPoint(Id category, std::string_view key) const;
     Id insertionPointByScan(Id category, std::string_view key) const;

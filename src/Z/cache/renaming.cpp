@@ -77,12 +77,14 @@ void Contents::renameKey(std::string_view categoryName, std::string_view oldName
 void Contents::renameCategory(std::string_view oldName, std::string_view newName)
 {
     arena_.reserve(newName.size() + 1);
+    reserveLines(1);
     // A removed category of the new name may have left its lines.
     if (!policy_.categories.matches(oldName, newName))
         deleteStanza(newName);
     uint32_t const oldHash = categoryHash(oldName);
     uint32_t const newHash = categoryHash(newName);
     Id const id = findCategory(oldName, oldHash);
+    bool const wasTop = isTop(id);
     // The index of keys contains the names of their categories.
     forEachKeyOf(id, [&](Id key) {
         keyIndex_.remove(keyHash(name(keys_[key]), oldHash), key);
@@ -98,6 +100,23 @@ void Contents::renameCategory(std::string_view oldName, std::string_view newName
     categoryIndex_.add(newHash, id);
     if (category.extra != 0)
         delete std::exchange(categoryExtras_[category.extra].name, nullptr);
+    if (wasTop && !isTop(id))
+        showTopHeader(id);
+}
+
+// Gives the lines above the first keys to their header, which the file has from now on. Requires
+// reserveLines(1).
+void Contents::showTopHeader(Id category)
+{
+    Id const header = categories_[category].header;
+    Id const next = header == 0 ? 0 : lines_[header].next;
+    if (next == 0)
+        return;
+    moveGap(next, header);
+    if (lines_[next].isBelowBlank) {
+        lines_[next].isBelowBlank = 0;
+        createLine(blankLine, 0, 0, lines_[header].previous);
+    }
 }
 
 }  // namespace zcache

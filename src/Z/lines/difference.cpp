@@ -188,10 +188,16 @@ void Difference::matchStanzas()
     readOf_.resize(document_.stanzas.size(), kNone);
     readOf_[0] = 0;
     outline_.stanzas()[0].isKept = true;
+    headed_ = findRenamedTop();
     uint32_t last = 0;
     std::vector<uint32_t> const found = findStanzas();
     for (uint32_t i = 1; i < readOf_.size(); ++i) {
         uint32_t const read = found[i];
+        if (i == headed_) {
+            readOf_[i] = 0;
+            insertTopHeader();
+            continue;
+        }
         if (read == kNone || (read != 0 && read <= last))
             continue;
         last = read == 0 ? last : read;
@@ -210,6 +216,47 @@ void Difference::matchStanzas()
         if (readOf_[i] != kNone && readOf_[i] != 0)
             next = i;
     }
+}
+
+// Returns the wanted stanza of the keys above the first header, if it was renamed and has keys in
+// the text, and no other stanza takes its name; otherwise kNone.
+uint32_t Difference::findRenamedTop()
+{
+    std::string_view const top = dialect_.topStanza();
+    auto const isKey = [](Line const& line) { return line.isKey(); };
+    auto const first = outline_.lines().begin();
+    if (top.empty() || names_ != oldNames ||
+        std::none_of(first, first + outline_.sections()[0].end, isKey))
+        return kNone;
+    uint32_t found = kNone;
+    for (uint32_t i = 1; i < document_.stanzas.size(); ++i) {
+        if (dialect_.comparableStanza(document_.stanzas[i].name, nameSpace_) == top)
+            return kNone;
+        if (isRenamed(i) &&
+            dialect_.comparableStanza(document_.stanzas[i].oldName, nameSpace_) == top)
+            found = i;
+    }
+    return found;
+}
+
+// Inserts a header above the first key and the comment right above that key.
+void Difference::insertTopHeader()
+{
+    std::vector<Line> const& lines = outline_.lines();
+    std::string_view const name = document_.stanzas[headed_].name;
+    topHeader_ = 0;
+    while (!lines[topHeader_].isKey())
+        ++topHeader_;
+    topHeader_ = outline_.firstCommentAbove(0, topHeader_);
+    record(name, {}, {});
+    if (!headerComments_.empty())
+        renamedStanzas_[dialect_.topStanza()] = dialect_.comparableStanza(name, nameSpace_);
+    std::string_view const ending =
+        outline_.lineEndingAfter(topHeader_ == 0 ? kNone : topHeader_ - 1);
+    std::string header;
+    dialect_.appendHeader(name, header);
+    header += ending;
+    edits_.insertLines(lines[topHeader_].begin, std::move(header), ending, Edits::topHeader);
 }
 
 // Finds stanzas that were renamed: they are between the same stanzas in both, and their contents

@@ -112,6 +112,8 @@ private:
     std::vector<uint32_t> findStanzas();
     bool isRenamed(uint32_t stanza) const;
     void matchRenamedStanzas();
+    uint32_t findRenamedTop();
+    void insertTopHeader();
     void renameHeaders(ReadStanza const& stanza, std::string_view name);
     bool hasOtherName(ReadStanza const& stanza, std::string_view name);
     void respellHeaders(ReadStanza const& stanza, std::string_view name);
@@ -154,6 +156,7 @@ private:
 
     // difference_lines.cpp
     void place(Reordered const& stanza);
+    void moveBelowTopHeader(Placement& at);
     uint32_t firstStaying(uint32_t first);
     void placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at);
     void placeRemainingComments(Reordered const& stanza, Placement& at);
@@ -202,8 +205,11 @@ private:
     std::string_view stanzaName_;        // that is compared, for first_
     Entry const* renamedKey_ = nullptr;  // that is compared, if its lines have another name
     std::vector<Entry> topEntries_;      // of both stanzas for the lines above the first header
-    std::vector<uint32_t> readOf_;       // of each wanted stanza: its stanza in the text
-    std::vector<uint32_t> nextKept_;     // of each: the next stanza that the text has, or kNone
+    uint32_t headed_ = kNone;     // wanted stanza of the keys above the first header, renamed
+    uint32_t topHeader_ = kNone;  // line below its header, if it is renamed
+    Edits::Order newLineOrder_ = Edits::newLines;
+    std::vector<uint32_t> readOf_;    // of each wanted stanza: its stanza in the text
+    std::vector<uint32_t> nextKept_;  // of each: the next stanza that the text has, or kNone
     std::vector<Reordered> reordered_;
     std::vector<uint32_t> leftComments_;  // positions of the comments of removed stanzas
     std::vector<bool> gone_;              // lines that are removed; empty: none

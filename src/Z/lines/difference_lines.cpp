@@ -31,8 +31,12 @@ void Difference::place(Reordered const& stanza)
     for (size_t i = 0; i < stanza.entries.size(); ++i)
         if (!stanza.entries[i].isComment && stanza.lineOf[i] != kNone)
             lastKnown = i + 1;
+    size_t const firstOfTop =
+        stanza.read == 0 ? document_.stanzas[0].entryCount : stanza.entries.size();
     for (size_t i = 0; i < stanza.entries.size(); ++i) {
         Entry const& entry = stanza.entries[i];
+        if (i == firstOfTop && topHeader_ != kNone)
+            moveBelowTopHeader(at);
         uint32_t const line = stanza.lineOf[i];
         if (line == kNone) {
             if (entry.isComment)
@@ -51,6 +55,20 @@ void Difference::place(Reordered const& stanza)
     }
     if (!at.comments.empty())
         placeRemainingComments(stanza, at);
+    newLineOrder_ = Edits::newLines;
+}
+
+// Inserts the new comments above the header that the first keys get, and moves below the header.
+void Difference::moveBelowTopHeader(Placement& at)
+{
+    uint32_t const position = outline_.lines()[topHeader_].begin;
+    uint32_t const after = topHeader_ == 0 ? kNone : topHeader_ - 1;
+    if (!at.comments.empty() && document_.stanzas[headed_].isBelowBlank)
+        insertComments(at, at.position, at.after, otherLine, true);
+    else if (!at.comments.empty())
+        insertComments(at, position, after, headerLine, false);
+    at = {position, after};
+    newLineOrder_ = Edits::newLinesBelowHeader;
 }
 
 // Returns the first line of a key, or the next if the first is removed. Only blank and removed
@@ -154,8 +172,7 @@ bool Difference::placeKeyAt(Reordered const& stanza, Entry const& entry, uint32_
     if (run.lines.size() == kMaxNeighbours)
         run.lines.erase(run.lines.begin());
     run.lines.push_back(lines.substr(comments));
-    edits_.insertLines(position, std::move(lines), outline_.lineEndingAfter(after),
-                       Edits::newLines);
+    edits_.insertLines(position, std::move(lines), outline_.lineEndingAfter(after), newLineOrder_);
     return true;
 }
 
@@ -193,7 +210,7 @@ void Difference::insertComments(Placement& at, uint32_t position, uint32_t after
     if (needsBlankBelow && !isAboveBlank(after))
         lines += ending;
     record(stanzaName_, {}, at.comments.front().text);
-    edits_.insertLines(position, std::move(lines), ending, Edits::newLines);
+    edits_.insertLines(position, std::move(lines), ending, newLineOrder_);
     at.comments.clear();
 }
 

@@ -16,12 +16,15 @@ namespace zlines {
 class Edits {
 public:
     // The order at one position: a value that is added to the last line precedes the lines that are
-    // inserted after it. Insertions of one kind keep their order. Comments that move above a line,
-    // and a name at its start, follow the insertions above the line.
+    // inserted after it. A header above the first keys, which had none, is above the lines that are
+    // inserted for these keys. Insertions of one kind keep their order. Comments that move above a
+    // line, and a name at its start, follow the insertions above the line.
     enum Order {
         changes,
         valuesOfLineAbove,
         newLines,
+        topHeader,
+        newLinesBelowHeader,
         valuesOfLineBelow,
         newStanzas,
         commentMoves,
