@@ -597,7 +597,7 @@ TEST(DialectChanges, ANewKeyBelowAnEmptyValueHasSpacesOnBothSidesOfItsSignOrOnNo
 {
     Change const add = [](Store& store) { store.setValue("a", "m", "y"); };
     expectChanges({
-        {"systemd", "[a]\nl =\n", add, "[a]\nl =\nm=y\n"},
+        {"systemd", "[a]\nl =\n", add, "[a]\nl =\nm = y\n"},
         {"python", "[a]\nl =\n", add, "[a]\nl =\nm = y\n"},
         {"python", "[a]\nl :\n", add, "[a]\nl :\nm : y\n"},
         {"systemd", "[a]\nlong = 1\nl    =\n", add, "[a]\nlong = 1\nl    =\nm    = y\n"},

@@ -127,3 +127,20 @@ TEST(DialectLines, TheKeysAboveTheFirstHeaderGetTheNameOfARemovedStanza)
                          [](Store& store) { store.renameStanza(".", "n"); },
                          [](Store& store) { store.renameStanza("o", "m"); }}));
 }
+
+// "key =" shows a space before the sign, and gets one after the sign with a value. A new key below
+// looks the same, before and after that.
+TEST(DialectLines, ANewKeyBelowAnEmptyValueHasItsSpaces)
+{
+    for (char const* const dialect : {"systemd", "kconfig", "desktop", "ini"})
+        for (std::string const above : {"", "b =1\n", "b=1\n"}) {
+            SCOPED_TRACE(dialect + above);
+            std::string const text = "[a]\n" + above + "k =\n";
+            EXPECT_EQ(text + "y = v\n", textAfter(dialect, text, {set("a", "y", "v")}));
+            std::string const both = "[a]\n" + above + "k = w\ny = v\n";
+            EXPECT_EQ(both, textAfter(dialect, text, {set("a", "k", "w"), set("a", "y", "v")}));
+            EXPECT_EQ(both, textAfter(dialect, textAfter(dialect, text, {set("a", "y", "v")}),
+                                      {set("a", "k", "w")}));
+        }
+    EXPECT_EQ("[a]\nk=\ny=v\n", textAfter("systemd", "[a]\nk=\n", {set("a", "y", "v")}));
+}

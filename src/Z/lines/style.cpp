@@ -55,13 +55,6 @@ std::string_view spacedSeparator(char sign)
     return sign == ':' ? " : " : " = ";
 }
 
-// Returns the dialect's own separator if it has the sign; else the sign between spaces.
-std::string_view ownSeparatorWith(Dialect const& dialect, char sign)
-{
-    std::string_view const own = dialect.ownSeparator();
-    return own.find(sign) == own.npos ? spacedSeparator(sign) : own;
-}
-
 // Returns the column of the separator of a key line; 0 if it has none, or a header before it.
 size_t columnOf(Outline const& outline, uint32_t line)
 {
@@ -233,8 +226,9 @@ Style styleOf(Outline const& outline, uint32_t model)
     std::string_view const separator = separatorOf(outline, model);
     Style style{indentOf(outline, model), separator.empty() ? dialect.ownSeparator() : separator,
                 outline.lineEndingOf(model)};
+    // As in that line if it gets a value.
     if (line.valueBegin == line.valueEnd && isOneSided(separator))
-        style.separator = ownSeparatorWith(dialect, separator.back());
+        style.separator = spacedSeparator(separator.back());
     return style;
 }
 
@@ -263,10 +257,6 @@ Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
     style.lineEnding = ending;
     if (model >= section.first && model < section.end && isAligned(outline, section, model))
         style.column = columnOf(outline, model) - style.indent.size();
-    // Spaces before the sign, up to the column, call for a space after it.
-    if (style.column != 0 && lines[model].valueBegin == lines[model].valueEnd &&
-        isOneSided(separatorOf(outline, model)))
-        style.separator = spacedSeparator(separatorOf(outline, model).back());
     return style;
 }
 
