@@ -144,3 +144,24 @@ TEST(DialectLines, ANewKeyBelowAnEmptyValueHasItsSpaces)
         }
     EXPECT_EQ("[a]\nk=\ny=v\n", textAfter("systemd", "[a]\nk=\n", {set("a", "y", "v")}));
 }
+
+TEST(DialectLines, ANewKeyHasTheIndentationOfAKeyWithoutAValue)
+{
+    struct Case {
+        char const* dialect;
+        char const* before;
+        char const* after;
+    };
+    for (Case const& c : {Case{"mysql", "[a]\n  skip\n", "[a]\n  skip\n  x = 1\n"},
+                          {"mysql", "[a]\n  port=2\n\tskip\n", "[a]\n  port=2\n\tskip\n\tx=1\n"},
+                          {"mysql", "[a]\n  port=2\n\tskip\n\n[b]\nk=2\n",
+                           "[a]\n  port=2\n\tskip\n\tx=1\n\n[b]\nk=2\n"},
+                          {"mysql", "[a]\n  y    = 2\n  port = 2\n    skip\n",
+                           "[a]\n  y    = 2\n  port = 2\n    skip\n    x  = 1\n"},
+                          {"git", "[a]\nz9\n", "[a]\nz9\nx = 1\n"},
+                          {"git", "[a] z9\n", "[a] z9\n\tx = 1\n"},
+                          {"git", "[b]\n  k=2\n[a]\nz9\n", "[b]\n  k=2\n[a]\nz9\nx=1\n"}}) {
+        SCOPED_TRACE(c.before);
+        EXPECT_EQ(c.after, textAfter(c.dialect, c.before, {set("a", "x", "1")}));
+    }
+}

@@ -105,6 +105,18 @@ uint32_t keyBelow(Outline const& outline, Section const& section, uint32_t line)
     return kNone;
 }
 
+// Returns the key line at `line`, or the nearest above it or else below it in a section, also if it
+// has no separator; kNone if not found.
+uint32_t nearestKey(Outline const& outline, Section const& section, uint32_t line)
+{
+    std::vector<uint32_t> const& keys = outline.keyLines();
+    uint32_t const next = line == kNone ? section.first : line + 1;
+    auto const below = std::lower_bound(keys.begin(), keys.end(), next);
+    if (below != keys.begin() && below[-1] >= section.first)
+        return below[-1];
+    return below != keys.end() && *below < section.end ? *below : kNone;
+}
+
 // Returns whether the separator of a key line is in a column with its neighbours.
 bool isAligned(Outline const& outline, Section const& section, uint32_t model)
 {
@@ -251,12 +263,16 @@ Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
     uint32_t model = isAfterKey ? after : above != kNone ? above : below;
     if (model == kNone)
         model = keyElsewhere(outline, section);
-    if (model == kNone)
-        return {outline.dialect().ownIndent(), outline.dialect().ownSeparator(), ending};
-    Style style = styleOf(outline, model);
+    Style style{outline.dialect().ownIndent(), outline.dialect().ownSeparator(), {}};
+    if (model != kNone)
+        style = styleOf(outline, model);
     style.lineEnding = ending;
+    uint32_t const nearest = nearestKey(outline, section, position);
+    if (nearest != kNone && separatorOf(outline, nearest).empty())
+        style.indent = styleOf(outline, nearest).indent;
     if (model >= section.first && model < section.end && isAligned(outline, section, model))
-        style.column = columnOf(outline, model) - style.indent.size();
+        style.column =
+            columnOf(outline, model) - std::min(columnOf(outline, model) - 1, style.indent.size());
     return style;
 }
 
