@@ -7,9 +7,17 @@ using zcache::Id;
 
 namespace {
 
+// Returns whether a category has no header: the comment of the file is also its comment. A comment
+// above the first key is the comment of that key.
+bool isWithoutHeader(Contents const& contents, char const* category)
+{
+    Id const id = category == nullptr ? 0 : contents.liveCategory(category);
+    return id != 0 && contents.isTop(id);
+}
+
 Contents::CommentBlock blockOf(Contents const& contents, char const* category, char const* key)
 {
-    if (category == nullptr)
+    if (category == nullptr || (key == nullptr && isWithoutHeader(contents, category)))
         return contents.fileComment();
     if (key != nullptr) {
         Id const id = contents.liveKey(category, key);
@@ -48,7 +56,7 @@ void ZPCategoryBasedCache_6_0::setComment(char const* category, char const* key,
         return;
     else if (key != nullptr)
         addLineComment(category, key, comment);
-    else if (category != nullptr)
+    else if (category != nullptr && !isWithoutHeader(*rep_, category))
         addStanzaComment(category, comment);
     else
         rep_->setFileComment(zcache::checkedView(comment));

@@ -165,3 +165,22 @@ TEST(DialectLines, ANewKeyHasTheIndentationOfAKeyWithoutAValue)
         EXPECT_EQ(c.after, textAfter(c.dialect, c.before, {set("a", "x", "1")}));
     }
 }
+
+// The keys above the first header have no header that a comment could be above: a comment above the
+// first of them is of that key.
+TEST(DialectLines, TheCommentOfTheStanzaWithoutAHeaderIsTheFiles)
+{
+    Change const ofStanza = [](Store& store) { store.setComment(".", nullptr, " c"); };
+    Change const ofKey = [](Store& store) { store.setComment(".", "k", " d"); };
+    for (std::string const before : {"", "; old\n\n"}) {
+        std::string const text = before + "k=1\n";
+        EXPECT_EQ("; c\n\nk=1\n", textAfter("ini", text, {ofStanza}));
+        std::string const both = "; c\n\n; d\nk=1\n";
+        EXPECT_EQ(both, textAfter("ini", text, {ofStanza, ofKey}));
+        EXPECT_EQ(both, textAfter("ini", textAfter("ini", text, {ofStanza}), {ofKey}));
+        EXPECT_EQ(both, textAfter("ini", textAfter("ini", text, {ofKey}), {ofStanza}));
+        EXPECT_EQ("k=1\n", textAfter("ini", text, {ofStanza, [](Store& store) {
+                                                       store.setComment(".", nullptr, nullptr);
+                                                   }}));
+    }
+}

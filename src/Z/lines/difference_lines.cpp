@@ -37,6 +37,8 @@ void Difference::place(Reordered const& stanza)
         Entry const& entry = stanza.entries[i];
         if (i == firstOfTop && topHeader_ != kNone)
             moveBelowTopHeader(at);
+        else if (i == firstOfTop && !at.comments.empty() && entry.isBelowBlank)
+            insertComments(at, at.position, at.after, otherLine, true);
         uint32_t const line = stanza.lineOf[i];
         if (line == kNone) {
             if (entry.isComment)
