@@ -27,6 +27,7 @@ from .stanza import (
     exchanged_comment,
     in_file,
     listed,
+    is_empty_top,
     missing_stanza,
     require_plain,
     without_number,
@@ -196,9 +197,13 @@ class Conf(MutableMapping[str, Stanza]):
     def __getitem__(self, name: Name) -> Stanza:
         """Returns a stanza: by its name, or by (name, n), the n-th stanza of that name.
 
-        "." is the part above the first header, in dialects that have it. Raises NotFound.
+        "." is the part above the first header, in dialects that have it, also if it has no keys; `in`
+        and iterators leave it out then. Raises NotFound.
         """
         with self._store.lock:
+            found = self._resolved(name)
+            if is_empty_top(self._store, found):
+                return Stanza(self._store, found)
             return Stanza(self._store, self._existing(name))
 
     # The mapping has the type Stanza for its values, but takes every mapping.

@@ -26,6 +26,8 @@ class Missing:
 
 MISSING_ARGUMENT = Missing()
 
+_TOP = "."  # the part above the first header, in dialects that have it
+
 _NUMBER = re.compile(r"[+-]?(?:0[xX](?P<hexadecimal>[0-9a-fA-F]+)|(?P<octal>0[0-7]*)|[1-9][0-9]*)")
 _SPACES = " \t\n\v\f\r"
 
@@ -118,12 +120,14 @@ class Stanza(MutableMapping[str, str]):
             self._store.remove_key(self._name, key)
 
     def __iter__(self) -> Iterator[str]:
-        return iter(list(self._store.contents(self._name)))
+        with self._store.lock:
+            self._require_stanza()
+            return iter(list(self._store.contents(self._name)) if self._is_present() else [])
 
     def __len__(self) -> _Int:
         with self._store.lock:
             self._require_stanza()
-            return self._store.key_count(self._name)
+            return self._store.key_count(self._name) if self._is_present() else 0
 
     def __contains__(self, key: object) -> _Bool:
         if not isinstance(key, str):
@@ -361,8 +365,11 @@ class Stanza(MutableMapping[str, str]):
             key=key,
         )
 
+    def _is_present(self) -> bool:
+        return self._store.has_stanza(self._name)
+
     def _require_stanza(self) -> None:
-        if not self._store.has_stanza(self._name):
+        if not self._is_present() and not is_empty_top(self._store, self._name):
             raise missing_stanza(self._store, self._name)
 
     def _require_key(self, key: str) -> None:
@@ -457,6 +464,20 @@ def in_file(store: Store, problem: str, line: int = 0) -> str:
     """Returns a message that starts with the path of the file, if there is one."""
     number = f":{line}" if line else ""
     return f"{store.path}{number}: {problem}" if store.path else problem
+
+
+def is_empty_top(store: Store, name: str) -> bool:
+    """Returns whether a missing stanza is the part above the first header, without keys."""
+    if name != _TOP or store.has_stanza(name):
+        return False
+    trial = Store.new(store.dialect())
+    try:
+        trial.add_stanza(_TOP)
+        return trial.text() == b""  # it has no header
+    except errors.InvalidValue:
+        return False
+    finally:
+        trial.close()
 
 
 def missing_stanza(store: Store, name: str) -> errors.NotFound:

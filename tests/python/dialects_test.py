@@ -14,6 +14,41 @@ def ini(text: str, dialect: str = "ini") -> zf.Stanza:
     return zf.loads(text, dialect=dialect)["s"]
 
 
+class TopStanza(PackageTest):
+    """The part above the first header."""
+
+    def test_it_exists_without_keys(self) -> None:
+        for dialect, text, after in (
+            ("env", "", "A=1\n"),
+            ("sysctl", "", "A = 1\n"),
+            ("ini", "", "A = 1\n"),
+            ("ini", "[s]\nk=1\n", "A=1\n[s]\nk=1\n"),
+        ):
+            with self.subTest(dialect, text=text):
+                conf = zf.loads(text, dialect=dialect)
+                top = conf["."]
+                self.assertEqual({}, dict(top))
+                self.assertEqual(0, len(top))
+                self.assertNotIn("A", top)
+                self.assertNotIn(".", conf)
+                with self.assertRaises(zf.NotFound):
+                    top["A"]
+                with self.assertRaises(zf.NotFound):
+                    del top["A"]
+                self.assertEqual(text, conf.text())
+                top["A"] = "1"
+                self.assertEqual(after, conf.text())
+                for change in (lambda s: s.set("A", ["1"]), lambda s: s.add("A", "1")):
+                    conf = zf.loads(text, dialect=dialect)
+                    change(conf["."])
+                    self.assertEqual(after, conf.text())
+
+    def test_other_dialects_have_none(self) -> None:
+        for dialect in ("stanza", "systemd", "python"):
+            with self.subTest(dialect), self.assertRaises(zf.NotFound):
+                zf.loads("[s]\nk=1\n", dialect=dialect)["."]
+
+
 class Values(PackageTest):
     """Changes of keys with ignored lines."""
 
@@ -183,7 +218,6 @@ class Names(PackageTest):
             with self.subTest(dialect):
                 path = self.directory / "unchanged"
                 with zf.open(path, dialect=dialect, create=True) as conf:
-                    self.assertFalse(conf.modified)
                     self.assertEqual("", conf.diff())
                 self.assertFalse(path.exists())
 
@@ -225,7 +259,6 @@ class Arguments(PackageTest):
             with self.subTest(name):
                 with self.assertRaisesRegex(TypeError, f"^{name}: expected "):
                     action()
-        self.assertFalse(conf.modified)
 
     def test_own_refusals_name_the_file(self) -> None:
         conf = zf.open(self.file)
