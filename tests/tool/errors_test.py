@@ -36,7 +36,7 @@ class ErrorsTest(tool.ToolTest):
         rows = (
             (f"[a]\n\nk = {'x' * 9000}\n".encode(), 3, "x" * 60 + "...", "exceeds 8190 bytes"),
             (b"[a]\n" + b"k" * 9000 + b" = v\n", 2, "k" * 60 + "...", "exceeds 8190 bytes"),
-            (f"[a]\nx = {'y' * 9000}\nq\n".encode(), 2, "y" * 60 + "...",
+            (f"[a]\nx = {'y' * 9000}\nq = 1\n".encode(), 2, "y" * 60 + "...",
              "exceeds 8190 bytes"),
             (b"[a]\n" + b"# " + b"c" * 8189 + b"\nq\n", 3, "q", "KEY = VALUE"),
             (b"\xEF\xBB\xBF[a]\nk = v\n", 1, None, "UTF-8 without one"),
@@ -56,6 +56,29 @@ class ErrorsTest(tool.ToolTest):
                 self.expect_unchanged(INVALID_DATA, place, "list", self.file)
                 self.expect_unchanged(INVALID_DATA, f"{self.file}:{number}:", "list", self.file)
                 self.expect_unchanged(INVALID_DATA, reason, "list", self.file)
+
+    def test_every_verb_that_refuses_a_file_prints_all_errors(self):
+        text = b"[a]\nx 1\nk = v\n[b\ny 2\n"
+        remedy = 'neither a stanza header, a comment nor KEY = VALUE; add "=", or "#" at the start'
+        expected = (f'zstz: f:2:1: "x 1": {remedy}\n'
+                    'zstz: f:4:3: "[b": no "]" after the stanza name; add it\n'
+                    f'zstz: f:5:1: "y 2": {remedy}\n')
+        for arguments in (["get", "f", "a", "k"], ["list", "f"], ["stanzas", "f"], ["keys", "f", "a"],
+                          ["check", "f"], ["set", "f", "a", "k", "w"], ["add", "f", "a", "k", "w"],
+                          ["unset", "f", "a", "k"], ["rename", "f", "a", "c"], ["comment", "f", "x"],
+                          ["fmt", "f"], ["diff", "f", "g"], ["diff", "g", "f"],
+                          ["merge", "g", "f", "g"], ["convert", "f", "a", "--to", "j"]):
+            self.write_files({"f": text, "g": b"[a]\n"})
+            with self.subTest(arguments):
+                run = self.run_in_directory(*arguments)
+                self.assertEqual((INVALID_DATA, expected), (run.returncode, run.stderr.decode()))
+                self.assertEqual({"f": text, "g": b"[a]\n"}, self.read_files())
+        run = self.run_in_directory("set", "-", "a", "k", "w", given=text)
+        self.assertEqual(expected.replace(" f:", " standard input:"), run.stderr.decode())
+        self.write_files({"f": text.replace(b"[b\n", b"[b]\n"), ".gitconfig": b"[a]\nk = \\q\nj = \\q\n"})
+        run = self.run_in_directory("list", ".gitconfig")
+        self.assertEqual(["zstz: .gitconfig:2:5", "zstz: .gitconfig:3:5"],
+                         [line[:20] for line in run.stderr.decode().splitlines()])
 
     def test_damaged_missing_and_empty_companions_are_reported(self):
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")

@@ -60,7 +60,7 @@ Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string c
     // The file may have changed since, or cannot be read again.
     try {
         if (auto const error =
-                describeFirstError(Problems(damaged, 0), damaged, readContents(damaged), {}))
+                describeFailedLoad(Problems(damaged, 0), damaged, readContents(damaged), {}))
             return *error;
     } catch (...) {
     }
@@ -405,6 +405,8 @@ int report(Failure const& failure)
     std::string const where = failure.where.empty() ? "" : failure.where + ": ";
     std::string const text = where + failure.problem.text + "; " + failure.problem.remedy;
     fprintf(stderr, "%s: %s\n", toolName(), toPrintable(text).c_str());
+    for (Failure const& other : failure.further)
+        report(other);
     return failure.code;
 }
 

@@ -5,6 +5,7 @@
 
 #include <exception>
 #include <string>
+#include <vector>
 
 // Exit codes; scripts test these numbers. docs/failures.md explains them.
 enum ExitCode {
@@ -31,6 +32,8 @@ struct Failure {
     ExitCode code;
     std::string where;  // path, path and line, lock or argument; empty: not printed
     Problem problem;
+    std::vector<Failure> further =
+        {};  // the other errors of the file, printed in lines of their own
 };
 
 /// Converts a string of the library; the bytes are unchanged.
@@ -61,7 +64,7 @@ std::string formatCount(size_t number, char const* singular, char const* plural)
 void setToolName(char const* name);
 char const* toolName();
 
-/// Prints a failure as one line on standard error; returns its code.
+/// Prints a failure, and the further errors, as one line each on standard error; returns its code.
 int report(Failure const& failure);
 
 /// Describes a file that open() or fopen() could not open for reading.

@@ -39,15 +39,9 @@ std::string nameOf(Request const& request, std::string const& path, char const* 
 void requireReadable(std::string const& text, std::string const& name,
                      ZStanzaDialect_6_0 const& dialect)
 {
-    Problems const problems = Problems::ofText(text, dialect);
-    for (unsigned i = 0; i < problems.size(); ++i) {
-        ZStanzaProblem_6_0 const& problem = problems[i];
-        if (problem.messageNumber() == 0 || isAboutCompanion(problem))
-            continue;
-        Problem described = splitText(toStdString(problem.text()));
-        addSuggestion(name, text, dialect, described.remedy);
-        throw Failure{exitInvalidData, nameLine(name, problem.line(), problem.column()), described};
-    }
+    if (std::optional<Failure> const failure =
+            describeFailedLoad(Problems::ofText(text, dialect), name, text, dialect))
+        throw *failure;
 }
 
 struct Versions {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -284,19 +285,18 @@ std::vector<Failure> describeRefusals(Problems const& problems, std::string cons
     return refusals;
 }
 
-std::optional<Failure> describeFirstError(Problems const& problems, std::string const& path,
+std::optional<Failure> describeFailedLoad(Problems const& problems, std::string const& path,
                                           std::string const& contents,
                                           ZStanzaDialect_6_0 const& dialect)
 {
-    unsigned first = 0;
-    while (first < problems.size() && problems[first].messageNumber() == 0)
-        ++first;
-    if (first == problems.size())
+    std::vector<Failure> errors = describeErrors(problems, path, contents, dialect);
+    if (errors.empty())
         return {};
-    Failure error = describeError(problems[first], path);
-    if (!isAboutCompanion(problems[first]))
-        addSuggestion(path, contents, dialect, error.problem.remedy);
-    return error;
+    Failure first = std::move(errors.front());
+    std::copy_if(std::make_move_iterator(errors.begin() + 1), std::make_move_iterator(errors.end()),
+                 std::back_inserter(first.further),
+                 [&](Failure const& error) { return error.code == first.code; });
+    return first;
 }
 
 int runLint(Request const& request)

@@ -48,9 +48,9 @@ std::vector<Failure> describeErrors(Problems const& problems, std::string const&
 /// Returns the errors for which only the programs of the format refuse a file.
 std::vector<Failure> describeRefusals(Problems const& problems, std::string const& path);
 
-/// Returns the first of the errors of describeErrors(), with the suggestion; nothing if there is no
-/// error.
-std::optional<Failure> describeFirstError(Problems const& problems, std::string const& path,
+/// Returns the first of the errors of describeErrors(), with the further errors of lines; nothing
+/// if there is no error.
+std::optional<Failure> describeFailedLoad(Problems const& problems, std::string const& path,
                                           std::string const& contents,
                                           ZStanzaDialect_6_0 const& dialect);
 

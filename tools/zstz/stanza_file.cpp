@@ -58,10 +58,10 @@ std::string readStandardInput(char const* contents)
 
 namespace {
 
-Failure firstErrorOf(Problems const& problems, std::string const& name, Store const& store,
-                     std::string const& text)
+Failure errorsOf(Problems const& problems, std::string const& name, Store const& store,
+                 std::string const& text)
 {
-    return describeFirstError(problems, name, text, store.dialect())
+    return describeFailedLoad(problems, name, text, store.dialect())
         .value_or(Failure{exitInvalidData, name, {"invalid line", "correct it"}});
 }
 
@@ -72,7 +72,7 @@ void loadText(std::string const& text, Store& store, std::string const& name)
     try {
         store.loadText(text.data(), text.size());
     } catch (ZPropertiesInvalidDataException_6_0 const&) {
-        throw firstErrorOf(Problems::ofText(text, store.dialect()), name, store, text);
+        throw errorsOf(Problems::ofText(text, store.dialect()), name, store, text);
     } catch (ZUnsupportedException_6_0 const&) {
         throw Failure{exitRefused,
                       name,
@@ -88,7 +88,7 @@ void loadOnce(std::string const& path, Store& store)
     } catch (ZPropertiesInvalidDataException_6_0 const&) {
         if (store.isStanzaFile())
             throw;
-        throw firstErrorOf(Problems(path, 0, store.dialect()), path, store, readContents(path));
+        throw errorsOf(Problems(path, 0, store.dialect()), path, store, readContents(path));
     }
 }
 
