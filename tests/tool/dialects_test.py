@@ -402,6 +402,19 @@ class DialectsTest(tool.ToolTest):
                 INVALID_VALUE),
             # Each character is tried once: a quadratic search would not end.
             row("systemd", UNIT, ["set", "Service", "K", 60000 * "; " + "\n"], b"newline", INVALID_VALUE),
+            # The space and the newline are valid without the marks.
+            row("python-inline", PYTHON, ["set", "a", "other", "a ;b"], cannot % (b"python-inline", b'";"'),
+                INVALID_VALUE),
+            row("editorconfig", b"[a]\nk = 1\n", ["set", "a", "k", "a #b"],
+                cannot % (b"editorconfig", b'"#"'), INVALID_VALUE),
+            row("python", PYTHON, ["set", "a", "other", "1\n# c"], cannot % (b"python", b'"#"'),
+                INVALID_VALUE),
+            *[row(dialect, text, arguments, b'f: invalid stanza name ".": the dialect ' + dialect.encode() +
+                  b" has no keys above the first header; use the name of a stanza", INVALID_VALUE)
+              for dialect in ("systemd", "desktop", "mysql", "python")
+              for text, arguments in ((b"[a]\nk=1\n", ["set", ".", "a", "2"]),
+                                      (b"[a]\nk=1\n", ["add", ".", "a", "2"]),
+                                      (b"[a]\nk=1\n", ["rename", "a", "."]))],
             row("systemd", UNIT, ["set", "Service", "a=b", "c"],
                 b'invalid key "a=b"' + cannot % (b"systemd", b'"="'), INVALID_VALUE),
             row("git", GIT, ["set", "core", "a\1b", "v"], cannot % (b"git", b"control character"),

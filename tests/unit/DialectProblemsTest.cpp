@@ -385,6 +385,8 @@ TEST(SuggestedDialect, ReadsTheContentsWithoutAProblem)
         {"[a]\nk = 1\n[a]\nj = 1\n", "ini"},
         {"\xef\xbb\xbf[a]\nk = 1\n", "ini"},
         {"[mysqld]\nskip-name-resolve\n", "mysql"},
+        {"[a]\nk=1\n\xc3\xa4\xc3\xb6 junk\n", nullptr},
+        {"[a]\nk=1\nnot an option\n", nullptr},
         {"[a]\nk = 1\n  2\n", "python"},
         {"export A='x'\n", "env"},
     };

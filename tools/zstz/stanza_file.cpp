@@ -304,8 +304,13 @@ Problem describeFault(std::string const& text, std::string const& dialect, IsVal
                 "remove the whitespace"};
     if (text.size() > kShortLength && isValid(text.substr(0, kShortLength)))
         return {"its line would be too long for the dialect " + dialect, "shorten it"};
+    // A mark may be invalid only after a space or a newline: it is the better description then.
+    auto const isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    std::string candidates = text;
+    std::stable_partition(candidates.begin(), candidates.end(),
+                          [&](char c) { return !isSpace(c); });
     std::string tried;
-    for (char const c : text) {
+    for (char const c : candidates) {
         if (isalnum(static_cast<unsigned char>(c)) != 0 || tried.find(c) != tried.npos)
             continue;
         tried += c;
@@ -345,6 +350,12 @@ void checkSpelling(Store const& store, Request const& request, std::string const
                       {"invalid stanza name " + quote(stanza) + ": the dialect " + dialect +
                            " has no headers",
                        "use the stanza ."}};
+    if (isNew && stanza == "." && cache.validCategory(".") == 0)
+        throw Failure{exitInvalidValue,
+                      request.file,
+                      {"invalid stanza name \".\": the dialect " + dialect +
+                           " has no keys above the first header",
+                       "use the name of a stanza"}};
     if (isNew)
         requireValid(
             request, "stanza name " + quote(stanza), stanza, dialect,

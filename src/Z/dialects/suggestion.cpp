@@ -158,6 +158,16 @@ bool looksLikeEditorconfig(std::string_view text, Lines const& lines)
     });
 }
 
+// Returns whether each key without a separator is a word, as the name of an option is.
+bool looksLikeMysql(std::string_view text, Lines const& lines)
+{
+    constexpr std::string_view kLetters =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
+    return !anyName(text, lines, [&](zlines::Line const& line, std::string_view name) {
+        return line.kind == zlines::keyOnlyLine && name.find_first_not_of(kLetters) != name.npos;
+    });
+}
+
 // Strict formats first, formats with keys alone last: they read almost any line. A format that few
 // programs read is suggested only for contents that look like its files. The order was
 // chosen by the files of Debian packages; tests/unit/DialectProblemsTest.cpp counts how often it is
@@ -183,7 +193,7 @@ constexpr Candidate kCandidates[] = {
     {rowSamba, true},
     {rowQt, false, looksLikeQt},
     {rowEditorconfig, false, looksLikeEditorconfig},
-    {rowMysql, true},
+    {rowMysql, true, looksLikeMysql},
     {rowGit, true},
     {rowIni, false},
 };
