@@ -11,10 +11,16 @@ def row(dialect, before, after):
 
 ROWS = [
     row("systemd", b"# c  \n\n\n\n[s]  \nk = 1 \t\nl =\nlong = a \\ \n  b  \nm = a \\\n  b  \n",
-        b"# c\n\n[s]\nk=1\nl=\nlong=a \\ \n  b  \nm=a \\\n  b  \n"),
-    row("python", b"[a]\nk:1\n\n\nl=  2\nm=\n  x  \n", b"[a]\nk = 1\n\nl = 2\nm =\n  x  \n"),
+        b"# c\n\n[s]\nk=1\nl=\nlong=a \\ \n  b  \nm=a \\\n  b\n"),
+    row("systemd", b"[s]\nk=a \\\n# c  \n  b \t\n", b"[s]\nk=a \\\n# c\n  b\n"),
+    row("python", b"[a]\nk:1\n\n\nl=  2\nm=\n  x  \n", b"[a]\nk = 1\n\nl = 2\nm =\n  x\n"),
+    row("python", b"[a]\r\nk = 1  \r\n  2 \t\r\n\r\n  3  \r\nl = 1\r\n",
+        b"[a]\r\nk = 1\r\n  2\r\n\r\n  3\r\nl = 1\r\n"),
     row("desktop", b"[a] \nName=x  \nJ =y\n", b"[a]\nName=x  \nJ=y\n"),
     row("git", b"[a] k=1  \n\tflag  \n\tj=\"a \" ; c \n", b"[a] k = 1\n\tflag\n\tj = \"a \" ; c\n"),
+    row("env", b"A='a  \n b  '  \nB=2\n", b"A='a  \n b  '\nB=2\n"),
+    row("git", b"[a]\n\tk = a \\\n b  ; c  \n", b"[a]\n\tk = a \\\n b  ; c\n"),
+    row("samba", b"[a]\nk = a \\\n  b  \n", b"[a]\nk = a \\\n  b\n"),
     row("env", b"export A=1  \nB=2 # c \n", b"export A=1\nB=2 # c\n"),
     row("kconfig", b"[a]\nk[$e]  =  v\n", b"[a]\nk[$e]=v\n"),
     row("samba", b"[a]\r\n   k  =  v \r\n; c \\ \r\n", b"[a]\r\n   k = v\r\n; c \\ \r\n"),

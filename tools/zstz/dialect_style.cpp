@@ -1,5 +1,7 @@
 #include "dialect_style.h"
 
+#include <algorithm>
+#include <string>
 #include <vector>
 
 namespace {
@@ -19,6 +21,21 @@ std::string_view cutBlanks(std::string_view line)
 {
     std::string_view const cut = trimEnd(line);
     return cut.ends_with('\\') ? line : cut;
+}
+
+// Returns a value or comment of several lines without the spaces at the ends of its lines.
+std::string cutLines(std::string_view lines)
+{
+    std::string cut;
+    for (size_t at = 0; at <= lines.size();) {
+        size_t const end = std::min(lines.find('\n', at), lines.size());
+        std::string_view line = lines.substr(at, end - at);
+        bool const hasReturn = end < lines.size() && line.ends_with('\r');
+        line.remove_suffix(hasReturn ? 1 : 0);
+        ((cut += cutBlanks(line)) += hasReturn ? "\r" : "") += end < lines.size() ? "\n" : "";
+        at = end + 1;
+    }
+    return cut;
 }
 
 class Styler {
@@ -55,7 +72,42 @@ private:
         else if (line.kind == zlines::valueLine)
             appendValue(line, body, lineEnding, out);
         else
-            (out += body.find('\n') == body.npos ? cutBlanks(body) : body) += lineEnding;
+            (out += cutLines(body)) += lineEnding;
+    }
+
+    // Returns the value of a key line, which can have several lines.
+    std::string valueOf(std::string_view line) const
+    {
+        std::string text;
+        dialect_.appendHeader("a", text);
+        text += '\n';
+        size_t const begin = text.size();
+        (text += line) += '\n';
+        std::vector<Line> lines;
+        dialect_.split(text, lines);
+        std::string space;
+        bool const isValue =
+            !lines.empty() && lines.back().begin == begin && lines.back().kind == zlines::valueLine;
+        return isValue ? std::string(dialect_.value(text, lines.back(), space)) + '=' : "";
+    }
+
+    // Returns the value of a key line and the rest of the line, without the spaces at the ends of
+    // lines, unless they belong to the value.
+    std::string cutValue(std::string_view body, size_t valueBegin) const
+    {
+        std::string_view const rest = body.substr(valueBegin);
+        if (keepsBlanksAtEnd_)
+            return std::string(rest);
+        if (body.find('\n') == body.npos)
+            return std::string(cutBlanks(rest));
+        std::string const key(body.substr(0, valueBegin));
+        std::string const value = valueOf(body);
+        size_t const last = rest.find_last_of('\n') + 1;
+        for (std::string const& cut :
+             {cutLines(rest), std::string(rest.substr(0, last)) + cutLines(rest.substr(last))})
+            if (!value.empty() && valueOf(key + cut) == value)
+                return cut;
+        return std::string(rest);
     }
 
     void appendValue(Line const& line, std::string_view body, std::string_view lineEnding,
@@ -66,9 +118,7 @@ private:
         bool const isPlain =
             sign != separator.npos && separator.find_first_of("\n\\") == separator.npos;
         bool const isEmpty = line.valueBegin == line.valueEnd;
-        std::string_view rest = body.substr(line.valueBegin - line.begin);
-        if (body.find('\n') == body.npos && !keepsBlanksAtEnd_)
-            rest = cutBlanks(rest);
+        std::string const rest = cutValue(body, line.valueBegin - line.begin);
         std::string_view own = dialect_.ownSeparator();
         if (rest.empty() || rest.starts_with('\n') || rest.starts_with('\r'))
             own = trimEnd(own);
