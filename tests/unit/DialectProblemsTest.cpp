@@ -156,6 +156,14 @@ TEST_F(DialectProblems, HaveAPlaceACauseAndARemedy)
          "one of them\n"},
         {"php", "k[]=1\nk[]=2\n", ""},
         {"networkd", "[a]\nk=1\n[a]\nk=2\nk=3\n", ""},
+        {"systemd", "[S]\na=1\nb=1\na=\na=2\n[S]\na=\na=3\nc=\nc=1\n",
+         "2:1 note 27 [S] a: another line with key \"a\" counts, and this one is ignored; remove "
+         "one of them\n"
+         "5:1 note 27 [S] a: another line with key \"a\" counts, and this one is ignored; remove "
+         "one of them\n"},
+        {"networkd", "[a]\nk=1\n[a]\nk=2\nk=\n",
+         "4:1 note 27 [a] k: another line with key \"k\" counts, and this one is ignored; remove "
+         "one of them\n"},
         {"stanza", "[a]\nalone\n",
          "2:1 error 3 [a] : \"alone\": neither a stanza header, a comment nor KEY = VALUE; add "
          "\"=\", or \"#\" at the start\n"},

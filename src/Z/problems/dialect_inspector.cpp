@@ -46,6 +46,8 @@ constexpr Meaning kMeanings[] = {
     {Fault::noHeadOrKey, noHeadOrKey},
 };
 
+constexpr uint32_t kNoLine = UINT32_MAX;
+
 // The stanza with the defaults of configparser, whose header can be repeated.
 constexpr std::string_view kDefaults = "DEFAULT";
 
@@ -193,6 +195,11 @@ std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
     std::string space;
     std::string otherSpace;
     std::vector<Repetition> repetitions(lines_.size(), Repetition::none);
+    auto const isReset = [&](Line const& line) {
+        return line.kind == zlines::valueLine && dialect_.value(text_, line, space).empty();
+    };
+    // For each line of a key, the line of the key above it, up to the last reset.
+    std::vector<uint32_t> above(dialect_.hasResets() ? lines_.size() : 0, kNoLine);
     uint32_t stanza = 0;  // one more than its first header
     for (uint32_t i = 0; i < lines_.size(); ++i) {
         Line const& line = lines_[i];
@@ -231,6 +238,13 @@ std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
             keyIndex.add(hash, static_cast<zcache::Id>(keys.size()));
         } else if (refuses(zdialects::refusalRepeatedKeys)) {
             repetitions[i] = Repetition::refused;
+        } else if (dialect_.hasResets()) {
+            above[i] = std::exchange(keys[known - 1].line, i);
+            if (!isReset(line))
+                continue;
+            for (uint32_t at = std::exchange(above[i], kNoLine); at != kNoLine; at = above[at])
+                if (!isReset(lines_[at]))
+                    repetitions[at] = Repetition::shadowed;
         } else if (rule == RepeatedKey::first) {
             repetitions[i] = Repetition::shadowed;
         } else {
@@ -264,7 +278,8 @@ void DialectInspector::addRepetition(Line const& line, Repetition repetition)
 void DialectInspector::findRepetitions()
 {
     if (dialect_.switches().repeatedKey == zdialects::RepeatedKey::values &&
-        !refuses(zdialects::refusalRepeatedHeads) && !refuses(zdialects::refusalRepeatedKeys))
+        !dialect_.hasResets() && !refuses(zdialects::refusalRepeatedHeads) &&
+        !refuses(zdialects::refusalRepeatedKeys))
         return;
     std::vector<uint32_t> firstOf;
     std::vector<Repetition> const repetitions = markRepetitions(firstOf);
