@@ -247,8 +247,9 @@ constexpr Verb kVerbs[] = {
      "zstz get /etc/gateway.conf listener idle-timeout --as number --default 30\n"
      "zstz get /etc/gateway.conf listener idle-timeout --template gateway.conf.example",
      kGetOptions, fileOptions | outputOptions, false,
-     "--all --as; --line --as; --raw --as; --raw --line; --default --template", kAllFormats,
-     nullptr, runGet, nullptr, nullptr},
+     "--all --as; --line --as; --raw --as; --raw --line; --default --template; "
+     "--default --line; --line --template",
+     kAllFormats, nullptr, runGet, nullptr, nullptr},
     {"list",
      "FILE [STANZA [KEY]]",
      "print stanzas, keys and values; obfuscated values are masked",
