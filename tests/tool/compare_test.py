@@ -233,8 +233,13 @@ DOC = [
      b" Set debug = 1 in the environment for more. |\n"
      b"| `upstream` | `ratio` | number | `0.5` |  |  |\n"
      b"| `upstream` | `title` | text |  |  |  |\n", DONE, None),
-    ("no template", schema(b"[a]\n# c\n"), ["doc", "f"], b"no comment of the form", INVALID_DATA,
-     None),
+    *[("no template", schema(b"[a]\n# c\n"), arguments,
+       b'f: is not a template: no comment of the form "# key = default", and no key; add them, or pass '
+       b"another file", INVALID_DATA, None)
+      for arguments in (["doc", "f"], ["lint", "--template", "f", "t"],
+                        ["get", "f", "a", "k", "--template", "f"])],
+    ("a template with a key", schema(b"[a]\nk = 1\n"), ["doc", "f", "--format", "lines"],
+     b"a\tk\tnumber\t1\t\t\n", DONE, None),
     ("a default", schema(b"[listener]\n"), ["get", "f", "listener", "port", "--template", "t"],
      b"8080\n", DONE, None),
     ("a default of a stanza that is missing", schema(b"[x]\n"),

@@ -16,6 +16,7 @@ Template parseTemplate(std::string const& path, std::string const& text,
     if (schema.keys().empty())
         throw Failure{exitInvalidData,
                       path,
-                      {"no comment of the form \"# key = default\"", "give a template file"}};
+                      {"is not a template: no comment of the form \"# key = default\", and no key",
+                       "add them, or pass another file"}};
     return schema;
 }
