@@ -440,6 +440,14 @@ class DialectsTest(tool.ToolTest):
                              run.stdout.splitlines(),
                              [b"smb.conf: 1 stanza, 1 key, 2 values"] + [b"smb.conf:2:1: note: "] * 2)])
 
+    def test_dialects_of_files_that_do_not_exist(self):
+        for name in ("a.service", "a.dnssd", "d/a.service.d/x.conf"):
+            self.expect(DONE, "systemd: by the name of the file\n", "dialects", name, cwd=self.directory.name)
+        (self.path.parent / "NetworkManager").mkdir()
+        for name in ("NetworkManager.conf", "conf.d/a.conf"):
+            self.expect(DONE, "desktop: by the name of the file\n", "dialects", "NetworkManager/" + name,
+                        cwd=self.directory.name)
+
     def test_dialects_answers_what_the_other_verbs_take(self):
         for arguments, environment, expected in (
                 ([], {}, "systemd: by the name of the file and its first header\n"),
