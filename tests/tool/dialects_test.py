@@ -2,8 +2,10 @@
 """Tests of the verbs on files of other dialects. usage: dialects_test.py TOOL [unittest arguments]"""
 import json
 
+import json
+
 import tool
-from tool import DONE, INVALID_DATA, INVALID_VALUE, NOT_FOUND, REFUSED, USAGE
+from tool import DONE, INVALID_DATA, INVALID_VALUE, NO_ACCESS, NOT_FOUND, REFUSED, USAGE
 
 GIT = b'[core]\n\tbare = false ; c\n\tpath = "a b"\n[remote "Origin"]\n\turl = x\n\turl = y\n\tflag\n'
 PYTHON = b"[a]\nKey: v\n   w\n# c\nother = 1\n"
@@ -439,6 +441,21 @@ class DialectsTest(tool.ToolTest):
                          [line[:len(expected)] for line, expected in zip(
                              run.stdout.splitlines(),
                              [b"smb.conf: 1 stanza, 1 key, 2 values"] + [b"smb.conf:2:1: note: "] * 2)])
+
+    def test_check_as_json(self):
+        self.write_files({"f": b"x\n[a]\ny\n", "php.ini": b"[a]\nk = 1 # no\n", "g": b"[a]\nk = 1\nk = 2\nl =\n",
+                          "smb.conf": b"[a]\nword\nk=1\nk=2\n"})
+        run = self.run_in_directory("check", "f", "php.ini", "smb.conf", "g", "-", "none", "--format", "json",
+                                    given=b"[a]\nk = 1\n")
+        self.assertEqual((NO_ACCESS, b"zstz: none: cannot open: No such file or directory; check the path\n"),
+                         (run.returncode, run.stderr))
+        objects = [json.loads(line) for line in run.stdout.splitlines()]
+        self.assertEqual([("f", None, None, None), ("php.ini", 1, 1, 1), ("smb.conf", 1, 1, 2), ("g", 1, 2, 2),
+                          ("-", 1, 1, 1)],
+                         [tuple(o[name] for name in ("file", "stanzas", "keys", "values")) for o in objects])
+        self.assertEqual([[("error", 1), ("error", 3)], [("error", 2)], [("note", 2), ("note", 3)], [], []],
+                         [[(p["kind"], p["line"]) for p in o["problems"]] for o in objects])
+        self.assertEqual(INVALID_DATA, self.run_in_directory("check", "php.ini", "--format=json").returncode)
 
     def test_dialects_of_files_that_do_not_exist(self):
         for name in ("a.service", "a.dnssd", "d/a.service.d/x.conf"):

@@ -6,6 +6,7 @@
 #include "busy.h"
 #include "commands.h"
 #include "failures.h"
+#include "json.h"
 #include "output.h"
 #include "problems.h"
 #include "stanza_file.h"
@@ -52,21 +53,69 @@ bool isAbout(Note const& problem, bool isIgnored, bool isStanzaFile)
                      : cause == Note::splitLine || cause == Note::zeroByte;
 }
 
+struct Counts {
+    size_t stanzas = 0;
+    size_t keys = 0;
+    size_t values = 0;
+};
+
+Counts countContents(Store const& store)
+{
+    Counts counts;
+    for (Stanza const& stanza : outlineOf(store)) {
+        ++counts.stanzas;
+        counts.keys += stanza.keys.size();
+        for (std::string const& key : stanza.keys)
+            counts.values +=
+                static_cast<size_t>(store.contents().countValues(stanza.name.c_str(), key.c_str()));
+    }
+    return counts;
+}
+
+// Prints an object with the numbers, which are null for an invalid file, and with the problems.
+// Returns the exit code.
+int checkAsJson(Request const& request, std::string const& path)
+{
+    Store store(chooseDialect(request, path));
+    bool const isInput = path == kStandardInput;
+    std::string const text = isInput ? readStandardInput() : "";
+    Problems const problems = isInput ? Problems::ofText(text, store.dialect())
+                                      : Problems(path, request.wait, store.dialect());
+    int worst = exitDone;
+    bool isLoaded = true;
+    std::string list;
+    for (unsigned i = 0; i < problems.size(); ++i) {
+        Note const& problem = problems[i];
+        bool const isListed = problem.kind() == Note::error ||
+                              isAbout(problem, false, store.isStanzaFile()) ||
+                              isAbout(problem, true, store.isStanzaFile());
+        if (isListed)
+            list += (list.empty() ? "" : ", ") + formatJson(path, problem, textOf(problem));
+        worst = std::max<int>(worst, codeOf(problem));
+        isLoaded = isLoaded && problem.messageNumber() == 0;
+    }
+    if (isLoaded && isInput)
+        loadText(text, store);
+    else if (isLoaded)
+        loadFile(path, request.wait, store);
+    Counts const counts = isLoaded ? countContents(store) : Counts();
+    auto const format = [&](size_t count) {
+        return isLoaded ? std::to_string(count) : std::string("null");
+    };
+    printLine(request, "{\"file\": " + toJson(path) + ", \"stanzas\": " + format(counts.stanzas) +
+                           ", \"keys\": " + format(counts.keys) + ", \"values\": " +
+                           format(counts.values) + ", \"problems\": [" + list + "]}");
+    return worst;
+}
+
 void checkFile(Request const& request, std::string const& path)
 {
     Store store(chooseDialect(request, path));
     load(request, path, store);
-    size_t stanzas = 0, keys = 0, values = 0;
-    for (Stanza const& stanza : outlineOf(store)) {
-        ++stanzas;
-        keys += stanza.keys.size();
-        for (std::string const& key : stanza.keys)
-            values +=
-                static_cast<size_t>(store.contents().countValues(stanza.name.c_str(), key.c_str()));
-    }
-    printLine(request, path + ": " + formatCount(stanzas, "stanza", "stanzas") + ", " +
-                           formatCount(keys, "key", "keys") + ", " +
-                           formatCount(values, "value", "values"));
+    Counts const counts = countContents(store);
+    printLine(request, path + ": " + formatCount(counts.stanzas, "stanza", "stanzas") + ", " +
+                           formatCount(counts.keys, "key", "keys") + ", " +
+                           formatCount(counts.values, "value", "values"));
     if (path == kStandardInput)
         return;
     Problems const problems(path, request.wait, store.dialect());
@@ -87,7 +136,10 @@ int runCheck(Request const& request)
     int worst = exitDone;
     for (std::string const& path : request.files) {
         try {
-            checkFile(request, path);
+            if (request.format == "json")
+                worst = std::max(worst, checkAsJson(request, path));
+            else
+                checkFile(request, path);
         } catch (std::vector<Failure> const& errors) {
             for (Failure const& error : errors)
                 worst = std::max(worst, report(error));

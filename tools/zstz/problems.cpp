@@ -34,6 +34,8 @@ std::string formatPlain(std::string const& path, ZStanzaProblem_6_0 const& probl
     return toPrintable(line);
 }
 
+}  // namespace
+
 std::string formatJson(std::string const& path, ZStanzaProblem_6_0 const& problem,
                        std::string const& text)
 {
@@ -58,16 +60,13 @@ std::string formatJson(std::string const& path, ZStanzaProblem_6_0 const& proble
     return json + '}';
 }
 
-// Returns the exit code that the problem is worth.
-int codeOf(ZStanzaProblem_6_0 const& problem)
+ExitCode codeOf(ZStanzaProblem_6_0 const& problem)
 {
     if (problem.kind() == ZStanzaProblem_6_0::note)
         return exitDone;
     return problem.cause() == ZStanzaProblem_6_0::unreadableCompanion ? exitNoAccess
                                                                       : exitInvalidData;
 }
-
-}  // namespace
 
 Problems::Problems(std::string const& path, double wait, ZStanzaDialect_6_0 const& dialect)
     : list_(16, 1)
@@ -240,7 +239,7 @@ int lintFile(Request const& request, std::string const& path, TemplateSource& so
     });
     int worst = exitDone;
     for (ZStanzaProblem_6_0 const* const problem : all) {
-        worst = std::max(worst, codeOf(*problem));
+        worst = std::max<int>(worst, codeOf(*problem));
         std::string described = textOf(*problem);
         if (problem == suggesting)
             addSuggestion(path, isInput ? text : readContents(path), dialect, described);
@@ -255,8 +254,7 @@ namespace {
 
 Failure describeError(ZStanzaProblem_6_0 const& error, std::string const& path)
 {
-    return {static_cast<ExitCode>(codeOf(error)), nameLine(path, error.line(), error.column()),
-            splitText(textOf(error))};
+    return {codeOf(error), nameLine(path, error.line(), error.column()), splitText(textOf(error))};
 }
 
 }  // namespace

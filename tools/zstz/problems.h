@@ -37,6 +37,13 @@ private:
 /// store with the library's defaults changes: those notes name the option that changes the line.
 std::string textOf(ZStanzaProblem_6_0 const& problem);
 
+/// Returns the problem of a file as an object of JSON.
+std::string formatJson(std::string const& path, ZStanzaProblem_6_0 const& problem,
+                       std::string const& text);
+
+/// Returns the exit code that the problem is worth.
+ExitCode codeOf(ZStanzaProblem_6_0 const& problem);
+
 /// Returns whether the companion of a file has the problem, not a line.
 bool isAboutCompanion(ZStanzaProblem_6_0 const& problem);
 

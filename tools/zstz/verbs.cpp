@@ -298,7 +298,7 @@ constexpr Verb kVerbs[] = {
      fileOptions | outputOptions,
      false,
      "",
-     kPlain,
+     "plain|json",
      nullptr,
      runCheck,
      nullptr,
