@@ -230,15 +230,27 @@ private:
             refuse(line, at + 1, "invalid header");
             return true;
         }
-        lines[line].kind = LineKind::header;
         if (rules.heads == Heads::bracketedGroups)
             name = groups(rest);
         if (rules.names == Names::percent)
             name = percentDecoded(name);
         if (rules.names == Names::escaped)
             name = escapedStanzaDecoded(name);
+        if (isNumbered(name)) {
+            refuse(line, at + 1, "invalid header");
+            return true;
+        }
+        lines[line].kind = LineKind::header;
         openStanza(name, line, at);
         return true;
+    }
+
+    // The second stanza of a name is NAME]2, so no header has such a name.
+    bool isNumbered(std::string_view name) const
+    {
+        std::size_t const bracket = name.find_last_not_of("0123456789");
+        return rules.repeatedHead == RepeatedHead::separate && bracket != kNowhere &&
+               name[bracket] == ']' && bracket + 1 < name.size();
     }
 
     static bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
@@ -299,7 +311,7 @@ private:
                 bad = bad || at == chars.size();
                 ++at;
             }
-            if (bad || at >= chars.size() || chars[at] != ']') {
+            if (bad || at >= chars.size() || chars[at] != ']' || isNumbered(name)) {
                 refuse(line, start + 1, "invalid header");
                 return kNowhere;
             }

@@ -184,3 +184,13 @@ TEST(DialectLines, TheCommentOfTheStanzaWithoutAHeaderIsTheFiles)
                                                    }}));
     }
 }
+
+// The second stanza of a name is NAME]2: a header of that name would be taken for that stanza.
+TEST(DialectLines, AHeaderWithTheNameOfASecondStanzaIsInvalid)
+{
+    for (char const* const text : {"[a]2]\nk=1\n\n[a]\nk=2\n", "[a]\nk=1\n[]10]\n", "[.]1]\nk=1\n"})
+        EXPECT_THROW(textAfter("networkd", text, {}), ZPropertiesInvalidDataException_6_0) << text;
+    for (char const* const text : {"[a]]\nk=1\n", "[a]b]\nk=1\n", "[]2x]\n", "[.]\nk=1\n", "[2]\n"})
+        EXPECT_EQ(text, textAfter("networkd", text, {}));
+    EXPECT_EQ("[a]2]\nk=2\n", textAfter("systemd", "[a]2]\nk=1\n", {set("a]2", "k", "2")}));
+}

@@ -19,6 +19,14 @@ bool isControl(char c)
     return (c >= 0 && c < 0x20) || c == 0x7f;
 }
 
+// Returns whether a name ends with a bracket and a number, as the names that callers see for the
+// second and further stanzas with the same header.
+bool hasNumber(std::string_view name)
+{
+    size_t const bracket = name.find_last_not_of("0123456789");
+    return bracket != name.npos && name[bracket] == ']' && bracket + 1 < name.size();
+}
+
 Head invalid(size_t end)
 {
     return {Head::isInvalid, 0, 0, end};
@@ -91,10 +99,8 @@ std::string_view decodeSubsection(Switches const& switches, std::string_view spe
     return space;
 }
 
-}  // namespace
-
-Head findHead(Switches const& switches, Characters const& characters, std::string_view chars,
-              size_t at)
+Head findAnyHead(Switches const& switches, Characters const& characters, std::string_view chars,
+                 size_t at)
 {
     size_t const begin = at + 1;
     if (switches.heads == Heads::subsection)
@@ -132,6 +138,21 @@ Head findHead(Switches const& switches, Characters const& characters, std::strin
         (hasControl || name.find_first_of("\"'\\") != name.npos))
         return invalid(close + 1);
     return {Head::valid, begin, close, close + 1};
+}
+
+}  // namespace
+
+Head findHead(Switches const& switches, Characters const& characters, std::string_view chars,
+              size_t at)
+{
+    Head const head = findAnyHead(switches, characters, chars, at);
+    if (head.kind != Head::valid || switches.repeatedHead != RepeatedHead::separate)
+        return head;
+    std::string space;
+    std::string_view const spelled = chars.substr(head.nameBegin, head.nameEnd - head.nameBegin);
+    std::string_view const name = decodeHead(switches, spelled, space);
+    // [.] is the stanza .]1, and valid.
+    return hasNumber(name) && (name != ".]1" || hasNumber(spelled)) ? invalid(head.end) : head;
 }
 
 std::string_view decodeHead(Switches const& switches, std::string_view spelled, std::string& space)
