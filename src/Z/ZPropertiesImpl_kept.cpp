@@ -33,6 +33,8 @@ zstanza::RaiseSite siteOf(zlines::Refusal const& refusal)
             break;
         case zlines::Refusal::continuesAbove:
             return zstanza::raiseBelowContinuedLine;
+        case zlines::Refusal::continuesBelow:
+            return zstanza::raiseAboveIndentedLine;
         case zlines::Refusal::leavesNoKey:
             return zstanza::raiseWithoutKeys;
     }

@@ -398,6 +398,8 @@ class DialectsTest(tool.ToolTest):
             row("samba", b"[s]\nk=1\n", ["set", "s", "k", " v"],
                 b'f: invalid value " v" of key "k"' + keeps % b"samba", INVALID_VALUE),
             row("python", PYTHON, ["set", "a", "other", "v\t"], keeps % b"python", INVALID_VALUE),
+            row("python", b"[a]\n x\n", ["set", "a", "k", "v"],
+                b': "v" would continue in the line below, which is indented; remove that line', INVALID_VALUE),
             row("mysql", b"[m]\n", ["set", "m", "k", 5000 * "x"],
                 b": its line would be too long for the dialect mysql; shorten it", INVALID_VALUE),
             row("systemd", UNIT, ["set", "Service", "K", "a\nb"], cannot % (b"systemd", b"newline"),

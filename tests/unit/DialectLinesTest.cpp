@@ -194,3 +194,20 @@ TEST(DialectLines, AHeaderWithTheNameOfASecondStanzaIsInvalid)
         EXPECT_EQ(text, textAfter("networkd", text, {}));
     EXPECT_EQ("[a]2]\nk=2\n", textAfter("systemd", "[a]2]\nk=1\n", {set("a]2", "k", "2")}));
 }
+
+// Each reason of a refusal has a site of its own.
+TEST(DialectLines, ARefusalTellsThatTheLineBelowWouldContinueTheNewLine)
+{
+    auto const siteOf = [](char const* dialect, char const* text, Change const& change) {
+        try {
+            textAfter(dialect, text, {change});
+        } catch (ZPropertiesInvalidValueException_6_0 const& e) {
+            return static_cast<int>(e.where());
+        }
+        return 0;
+    };
+    EXPECT_EQ(88, siteOf("python", "[a]\n x\n", set("a", "k", "v")));
+    EXPECT_EQ(0, siteOf("python", "[b]\n[a]\n\tx\n", set("b", "k", "v")));
+    EXPECT_EQ(0, siteOf("systemd", "[a]\n x\n", set("a", "k", "v")));
+    EXPECT_EQ(85, siteOf("git", "[a]\nk=1 ;c\n", setNone("a", "k")));
+}

@@ -298,6 +298,11 @@ Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e, std::string
                 file,
                 {problem + " would continue the line above, which ends with a backslash",
                  "set the value above without the backslash first"}};
+    if (e.where() == zstanza::raiseAboveIndentedLine)
+        return {exitInvalidValue,
+                file,
+                {problem + " would continue in the line below, which is indented",
+                 "remove that line, or its indentation, first"}};
     if (key.empty())
         return {exitRefused,
                 file,

@@ -28,6 +28,7 @@ struct Refusal {
     enum Reason {
         doesNotReadBack,
         continuesAbove,  // the line above continues in a line below it
+        continuesBelow,  // the line below would continue the new line
         leavesNoKey      // the file would have neither a header nor a key
     };
     std::string stanza;

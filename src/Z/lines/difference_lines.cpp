@@ -314,8 +314,19 @@ Refusal Difference::refusalBelow(uint32_t above, std::string_view key, std::stri
         line = line.substr(0, line.find_last_not_of(" \t\r\n") + 1);
         isContinued = line.ends_with('\\');
     }
+    auto const count = static_cast<uint32_t>(outline_.lines().size());
+    uint32_t const below = above == kNone ? 0 : above + 1;
+    Style const style{{}, dialect_.ownSeparator(), outline_.lineEndingAfter(above)};
+    std::string name;
+    dialect_.appendKey(key, name);
+    std::string line;
+    bool const continuesBelow = !isContinued && below < count &&
+                                outline_.lines()[below].kind == otherLine &&
+                                appendLine(style, name, value, contextAbove(above), count, line);
     return {std::string(stanzaName_), std::string(key), std::string(value),
-            isContinued ? Refusal::continuesAbove : Refusal::doesNotReadBack};
+            isContinued      ? Refusal::continuesAbove
+            : continuesBelow ? Refusal::continuesBelow
+                             : Refusal::doesNotReadBack};
 }
 
 // Adds a stanza that the text does not have, and the comments above its header: above the next

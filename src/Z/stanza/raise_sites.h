@@ -16,6 +16,7 @@ enum RaiseSite {
     raiseForLine = 85,
     raiseBelowContinuedLine = 86,
     raiseWithoutKeys = 87,
+    raiseAboveIndentedLine = 88,
     raiseInExpand = 91,
     raiseAtRecord = 92,
     raiseInCompress = 95,
