@@ -58,6 +58,7 @@ UNSUPPORTED = 58
 # Numbers of messages.
 _OUT_OF_MEMORY = 1
 _INVALID_PARAMETER = 22
+_NOT_READ_BACK = 39  # a line that a store would write
 _INVALID_NUMBERS = (40, 41)  # also of a value that a line cannot hold
 _UNSUPPORTED_OPERATION = 48
 
@@ -378,6 +379,10 @@ def _problem(kind: type[errors.Error], record: ErrorRecord) -> str:
         return _subject(record) + "a file cannot hold this name or value"
     if record.message_number in _INVALID_NUMBERS:
         return _subject(record) + "a file cannot hold the value as it is, or it has another type"
+    if record.message_number == _NOT_READ_BACK:
+        if record.key:
+            return _subject(record) + "its line would not be read back with this value"
+        return _subject(record) + "a line would not be read back"
     return _subject(record) + text
 
 

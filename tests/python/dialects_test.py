@@ -49,6 +49,25 @@ class TopStanza(PackageTest):
                 zf.loads("[s]\nk=1\n", dialect=dialect)["."]
 
 
+class Refusals(PackageTest):
+    """Changes that only text() and save() can refuse: they depend on other lines."""
+
+    def test_message_names_the_key(self) -> None:
+        conf = zf.loads("[a]\nk=1 ;c\n", dialect="git")
+        conf["a"].set("k", [])
+        with self.assertRaises(zf.Refused) as caught:
+            conf.text()
+        self.assertEqual(
+            "key 'k' in [a]: its line would not be read back with this value", str(caught.exception)
+        )
+
+    def test_message_without_a_key(self) -> None:
+        conf = zf.loads("[n]\nk=1\n", dialect="ini")
+        conf.rename("n", ".")
+        with self.assertRaisesRegex(zf.Refused, r"^stanza \[\.\]: a line would not be read back$"):
+            conf.text()
+
+
 class Values(PackageTest):
     """Changes of keys with ignored lines."""
 
