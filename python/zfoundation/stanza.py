@@ -365,7 +365,7 @@ class Stanza(MutableMapping[str, str]):
             key=key,
         )
 
-    def _is_present(self) -> bool:
+    def _is_present(self) -> _Bool:
         return self._store.has_stanza(self._name)
 
     def _require_stanza(self) -> None:
