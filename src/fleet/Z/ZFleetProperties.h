@@ -1,6 +1,7 @@
 // ZFleetProperties: a configuration store whose file is in a cluster.
 //
-// Subsystem: fleet.  Stands on: ZFleetConnection and the foundation's ZStanzaFileProperties.
+// Subsystem: fleet.  Stands on: ZFleetConnection, ZFleetConflict and the foundation's
+// ZStanzaFileProperties.
 //
 // The path "etcd://FLEET/NAME" names the configuration NAME in a cluster; docs/fleet.md describes
 // fleets. Any other path is a local file, with the behaviour of the base class. So a program
@@ -11,6 +12,8 @@
 
 #include <Z/ZStanzaFileProperties.h>
 #include <stdint.h>
+
+#include "ZFleetConflict.h"
 
 /// A configuration store whose file is in a cluster, or a local stanza file.
 class ZFleetProperties_6_0 : public ZStanzaFileProperties_6_0 {
@@ -38,21 +41,27 @@ public:
     ///         does not exist, and the codes of docs/fleet.md. The store is unchanged then.
     void load(char const* path) override;
 
-    /// As load().
+    /// As load(). Observers get a notice for each key that differs, with the style kFleetChanged; a
+    /// new or removed stanza has a notice with an empty key.
     void reload(char const* path) override;
 
     /// Writes the store to the configuration at `path`, which is created if it does not exist, and
-    /// clears the modified flag. For a local file, as the base. The write succeeds only if no other
-    /// program has stored the configuration since it was loaded or stored by this store. A
-    /// configuration that this store has not loaded or stored is replaced, whatever it contains.
-    /// After a load() that failed with ENOENT, the configuration is created, unless another program
-    /// has created it in the meantime.
+    /// clears the modified flag. For a local file, as the base. If another program has stored the
+    /// configuration since it was loaded or stored by this store, both changes are merged, and the
+    /// store takes over the changes of the other program: as after load(), postLoad() is called,
+    /// and observers get notices as by reload(). A key that both have changed is a conflict, even
+    /// if both values are equal, and so is a stanza that one removed and the other changed:
+    /// setConflictPolicy() decides it. Comments never conflict. A configuration that this store has
+    /// not loaded or stored is replaced, whatever it contains. After a load() that failed with
+    /// ENOENT, the configuration is created.
     /// range   null or empty: the file name. Text and companion have at most 1 MiB.
-    /// throws  as load(); ZPropertiesIOException_6_0: "merge()" with ESTALE if another program has
-    ///         stored the configuration in the meantime; "write()" with EFBIG for a too large
-    ///         store; "Txn" with EINPROGRESS if it is unknown whether the configuration was
-    ///         stored, and with ETIMEDOUT if no majority of the cluster replies. The store is
-    ///         unchanged then, and the modified flag stays set. After ETIMEDOUT and EINPROGRESS
+    /// throws  as load(); ZFleetConflictException_6_0, which is a ZPropertiesIOException_6_0 with
+    ///         "merge()" and ESTALE, for conflicts; "merge()" with ESTALE also without merges, if
+    ///         another program has removed the configuration, or if the store has worked with many
+    ///         others since; "write()" with EFBIG for a too large store; "Txn" with EINPROGRESS if
+    ///         it is unknown whether the configuration was stored, and with ETIMEDOUT if no
+    ///         majority of the cluster replies; EAGAIN if 16 other programs were faster. The store
+    ///         is unchanged then, and the modified flag stays set. After ETIMEDOUT and EINPROGRESS
     ///         the configuration may have been stored; the next store() finds out.
     void store(char const* path) override;
 
@@ -70,6 +79,30 @@ public:
     /// Sets the reason that the log records for the next stores; null for none.
     /// owns    copied; control characters become spaces.
     void setReason(char const* reason);
+
+    /// The result of a store for keys that another program has changed, too.
+    enum ConflictPolicy : int {
+        refuse = 0,      // store() throws, and changes nothing
+        mineWins = 1,    // the values of this store
+        theirsWins = 2,  // the values of the other program
+    };
+
+    /// Sets the policy of the next stores; `refuse` is the default.
+    /// throws  ZInvalidParameterException_6_0 for another number.
+    void setConflictPolicy(ConflictPolicy policy);
+
+    /// Makes store() merge changes of other programs, which is the default, or refuse them all if
+    /// `merge` is 0.
+    void setMerge(int merge);
+
+    /// Appends the conflicts for which the last store() was refused, as ZFleetConflict_6_0; none
+    /// if it succeeded, or failed for another reason.
+    /// owns    `out` must own its elements; it takes over new objects.
+    void conflicts(ZArrayList_6_0& out) const;
+
+    /// The style of notices about changes by other programs.
+    static constexpr ZPropertyChanged_6_0::PropertyStyle kFleetChanged =
+        static_cast<ZPropertyChanged_6_0::PropertyStyle>(1);
 
     /// Creates stores that keep comments.
     class ZFleetPropertiesFactory : public ZAbstractPropertiesFactory_6_0 {

@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <map>
 
 #include "transport/failure.h"
 
@@ -81,17 +82,17 @@ Snapshot RemoteConfiguration::read(Budget& budget)
     return readAt(0, budget);
 }
 
-Transaction RemoteConfiguration::writeTransaction(Contents const& contents, Snapshot const& base,
+Transaction RemoteConfiguration::writeTransaction(Contents const& contents, Snapshot const& guard,
                                                   Metadata const& metadata) const
 {
     size_t const maxEntrySize = kMaxWriteSize - contents.text.size() - contents.hidden.size();
     Transaction transaction;
     transaction.conditions = {
-        {directory_ + "text", Condition::modRevision, Condition::equal, base.textRevision}};
+        {directory_ + "text", Condition::modRevision, Condition::equal, guard.textRevision}};
     // In a cluster that was restored from a backup, other contents can have the same revision.
-    if (!base.metaLines.empty())
+    if (!guard.metaLines.empty())
         transaction.conditions.push_back(
-            {directory_ + "meta", Condition::value, Condition::equal, 0, base.metaLines});
+            {directory_ + "meta", Condition::value, Condition::equal, 0, guard.metaLines});
     transaction.success = {
         Put{directory_ + "text", contents.text}, Put{directory_ + "meta", format(metadata)},
         Put{keyOf(metadata.generation),
@@ -107,63 +108,71 @@ Transaction RemoteConfiguration::writeTransaction(Contents const& contents, Snap
     return transaction;
 }
 
-WriteResult RemoteConfiguration::write(Contents const& contents, Snapshot const& base,
+WriteResult RemoteConfiguration::write(Contents const& contents, Snapshot const& guard,
                                        Metadata const& metadata,
-                                       std::vector<std::string> const& doubts, Budget& budget)
+                                       std::vector<Attempt> const& earlier, Budget& budget)
 {
-    TransactionResult result =
-        cluster_.commit(writeTransaction(contents, base, metadata), Repetition::isHarmless, budget);
+    TransactionResult result = cluster_.commit(writeTransaction(contents, guard, metadata),
+                                               Repetition::isHarmless, budget);
     if (result.hasSucceeded)
-        return {WriteResult::stored, result.header.revision, {}};
-    Snapshot current = snapshotOf(result);
-    Search search{doubts, metadata.id, base.textRevision, metadata.generation};
+        return {WriteResult::stored, result.header.revision};
+    std::vector<Attempt> attempts = earlier;
     if (result.wasDoubtful)
-        search.ids.push_back(metadata.id);
-    if (search.ids.empty())
+        attempts.push_back({metadata.id, metadata.base, metadata.generation});
+    Snapshot current = snapshotOf(result);
+    if (attempts.empty())
         return {WriteResult::overtaken, 0, std::move(current)};
     try {
-        return find(search, std::move(current), budget);
+        return find(attempts, metadata.id, std::move(current), budget);
     } catch (CallError& error) {
         error.isDoubtful = true;
         throw;
     }
 }
 
-bool RemoteConfiguration::Search::has(std::string const& id) const
+// Finds the outcome of writes after lost replies. At most one of them was executed: each one was
+// sent after the transactions of all others had failed, or with the same guard.
+WriteResult RemoteConfiguration::find(std::vector<Attempt> const& attempts, std::string const& own,
+                                      Snapshot current, Budget& budget)
 {
-    return std::find(ids.begin(), ids.end(), id) != ids.end();
-}
-
-// Finds the outcome of writes after lost replies. Their transactions cannot be executed any more:
-// the configuration has another state than their base, and revisions only rise. At most one of
-// them was executed.
-WriteResult RemoteConfiguration::find(Search const& search, Snapshot current, Budget& budget)
-{
+    auto const isSought = [&](std::string const& id) {
+        return std::any_of(attempts.begin(), attempts.end(),
+                           [&](Attempt const& attempt) { return attempt.id == id; });
+    };
     auto const found = [&](std::string const& id, int64_t revision) -> WriteResult {
-        if (id == search.own)
-            return {WriteResult::stored, revision, {}};
+        if (id == own)
+            return {WriteResult::stored, revision};
         bool const isCurrent = revision == current.textRevision;
         return {WriteResult::storedEarlier, revision,
-                isCurrent ? std::move(current) : readAt(revision, budget)};
+                isCurrent ? std::move(current) : readAt(revision, budget), id};
     };
     try {
         std::string id = current.metadata().id;
-        if (search.has(id))
+        if (isSought(id))
             return found(id, current.metaRevision);
-        RangeResult const logged = cluster_.read({keyOf(search.generation)}, budget);
-        if (!logged.entries.empty()) {
-            Metadata const writer = parseMetadata(logged.entries[0].value);
-            if (search.has(writer.id))
-                return found(writer.id, logged.entries[0].modRevision);
-            if (writer.base == search.base)
-                return {WriteResult::overtaken, 0, std::move(current)};
+        // Another program's entry with the same base shows that the attempt was overtaken.
+        int64_t base = INT64_MAX;  // the earliest of an attempt without such an entry
+        std::map<uint64_t, KeyValue> entries;
+        for (Attempt const& attempt : attempts) {
+            auto const [at, isNew] = entries.try_emplace(attempt.generation);
+            KeyValue& entry = at->second;
+            if (isNew) {
+                RangeResult logged = cluster_.read({keyOf(attempt.generation)}, budget);
+                if (!logged.entries.empty())
+                    entry = std::move(logged.entries[0]);
+            }
+            Metadata const writer = parseMetadata(entry.value);
+            if (isSought(writer.id))
+                return found(writer.id, entry.modRevision);
+            if (writer.id.empty() || writer.base != attempt.base)
+                base = std::min(base, attempt.base);
         }
         // The log no longer has the generation: look for the ids in earlier revisions.
-        for (int64_t last = current.metaRevision; last > search.base && last > 1;) {
+        for (int64_t last = current.metaRevision; last > base && last > 1;) {
             Snapshot const earlier = readAt(last - 1, budget);
             last = earlier.metaRevision;
             id = earlier.metadata().id;
-            if (search.has(id))
+            if (isSought(id))
                 return found(id, last);
         }
         return {WriteResult::overtaken, 0, std::move(current)};

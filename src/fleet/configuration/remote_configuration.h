@@ -33,17 +33,25 @@ struct Snapshot {
     Metadata metadata() const { return parseMetadata(metaLines); }
 };
 
+// A write that may have been executed.
+struct Attempt {
+    std::string id;
+    int64_t base;         // revision of the text that it replaced
+    uint64_t generation;  // that it wrote
+};
+
 struct WriteResult {
     enum Outcome {
         stored,
-        storedEarlier,  // an earlier write with the same base was executed; `current` is its state
+        storedEarlier,  // the earlier write `id` was executed; `current` is its state
         overtaken,      // another program has written first; `current` is its state
         unknown         // the cluster has dropped the history that would show the outcome
     };
 
     Outcome outcome;
     int64_t textRevision;  // of the stored text
-    Snapshot current;
+    Snapshot current = {};
+    std::string id = {};
 };
 
 class RemoteConfiguration {
@@ -54,31 +62,22 @@ public:
     /// throws  CallError.
     Snapshot read(Budget& budget);
 
-    /// Writes `contents` if the configuration has the state `base`. `doubts` are the ids of earlier
-    /// writes with the same base whose outcome is unknown.
+    /// Writes `contents` if the configuration has the state `guard`. `earlier` are writes by the
+    /// caller whose outcome is unknown.
     /// range   at most kMaxConfigurationSize bytes.
     /// throws  CallError. If `isDoubtful` is set, the outcome is unknown.
-    WriteResult write(Contents const& contents, Snapshot const& base, Metadata const& metadata,
-                      std::vector<std::string> const& doubts, Budget& budget);
+    WriteResult write(Contents const& contents, Snapshot const& guard, Metadata const& metadata,
+                      std::vector<Attempt> const& earlier, Budget& budget);
 
 private:
-    // Writes that are looked for.
-    struct Search {
-        std::vector<std::string> ids;
-        std::string own;      // the id of the last write
-        int64_t base;         // revision of the text that they changed
-        uint64_t generation;  // that they wrote
-
-        bool has(std::string const& id) const;
-    };
-
     std::string keyOf(uint64_t generation) const;
-    Transaction writeTransaction(Contents const& contents, Snapshot const& base,
+    Transaction writeTransaction(Contents const& contents, Snapshot const& guard,
                                  Metadata const& metadata) const;
     std::vector<Operation> readOperations(int64_t revision = 0) const;
     Snapshot snapshotOf(TransactionResult& result) const;
     Snapshot readAt(int64_t revision, Budget& budget);
-    WriteResult find(Search const& search, Snapshot current, Budget& budget);
+    WriteResult find(std::vector<Attempt> const& attempts, std::string const& own, Snapshot current,
+                     Budget& budget);
 
     Cluster& cluster_;
     std::string const directory_;  // of the keys, with "/" at its end

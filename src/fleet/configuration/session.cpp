@@ -1,0 +1,239 @@
+#include "configuration/session.h"
+
+#include <Z/ZException.h>
+#include <errno.h>
+
+#include <algorithm>
+
+#include "ZFleetConnection_p.h"
+#include "configuration/path.h"
+#include "transport/failure.h"
+
+namespace zfleet {
+
+namespace {
+
+constexpr char kSource[] = "src/fleet/configuration/session";
+enum RaiseSite {
+    raiseForMissing = 1,
+    raiseForSize,
+    raiseForOvertaken,
+    raiseForUnknown,
+};
+
+constexpr unsigned kMaxRaces = 16;  // that a store may lose
+constexpr size_t kMaxDoubts = 8;    // whose contents are kept
+constexpr size_t kMaxOrigins = 4;   // other configurations whose contents are kept
+
+void requireSize(char const* path, Contents const& contents)
+{
+    if (contents.text.size() + contents.hidden.size() > kMaxConfigurationSize)
+        ZPropertiesIOException_6_0(path, "write()", EFBIG).throwException(kSource, raiseForSize);
+}
+
+[[noreturn]] void throwOvertaken(char const* path)
+{
+    ZPropertiesIOException_6_0(path, "merge()", ESTALE).throwException(kSource, raiseForOvertaken);
+}
+
+}  // namespace
+
+void ReleaseConnection::operator()(ZFleetConnection_6_0* connection) const
+{
+    connection->release();
+}
+
+// A configuration, with the connection that it uses.
+struct Session::Target {
+    explicit Target(char const* text) : Target(parsePath(text)) {}
+    explicit Target(Path const& path)
+        : connection(ZFleetConnection_6_0::open(path.fleet.c_str())),
+          remote(cluster(), path.name),
+          budget(cluster().settings().budget)
+    {
+    }
+
+    Cluster& cluster() const { return connection->rep().cluster; }
+
+    Connection connection;
+    RemoteConfiguration remote;
+    Budget budget;
+};
+
+Session::Loaded Session::load(char const* path)
+{
+    Target target(path);
+    Snapshot snapshot = target.remote.read(target.budget);
+    if (snapshot.textRevision == 0) {
+        Source missing;
+        missing.connection = std::move(target.connection);
+        missing.origin = std::make_shared<Contents const>();
+        record(path, std::move(missing));
+        ZPropertiesIOException_6_0(path, "Txn", ENOENT).throwException(kSource, raiseForMissing);
+    }
+    return {std::move(target.connection), std::move(snapshot)};
+}
+
+void Session::accept(char const* path, Loaded loaded)
+{
+    Source source;
+    source.connection = std::move(loaded.connection);
+    source.origin = std::make_shared<Contents const>(loaded.snapshot.contents);
+    source.guard = std::move(loaded.snapshot);
+    revision_ = source.guard.textRevision;
+    generation_ = source.guard.metadata().generation;
+    record(path, std::move(source));
+}
+
+// Replaces the entry of a path. Keeps the contents of a few configurations only: without them,
+// stores to the others are still guarded, but cannot be merged.
+void Session::record(char const* path, Source source)
+{
+    source.used = ++uses_;
+    sources_.insert_or_assign(path, std::move(source));
+    std::vector<Source*> kept;
+    for (auto& [name, entry] : sources_)
+        if (entry.origin != nullptr)
+            kept.push_back(&entry);
+    if (kept.size() <= kMaxOrigins)
+        return;
+    Source* const oldest = *std::min_element(
+        kept.begin(), kept.end(), [](auto* one, auto* other) { return one->used < other->used; });
+    oldest->origin = nullptr;
+    oldest->guard.contents = {};
+}
+
+// Chooses the contents to send: `mine`, merged with the contents that they replace.
+void Session::prepare(Operation& operation) const
+{
+    SharedContents const& origin = operation.origin;
+    if (operation.isCopy || (origin != nullptr && *origin == operation.guard.contents)) {
+        operation.sent = *operation.mine;
+        return;
+    }
+    bool const isRemoved = operation.guard.textRevision == 0;
+    if (!merges || origin == nullptr || isRemoved)
+        throwOvertaken(operation.path);
+    Merged merged = merge(operation.path, *origin, *operation.mine, operation.guard.contents,
+                          policy, operation.prototype);
+    if (!merged.conflicts.empty() && policy == ConflictPolicy::refuse)
+        throw ConflictError{std::move(merged.conflicts)};
+    if (!merged.isComplete)
+        throwOvertaken(operation.path);
+    requireSize(operation.path, merged.contents);
+    operation.sent = std::move(merged.contents);
+}
+
+// Returns the metadata of a store. A repetition of the last store, whose outcome is unknown, is the
+// same transaction.
+Metadata Session::metadataFor(Operation const& operation, Source const& source) const
+{
+    int64_t const base = operation.guard.textRevision;
+    uint64_t const generation = operation.guard.metadata().generation + 1;
+    Metadata const& last = source.metadata;
+    bool const isRepeated = !source.doubts.empty() && source.doubts.back().attempt.id == last.id &&
+                            last.base == base && last.generation == generation &&
+                            source.sent == operation.sent;
+    return isRepeated ? last : makeMetadata(generation, base, reason);
+}
+
+// Sends a store. If its outcome is unknown, later stores look for it.
+WriteResult Session::send(Target& target, Operation const& operation, Source& source) const
+{
+    Metadata const metadata = metadataFor(operation, source);
+    std::vector<Attempt> earlier;
+    for (Doubt const& doubt : source.doubts)
+        earlier.push_back(doubt.attempt);
+    auto const addDoubt = [&] {
+        if (!earlier.empty() && earlier.back().id == metadata.id)
+            return;
+        Attempt const attempt{metadata.id, metadata.base, metadata.generation};
+        source.doubts.push_back({attempt, operation.mine});
+        if (source.doubts.size() > kMaxDoubts)
+            source.doubts[source.doubts.size() - kMaxDoubts - 1].mine = nullptr;
+        source.metadata = metadata;
+        source.sent = operation.sent;
+    };
+    try {
+        WriteResult result =
+            target.remote.write(operation.sent, operation.guard, metadata, earlier, target.budget);
+        if (result.outcome == WriteResult::unknown)
+            addDoubt();
+        if (result.outcome == WriteResult::stored)
+            source.metadata = metadata;
+        return result;
+    } catch (CallError const& error) {
+        if (error.isDoubtful)
+            addDoubt();
+        throw;
+    }
+}
+
+void Session::acceptMerge(char const* path)
+{
+    Source& source = sources_.at(path);
+    source.origin = std::make_shared<Contents const>(source.guard.contents);
+}
+
+Session::Stored Session::finish(Target& target, Operation& operation, Source& source,
+                                int64_t revision)
+{
+    bool const isMerged = operation.sent != *operation.mine;
+    Source stored;
+    stored.connection = std::move(target.connection);
+    stored.guard = {operation.sent, format(source.metadata), revision, revision};
+    stored.origin = operation.mine;
+    revision_ = revision;
+    generation_ = source.metadata.generation;
+    record(operation.path, std::move(stored));
+    return {std::move(operation.sent), isMerged};
+}
+
+Session::Stored Session::store(char const* path, Contents const& mine,
+                               ZSCFData_6_0 const& prototype)
+{
+    requireSize(path, mine);
+    Target target(path);
+    auto const known = sources_.find(path);
+    bool const isCopy = known == sources_.end();
+    Source unseen;
+    if (isCopy)
+        unseen.guard = target.remote.read(target.budget);
+    Source& source = isCopy ? unseen : known->second;
+    Operation operation{path,   prototype,    std::make_shared<Contents const>(mine),
+                        isCopy, source.guard, source.origin};
+    for (unsigned races = 0; races < kMaxRaces && !target.budget.isUsedUp(); ++races) {
+        prepare(operation);
+        WriteResult result = send(target, operation, source);
+        std::vector<Doubt>& doubts = source.doubts;
+        switch (result.outcome) {
+            case WriteResult::stored:
+                return finish(target, operation, source, result.textRevision);
+            case WriteResult::unknown:
+                ZPropertiesIOException_6_0(path, "Txn", EINPROGRESS)
+                    .throwException(kSource, raiseForUnknown);
+                break;
+            case WriteResult::storedEarlier: {
+                auto const found =
+                    std::find_if(doubts.begin(), doubts.end(),
+                                 [&](auto const& doubt) { return doubt.attempt.id == result.id; });
+                source.origin = operation.origin = found->mine;
+                source.guard = operation.guard = std::move(result.current);
+                doubts.clear();
+                break;
+            }
+            case WriteResult::overtaken: {
+                operation.guard = std::move(result.current);
+                // The others cannot be executed any more.
+                auto const isDead = [&](Doubt const& doubt) {
+                    return doubt.attempt.base != operation.guard.textRevision;
+                };
+                doubts.erase(std::remove_if(doubts.begin(), doubts.end(), isDead), doubts.end());
+            }
+        }
+        target.budget.pause();
+    }
+    throw CallError{"Txn", EAGAIN, false, "other programs store all the time"};
+}
+
+}  // namespace zfleet

@@ -1,0 +1,117 @@
+// session: the configurations that a store object has loaded or stored, and its stores to them.
+//
+// For each path, a session knows the state that the store's contents derive from. A store is
+// guarded by that state. If another program has changed the configuration in the meantime, both
+// changes are merged, and the result is guarded by the new state. Stores with an unknown outcome
+// are remembered until a later store has found out.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "configuration/merge.h"
+#include "configuration/remote_configuration.h"
+
+class ZFleetConnection_6_0;
+class ZSCFData_6_0;
+
+namespace zfleet {
+
+struct ReleaseConnection {
+    void operator()(ZFleetConnection_6_0* connection) const;
+};
+using Connection = std::unique_ptr<ZFleetConnection_6_0, ReleaseConnection>;
+
+// A store that conflicts with a store of another program.
+struct ConflictError {
+    std::vector<Conflict> conflicts;
+};
+
+// The caller serialises the calls of a session. Failed calls change nothing in the contents that
+// the session knows.
+class Session {
+public:
+    // A configuration that was read, with the connection that it needs.
+    struct Loaded {
+        Connection connection;
+        Snapshot snapshot;
+    };
+
+    // The contents that a store has written.
+    struct Stored {
+        Contents contents;
+        bool isMerged;  // they are not the contents that were passed
+    };
+
+    /// Reads the configuration at `path`. If it does not exist, the next store creates it, unless
+    /// another program does so first.
+    /// throws  ZPropertiesIOException_6_0 if it does not exist, or if the path is invalid; as
+    ///         ZFleetConnection_6_0::open(); CallError.
+    Loaded load(char const* path);
+
+    /// Records that the store has these contents now.
+    void accept(char const* path, Loaded loaded);
+
+    /// Writes `mine`, or the result of a merge. `prototype` has the attributes of the store.
+    /// throws  as load(); ConflictError; ZPropertiesIOException_6_0 as
+    /// ZFleetProperties_6_0::store().
+    Stored store(char const* path, Contents const& mine, ZSCFData_6_0 const& prototype);
+
+    /// Records that the store object has taken over the contents that it has stored at `path`.
+    /// Without this call, the next store merges them again.
+    void acceptMerge(char const* path);
+
+    int64_t revision() const { return revision_; }  // of the text last loaded or stored; or 0
+    uint64_t generation() const { return generation_; }
+
+    std::string reason;  // of the next stores
+    ConflictPolicy policy = ConflictPolicy::refuse;
+    bool merges = true;  // else each lost race is refused
+
+private:
+    struct Target;
+    using SharedContents = std::shared_ptr<Contents const>;
+
+    // A store with an unknown outcome.
+    struct Doubt {
+        Attempt attempt;
+        SharedContents mine;  // the contents of the store object at that time
+    };
+
+    // A configuration that the store object has loaded or stored.
+    struct Source {
+        Connection connection = nullptr;  // stays open
+        Snapshot guard = {};              // the state that the next store replaces
+        SharedContents origin = nullptr;  // the store's contents derive from it; null: not known
+        std::vector<Doubt> doubts = {};   // the latest is the last
+        Metadata metadata = {};           // of the last doubt
+        Contents sent = {};               // by it
+        unsigned long used = 0;
+    };
+
+    // A store that is being made.
+    struct Operation {
+        char const* path;
+        ZSCFData_6_0 const& prototype;
+        SharedContents mine;
+        bool isCopy;  // the store object has not seen the configuration, which is replaced
+        Snapshot guard;
+        SharedContents origin;
+        Contents sent = {};  // `mine`, or the result of a merge with the contents of `guard`
+    };
+
+    void prepare(Operation& operation) const;
+    Metadata metadataFor(Operation const& operation, Source const& source) const;
+    WriteResult send(Target& target, Operation const& operation, Source& source) const;
+    Stored finish(Target& target, Operation& operation, Source& source, int64_t revision);
+    void record(char const* path, Source source);
+
+    std::map<std::string, Source> sources_;  // by path
+    unsigned long uses_ = 0;
+    int64_t revision_ = 0;
+    uint64_t generation_ = 0;
+};
+
+}  // namespace zfleet
