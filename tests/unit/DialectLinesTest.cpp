@@ -211,3 +211,21 @@ TEST(DialectLines, ARefusalTellsThatTheLineBelowWouldContinueTheNewLine)
     EXPECT_EQ(0, siteOf("systemd", "[a]\n x\n", set("a", "k", "v")));
     EXPECT_EQ(85, siteOf("git", "[a]\nk=1 ;c\n", setNone("a", "k")));
 }
+
+// The first comment below a blank line at the start is no model of a blank line above the next.
+TEST(DialectLines, ABlankLineAtTheStartIsNoBlankLineAboveAComment)
+{
+    Change const ofA = [](Store& store) { store.setComment("a", nullptr, " c"); };
+    Change const ofB = [](Store& store) { store.setComment("b", nullptr, " d"); };
+    for (std::string const keys : {"", "k=1\n"})
+        for (char const* const dialect : {"kconfig", "systemd"}) {
+            SCOPED_TRACE(dialect + keys);
+            std::string const text = "\n[a]\n" + keys + "[b]\n";
+            std::string const both = "\n# c\n[a]\n" + keys + "# d\n[b]\n";
+            EXPECT_EQ(both, textAfter(dialect, text, {ofA, ofB}));
+            EXPECT_EQ(both, textAfter(dialect, textAfter(dialect, text, {ofA}), {ofB}));
+            EXPECT_EQ(both, textAfter(dialect, textAfter(dialect, text, {ofB}), {ofA}));
+        }
+    EXPECT_EQ("k=1\n\n# e\n[a]\n\n# d\n[b]\n",
+              textAfter("kconfig", "k=1\n\n# e\n[a]\n[b]\n", {ofB}));
+}

@@ -361,7 +361,9 @@ bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below)
             !isOfKind(line + 1))
             return false;
         first = firstOfComment(outline, line);
-        return first > 0 && outline.lines()[first - 1].kind != headerLine;
+        // A blank line at the start of the file parts the comment from nothing.
+        bool const isAtStart = first == 0 || (first == 1 && outline.lines()[0].kind == blankLine);
+        return !isAtStart && outline.lines()[first - 1].kind != headerLine;
     };
     return findNear(outline, after, isModel) != kNone &&
            outline.lines()[first - 1].kind == blankLine;
