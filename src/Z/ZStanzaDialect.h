@@ -89,6 +89,10 @@
 ///     zDialectNotPlainMore     as zDialectNotPlain: 1 latinSpace: the byte A0 at an end;
 ///                              2 lineSeparators: vertical tabs, form feeds and line separators of
 ///                              Unicode anywhere
+///     zDialectNonAscii         characters beyond ASCII in values that are written: 0 bytes: as
+///     they
+///                              are; 1 escaped: as "\xe9", with zDialectEscapes 5. A value that is
+///                              not UTF-8 is written as it is
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -124,7 +128,8 @@ enum ZStanzaSwitch : int {
     zDialectNames,
     zDialectReturns,
     zDialectNewStanzas,
-    zDialectNotPlainMore
+    zDialectNotPlainMore,
+    zDialectNonAscii
 };
 
 /// A dialect: a name and 64 bytes of switches.

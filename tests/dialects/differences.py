@@ -125,6 +125,9 @@ ROWS = [
      lambda c: c.refused == "here" and c.message == "byte order mark"),
     ("QSettings", "a line with # can be a key there, or open a quote",
      lambda c: re.search(r"^[ \t]*#.*[=\"]", c.data, re.M) is not None),
+    ("QSettings, Latin-1", "a byte beyond ASCII that is no escape is a character of Latin-1 there",
+     lambda c: c.key and not c.data.isascii() and
+     not "".join([*c.key, *(c.model or [])]).isascii()),
     ("QSettings", "names are Latin-1 there",
      lambda c: c.key and not (c.key[0] + c.key[1]).isascii()),
     ("QSettings", "a slash in a header is the same as one in a key there",
@@ -196,7 +199,7 @@ def reason(peer, case):
     for peers, text, applies in ROWS:
         if (peers == "" or peer == peers or peer in peers.split() or
                 peers == "systemd, environment sh" and peer in ("systemd, environment", "sh") or
-                peer.startswith(peers + ",") and peers == "configparser"):
+                peer.startswith(peers + ",") and peers in ("configparser", "QSettings")):
             if applies(case):
                 return text
     return None

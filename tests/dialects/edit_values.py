@@ -27,6 +27,7 @@ VALUES = [
     "tab\t", "\ttab", "x\f", "\vx", "${x}", "a|b", "!x", "~x", "x & y", "a, b", "C:\\new\\", "%(x)s", "x*y",
     "p@ss!word", "http://h/?a=b", "x; touch PWNED", "E_ALL & ~E_NOTICE", "\u00a0x", "x\u2028", "0x1F", "<&>",
     "a\\tb", "'$x'", "\"${x}\"", "x'\"y", "a\\\"b", "~", "*", "x y # z \\", "@x", "\\\\",
+    "\u20ac5", "\u00e9a\u00e90g\u00f61", "\U0001F600d", "\u00e9, \u00e9", "\u00e9;\u00e9",
 ]
 
 # The files before, each with the line of the key K, and its stanza. {} is a spelling of the old value.

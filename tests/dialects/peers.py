@@ -409,9 +409,14 @@ def find_qsettings():
     return None if program else "qtbase5-dev was not installed when the tests were configured"
 
 
-def read_qsettings(path):
-    run = subprocess.run([os.environ["Z_READ_QSETTINGS"], path], capture_output=True, check=True)
+def read_qsettings(path, *codec):
+    run = subprocess.run([os.environ["Z_READ_QSETTINGS"], path, *codec], capture_output=True,
+                         check=True)
     return json.loads(run.stdout)
+
+
+def read_qsettings_latin1(path):
+    return read_qsettings(path, "latin1")
 
 
 class Peer:
@@ -435,6 +440,7 @@ PEERS = [
     Peer("testparm", ["samba"], find_samba, read_samba),
     Peer("kreadconfig5", ["kconfig"], find_kconfig, read_kconfig),
     Peer("QSettings", ["qt"], find_qsettings, read_qsettings),
+    Peer("QSettings, Latin-1", ["qt"], find_qsettings, read_qsettings_latin1),
     Peer("editorconfig", ["editorconfig"], find_editorconfig, read_editorconfig),
     Peer("systemd, environment", ["env"], find_systemd, read_env),
     Peer("sh", ["env"], find_shell, read_shell),

@@ -1,11 +1,13 @@
 // read_qsettings: prints the reading of an INI file by QSettings, as tests/dialects/peers.py has
-// it.
+// it. With a second argument "latin1", it reads as a program of Qt 5 does that chooses no codec,
+// else as UTF-8.
 //
 // The values of a list are joined by ", ".
 #include <QSettings>
 #include <QStringList>
 #include <QVariant>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -26,10 +28,12 @@ void printQuoted(QByteArray const& bytes)
 
 int main(int argc, char** argv)
 {
-    if (argc != 2)
+    bool const isLatin1 = argc == 3 && strcmp(argv[2], "latin1") == 0;
+    if (argc != 2 && !isLatin1)
         return 2;
     QSettings settings(QString::fromLocal8Bit(argv[1]), QSettings::IniFormat);
-    settings.setIniCodec("UTF-8");
+    if (!isLatin1)
+        settings.setIniCodec("UTF-8");
     QStringList const keys = settings.allKeys();
     printf("{%s\"values\": [",
            settings.status() == QSettings::NoError ? "" : "\"refused\": \"format error\", ");

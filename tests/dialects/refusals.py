@@ -119,6 +119,7 @@ ROWS = [
 
 
 def reason(peer, data, message):
+    peer = peer.removesuffix(", Latin-1")
     for names, text, applies in ROWS:
         is_for_peer = names == "" or peer in names.split() or names.startswith(peer + " ")
         if is_for_peer and applies(data, message):

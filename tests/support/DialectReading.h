@@ -55,6 +55,7 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.returns = static_cast<zdialects::Returns>(rules.lone);
     s.newStanzas = static_cast<zdialects::NewStanzas>(rules.newStanzas);
     s.notPlainMore = static_cast<uint8_t>(rules.notPlainMore);
+    s.nonAscii = static_cast<zdialects::NonAscii>(rules.nonAscii);
     return s;
 }
 
@@ -97,6 +98,7 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.lone = static_cast<Returns>(s.returns);
     rules.newStanzas = static_cast<NewStanzas>(s.newStanzas);
     rules.notPlainMore = s.notPlainMore;
+    rules.nonAscii = static_cast<NonAscii>(s.nonAscii);
     return rules;
 }
 

@@ -157,6 +157,9 @@ enum class NewStanzas { any, php, trimmed };
 // Bits of `notPlainMore`: as `notPlain`.
 enum NotPlainMore : unsigned { latinSpace = 1, lineSeparators = 2 };
 
+// Characters beyond ASCII in written values.
+enum class NonAscii { bytes, escaped };
+
 struct Switches {
     unsigned marks = hash;
     unsigned trailing = noMark;
@@ -193,6 +196,7 @@ struct Switches {
     Returns lone = Returns::text;  // carriage returns without a newline
     NewStanzas newStanzas = NewStanzas::any;
     unsigned notPlainMore = 0;
+    NonAscii nonAscii = NonAscii::bytes;
 };
 
 struct Dialect {
@@ -373,6 +377,7 @@ inline constexpr Switches kQt = {
     .commentStyle = CommentStyle::semicolon,
     .names = Names::percent,
     .lone = Returns::lineEnd,
+    .nonAscii = NonAscii::escaped,
 };
 
 // "[]" and "[$i]" alone are a stanza without a name. A line with '[' and without ']' is

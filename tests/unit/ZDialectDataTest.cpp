@@ -293,6 +293,11 @@ TEST(ZDialectData, StoreChangesOneLine)
         {"git", "[core]\n\teditor = vi # mine\n[a \"B\"]\n\tx\n", "CORE", "Editor", "it's; x",
          "[core]\n\teditor = \"it's; x\" # mine\n[a \"B\"]\n\tx\n"},
         {"ini", "k=1\n[a]\nl = 2\n", ".", "k", "", "k=\n[a]\nl = 2\n"},
+        {"qt", "[a]\nk=1\n", "a", "k", "\u20ac5 \u00e9g \U0001F600",
+         "[a]\nk=\\x20ac\\x35 \\xe9g \\xd83d\\xde00\n"},
+        {"qt", "[a]\nk=\"1\"\n", "a", "k", "\u00e9, \"a\"", "[a]\nk=\"\\xe9, \\\"a\\\"\"\n"},
+        {"qt", "[a]\nk=1\n", "a", "k", "caf\xe9", "[a]\nk=caf\xe9\n"},
+        {"qt,nonAscii=bytes", "[a]\nk=1\n", "a", "k", "\u20ac5", "[a]\nk=\u20ac5\n"},
         {"sysctl", "# c\n-net.a = 1\n", ".", "net.a", "2", "# c\n-net.a = 2\n"},
     };
     TestDirectory const directory;
@@ -300,7 +305,7 @@ TEST(ZDialectData, StoreChangesOneLine)
         SCOPED_TRACE(c.before);
         std::string const path = directory.write("conf", c.before);
         ZStanzaFileProperties_6_0 store(path.c_str(), 1, dialectNamed(c.dialect));
-        EXPECT_STREQ(c.dialect, store.dialect().name());
+        EXPECT_STREQ(dialectNamed(c.dialect).name(), store.dialect().name());
         store.setValue(c.stanza, c.key, c.value);
         store.store(nullptr);
         EXPECT_EQ(c.after, directory.read("conf"));

@@ -88,6 +88,49 @@ void appendUtf8(uint32_t code, std::string& out)
     append(0x80 | (code & 0x3f));
 }
 
+size_t readUtf8(std::string_view text, uint32_t& code)
+{
+    auto const byteAt = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char const first = byteAt(0);
+    size_t const length = first < 0x80   ? 1
+                          : first < 0xc2 ? 0
+                          : first < 0xe0 ? 2
+                          : first < 0xf0 ? 3
+                          : first < 0xf5 ? 4
+                                         : 0;
+    if (length == 0 || length > text.size())
+        return 0;
+    code = length == 1 ? first : first & (0xffu >> (length + 1));
+    for (size_t i = 1; i < length; ++i) {
+        if ((byteAt(i) & 0xc0) != 0x80)
+            return 0;
+        code = code << 6 | (byteAt(i) & 0x3f);
+    }
+    bool const isShorter = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
+    return isShorter || isHighSurrogate(code) || isLowSurrogate(code) || code > kMaxCodePoint
+               ? 0
+               : length;
+}
+
+bool isUtf8(std::string_view text)
+{
+    uint32_t code = 0;
+    while (!text.empty()) {
+        size_t const length = readUtf8(text, code);
+        if (length == 0)
+            return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
+bool isNumbered(Switches const& switches, std::string_view value)
+{
+    return switches.nonAscii == NonAscii::escaped && switches.escapes == Escapes::c &&
+           std::any_of(value.begin(), value.end(), [](char c) { return (c & 0x80) != 0; }) &&
+           isUtf8(value);
+}
+
 Escape readEscape(Escapes escapes, std::string_view chars, size_t at)
 {
     Escape const unknown{Escape::unknown, 0, std::min(at + 2, chars.size())};

@@ -14,6 +14,25 @@ unsigned digitOf(char c);
 /// Appends a code point as UTF-8.
 void appendUtf8(uint32_t code, std::string& out);
 
+/// Returns the length of the valid sequence of UTF-8 at the start of `text`, or 0.
+/// range   `text` is not empty.
+size_t readUtf8(std::string_view text, uint32_t& code);
+
+bool isUtf8(std::string_view text);
+
+/// Calls `take` with the UTF-16 unit of a code point, or with the two of a surrogate pair.
+template <typename Take>
+void forEachUtf16Unit(uint32_t code, Take const& take)
+{
+    if (code < 0x10000)
+        return take(code);
+    take(0xd800 + ((code - 0x10000) >> 10));
+    take(0xdc00 + ((code - 0x10000) & 0x3ff));
+}
+
+/// Returns whether escapes replace the characters of a value that are not ASCII.
+bool isNumbered(Switches const& switches, std::string_view value);
+
 // Letters after a backslash, and their meanings in the same order.
 struct EscapeSet {
     std::string_view letters;

@@ -59,30 +59,6 @@ void appendUnit(uint32_t unit, std::string& out)
         out += digits[unit >> shift & 0xf];
 }
 
-// Returns the length of the valid sequence of UTF-8 at the start of `text`, or 0.
-size_t readUtf8(std::string_view text, uint32_t& code)
-{
-    auto const byteAt = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-    unsigned char const first = byteAt(0);
-    size_t const length = first < 0x80   ? 1
-                          : first < 0xc2 ? 0
-                          : first < 0xe0 ? 2
-                          : first < 0xf0 ? 3
-                          : first < 0xf5 ? 4
-                                         : 0;
-    if (length == 0 || length > text.size())
-        return 0;
-    code = length == 1 ? first : first & (0xffu >> (length + 1));
-    for (size_t i = 1; i < length; ++i) {
-        if ((byteAt(i) & 0xc0) != 0x80)
-            return 0;
-        code = code << 6 | (byteAt(i) & 0x3f);
-    }
-    bool const isShorter = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    bool const isSurrogate = code >= kFirstSurrogate && code < kAfterSurrogates;
-    return isShorter || isSurrogate || code > 0x10ffff ? 0 : length;
-}
-
 }  // namespace
 
 std::string_view decodePercents(std::string_view spelled, std::string& space)
@@ -113,11 +89,8 @@ void appendPercents(std::string_view name, std::string& out)
             out += '\\';
         else if (length == 0 || isLetter(c) || isDigit(c) || c == '_' || c == '-' || c == '.')
             out += c;
-        else if (code >= 0x10000)
-            appendUnit(kFirstSurrogate + ((code - 0x10000) >> 10), out),
-                appendUnit(kFirstLowSurrogate + ((code - 0x10000) & 0x3ff), out);
         else
-            appendUnit(code, out);
+            forEachUtf16Unit(code, [&](uint32_t unit) { appendUnit(unit, out); });
         name.remove_prefix(length == 0 ? 1 : length);
     }
 }

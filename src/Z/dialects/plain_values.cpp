@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "../lines/columns.h"
 #include "characters.h"
+#include "escapes.h"
 
 namespace zdialects {
 
@@ -55,17 +55,6 @@ bool hasLineWithin(std::string_view value, std::string_view const (&spaces)[kCou
             return false;
         value.remove_prefix(end + 1);
     }
-}
-
-bool isUtf8(std::string_view text)
-{
-    while (!text.empty()) {
-        size_t const length = zlines::characterLength(text);
-        if (length == 1 && static_cast<unsigned char>(text[0]) >= 0x80)
-            return false;
-        text.remove_prefix(length);
-    }
-    return true;
 }
 
 // Returns whether programs of the format refuse a file with the bytes outside comments.
@@ -206,7 +195,7 @@ bool isPlainText(std::string_view spelled)
 bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string_view before)
 {
     unsigned const bits = switches.notPlain;
-    if (!isTrimmed(switches, spelled))
+    if (isNumbered(switches, spelled) || !isTrimmed(switches, spelled))
         return false;
     if ((bits & notPlainTabs) && spelled.find('\t') != spelled.npos)
         return false;

@@ -156,6 +156,10 @@ enum NotPlainMore : uint8_t {
         2  // a vertical tab, form feed or line separator of Unicode ends a line
 };
 
+// The spelling of characters that are not ASCII in new values, with escapes of C. Programs that use
+// `escaped` files disagree on the encoding of bytes.
+enum class NonAscii : uint8_t { bytes, escaped };
+
 struct Switches {
     uint8_t marks = markHash;
     uint8_t trailing = 0;
@@ -192,13 +196,14 @@ struct Switches {
     Returns returns = Returns::text;
     NewStanzas newStanzas = NewStanzas::any;
     uint8_t notPlainMore = 0;
+    NonAscii nonAscii = NonAscii::bytes;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 35;
+constexpr int kSwitchCount = 36;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

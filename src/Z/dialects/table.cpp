@@ -172,6 +172,7 @@ constexpr Row kRows[] = {
          .commentStyle = CommentStyle::semicolon,
          .names = Names::percent,
          .returns = Returns::lineEnd,
+         .nonAscii = NonAscii::escaped,
      }},
     {"kconfig",
      {
@@ -278,6 +279,7 @@ constexpr Form kForms[] = {
     {"returns", false, "text lineEnd"},
     {"newStanzas", false, "any php trimmed"},
     {"notPlainMore", true, "latinSpace lineSeparators"},
+    {"nonAscii", false, "bytes escaped"},
 };
 static_assert(std::size(kForms) == kSwitchCount);
 
