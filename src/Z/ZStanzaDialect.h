@@ -26,7 +26,8 @@
 ///     zDialectHeads            headers: 0 none; 1 toBracket: the name ends at the first "]", and
 ///                              the rest of the line is ignored; 2 endsLine: "]" ends the line;
 ///                              3 alone: as 2, without brackets in the name; 4 subsection: [a "B"];
-///                              5 toLastBracket; 6 bracketedGroups: [A][B]
+///                              5 toLastBracket; 6 bracketedGroups: [A][B]; 7 toBracketTrimmed:
+///                              as 1, without the spaces at the end of the name
 ///     zDialectTop              keys above the first header: 0 refused; 1 passedOver; 2 stanza "."
 ///     zDialectRepeatedHead     0 refused; 1 joined; 2 separate: each is a stanza of its own
 ///     zDialectSeparators       1 equals "="; 2 colon ":"; 4 tight: no space next to a separator

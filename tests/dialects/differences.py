@@ -230,7 +230,7 @@ KEYS = {
     "samba": lambda stanza, key: (
         " ".join((stanza if stanza != "." else "global").lower().split(" ")),
         key.lower().replace(" ", "")),
-    "mysql": lambda stanza, key: (stanza.rstrip(), key.replace("-", "_")),
+    "mysql": lambda stanza, key: (stanza, key.replace("-", "_")),
     "python": lambda stanza, key: (stanza, key.lower()),
     "python-inline": lambda stanza, key: (stanza, key.lower()),
     "editorconfig": lambda stanza, key: (stanza, key.lower()),

@@ -200,7 +200,7 @@ def find_mysql():
 def read_mysql(path):
     found = []
     groups = re.findall(rb"^[ \t]*\[([^]\n]*)\]", bytes_of(path), re.M)
-    for group in dict.fromkeys(group.rstrip() for group in groups) or [b"none"]:
+    for group in dict.fromkeys(group.rstrip(b" \t\v\f\r\xa0") for group in groups) or [b"none"]:
         # Without the lines that include others, which would be followed.
         with open(path, "rb") as file:
             lines = [b"#\n" if line.lstrip().startswith(b"!") else line for line in file]

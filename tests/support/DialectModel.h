@@ -225,6 +225,9 @@ private:
             return true;
         }
         std::string name(rest.substr(0, close));
+        while (rules.heads == Heads::toBracketTrimmed && !name.empty() &&
+               std::string_view(" \t\v\f\r\xa0").find(name.back()) != kNowhere)
+            name.pop_back();
         if ((rules.heads == Heads::alone && !isDesktopName(name)) ||
             (rules.heads == Heads::endsLine && !isSystemdName(name))) {
             refuse(line, at + 1, "invalid header");

@@ -26,8 +26,9 @@ enum class Heads {
                  // backslashes or control characters in a name
     alone,       // as endsLine; neither brackets nor control characters in a name, not empty
     subsection,  // [a "B"] is a.B; [a.B] is a.b; a key can follow on the same line
-    toLastBracket,   // name up to the last ']', not empty; without it the line is a key line
-    bracketedGroups  // [A][B] is A][B; without a ']' the line is passed over
+    toLastBracket,    // name up to the last ']', not empty; without it the line is a key line
+    bracketedGroups,  // [A][B] is A][B; without a ']' the line is passed over
+    toBracketTrimmed  // as toBracket, without the whitespace at the end of the name
 };
 
 // Key lines before the first header.
@@ -319,7 +320,7 @@ inline constexpr Switches kSamba = {
 inline constexpr Switches kMysql = {
     .marks = hash | semicolon | directive,
     .trailing = hash,
-    .heads = Heads::toBracket,
+    .heads = Heads::toBracketTrimmed,
     .keyAlone = KeyAlone::option,
     .quotes = doubleQuote | singleQuote,
     .quoting = Quoting::ends,

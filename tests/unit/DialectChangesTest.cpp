@@ -386,7 +386,7 @@ TEST(DialectChanges, ANewNameHasNoSpacesThatProgramsDrop)
     expectChanges({
         {"mysql", "[a]\nk=1\n", set("a", "x\xa0", "2"), "refused"},
         {"mysql", "[a]\nk=1\n", set(" x", "k", "2"), "[a]\nk=1\n\n[ x]\nk=2\n"},
-        {"mysql", "[a ]\nx\f=1\n", set("a ", "x\f", "2"), "[a ]\nx\f=2\n"},
+        {"mysql", "[a ]\nx\f=1\n", set("a", "x\f", "2"), "[a ]\nx\f=2\n"},
         {"python", "[a]\nk=1\n", set("x\xc2\xa0", "k", "2"), "[a]\nk=1\n\n[x\xc2\xa0]\nk=2\n"},
     });
 }

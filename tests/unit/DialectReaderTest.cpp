@@ -193,7 +193,7 @@ Switches randomSwitches(RandomContents& random)
                     rules.trailingNeeds = static_cast<TrailingNeeds>(pick(3));
                     break;
                 case 3:
-                    rules.heads = static_cast<Heads>(pick(7));
+                    rules.heads = static_cast<Heads>(pick(8));
                     break;
                 case 4:
                     rules.top = static_cast<Top>(pick(3));

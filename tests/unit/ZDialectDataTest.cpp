@@ -298,6 +298,7 @@ TEST(ZDialectData, StoreChangesOneLine)
         {"qt", "[a]\nk=\"1\"\n", "a", "k", "\u00e9, \"a\"", "[a]\nk=\"\\xe9, \\\"a\\\"\"\n"},
         {"qt", "[a]\nk=1\n", "a", "k", "caf\xe9", "[a]\nk=caf\xe9\n"},
         {"qt,nonAscii=bytes", "[a]\nk=1\n", "a", "k", "\u20ac5", "[a]\nk=\u20ac5\n"},
+        {"mysql", "[mysqld \t] # c\nk = 1\n", "mysqld", "k", "2", "[mysqld \t] # c\nk = 2\n"},
         {"sysctl", "# c\n-net.a = 1\n", ".", "net.a", "2", "# c\n-net.a = 2\n"},
     };
     TestDirectory const directory;
@@ -393,10 +394,10 @@ TEST(ZDialectData, RefusesWhatNoLineReadsBack)
     Case const cases[] = {
         {"systemd", "a]b\n", "k", "1"}, {"systemd", ".", "k", "1"},    {"systemd", "a", "k=", "1"},
         {"systemd", "a", "#k", "1"},    {"systemd", "a", "k", "1\n2"}, {"systemd", "a", "k", " 1"},
-        {"desktop", "a[", "k", "1"},    {"git", "a b", "k", "1"},      {"git", "a", "1k", "1"},
-        {"git", "a", "k_l", "1"},       {"sysctl", "a", "k", "1"},     {"ini", "a", "[k", "1"},
-        {"ini", "a", "k", "1\n2"},      {"python", "a", "k:", "1"},    {"python", ".", "k", "1"},
-        {"env", ".", "a b", "1"},
+        {"desktop", "a[", "k", "1"},    {"git", "a b", "k", "1"},      {"mysql", "a ", "k", "1"},
+        {"git", "a", "1k", "1"},        {"git", "a", "k_l", "1"},      {"sysctl", "a", "k", "1"},
+        {"ini", "a", "[k", "1"},        {"ini", "a", "k", "1\n2"},     {"python", "a", "k:", "1"},
+        {"python", ".", "k", "1"},      {"env", ".", "a b", "1"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(std::string(c.dialect) + " " + c.stanza + " " + c.key + " " + c.value);

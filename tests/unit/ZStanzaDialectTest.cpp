@@ -214,7 +214,7 @@ TEST(ZStanzaDialect, EachWordOfEachSwitchIsAValueOfIt)
     char const* const names[] = {"ini,marks=hash+semicolon+directive",
                                  "ini,trailing=hash+semicolon",
                                  "ini,trailingNeeds=blankBeforeInValue",
-                                 "ini,heads=bracketedGroups",
+                                 "ini,heads=toBracketTrimmed",
                                  "ini,top=stanza",
                                  "ini,repeatedHead=separate",
                                  "ini,separators=equals+colon+tight",
@@ -247,7 +247,7 @@ TEST(ZStanzaDialect, EachWordOfEachSwitchIsAValueOfIt)
                                  "ini,newStanzas=trimmed",
                                  "ini,notPlainMore=lineSeparators",
                                  "ini,nonAscii=escaped"};
-    int const largest[] = {7, 3, 2, 6, 2, 2, 7, 3, 16,  1, 1, 3, 4,  7, 3, 2, 1, 1,
+    int const largest[] = {7, 3, 2, 7, 2, 2, 7, 3, 16,  1, 1, 3, 4,  7, 3, 2, 1, 1,
                            1, 7, 4, 2, 1, 1, 1, 1, 128, 2, 1, 1, 16, 2, 1, 2, 2, 1};
     static_assert(std::size(names) == kSwitches && std::size(largest) == kSwitches);
     for (int which = 0; which < kSwitches; ++which)

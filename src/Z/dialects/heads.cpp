@@ -111,6 +111,7 @@ Head findAnyHead(Switches const& switches, Characters const& characters, std::st
         case Heads::none:
         case Heads::subsection:
         case Heads::toBracket:
+        case Heads::toBracketTrimmed:
             break;
         case Heads::endsLine:
         case Heads::alone:
@@ -130,6 +131,9 @@ Head findAnyHead(Switches const& switches, Characters const& characters, std::st
     if (close == line.npos)
         return {Head::isUnclosed};
     std::string_view const name = line.substr(begin, close - begin);
+    if (switches.heads == Heads::toBracketTrimmed)
+        return {Head::valid, begin, begin + (name.find_last_not_of(" \t\v\f\r\xa0") + 1),
+                close + 1};
     bool const hasControl = std::any_of(name.begin(), name.end(), isControl);
     if (switches.heads == Heads::alone &&
         (name.empty() || hasControl || name.find_first_of("[]") != name.npos))

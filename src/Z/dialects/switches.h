@@ -20,13 +20,14 @@ enum class TrailingNeeds : uint8_t {
 };
 
 enum class Heads : uint8_t {
-    none,            // a bracket has no meaning
-    toBracket,       // the name ends at the first ']'; the rest of the line is ignored
-    endsLine,        // ']' ends the line, and the name has no quotes, backslashes or controls
-    alone,           // ']' ends the line; no brackets or controls in the name, which is not empty
-    subsection,      // [a "B"] is a.B; [a.B] is a.b; a key can follow on the line
-    toLastBracket,   // the name ends at the last ']' and is not empty
-    bracketedGroups  // [A][B] is A][B
+    none,             // a bracket has no meaning
+    toBracket,        // the name ends at the first ']'; the rest of the line is ignored
+    endsLine,         // ']' ends the line, and the name has no quotes, backslashes or controls
+    alone,            // ']' ends the line; no brackets or controls in the name, which is not empty
+    subsection,       // [a "B"] is a.B; [a.B] is a.b; a key can follow on the line
+    toLastBracket,    // the name ends at the last ']' and is not empty
+    bracketedGroups,  // [A][B] is A][B
+    toBracketTrimmed  // as toBracket, without the spaces at the end of the name
 };
 
 // Keys above the first header.

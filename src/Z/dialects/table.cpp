@@ -143,6 +143,7 @@ constexpr Row kRows[] = {
      {
          .marks = markHash | markSemicolon | markDirective,
          .trailing = markHash,
+         .heads = Heads::toBracketTrimmed,
          .keyAlone = KeyAlone::option,
          .quotes = quoteDouble | quoteSingle,
          .quoting = Quoting::ends,
@@ -247,7 +248,9 @@ constexpr Form kForms[] = {
     {"marks", true, "hash semicolon directive", "#;!"},
     {"trailing", true, "hash semicolon", "#;"},
     {"trailingNeeds", false, "nothing blankBefore blankBeforeInValue"},
-    {"heads", false, "none toBracket endsLine alone subsection toLastBracket bracketedGroups"},
+    {"heads", false,
+     "none toBracket endsLine alone subsection toLastBracket bracketedGroups "
+     "toBracketTrimmed"},
     {"top", false, "refused passedOver stanza"},
     {"repeatedHead", false, "refused joined separate"},
     {"separators", true, "equals colon tight", "=:"},
