@@ -94,6 +94,8 @@
 ///     they
 ///                              are; 1 escaped: as "\xe9", with zDialectEscapes 5. A value that is
 ///                              not UTF-8 is written as it is
+///     zDialectBlankRuns        a run of whitespace in a value: 0 kept; 1 first: it reads as its
+///                              first character, with zDialectQuoting 0 and without join 16
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -130,7 +132,8 @@ enum ZStanzaSwitch : int {
     zDialectReturns,
     zDialectNewStanzas,
     zDialectNotPlainMore,
-    zDialectNonAscii
+    zDialectNonAscii,
+    zDialectBlankRuns
 };
 
 /// A dialect: a name and 64 bytes of switches.

@@ -242,7 +242,6 @@ KEYS = {
 
 
 def samba_value(value):
-    value = " ".join(value.split())
     return {"yes": "yes", "true": "yes", "1": "yes", "no": "no", "false": "no",
             "0": "no"}.get(value.lower(), value)
 

@@ -56,6 +56,7 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.newStanzas = static_cast<zdialects::NewStanzas>(rules.newStanzas);
     s.notPlainMore = static_cast<uint8_t>(rules.notPlainMore);
     s.nonAscii = static_cast<zdialects::NonAscii>(rules.nonAscii);
+    s.blankRuns = static_cast<zdialects::BlankRuns>(rules.blankRuns);
     return s;
 }
 
@@ -99,6 +100,7 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.newStanzas = static_cast<NewStanzas>(s.newStanzas);
     rules.notPlainMore = s.notPlainMore;
     rules.nonAscii = static_cast<NonAscii>(s.nonAscii);
+    rules.blankRuns = static_cast<BlankRuns>(s.blankRuns);
     return rules;
 }
 

@@ -161,6 +161,9 @@ enum NotPlainMore : unsigned { latinSpace = 1, lineSeparators = 2 };
 // Characters beyond ASCII in written values.
 enum class NonAscii { bytes, escaped };
 
+// A run of whitespace in a value reads as its first character, or is kept.
+enum class BlankRuns { kept, first };
+
 struct Switches {
     unsigned marks = hash;
     unsigned trailing = noMark;
@@ -198,6 +201,7 @@ struct Switches {
     NewStanzas newStanzas = NewStanzas::any;
     unsigned notPlainMore = 0;
     NonAscii nonAscii = NonAscii::bytes;
+    BlankRuns blankRuns = BlankRuns::kept;
 };
 
 struct Dialect {
@@ -311,6 +315,7 @@ inline constexpr Switches kSamba = {
     .dropBlanks = true,
     .byteOrderMark = true,
     .notPlain = returns | controls,
+    .blankRuns = BlankRuns::first,
 };
 
 // A value is quoted if its first and its last character are the same quote. Escapes are read in

@@ -53,6 +53,8 @@ private:
         if (rules.quoting == Quoting::ends && spelled.size() > 1 && isQuote(spelled[0]) &&
             spelled.back() == spelled[0])
             spelled = spelled.substr(1, spelled.size() - 2);
+        std::string const single = withoutRuns(spelled);
+        spelled = single;
         value.text = "";
         for (std::size_t at = 0; at < spelled.size();) {
             if (spelled[at] == '\\' && rules.escapes != Escapes::none)
@@ -60,6 +62,21 @@ private:
             else
                 value.text += spelled[at++];
         }
+    }
+
+    std::string withoutRuns(std::string_view spelled) const
+    {
+        bool const isKept = rules.blankRuns == BlankRuns::kept || rules.quoting != Quoting::none ||
+                            (rules.join & indented);
+        std::string out;
+        for (char const c : spelled) {
+            std::string_view const spaces = " \t\v\f\r";
+            bool const isInRun =
+                !out.empty() && spaces.find(c) != kNowhere && spaces.find(out.back()) != kNowhere;
+            if (isKept || !isInRun)
+                out += c;
+        }
+        return out;
     }
 
     // Moves to the following line. Returns false at the end of the file.

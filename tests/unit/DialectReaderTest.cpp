@@ -182,7 +182,7 @@ Switches randomSwitches(RandomContents& random)
     for (;;) {
         Switches rules = kDialects[1 + pick(std::size(kDialects) - 1)].rules;
         for (unsigned changes = 1 + pick(4); changes-- > 0;) {
-            switch (pick(24)) {
+            switch (pick(25)) {
                 case 0:
                     rules.marks = pick(8);
                     break;
@@ -254,6 +254,9 @@ Switches randomSwitches(RandomContents& random)
                     break;
                 case 23:
                     rules.names = static_cast<Names>(pick(3));
+                    break;
+                case 24:
+                    rules.blankRuns = static_cast<BlankRuns>(pick(2));
                     break;
             }
         }

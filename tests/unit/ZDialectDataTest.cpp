@@ -299,6 +299,8 @@ TEST(ZDialectData, StoreChangesOneLine)
         {"qt", "[a]\nk=1\n", "a", "k", "caf\xe9", "[a]\nk=caf\xe9\n"},
         {"qt,nonAscii=bytes", "[a]\nk=1\n", "a", "k", "\u20ac5", "[a]\nk=\u20ac5\n"},
         {"mysql", "[mysqld \t] # c\nk = 1\n", "mysqld", "k", "2", "[mysqld \t] # c\nk = 2\n"},
+        {"samba", "[a]\nk = 1  2\nl = 3  4\n", "a", "l", "3 5", "[a]\nk = 1  2\nl = 3 5\n"},
+        {"samba", "[a]\nk = 1 \t 2\n", "a", "k", "1 2", "[a]\nk = 1 \t 2\n"},
         {"sysctl", "# c\n-net.a = 1\n", ".", "net.a", "2", "# c\n-net.a = 2\n"},
     };
     TestDirectory const directory;
@@ -397,7 +399,7 @@ TEST(ZDialectData, RefusesWhatNoLineReadsBack)
         {"desktop", "a[", "k", "1"},    {"git", "a b", "k", "1"},      {"mysql", "a ", "k", "1"},
         {"git", "a", "1k", "1"},        {"git", "a", "k_l", "1"},      {"sysctl", "a", "k", "1"},
         {"ini", "a", "[k", "1"},        {"ini", "a", "k", "1\n2"},     {"python", "a", "k:", "1"},
-        {"python", ".", "k", "1"},      {"env", ".", "a b", "1"},
+        {"python", ".", "k", "1"},      {"env", ".", "a b", "1"},      {"samba", "a", "k", "1  2"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(std::string(c.dialect) + " " + c.stanza + " " + c.key + " " + c.value);

@@ -161,6 +161,9 @@ enum NotPlainMore : uint8_t {
 // `escaped` files disagree on the encoding of bytes.
 enum class NonAscii : uint8_t { bytes, escaped };
 
+// A run of whitespace in a value without quotes. `first`: it reads as its first character.
+enum class BlankRuns : uint8_t { kept, first };
+
 struct Switches {
     uint8_t marks = markHash;
     uint8_t trailing = 0;
@@ -198,13 +201,14 @@ struct Switches {
     NewStanzas newStanzas = NewStanzas::any;
     uint8_t notPlainMore = 0;
     NonAscii nonAscii = NonAscii::bytes;
+    BlankRuns blankRuns = BlankRuns::kept;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 36;
+constexpr int kSwitchCount = 37;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

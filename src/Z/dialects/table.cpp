@@ -138,6 +138,7 @@ constexpr Row kRows[] = {
          .dropBlanks = true,
          .byteOrderMark = true,
          .notPlain = notPlainReturns | notPlainControls,
+         .blankRuns = BlankRuns::first,
      }},
     {"mysql",
      {
@@ -283,6 +284,7 @@ constexpr Form kForms[] = {
     {"newStanzas", false, "any php trimmed"},
     {"notPlainMore", true, "latinSpace lineSeparators"},
     {"nonAscii", false, "bytes escaped"},
+    {"blankRuns", false, "kept first"},
 };
 static_assert(std::size(kForms) == kSwitchCount);
 

@@ -246,7 +246,7 @@ std::string_view ValueDecoder::decode(std::string_view text, size_t lineBegin, s
         case Quoting::none:
             if (switches_.join & joinIndented)
                 return decodeIndented(text, lineBegin, begin, end, space);
-            return unescaped(joining_.joined(spelled, space), space);
+            return unescaped(withoutRuns(joining_.joined(spelled, space), space), space);
         case Quoting::ends:
             spelled = joining_.joined(spelled, space);
             if (spelled.size() > 1 && characters_.isQuote(spelled.front()) &&
@@ -269,6 +269,22 @@ std::string_view ValueDecoder::decode(std::string_view text, size_t lineBegin, s
     std::string_view const rest = text.substr(end, 2);
     decodeWhole(spelled, rest.empty() || rest.front() == '\n' || rest == "\r\n", space);
     return isQuotedInPart_ ? spelled : space;
+}
+
+// Reads each run of whitespace as its first character. `chars` may be a part of `space`.
+std::string_view ValueDecoder::withoutRuns(std::string_view chars, std::string& space) const
+{
+    auto const isSpace = [](char c) {
+        return std::string_view(" \t\v\f\r").find(c) != std::string_view::npos;
+    };
+    auto const isRun = [&](char a, char b) { return isSpace(a) && isSpace(b); };
+    if (switches_.blankRuns == BlankRuns::kept ||
+        std::adjacent_find(chars.begin(), chars.end(), isRun) == chars.end())
+        return chars;
+    std::string out(chars);
+    out.erase(std::unique(out.begin(), out.end(), isRun), out.end());
+    space = std::move(out);
+    return space;
 }
 
 // Resolves the escapes. `chars` may be a part of `space`.

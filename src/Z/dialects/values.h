@@ -75,6 +75,7 @@ public:
     bool isQuotedInPart() const { return isQuotedInPart_; }
 
 private:
+    std::string_view withoutRuns(std::string_view chars, std::string& space) const;
     std::string_view unescaped(std::string_view spelled, std::string& space) const;
     std::string_view decodeIndented(std::string_view text, size_t lineBegin, size_t begin,
                                     size_t end, std::string& space) const;
