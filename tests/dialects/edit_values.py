@@ -28,6 +28,7 @@ VALUES = [
     "p@ss!word", "http://h/?a=b", "x; touch PWNED", "E_ALL & ~E_NOTICE", "\u00a0x", "x\u2028", "0x1F", "<&>",
     "a\\tb", "'$x'", "\"${x}\"", "x'\"y", "a\\\"b", "~", "*", "x y # z \\", "@x", "\\\\",
     "\u20ac5", "\u00e9a\u00e90g\u00f61", "\U0001F600d", "\u00e9, \u00e9", "\u00e9;\u00e9",
+    "it's ${HOME}", "\\${x} 'a'", "it's $x; \\$y",
 ]
 
 # The files before, each with the line of the key K, and its stanza. {} is a spelling of the old value.
@@ -73,8 +74,6 @@ REFUSED = [
      UNICODE_BLANK.search),
     (("python", "python-inline"), "no value ends with a newline",
      lambda value: value.endswith("\n")),
-    (("php",), "no quotes hold both a variable and a single quote",
-     lambda value: "${" in value and "'" in value),
     (("editorconfig",), "the reader takes the value of two quotes for none",
      lambda value: value == '""'),
 ]

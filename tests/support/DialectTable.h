@@ -79,7 +79,7 @@ enum class Escapes {
     none,
     desktop,     // s n t r backslash
     git,         // n t b " backslash
-    php,         // " backslash, between double quotes
+    php,         // " backslash $, between double quotes
     mysql,       // n t r b s backslash " '
     c,           // a b f n r t v " ? ' backslash, octal digits, x and hexadecimal digits
     kconfig,     // s n t r backslash, x and two hexadecimal digits

@@ -125,7 +125,7 @@ TEST(DialectChanges, PhpReadsTheValue)
         {"php", "[a]\nk = x\n", set("a", "k", "Offer"), "[a]\nk = Offer\n"},
         {"php", "[a]\nk = x\n", set("a", "k", "${x}"), "[a]\nk = '${x}'\n"},
         {"php", "[a]\nk = \"x\"\n", set("a", "k", "${x}"), "[a]\nk = '${x}'\n"},
-        {"php", "[a]\nk = x\n", set("a", "k", "it's ${x}"), "refused"},
+        {"php", "[a]\nk = x\n", set("a", "k", "it's ${x}"), "[a]\nk = \"it's \\${x}\"\n"},
         {"php", "[a]\nk = x\n", set("a", "k", "a\rb"), "[a]\nk = \"a\rb\"\n"},
         {"php", "[a]\nk = x\n", set("a", "k", "C:\\x, y"), "[a]\nk = C:\\x, y\n"},
         {"php", "[a]\nk = x\n", set("a", "null", "1"), "refused"},

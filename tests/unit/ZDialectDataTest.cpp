@@ -299,6 +299,8 @@ TEST(ZDialectData, StoreChangesOneLine)
         {"qt", "[a]\nk=1\n", "a", "k", "caf\xe9", "[a]\nk=caf\xe9\n"},
         {"qt,nonAscii=bytes", "[a]\nk=1\n", "a", "k", "\u20ac5", "[a]\nk=\u20ac5\n"},
         {"mysql", "[mysqld \t] # c\nk = 1\n", "mysqld", "k", "2", "[mysqld \t] # c\nk = 2\n"},
+        {"php", "[a]\nk = 1\n", "a", "k", "it's ${HOME} $x", "[a]\nk = \"it's \\${HOME} $x\"\n"},
+        {"php", "[a]\nk = 1\n", "a", "k", "${HOME}", "[a]\nk = '${HOME}'\n"},
         {"samba", "[a]\nk = 1  2\nl = 3  4\n", "a", "l", "3 5", "[a]\nk = 1  2\nl = 3 5\n"},
         {"samba", "[a]\nk = 1 \t 2\n", "a", "k", "1 2", "[a]\nk = 1 \t 2\n"},
         {"sysctl", "# c\n-net.a = 1\n", ".", "net.a", "2", "# c\n-net.a = 2\n"},

@@ -51,7 +51,7 @@ constexpr EscapeSet escapeSet(Escapes escapes)
         case Escapes::git:
             return {"ntb\"\\", "\n\t\b\"\\"};
         case Escapes::php:
-            return {"\"\\", "\"\\"};
+            return {"\"\\$", "\"\\$"};
         case Escapes::mysql:
             return {"ntrbs\\\"'", "\n\t\r\b \\\"'"};
         case Escapes::c:

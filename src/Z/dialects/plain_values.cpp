@@ -187,7 +187,7 @@ bool isErrorLevel(std::string_view text)
 bool isPlainText(std::string_view spelled)
 {
     return spelled.find_first_of("!\"&'();=^|~\r\n") == spelled.npos && !spelled.ends_with('$') &&
-           spelled.find("${") == spelled.npos && !hasConstantWord(spelled);
+           spelled.find(kVariableStart) == spelled.npos && !hasConstantWord(spelled);
 }
 
 }  // namespace
@@ -217,7 +217,8 @@ bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string
 
 bool isQuotedSafe(Switches const& switches, std::string_view value)
 {
-    return !(switches.notPlain & notPlainConstants) || value.find("${") == value.npos;
+    return !(switches.notPlain & notPlainConstants) || value.find(kVariableStart) == value.npos ||
+           value.find('\'') != value.npos;
 }
 
 bool isNewStanzaSafe(Switches const& switches, std::string_view name)

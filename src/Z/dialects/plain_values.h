@@ -14,7 +14,11 @@ namespace zdialects {
 ///         constant may replace a constant; an expression of error levels may replace any value.
 bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string_view before);
 
-/// Returns whether they read a value in double quotes so.
+// Starts a variable of PHP, also in double quotes.
+constexpr std::string_view kVariableStart = "${";
+
+/// Returns whether a value is written in double quotes. With a variable, it is written in single
+/// quotes if possible, which all versions of PHP read alike.
 bool isQuotedSafe(Switches const& switches, std::string_view value);
 
 /// Returns whether a new stanza can have this name. Stanzas of the file can have others.

@@ -176,8 +176,10 @@ void appendEscaped(Switches const& switches, std::string_view value, bool escape
     for (size_t i = 0; i < value.size(); ++i) {
         char const c = value[i];
         char const letter = c == '\n' && !escapesNewlines ? '\0' : letterFor(switches.escapes, c);
-        if (letter != 0)
-            (out += '\\') += letter;
+        bool const isVariable =
+            (switches.notPlain & notPlainConstants) && value.substr(i).starts_with(kVariableStart);
+        if (letter != 0 || isVariable)
+            (out += '\\') += isVariable ? c : letter;
         else if (c == ' ' && hasSpace && (i == 0 || i + 1 == value.size()))
             out += "\\s";
         else
