@@ -96,6 +96,9 @@
 ///                              not UTF-8 is written as it is
 ///     zDialectBlankRuns        a run of whitespace in a value: 0 kept; 1 first: it reads as its
 ///                              first character, with zDialectQuoting 0 and without join 16
+///     zDialectPaths            keys that are paths: 0 none; 1 dotsOrSlashes: "a/b.c" is "a.b/c":
+///     in
+///                              a key whose first separator is a slash, both are exchanged
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -133,7 +136,8 @@ enum ZStanzaSwitch : int {
     zDialectNewStanzas,
     zDialectNotPlainMore,
     zDialectNonAscii,
-    zDialectBlankRuns
+    zDialectBlankRuns,
+    zDialectPaths
 };
 
 /// A dialect: a name and 64 bytes of switches.

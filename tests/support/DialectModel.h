@@ -96,7 +96,11 @@ public:
     std::string identityOfKey(std::string_view name) const
     {
         std::string identity;
-        for (char const c : name) {
+        bool const isSlashPath =
+            rules.paths == Paths::dotsOrSlashes && name.find('/') < name.find('.');
+        for (char c : name) {
+            if (isSlashPath && (c == '/' || c == '.'))
+                c = c == '/' ? '.' : '/';
             if (rules.dropBlanks && isBlank(c))
                 continue;
             identity += rules.dashes && c == '-' ? '_' : rules.foldKeys ? folded(c) : c;

@@ -57,6 +57,7 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.notPlainMore = static_cast<uint8_t>(rules.notPlainMore);
     s.nonAscii = static_cast<zdialects::NonAscii>(rules.nonAscii);
     s.blankRuns = static_cast<zdialects::BlankRuns>(rules.blankRuns);
+    s.paths = static_cast<zdialects::Paths>(rules.paths);
     return s;
 }
 
@@ -101,6 +102,7 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.notPlainMore = s.notPlainMore;
     rules.nonAscii = static_cast<NonAscii>(s.nonAscii);
     rules.blankRuns = static_cast<BlankRuns>(s.blankRuns);
+    rules.paths = static_cast<Paths>(s.paths);
     return rules;
 }
 

@@ -164,6 +164,9 @@ enum class NonAscii { bytes, escaped };
 // A run of whitespace in a value reads as its first character, or is kept.
 enum class BlankRuns { kept, first };
 
+// Keys that are paths: "a/b.c" is "a.b/c", or not.
+enum class Paths { none, dotsOrSlashes };
+
 struct Switches {
     unsigned marks = hash;
     unsigned trailing = noMark;
@@ -202,6 +205,7 @@ struct Switches {
     unsigned notPlainMore = 0;
     NonAscii nonAscii = NonAscii::bytes;
     BlankRuns blankRuns = BlankRuns::kept;
+    Paths paths = Paths::none;
 };
 
 struct Dialect {
@@ -441,6 +445,7 @@ inline constexpr Switches kSysctl = {
     .markers = minusPrefix,
     .notPlain = returns | controls,
     .lone = Returns::lineEnd,
+    .paths = Paths::dotsOrSlashes,
 };
 
 // Shells define it. A backslash before a newline is dropped with it, except between single quotes;

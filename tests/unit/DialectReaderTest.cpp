@@ -182,7 +182,7 @@ Switches randomSwitches(RandomContents& random)
     for (;;) {
         Switches rules = kDialects[1 + pick(std::size(kDialects) - 1)].rules;
         for (unsigned changes = 1 + pick(4); changes-- > 0;) {
-            switch (pick(25)) {
+            switch (pick(26)) {
                 case 0:
                     rules.marks = pick(8);
                     break;
@@ -257,6 +257,9 @@ Switches randomSwitches(RandomContents& random)
                     break;
                 case 24:
                     rules.blankRuns = static_cast<BlankRuns>(pick(2));
+                    break;
+                case 25:
+                    rules.paths = static_cast<Paths>(pick(2));
                     break;
             }
         }

@@ -303,6 +303,10 @@ TEST(ZDialectData, StoreChangesOneLine)
         {"php", "[a]\nk = 1\n", "a", "k", "${HOME}", "[a]\nk = '${HOME}'\n"},
         {"samba", "[a]\nk = 1  2\nl = 3  4\n", "a", "l", "3 5", "[a]\nk = 1  2\nl = 3 5\n"},
         {"samba", "[a]\nk = 1 \t 2\n", "a", "k", "1 2", "[a]\nk = 1 \t 2\n"},
+        {"sysctl", "net.ipv4.conf.wet0/2.x = 1\n", ".", "net/ipv4/conf/wet0.2/x", "2",
+         "net.ipv4.conf.wet0/2.x = 2\n"},
+        {"sysctl", "-net/ipv4/ip_forward = 1\n", ".", "net.ipv4.ip_forward", "0",
+         "-net/ipv4/ip_forward = 0\n"},
         {"sysctl", "# c\n-net.a = 1\n", ".", "net.a", "2", "# c\n-net.a = 2\n"},
     };
     TestDirectory const directory;

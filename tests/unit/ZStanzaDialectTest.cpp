@@ -25,7 +25,7 @@ namespace {
 
 using Dialect = ZStanzaDialect_6_0;
 
-constexpr int kSwitches = zDialectBlankRuns + 1;
+constexpr int kSwitches = zDialectPaths + 1;
 
 // The switches of the model's row, in the order of ZStanzaSwitch.
 std::vector<int> valuesOf(dialect_model::Switches const& rules)
@@ -67,7 +67,8 @@ std::vector<int> valuesOf(dialect_model::Switches const& rules)
             number(rules.newStanzas),
             number(rules.notPlainMore),
             number(rules.nonAscii),
-            number(rules.blankRuns)};
+            number(rules.blankRuns),
+            number(rules.paths)};
 }
 
 std::vector<int> valuesOf(Dialect const& dialect)
@@ -248,9 +249,10 @@ TEST(ZStanzaDialect, EachWordOfEachSwitchIsAValueOfIt)
                                  "ini,newStanzas=trimmed",
                                  "ini,notPlainMore=lineSeparators",
                                  "ini,nonAscii=escaped",
-                                 "ini,blankRuns=first"};
+                                 "ini,blankRuns=first",
+                                 "ini,paths=dotsOrSlashes"};
     int const largest[] = {7, 3, 2, 7, 2, 2, 7, 3,   16, 1, 1, 3,  4, 7, 3, 2, 1, 1, 1,
-                           7, 4, 2, 1, 1, 1, 1, 128, 2,  1, 1, 16, 2, 1, 2, 2, 1, 1};
+                           7, 4, 2, 1, 1, 1, 1, 128, 2,  1, 1, 16, 2, 1, 2, 2, 1, 1, 1};
     static_assert(std::size(names) == kSwitches && std::size(largest) == kSwitches);
     for (int which = 0; which < kSwitches; ++which)
         EXPECT_EQ(largest[which], named(names[which]).get(static_cast<ZStanzaSwitch>(which)))

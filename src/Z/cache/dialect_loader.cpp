@@ -173,6 +173,7 @@ Policy policyOf(SwitchedDialect const& dialect)
     policy.keys.foldsCase = switches.foldKeys;
     policy.keys.dropsBlanks = switches.dropBlanks;
     policy.keys.dashIsUnderscore = switches.dashes;
+    policy.keys.exchangesSlashes = switches.paths == zdialects::Paths::dotsOrSlashes;
     bool const hasHash = (switches.marks & zdialects::markHash) != 0;
     bool const hasSemicolon = (switches.marks & zdialects::markSemicolon) != 0;
     policy.comments.marks = hasHash && hasSemicolon ? "#;" : hasSemicolon ? ";" : "#";

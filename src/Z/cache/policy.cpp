@@ -1,5 +1,7 @@
 #include "policy.h"
 
+#include "../dialects/characters.h"
+
 namespace zcache {
 
 namespace {
@@ -8,7 +10,11 @@ namespace {
 class Characters {
 public:
     Characters(std::string_view name, NameRule const& rule)
-        : at_(name.data()), end_(name.data() + name.size()), rule_(rule), folds_(rule.foldsCase)
+        : at_(name.data()),
+          end_(name.data() + name.size()),
+          rule_(rule),
+          folds_(rule.foldsCase),
+          exchanges_(rule.exchangesSlashes && zdialects::isSlashPath(name))
     {
         if (rule.dropsFirstNumber && name.ends_with("]1"))
             end_ -= 2;
@@ -21,7 +27,8 @@ public:
             ++at_;
         if (at_ == end_)
             return false;
-        c = *at_++;
+        c = exchanges_ ? zdialects::exchangedSeparator(*at_) : *at_;
+        ++at_;
         if (c == '.' && rule_.foldsUpToDot)
             folds_ = false;
         if (folds_ && c >= 'A' && c <= 'Z')
@@ -36,6 +43,7 @@ private:
     char const* end_;
     NameRule const& rule_;
     bool folds_;
+    bool const exchanges_;
 };
 
 }  // namespace

@@ -18,11 +18,13 @@ struct NameRule {
     bool foldsUpToDot = false;  // only before the first dot
     bool dropsBlanks = false;   // spaces and tabs are ignored
     bool dashIsUnderscore = false;
+    bool exchangesSlashes = false;  // in a path whose first separator is a slash, "/" is "."
     bool dropsFirstNumber = false;  // "]1" at the end is ignored: NAME]2 is the second NAME
 
     bool isExact() const
     {
-        return !foldsCase && !dropsBlanks && !dashIsUnderscore && !dropsFirstNumber;
+        return !foldsCase && !dropsBlanks && !dashIsUnderscore && !exchangesSlashes &&
+               !dropsFirstNumber;
     }
 
     /// Returns whether two names are the same.

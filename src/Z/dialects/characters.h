@@ -93,6 +93,19 @@ constexpr char foldedCase(char c)
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
 
+/// Returns whether the first separator of a path is a slash, not a dot.
+constexpr bool isSlashPath(std::string_view name)
+{
+    size_t const first = name.find_first_of("./");
+    return first != name.npos && name[first] == '/';
+}
+
+/// Returns a character of such a path as it is compared.
+constexpr char exchangedSeparator(char c)
+{
+    return c == '/' ? '.' : c == '.' ? '/' : c;
+}
+
 constexpr bool isLetter(char c)
 {
     char const folded = foldedCase(c);

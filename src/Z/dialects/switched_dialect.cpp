@@ -75,10 +75,13 @@ std::string_view SwitchedDialect::comparableStanza(std::string_view name, std::s
 
 std::string_view SwitchedDialect::comparableKey(std::string_view name, std::string& space) const
 {
-    if (!switches_.dropBlanks && !switches_.dashes && !switches_.foldKeys)
+    bool const exchanges = switches_.paths == Paths::dotsOrSlashes && isSlashPath(name);
+    if (!switches_.dropBlanks && !switches_.dashes && !switches_.foldKeys && !exchanges)
         return name;
     constexpr char kDropped = '\0';
-    auto const folded = [this](char c) {
+    auto const folded = [this, exchanges](char c) {
+        if (exchanges)
+            c = exchangedSeparator(c);
         if (switches_.dropBlanks && characters_.isBlank(c))
             return kDropped;
         if (switches_.dashes && c == '-')

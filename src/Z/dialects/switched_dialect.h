@@ -55,7 +55,7 @@ public:
     bool foldsNames() const override
     {
         return switches_.foldKeys || switches_.dropBlanks || switches_.dashes ||
-               switches_.foldStanzas != FoldStanzas::none;
+               switches_.foldStanzas != FoldStanzas::none || switches_.paths != Paths::none;
     }
 
     /// Return the identity of a name as written or as a caller gives it.

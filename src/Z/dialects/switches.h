@@ -164,6 +164,10 @@ enum class NonAscii : uint8_t { bytes, escaped };
 // A run of whitespace in a value without quotes. `first`: it reads as its first character.
 enum class BlankRuns : uint8_t { kept, first };
 
+// Keys that are paths. `dotsOrSlashes`: in a key whose first separator is a slash, slashes are
+// compared as dots, and dots as slashes.
+enum class Paths : uint8_t { none, dotsOrSlashes };
+
 struct Switches {
     uint8_t marks = markHash;
     uint8_t trailing = 0;
@@ -202,13 +206,14 @@ struct Switches {
     uint8_t notPlainMore = 0;
     NonAscii nonAscii = NonAscii::bytes;
     BlankRuns blankRuns = BlankRuns::kept;
+    Paths paths = Paths::none;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 37;
+constexpr int kSwitchCount = 38;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

@@ -211,6 +211,7 @@ constexpr Row kRows[] = {
          .markers = markerMinusPrefix,
          .notPlain = notPlainReturns | notPlainControls,
          .returns = Returns::lineEnd,
+         .paths = Paths::dotsOrSlashes,
      }},
     {"env",
      {
@@ -285,6 +286,7 @@ constexpr Form kForms[] = {
     {"notPlainMore", true, "latinSpace lineSeparators"},
     {"nonAscii", false, "bytes escaped"},
     {"blankRuns", false, "kept first"},
+    {"paths", false, "none dotsOrSlashes"},
 };
 static_assert(std::size(kForms) == kSwitchCount);
 
