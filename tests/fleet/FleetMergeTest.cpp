@@ -271,7 +271,7 @@ protected:
     FleetFile const file_{FleetFile::textFor({cluster_.address()}) + "budget = 60\n"};
 };
 
-class NoticeRecorder : public ZObserverInterface_6_0 {
+class NoticeRecorder final : public ZObserverInterface_6_0 {
 public:
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
     {

@@ -116,6 +116,41 @@ TEST_F(FleetTool, SetIsRepeatedIfAnotherProgramIsFaster)
     EXPECT_EQ("[listener]\nport = 5\n[new]\nk = v\n", cluster_.get(kText));
 }
 
+TEST_F(FleetTool, LogShowAndUndo)
+{
+    EXPECT_EQ("(1)", run("log etcd://test/gateway"));
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener port 2"));
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener port 3"));
+    std::string const log = run("log etcd://test/gateway --format lines");
+    EXPECT_EQ('2', log[0]);
+    EXPECT_NE(std::string::npos, log.find("\tzfleet set\n1\t")) << log;
+    EXPECT_NE(
+        std::string::npos,
+        run("log etcd://test/gateway --format json").find("{\"generation\": 2, \"time\": \"20"));
+    EXPECT_EQ("[listener]\nport = 2\nhost = a\nhost = b\n(0)",
+              run("show etcd://test/gateway --generation 1"));
+    EXPECT_EQ("[listener]\nport = 2\n(0)",
+              run("show etcd://test/gateway listener port --generation 1"));
+    EXPECT_EQ("(0)", run("undo etcd://test/gateway"));
+    EXPECT_EQ("[listener]\nport = 2\nhost = a\nhost = b\n", cluster_.get(kText));
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway: key \"port\" in [listener]: changed later; run 'zfleet show "
+        "etcd://test/gateway --generation N', and set the values\n(7)",
+        run("undo etcd://test/gateway --generation 2"));
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway: the log does not have the generation; run 'zfleet log "
+        "etcd://test/gateway'\n(1)",
+        run("show etcd://test/gateway --generation 9"));
+    EXPECT_EQ("zfleet: show: GENERATION is not a number from 1; run 'zfleet show --help'\n(2)",
+              run("show etcd://test/gateway --generation 0x1"));
+    EXPECT_EQ("zfleet: show: --generation is required; run 'zfleet show --help'\n(2)",
+              run("show etcd://test/gateway"));
+    EXPECT_EQ(
+        "zfleet: log: a local file has no log; write the path as etcd://FLEET/NAME, or run 'zfleet "
+        "log --help'\n(2)",
+        run("log /etc/hostname"));
+}
+
 TEST_F(FleetTool, StatusPrintsEachEndpoint)
 {
     EXPECT_EQ(cluster_.address() + "  cluster 1  member 0  revision 2  term 0\n(0)",

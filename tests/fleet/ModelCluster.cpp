@@ -1,5 +1,7 @@
 #include "ModelCluster.h"
 
+#include <algorithm>
+
 using namespace zfleet;
 using Guard = std::lock_guard<std::recursive_mutex>;
 
@@ -107,18 +109,27 @@ bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeRespo
         return false;
     response.mutable_header()->set_cluster(id_);
     response.mutable_header()->set_revision(revision_);
+    std::vector<std::string> found;
     for (auto const& [key, versions] : history_) {
         bool const isInRange = request.range_end().empty()
                                    ? key == request.key()
                                    : key >= request.key() && key < request.range_end();
-        Version const* const version = isInRange ? find(key, revision) : nullptr;
-        if (version == nullptr)
-            continue;
+        if (isInRange && find(key, revision) != nullptr)
+            found.push_back(key);
+    }
+    if (request.order() == wire::RangeRequest::DESCENDING)
+        std::reverse(found.begin(), found.end());
+    response.set_count(static_cast<int64_t>(found.size()));
+    if (request.limit() != 0 && found.size() > static_cast<size_t>(request.limit())) {
+        found.resize(static_cast<size_t>(request.limit()));
+        response.set_more(true);
+    }
+    for (std::string const& key : found) {
+        Version const& version = *find(key, revision);
         auto* const entry = response.add_kvs();
         entry->set_key(key);
-        entry->set_value(version->value);
-        entry->set_mod_revision(version->revision);
-        response.set_count(response.count() + 1);
+        entry->set_value(version.value);
+        entry->set_mod_revision(version.revision);
     }
     return true;
 }

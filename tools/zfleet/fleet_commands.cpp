@@ -1,14 +1,19 @@
 #include "fleet_commands.h"
 
+#include <Z/ZArrayList.h>
 #include <Z/ZFleetConnection.h>
 #include <Z/ZFleetProperties.h>
 #include <errno.h>
 #include <inttypes.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
 #include <memory>
 
+#include "arguments.h"
+#include "commands.h"
 #include "json.h"
 #include "output.h"
 
@@ -23,6 +28,8 @@ public:
 
     ZPCache_6_0& contents() const { return cache(); }
 };
+
+uint64_t shownGeneration = 0;  // that loadConfiguration() loads; 0: the present contents
 
 struct ErrorRow {
     int error;
@@ -122,6 +129,64 @@ std::string formatState(EndpointState const& state, std::string const& format)
                                                    "  revision " + revision + "  term " + term);
 }
 
+void requireFleetPath(Request const& request)
+{
+    if (ZFleetProperties_6_0::isFleetPath(request.file.c_str()) == 0)
+        throw UsageError{"a local file has no log", "write the path as etcd://FLEET/NAME"};
+}
+
+uint64_t generationOf(Request const& request)
+{
+    char* end = nullptr;
+    uint64_t const generation = strtoull(request.nth.c_str(), &end, 10);
+    if (request.nth.empty() || request.nth[0] < '0' || request.nth[0] > '9' || *end != 0 ||
+        generation == 0)
+        throw UsageError{"GENERATION is not a number from 1", {}};
+    return generation;
+}
+
+std::string formatTime(int64_t seconds)
+{
+    time_t const time = seconds;
+    tm parts{};
+    gmtime_r(&time, &parts);
+    char text[32];
+    strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+std::string formatGeneration(ZFleetGeneration_6_0 const& entry, std::string const& format)
+{
+    std::string const number = std::to_string(entry.generation());
+    std::string const time = formatTime(entry.time());
+    std::string const host = toStdString(entry.host());
+    std::string const user = toStdString(entry.user());
+    std::string const reason = toStdString(entry.reason());
+    if (format == "json")
+        return "{\"generation\": " + number + ", \"time\": " + toJson(time) +
+               ", \"host\": " + toJson(host) + ", \"user\": " + toJson(user) +
+               ", \"reason\": " + toJson(reason) +
+               (entry.isOmitted() != 0 ? ", \"omitted\": true}" : "}");
+    if (format == "lines")
+        return number + '\t' + time + '\t' + escapeField(host) + '\t' + escapeField(user) + '\t' +
+               escapeField(reason);
+    return number + "  " + time + "  " + user + "@" + host + "  " + reason +
+           (entry.isOmitted() != 0 ? "  (contents too large for the log)" : "");
+}
+
+// Describes an undo that would replace later changes.
+Failure describeConflict(ZFleetConflictException_6_0 const& conflict, Request const& request)
+{
+    std::string const stanza = toStdString(conflict.at(0).stanza());
+    std::string const key = toStdString(conflict.at(0).key());
+    std::string const more =
+        conflict.count() == 1 ? "" : " and " + std::to_string(conflict.count() - 1) + " more";
+    return {exitRefused,
+            request.file,
+            {(key.empty() ? "[" + stanza + "]" : nameKey(key, stanza)) + more + ": changed later",
+             "run 'zfleet show " + request.file + " --generation N', and set the values"}};
+}
+
 struct ReleaseConnection {
     void operator()(ZFleetConnection_6_0* connection) const { connection->release(); }
 };
@@ -133,7 +198,10 @@ bool loadConfiguration(std::string const& path, Store& store)
     if (ZFleetProperties_6_0::isFleetPath(path.c_str()) == 0)
         return false;
     FleetStore source;
-    source.load(path.c_str());
+    if (shownGeneration != 0)
+        source.loadGeneration(path.c_str(), shownGeneration);
+    else
+        source.load(path.c_str());
     store.contents().swapContents(source.contents());
     return true;
 }
@@ -154,6 +222,39 @@ int runFleetSet(Request const& request)
             if (e.excerrno() != ESTALE || attempt == kMaxAttempts)
                 throw;
         }
+    }
+}
+
+int runFleetLog(Request const& request)
+{
+    requireFleetPath(request);
+    FleetStore const store;
+    ZArrayList_6_0 log(8, 1);
+    store.log(request.file.c_str(), log);
+    for (unsigned i = 0; i < log.size(); ++i)
+        printLine(request, formatGeneration(*static_cast<ZFleetGeneration_6_0*>(log.get(i)),
+                                            request.format));
+    return log.size() > 0 ? exitDone : exitNotFound;
+}
+
+int runFleetShow(Request const& request)
+{
+    requireFleetPath(request);
+    shownGeneration = generationOf(request);
+    return runList(request);
+}
+
+int runFleetUndo(Request const& request)
+{
+    requireFleetPath(request);
+    FleetStore store;
+    store.setReason("zfleet undo");
+    uint64_t const generation = request.nth.empty() ? 0 : generationOf(request);
+    try {
+        store.undo(request.file.c_str(), generation);
+        return exitDone;
+    } catch (ZFleetConflictException_6_0 const& conflict) {
+        throw describeConflict(conflict, request);
     }
 }
 
@@ -180,6 +281,10 @@ Failure describeFleetError(ZPropertiesIOException_6_0 const& exception, Request 
     std::string const path = toStdString(exception.propFile());
     if (ZFleetProperties_6_0::isFleetPath(path.c_str()) == 0)
         return describe(std::current_exception(), request.file);
+    if (toStdString(exception.api()) == "log")
+        return {exitNotFound,
+                path,
+                {"the log does not have the generation", "run 'zfleet log " + path + "'"}};
     for (ErrorRow const& row : kErrors) {
         if (row.error != exception.excerrno())
             continue;

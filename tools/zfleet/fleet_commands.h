@@ -14,6 +14,15 @@ bool loadConfiguration(std::string const& path, Store& store);
 /// Sets a key to a single value. Repeats the change while other programs are faster.
 int runFleetSet(Request const& request);
 
+/// Prints the log of a configuration, the latest generation first.
+int runFleetLog(Request const& request);
+
+/// Prints the contents of an earlier generation, as `list` does.
+int runFleetShow(Request const& request);
+
+/// Undoes the change of a generation, by default of the latest.
+int runFleetUndo(Request const& request);
+
 /// Prints the state of each endpoint of a fleet. Returns exitDiffers if one of them does not reply.
 int runFleetStatus(Request const& request);
 

@@ -43,8 +43,19 @@ constexpr Option kSetOptions[] = {
      &Request::obfuscated},
 };
 
+constexpr Option kGeneration = {"--generation", 0, "N", "the number of the generation",
+                                &Request::nth};
+constexpr Option kShowOptions[] = {kGeneration, kFormat, kNull, kQuiet};
+constexpr Option kUndoOptions[] = {kGeneration};
+
 constexpr char kForms[] = "plain|json|sh|lines";
 constexpr char kNameForms[] = "plain|json|lines";
+
+void checkShow(Request const& request, PassedNames const&)
+{
+    if (request.nth.empty())
+        throw UsageError{"--generation is required"};
+}
 
 void checkSet(Request const& request, PassedNames const&)
 {
@@ -70,6 +81,16 @@ constexpr Verb kVerbs[] = {
      "zfleet set etcd://main/gateway upstream password --obfuscated <password.txt",
      kSetOptions, noOptions, false, "--obfuscated VALUE", "", checkSet, runFleetSet, prepareValue,
      nullptr},
+    {"log", "FILE", "print the generations of a configuration, the latest first",
+     "zfleet log etcd://main/gateway\nzfleet log etcd://main/gateway --format json", kListOptions,
+     noOptions, false, "", kNameForms, nullptr, runFleetLog, nullptr, nullptr},
+    {"show", "FILE [STANZA [KEY]]", "print an earlier generation, as list does",
+     "zfleet show etcd://main/gateway --generation 12", kShowOptions, noOptions, false, "", kForms,
+     checkShow, runFleetShow, nullptr, nullptr},
+    {"undo", "FILE",
+     "undo the change of a generation, by default of the latest; later changes stay",
+     "zfleet undo etcd://main/gateway\nzfleet undo etcd://main/gateway --generation 12",
+     kUndoOptions, noOptions, false, "", "", nullptr, runFleetUndo, nullptr, nullptr},
     {"status", "NAME", "print the state of each endpoint of the fleet NAME", "zfleet status main",
      kListOptions, noOptions, false, "", kNameForms, nullptr, runFleetStatus, nullptr, nullptr},
 };
@@ -80,6 +101,9 @@ usage: zfleet VERB [OPTION...] etcd://FLEET/NAME [STANZA [KEY [VALUE]]]
   get FILE STANZA KEY          the last value of a key; --all, --as number|boolean|text, --default V
   list FILE [STANZA [KEY]]     everything; stanzas FILE, keys FILE STANZA: only names
   set FILE STANZA KEY VALUE    the one value; --all to replace several, --create, --obfuscated
+  log FILE                     the generations, the latest first
+  show FILE [STANZA [KEY]]     an earlier generation; --generation N
+  undo FILE                    undoes the last change; --generation N another change. Later ones stay
   status FLEET                 the state of each endpoint
 
 FILE is etcd://FLEET/NAME, or the path of a local stanza file. FLEET is a stanza of the file of the

@@ -3,8 +3,10 @@
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZPropertiesImpl.h>
+#include <errno.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,7 +18,7 @@
 namespace {
 
 constexpr char kSource[] = "src/fleet/Z/ZFleetProperties";
-enum RaiseSite { raiseForPath = 1, raiseForPolicy };
+enum RaiseSite { raiseForPath = 1, raiseForPolicy, raiseForLocal, raiseForUnsaved };
 
 bool isEmpty(char const* text)
 {
@@ -27,8 +29,11 @@ bool isEmpty(char const* text)
 
 struct ZFleetProperties_6_0::Rep {
     static char const* choosePath(ZFleetProperties_6_0 const& store, char const* path);
+    static char const* chooseFleetPath(ZFleetProperties_6_0 const& store, char const* path);
     static ZSCFData_6_0& cacheOf(ZFleetProperties_6_0 const& store);
     static void load(ZFleetProperties_6_0& store, char const* path);
+    template <class Action>
+    static void change(ZFleetProperties_6_0& store, char const* path, Action action);
     static void sendDifferences(ZFleetProperties_6_0& store, zfleet::AllValues const& before,
                                 zfleet::AllValues const& after);
 
@@ -44,6 +49,15 @@ char const* ZFleetProperties_6_0::Rep::choosePath(ZFleetProperties_6_0 const& st
     if (store.fileName().isEmpty())
         ZInvalidParameterException_6_0().throwException(kSource, raiseForPath);
     return store.fileName().getChars();
+}
+
+char const* ZFleetProperties_6_0::Rep::chooseFleetPath(ZFleetProperties_6_0 const& store,
+                                                       char const* path)
+{
+    char const* const chosen = choosePath(store, path);
+    if (!zfleet::isFleetPath(chosen))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForLocal);
+    return chosen;
 }
 
 ZSCFData_6_0& ZFleetProperties_6_0::Rep::cacheOf(ZFleetProperties_6_0 const& store)
@@ -68,6 +82,33 @@ void ZFleetProperties_6_0::Rep::load(ZFleetProperties_6_0& store, char const* pa
     session.accept(path, std::move(loaded));
     store.rep_->conflicts.clear();
     store.resetModified();
+}
+
+// Changes the configuration at `path`, and takes over the contents that `action` returns, if any.
+template <class Action>
+void ZFleetProperties_6_0::Rep::change(ZFleetProperties_6_0& store, char const* path, Action action)
+{
+    Rep& rep = *store.rep_;
+    ZSCFData_6_0& cache = cacheOf(store);
+    zfleet::translateFailures(kSource, path, [&] {
+        rep.conflicts.clear();
+        try {
+            std::optional<zfleet::Contents> const contents = action();
+            store.setFileName(path);
+            store.resetModified();
+            if (!contents.has_value())
+                return;
+            std::unique_ptr<ZSCFData_6_0> const fresh =
+                zfleet::parseContents(path, *contents, cache);
+            sendDifferences(store, zfleet::valuesOf(cache), zfleet::valuesOf(*fresh));
+            cache.swapContents(*fresh);
+            rep.session.acceptMerge(path);
+            store.postLoad(path);
+        } catch (zfleet::ConflictError const& error) {
+            rep.conflicts = error.conflicts;
+            throw;
+        }
+    });
 }
 
 // Queues a notice for each key that differs, in the order of the names.
@@ -152,26 +193,13 @@ void ZFleetProperties_6_0::store(char const* path)
         ZStanzaFileProperties_6_0::store(chosen);
         return;
     }
-    zfleet::translateFailures(kSource, chosen, [&] {
-        ZSCFData_6_0& cache = Rep::cacheOf(*this);
-        rep_->conflicts.clear();
-        try {
-            zfleet::Session::Stored const stored =
-                rep_->session.store(chosen, zfleet::formatContents(cache), cache);
-            setFileName(chosen);
-            resetModified();
-            if (!stored.isMerged)
-                return;
-            std::unique_ptr<ZSCFData_6_0> const merged =
-                zfleet::parseContents(chosen, stored.contents, cache);
-            Rep::sendDifferences(*this, zfleet::valuesOf(cache), zfleet::valuesOf(*merged));
-            cache.swapContents(*merged);
-            rep_->session.acceptMerge(chosen);
-            postLoad(chosen);
-        } catch (zfleet::ConflictError const& error) {
-            rep_->conflicts = error.conflicts;
-            throw;
-        }
+    Rep::change(*this, chosen, [&]() -> std::optional<zfleet::Contents> {
+        ZSCFData_6_0 const& cache = Rep::cacheOf(*this);
+        zfleet::Session::Stored stored =
+            rep_->session.store(chosen, zfleet::formatContents(cache), cache);
+        if (!stored.isMerged)
+            return std::nullopt;
+        return std::move(stored.contents);
     });
 }
 
@@ -227,6 +255,45 @@ void ZFleetProperties_6_0::conflicts(ZArrayList_6_0& out) const
     Hold const hold(*this);
     for (zfleet::Conflict const& conflict : rep_->conflicts)
         out.add(new ZFleetConflict_6_0(conflict.stanza.c_str(), conflict.key.c_str()));
+}
+
+void ZFleetProperties_6_0::log(char const* path, ZArrayList_6_0& out) const
+{
+    Hold const hold(*this);
+    char const* const chosen = Rep::chooseFleetPath(*this, path);
+    zfleet::translateFailures(kSource, chosen, [&] {
+        for (zfleet::LoggedGeneration const& logged : rep_->session.log(chosen)) {
+            zfleet::Metadata const& metadata = logged.entry.metadata;
+            out.add(new ZFleetGeneration_6_0(metadata.generation, metadata.time,
+                                             metadata.host.c_str(), metadata.user.c_str(),
+                                             metadata.reason.c_str(), logged.entry.isOmitted));
+        }
+    });
+}
+
+void ZFleetProperties_6_0::loadGeneration(char const* path, uint64_t generation)
+{
+    Hold const hold(*this);
+    char const* const chosen = Rep::chooseFleetPath(*this, path);
+    zfleet::translateFailures(kSource, chosen, [&] {
+        zfleet::Contents const contents = rep_->session.contentsOf(chosen, generation);
+        std::unique_ptr<ZSCFData_6_0> const fresh =
+            zfleet::parseContents(chosen, contents, Rep::cacheOf(*this));
+        Rep::load(*this, chosen);
+        cache().swapContents(*fresh);
+        setModified();
+    });
+}
+
+void ZFleetProperties_6_0::undo(char const* path, uint64_t generation)
+{
+    Hold const hold(*this);
+    char const* const chosen = Rep::chooseFleetPath(*this, path);
+    if (isModified() != 0)
+        ZPropertiesIOException_6_0(chosen, "undo()", EBUSY)
+            .throwException(kSource, raiseForUnsaved);
+    Rep::change(*this, chosen,
+                [&] { return rep_->session.undo(chosen, generation, Rep::cacheOf(*this)); });
 }
 
 ZFleetProperties_6_0::ZFleetPropertiesFactory::ZFleetPropertiesFactory() = default;

@@ -1,7 +1,7 @@
 // ZFleetProperties: a configuration store whose file is in a cluster.
 //
-// Subsystem: fleet.  Stands on: ZFleetConnection, ZFleetConflict and the foundation's
-// ZStanzaFileProperties.
+// Subsystem: fleet.  Stands on: ZFleetConnection, ZFleetConflict, ZFleetGeneration and the
+// foundation's ZStanzaFileProperties.
 //
 // The path "etcd://FLEET/NAME" names the configuration NAME in a cluster; docs/fleet.md describes
 // fleets. Any other path is a local file, with the behaviour of the base class. So a program
@@ -14,6 +14,7 @@
 #include <stdint.h>
 
 #include "ZFleetConflict.h"
+#include "ZFleetGeneration.h"
 
 /// A configuration store whose file is in a cluster, or a local stanza file.
 class ZFleetProperties_6_0 : public ZStanzaFileProperties_6_0 {
@@ -99,6 +100,30 @@ public:
     /// if it succeeded, or failed for another reason.
     /// owns    `out` must own its elements; it takes over new objects.
     void conflicts(ZArrayList_6_0& out) const;
+
+    /// Appends the generations in the log of the configuration at `path`, as ZFleetGeneration_6_0,
+    /// the latest first. Contents that were put by hand are not in the log.
+    /// range   as load(), but not a local file.
+    /// owns    `out` must own its elements; it takes over new objects.
+    /// throws  as load(), but a missing configuration has an empty log;
+    ///         ZInvalidParameterException_6_0 for a local file.
+    void log(char const* path, ZArrayList_6_0& out) const;
+
+    /// Loads the configuration at `path`, then replaces the contents with an earlier
+    /// generation, and sets the modified flag: a store() would make them current again, and merge
+    /// them with changes of other programs since this load.
+    /// throws  as load(); ZPropertiesIOException_6_0 with "log" and ENOENT if the log does not have
+    ///         the generation or its contents; ZInvalidParameterException_6_0 for a local file.
+    void loadGeneration(char const* path, uint64_t generation);
+
+    /// Undoes the change that a generation made to the configuration at `path`; 0 is the latest.
+    /// Later changes stay: the change is merged back into the present configuration, and a key
+    /// that was changed later is a conflict. The result is stored as a new generation, and is then
+    /// the contents of this store; observers get notices as by reload().
+    /// throws  as loadGeneration() and store(); ZPropertiesIOException_6_0 with "undo()" and EBUSY
+    ///         if the store has unsaved changes; "log" with ENOENT also if the state before the
+    ///         generation is no longer known. The store is unchanged then.
+    void undo(char const* path, uint64_t generation);
 
     /// The style of notices about changes by other programs.
     static constexpr ZPropertyChanged_6_0::PropertyStyle kFleetChanged =

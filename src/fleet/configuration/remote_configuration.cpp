@@ -19,6 +19,9 @@ enum Read { readText, readHidden, readMeta, readCount };
 // The cluster accepts requests of 1.5 MiB.
 constexpr size_t kMaxWriteSize = 1'400'000;  // text, companion and log entry, in bytes
 
+// Entries of the log in a reply, which has a limit of 8 MiB.
+constexpr int64_t kPageSize = 4;
+
 std::string digitsOf(uint64_t generation)
 {
     char digits[17];
@@ -69,7 +72,6 @@ Snapshot RemoteConfiguration::snapshotOf(TransactionResult& result) const
     return snapshot;
 }
 
-// Reads the state of the configuration at a revision; 0 is the latest.
 Snapshot RemoteConfiguration::readAt(int64_t revision, Budget& budget)
 {
     TransactionResult result =
@@ -80,6 +82,35 @@ Snapshot RemoteConfiguration::readAt(int64_t revision, Budget& budget)
 Snapshot RemoteConfiguration::read(Budget& budget)
 {
     return readAt(0, budget);
+}
+
+std::vector<LoggedGeneration> RemoteConfiguration::readLog(Budget& budget)
+{
+    std::vector<LoggedGeneration> log;
+    Range range{directory_ + "log/", endOfPrefix(directory_ + "log/"), kPageSize};
+    range.isDescending = true;
+    for (RangeResult page{{}, {}, true}; page.hasMore;) {
+        page = cluster_.read(range, budget);
+        for (KeyValue const& entry : page.entries) {
+            LoggedGeneration generation{{}, entry.modRevision};
+            if (parseLogEntry(entry.value, generation.entry))
+                log.push_back(std::move(generation));
+        }
+        if (!page.entries.empty())
+            range.end = page.entries.back().key;
+    }
+    return log;
+}
+
+std::optional<LoggedGeneration> RemoteConfiguration::readGeneration(uint64_t generation,
+                                                                    Budget& budget)
+{
+    RangeResult const found = cluster_.read({keyOf(generation)}, budget);
+    LoggedGeneration logged{};
+    if (found.entries.empty() || !parseLogEntry(found.entries[0].value, logged.entry))
+        return std::nullopt;
+    logged.revision = found.entries[0].modRevision;
+    return logged;
 }
 
 Transaction RemoteConfiguration::writeTransaction(Contents const& contents, Snapshot const& guard,

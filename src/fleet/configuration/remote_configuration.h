@@ -5,7 +5,9 @@
 // changed. It has a random id, so that its outcome can be found after a lost reply.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "configuration/metadata.h"
 #include "transport/cluster.h"
@@ -40,6 +42,12 @@ struct Attempt {
     uint64_t generation;  // that it wrote
 };
 
+// A generation in the log.
+struct LoggedGeneration {
+    LogEntry entry;
+    int64_t revision;  // that wrote it
+};
+
 struct WriteResult {
     enum Outcome {
         stored,
@@ -62,6 +70,18 @@ public:
     /// throws  CallError.
     Snapshot read(Budget& budget);
 
+    /// Reads the log, the latest generation first. Entries that are damaged are left out.
+    /// throws  CallError.
+    std::vector<LoggedGeneration> readLog(Budget& budget);
+
+    /// Reads a generation of the log; none if the log does not have it.
+    /// throws  CallError.
+    std::optional<LoggedGeneration> readGeneration(uint64_t generation, Budget& budget);
+
+    /// Reads the state of the configuration at a revision; 0 is the latest.
+    /// throws  CallError with ESTALE if the cluster has dropped the revision.
+    Snapshot readAt(int64_t revision, Budget& budget);
+
     /// Writes `contents` if the configuration has the state `guard`. `earlier` are writes by the
     /// caller whose outcome is unknown.
     /// range   at most kMaxConfigurationSize bytes.
@@ -75,7 +95,6 @@ private:
                                  Metadata const& metadata) const;
     std::vector<Operation> readOperations(int64_t revision = 0) const;
     Snapshot snapshotOf(TransactionResult& result) const;
-    Snapshot readAt(int64_t revision, Budget& budget);
     WriteResult find(std::vector<Attempt> const& attempts, std::string const& own, Snapshot current,
                      Budget& budget);
 

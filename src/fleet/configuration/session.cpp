@@ -19,6 +19,7 @@ enum RaiseSite {
     raiseForSize,
     raiseForOvertaken,
     raiseForUnknown,
+    raiseForGeneration,
 };
 
 constexpr unsigned kMaxRaces = 16;  // that a store may lose
@@ -202,6 +203,13 @@ Session::Stored Session::store(char const* path, Contents const& mine,
     Source& source = isCopy ? unseen : known->second;
     Operation operation{path,   prototype,    std::make_shared<Contents const>(mine),
                         isCopy, source.guard, source.origin};
+    return write(target, operation, source);
+}
+
+// Sends a store until it is executed.
+Session::Stored Session::write(Target& target, Operation& operation, Source& source)
+{
+    char const* const path = operation.path;
     for (unsigned races = 0; races < kMaxRaces && !target.budget.isUsedUp(); ++races) {
         prepare(operation);
         WriteResult result = send(target, operation, source);
@@ -234,6 +242,74 @@ Session::Stored Session::store(char const* path, Contents const& mine,
         target.budget.pause();
     }
     throw CallError{"Txn", EAGAIN, false, "other programs store all the time"};
+}
+
+std::vector<LoggedGeneration> Session::log(char const* path)
+{
+    Target target(path);
+    return target.remote.readLog(target.budget);
+}
+
+namespace {
+
+[[noreturn]] void throwNotLogged(char const* path)
+{
+    ZPropertiesIOException_6_0(path, "log", ENOENT).throwException(kSource, raiseForGeneration);
+}
+
+LoggedGeneration requireGeneration(RemoteConfiguration& remote, char const* path,
+                                   uint64_t generation, Budget& budget)
+{
+    std::optional<LoggedGeneration> logged = remote.readGeneration(generation, budget);
+    if (!logged.has_value() || logged->entry.isOmitted)
+        throwNotLogged(path);
+    return std::move(*logged);
+}
+
+}  // namespace
+
+Contents Session::contentsOf(char const* path, uint64_t generation)
+{
+    Target target(path);
+    LogEntry entry = requireGeneration(target.remote, path, generation, target.budget).entry;
+    return {std::move(entry.text), std::move(entry.hidden)};
+}
+
+Contents Session::undo(char const* path, uint64_t generation, ZSCFData_6_0 const& prototype)
+{
+    Target target(path);
+    Budget& budget = target.budget;
+    Source source;
+    source.guard = target.remote.read(budget);
+    if (generation == 0)
+        generation = source.guard.metadata().generation;
+    LogEntry undone = requireGeneration(target.remote, path, generation, budget).entry;
+    // The generation before may have been changed by hand.
+    int64_t const base = undone.metadata.base;
+    Contents before;
+    std::optional<LoggedGeneration> logged = target.remote.readGeneration(generation - 1, budget);
+    if (logged.has_value() && logged->revision == base && !logged->entry.isOmitted) {
+        before = {std::move(logged->entry.text), std::move(logged->entry.hidden)};
+    } else {
+        Snapshot earlier;
+        try {
+            if (base != 0)
+                earlier = target.remote.readAt(base, budget);
+        } catch (CallError const& error) {
+            if (error.error != ESTALE)
+                throw;
+        }
+        if (earlier.textRevision == 0)
+            throwNotLogged(path);
+        before = std::move(earlier.contents);
+    }
+    source.origin = std::make_shared<Contents const>(
+        Contents{std::move(undone.text), std::move(undone.hidden)});
+    Operation operation{path,  prototype,    std::make_shared<Contents const>(std::move(before)),
+                        false, source.guard, source.origin};
+    Stored stored = write(target, operation, source);
+    acceptMerge(path);
+    return std::move(stored.contents);
 }
 
 }  // namespace zfleet

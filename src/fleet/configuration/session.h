@@ -63,6 +63,20 @@ public:
     /// Without this call, the next store merges them again.
     void acceptMerge(char const* path);
 
+    /// Returns the log of the configuration at `path`, the latest generation first.
+    /// throws  as load().
+    std::vector<LoggedGeneration> log(char const* path);
+
+    /// Returns the contents that a generation of the configuration had.
+    /// throws  ZPropertiesIOException_6_0 with "log" and ENOENT if the log does not have them; as
+    ///         load().
+    Contents contentsOf(char const* path, uint64_t generation);
+
+    /// Undoes the change that a generation made, 0 is the latest: merges it back into the present
+    /// contents, and writes the result.
+    /// throws  as contentsOf() and store().
+    Contents undo(char const* path, uint64_t generation, ZSCFData_6_0 const& prototype);
+
     int64_t revision() const { return revision_; }  // of the text last loaded or stored; or 0
     uint64_t generation() const { return generation_; }
 
@@ -103,6 +117,7 @@ private:
     };
 
     void prepare(Operation& operation) const;
+    Stored write(Target& target, Operation& operation, Source& source);
     Metadata metadataFor(Operation const& operation, Source const& source) const;
     WriteResult send(Target& target, Operation const& operation, Source& source) const;
     Stored finish(Target& target, Operation& operation, Source& source, int64_t revision);

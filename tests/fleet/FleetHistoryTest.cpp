@@ -1,0 +1,181 @@
+// The log of a configuration: its generations, and undoing their changes.
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <Z/ZFleetProperties.h>
+#include <Z/ZLCString.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+
+#include "FleetFile.h"
+#include "ModelCluster.h"
+
+namespace {
+
+constexpr char kPath[] = "etcd://test/gateway";
+constexpr char kText[] = "/zfleet/6/cfg/gateway/text";
+constexpr char kMeta[] = "/zfleet/6/cfg/gateway/meta";
+
+class FleetHistory : public testing::Test {
+protected:
+    // Stores generations in which x is 1, 2 and so on.
+    void storeGenerations(unsigned count)
+    {
+        ZFleetProperties_6_0 store(1);
+        store.setValue("s", "y", "1");
+        for (unsigned i = 1; i <= count; ++i) {
+            store.setIntegerValue("s", "x", i);
+            store.setReason(("x is " + std::to_string(i)).c_str());
+            store.store(kPath);
+        }
+    }
+
+    static std::string value(ZFleetProperties_6_0 const& store, char const* key)
+    {
+        ZLCString_6_0 text;
+        store.getValue("s", key, text, 0, "(none)");
+        return text.getChars();
+    }
+
+    template <class Call>
+    static std::string failure(Call call)
+    {
+        try {
+            call();
+            return "none";
+        } catch (ZPropertiesIOException_6_0 const& e) {
+            return std::string(e.api().getChars()) + " errno " + std::to_string(e.excerrno());
+        }
+    }
+
+    static std::string code(char const* call, int error)
+    {
+        return std::string(call) + " errno " + std::to_string(error);
+    }
+
+    ModelCluster cluster_;
+    FleetFile const file_{FleetFile::textFor({cluster_.address()}) + "keep = 20\nbudget = 60\n"};
+};
+
+}  // namespace
+
+TEST_F(FleetHistory, LogListsTheKeptGenerations)
+{
+    storeGenerations(25);
+    ZFleetProperties_6_0 const store(1);
+    ZArrayList_6_0 list(4, 1);
+    store.log(kPath, list);
+    ASSERT_EQ(20u, list.size());
+    for (unsigned i = 0; i < list.size(); ++i) {
+        auto const* const entry = static_cast<ZFleetGeneration_6_0 const*>(list.get(i));
+        EXPECT_EQ(25 - i, entry->generation());
+        EXPECT_EQ("x is " + std::to_string(25 - i), entry->reason().getChars());
+        EXPECT_FALSE(entry->host().isEmpty());
+        EXPECT_FALSE(entry->user().isEmpty());
+        EXPECT_LT(1700000000, entry->time());
+        EXPECT_EQ(0, entry->isOmitted());
+    }
+    ZArrayList_6_0 none(4, 1);
+    store.log("etcd://test/none", none);
+    EXPECT_EQ(0u, none.size());
+    EXPECT_THROW(store.log("/etc/hostname", none), ZInvalidParameterException_6_0);
+    EXPECT_THROW(store.log(nullptr, none), ZInvalidParameterException_6_0);
+}
+
+TEST_F(FleetHistory, EarlierGenerationIsLoadedAndStored)
+{
+    storeGenerations(3);
+    ZFleetProperties_6_0 store(1);
+    store.loadGeneration(kPath, 2);
+    EXPECT_EQ("2", value(store, "x"));
+    EXPECT_EQ(1, store.isModified());
+    EXPECT_EQ("\n[s]\ny = 1\nx = 3\n", cluster_.get(kText));
+    // A change that another program makes in the meantime stays.
+    cluster_.put(kText, "\n[s]\ny = 8\nx = 3\n");
+    store.store(nullptr);
+    EXPECT_EQ("\n[s]\ny = 8\nx = 2\n", cluster_.get(kText));
+    EXPECT_EQ(4u, store.generation());
+    EXPECT_EQ(code("log", ENOENT), failure([&] { store.loadGeneration(nullptr, 5); }));
+    EXPECT_EQ(code("log", ENOENT), failure([&] { store.loadGeneration(nullptr, 0); }));
+    EXPECT_EQ("2", value(store, "x"));
+    EXPECT_EQ(0, store.isModified());
+}
+
+TEST_F(FleetHistory, UndoOfTheLastChangeRestoresTheText)
+{
+    storeGenerations(3);
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.undo(nullptr, 0);
+    EXPECT_EQ("2", value(store, "x"));
+    EXPECT_EQ("\n[s]\ny = 1\nx = 2\n", cluster_.get(kText));
+    EXPECT_EQ(4u, store.generation());
+    EXPECT_EQ(0, store.isModified());
+    // The undo is a change that can be undone.
+    store.undo(nullptr, 4);
+    EXPECT_EQ("3", value(store, "x"));
+    store.setValue("s", "x", "9");
+    store.store(nullptr);
+    EXPECT_EQ("\n[s]\ny = 1\nx = 9\n", cluster_.get(kText));
+}
+
+TEST_F(FleetHistory, UndoKeepsLaterChangesAndRefusesConflicts)
+{
+    storeGenerations(2);
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("s", "y", "5");
+    store.store(nullptr);
+    store.undo(nullptr, 2);
+    EXPECT_EQ("\n[s]\ny = 5\nx = 1\n", cluster_.get(kText));
+    EXPECT_THROW(store.undo(nullptr, 2), ZFleetConflictException_6_0);
+    ZArrayList_6_0 conflicts(4, 1);
+    store.conflicts(conflicts);
+    EXPECT_EQ(1u, conflicts.size());
+    EXPECT_EQ("1", value(store, "x"));
+    EXPECT_EQ("\n[s]\ny = 5\nx = 1\n", cluster_.get(kText));
+    store.setValue("s", "y", "6");
+    EXPECT_EQ(code("undo()", EBUSY), failure([&] { store.undo(nullptr, 0); }));
+    EXPECT_EQ("6", value(store, "y"));
+}
+
+TEST_F(FleetHistory, UndoUsesTheTextThatWasPutByHand)
+{
+    storeGenerations(1);
+    cluster_.put(kText, "[s]\nx = 7\n");
+    {
+        ZFleetProperties_6_0 store(kPath, 1);
+        store.setValue("s", "x", "8");
+        store.store(nullptr);
+    }
+    ZFleetProperties_6_0 store(1);
+    store.undo(kPath, 0);
+    EXPECT_EQ("[s]\nx = 7\n", cluster_.get(kText));
+    // The creation cannot be undone, and neither can a change of which the earlier text is lost.
+    EXPECT_EQ(code("log", ENOENT), failure([&] { store.undo(nullptr, 1); }));
+    cluster_.compact();
+    EXPECT_EQ(code("log", ENOENT), failure([&] { store.undo(nullptr, 2); }));
+    EXPECT_EQ("[s]\nx = 7\n", cluster_.get(kText));
+}
+
+TEST_F(FleetHistory, UndoThatLosesARaceIsMergedAgain)
+{
+    storeGenerations(2);
+    ZFleetProperties_6_0 store(kPath, 1);
+    cluster_.setPrelude([&] { cluster_.put(kText, "[s]\ny = 7\nx = 2\n"); });
+    store.undo(nullptr, 0);
+    EXPECT_EQ("[s]\ny = 7\nx = 1\n", cluster_.get(kText));
+    EXPECT_EQ("7", value(store, "y"));
+}
+
+TEST_F(FleetHistory, DamagedEntriesAreLeftOut)
+{
+    storeGenerations(3);
+    cluster_.put("/zfleet/6/cfg/gateway/log/0000000000000002", "text 99\nhidden 0\n\ngarbage");
+    ZFleetProperties_6_0 store(1);
+    ZArrayList_6_0 list(4, 1);
+    store.log(kPath, list);
+    EXPECT_EQ(2u, list.size());
+    EXPECT_EQ(code("log", ENOENT), failure([&] { store.loadGeneration(kPath, 2); }));
+    // The state before generation 3 is still in the revisions of the cluster.
+    store.undo(kPath, 3);
+    EXPECT_EQ("\n[s]\ny = 1\nx = 2\n", cluster_.get(kText));
+    EXPECT_NE("(missing)", cluster_.get(kMeta));
+}
