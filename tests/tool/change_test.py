@@ -292,6 +292,38 @@ class ChangeTest(tool.ToolTest):
              b"--backup: must not be empty", USAGE, None),
         ])
 
+    def test_a_change_to_the_same_file_needs_no_right_to_write(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
+        java = self.path.parent / "a.properties"
+        java.write_text("k=v\n")
+        systemd = self.path.parent / "a.service"
+        systemd.write_text("[S]\nK=1\n")
+        nobody = self.as_nobody()
+        for path in self.path.parent.iterdir():
+            path.chmod(0o444)
+        self.path.parent.chmod(0o555)
+        for verb, file, *rest in (
+                ("set", self.path, "listener", "name", "front door"),
+                ("set", self.path, "listener", "port", "8443", "--nth", "2"),
+                ("set", self.path, "listener", "name", "front door", "--backup"),
+                ("set", self.path, "listener", "name", "front door", "--replace"),
+                ("set", systemd, "S", "K", "1", "--raw"),
+                ("add", self.path, "listener", "port", "8080", "-q"),
+                ("rename", self.path, "listener", "name", "name"),
+                ("comment", self.path, "listener", "name", ""),
+                ("comment", self.path, "listener", "port", "ports to listen on"),
+                ("fmt", systemd), ("java", java, "set", "k", "v")):
+            with self.subTest([verb, *rest]):
+                self.expect_unchanged(DONE, "", verb, str(file), *rest, **nobody)
+        script = "set listener name x\ncomment listener name --off\ncomment listener name --on\n"
+        script += "set listener name 'front door'\n"
+        self.expect_unchanged(DONE, "", "edit", self.file, given=script, **nobody)
+        self.expect_unchanged(DONE, "", "set", self.file, "upstream", "password", "--obfuscated",
+                              given="x", **nobody)
+        self.expect_unchanged(DONE, "", "merge", self.file, self.file, self.file, **nobody)
+        self.expect_unchanged(NO_ACCESS, "Permission denied", "set", self.file, "listener", "name", "x",
+                              **nobody)
+
     def test_add_notes_a_value_that_exists(self):
         self.write_files({"f": TEXT})
         run = self.run_in_directory("add", "f", "listener", "port", "8080")

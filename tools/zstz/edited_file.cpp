@@ -221,7 +221,9 @@ void EditedFile::finish()
                       {"a script cannot change comment marks and obfuscated values together",
                        "use a script for each"}};
     bool const isSame = after == original_ && !changesSecrets && !isNew_;
-    if (isSame && request_.normalise)
+    // A file that can be written is stored although it stays the same: that completes the store of
+    // a crashed writer.
+    if (isSame && (request_.normalise || access(request_.file.c_str(), W_OK) != 0))
         return;
     if (!request_.backupSuffix.empty() && !isNew_ && !isSame)
         storeCopy();

@@ -100,6 +100,8 @@ int javaSet(Request const& request)
     entries[request.key] = request.value;
     for (auto const& [key, value] : entries)
         checkJavaEntry(request.file, key, value);
+    if (entries == file.entries() && access(request.file.c_str(), W_OK) != 0)
+        return exitDone;
     storeEntries(request, request.file, entries);
     return exitDone;
 }

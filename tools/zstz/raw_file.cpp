@@ -64,6 +64,8 @@ std::string readText(std::string const& path, double wait)
 
 void storeText(std::string const& path, std::string const& old, std::string const& text)
 {
+    if (text == old && access(path.c_str(), W_OK) != 0)
+        return;
     translateErrors([&] {
         JournaledFile file(path.c_str(), JournaledFile::Mode::store);
         if (file.text() != old)
