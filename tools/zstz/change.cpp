@@ -74,6 +74,14 @@ std::string listCommand(Request const& request)
            shellWord(request.key) + " --all' to list its values";
 }
 
+// Returns the help for a change of one entry of a list, in a dialect where a list is one value:
+// lines of text, or entries with separators.
+std::string wholeValueHelp(std::string const& value)
+{
+    bool const isList = value.find_first_of("\n;,") != value.npos;
+    return isList ? "the list is one value: use 'zstz set' with all of its text" : "";
+}
+
 // Returns the index of a value that a key must have: of the valid line, if only one is. The values
 // above the last empty value have no effect where empty values are resets.
 size_t indexOf(Store const& store, std::vector<std::string> const& values, std::string const& value,
@@ -93,12 +101,15 @@ size_t indexOf(Store const& store, std::vector<std::string> const& values, std::
     if (found != values.end())
         return static_cast<size_t>(found - values.begin());
     bool const isReset = std::find(values.begin(), begin, value) != begin;
+    std::string help;
+    if (!values.empty() && countsOnce(store, request.key))
+        help = wholeValueHelp(values[validIndex(store, values)]);
     throw Failure{exitNotFound,
                   request.file,
                   {key + (isReset ? " has the value " + quote(value) +
                                         " only above the empty value, which resets it"
                                   : " has no value " + quote(value)),
-                   listCommand(request)}};
+                   help.empty() ? listCommand(request) : help}};
 }
 
 // Returns the index of the value that --nth names.
@@ -339,12 +350,15 @@ void applyAdd(EditedFile& file, Request const& request)
     checkNewValue(store, request);
     checkKind(store, request);
     if (countsOnce(store, request.key) &&
-        store.exists(request.stanza.c_str(), request.key.c_str()) != 0)
+        store.exists(request.stanza.c_str(), request.key.c_str()) != 0) {
+        std::vector<std::string> const old = valuesOf(store, request.stanza, request.key);
+        std::string const help = old.empty() ? "" : wholeValueHelp(old[validIndex(store, old)]);
         throw Failure{exitRefused,
                       request.file,
                       {nameKey(request.key, request.stanza) +
                            " exists, and of several lines only one is valid",
-                       "use 'zstz set'"}};
+                       help.empty() ? "use 'zstz set'" : help}};
+    }
     if (hasValue(store, request)) {
         printNote(request, "has the value already");
         return;

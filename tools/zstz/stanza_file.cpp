@@ -378,9 +378,14 @@ void checkNames(std::string const& path, std::string const& stanza, std::string 
     checkReserved(path, stanza);
     std::string const line = "use one line of at most " +
                              std::to_string(zstanza::kMaxLineLength - 2) + " bytes without ";
-    if (ZPCategoryBasedCache_6_0::validateCategory(stanza.c_str()) == 0)
-        throw Failure{
-            exitInvalidValue, path, {"invalid stanza name " + quote(stanza), line + "\"]\""}};
+    if (ZPCategoryBasedCache_6_0::validateCategory(stanza.c_str()) == 0) {
+        std::string help = line + "\"]\"";
+        size_t const bracket = stanza.rfind(']');
+        if (bracket != stanza.npos && bracket + 1 < stanza.size() &&
+            stanza.find_first_not_of("0123456789", bracket + 1) == stanza.npos)
+            help += "; a numbered stanza needs --dialect networkd";
+        throw Failure{exitInvalidValue, path, {"invalid stanza name " + quote(stanza), help}};
+    }
     if (ZPCategoryBasedCache_6_0::validateKey(stanza.c_str(), key.c_str()) == 0)
         throw Failure{exitInvalidValue,
                       path,
