@@ -50,11 +50,10 @@ std::vector<Request> readSteps(std::string const& script, std::string const& fil
 {
     std::vector<Request> steps;
     for (size_t at = 0; at < script.size();) {
-        size_t const end = std::min(script.find('\n', at), script.size());
-        std::vector<std::string> words;
-        check(splitShellWords(std::string_view(script).substr(at, end - at), words),
-              "a script that was run has words");
-        at = end + 1;
+        ShellLine const line = readShellLine(script, at);
+        std::vector<std::string> const& words = line.words;
+        check(line.fault == ShellLine::Fault::none, "a script that was run has words");
+        at = line.end;
         if (words.empty())
             continue;
         Verb const* const verb = findVerb(words.front());

@@ -49,9 +49,25 @@ ROWS = [
         b'unexpected argument "--backup"'),
     row("obfuscated", b"set a b --obfuscated\n", None, USAGE, b"cannot have obfuscated values"),
     row("help", b"set --help\n", None, USAGE, b"cannot print help"),
-    row("an open quote", b"set a k 'x\ny'\n", None, USAGE, b"input:1: a quote is not closed"),
-    row("a backslash at the end", b"set a k x\\", None, USAGE, b"input:1: a quote is not closed"),
-    row("a zero byte", b"set a k x\0y\n", None, USAGE, b"input:1: a quote is not closed, or a byte"),
+    row("an open quote", b"# c\nset a k x\nset a l 'x\ny\n", None, USAGE,
+        b"input:3: a quote is not closed; "),
+    row("an open quote after a line break", b"set a k 'x\ny' \"z\n\n", None, USAGE,
+        b"input:2: a quote is not closed; "),
+    row("a line break in another dialect", b"set a k 'x\ny'\n", None, INVALID_VALUE,
+        b'input:1: invalid value of key "k"'),
+    row("the line of a step after a line break", b"comment a 'x\ny'\nset a m 1\nunset a none\n", None,
+        NOT_FOUND, b'input:4: no key "none"'),
+    row("a backslash at the end of the script", b"set a k x\\", None, USAGE,
+        b"input:1: a backslash ends the line; "),
+    row("a backslash at the end", b"\nset a k x\\\ny\n", None, USAGE,
+        b"input:2: a backslash ends the line; "),
+    row("a backslash at the end, with a carriage return", b"\nset a k x\\\r\ny\n", None, USAGE,
+        b"input:2: a backslash ends the line; "),
+    row("a zero byte", b"\nset a k x\0y\n", None, USAGE, b"input:2: a byte is zero; "),
+    row("a zero byte in a quoted word", b"set a k 'x\n\0y'\n", None, USAGE, b"input:2: a byte is zero; "),
+    row("a quote in a comment", b"set a k x # it's\nset a l 3 --nth 1\n",
+        TEXT.replace(b"= v", b"= x").replace(b"l = 1", b"l = 3")),
+    row("a comment of two lines", b"comment a k 'x\n\ny' # c\n", TEXT.replace(b"k =", b"# x\n#\n# y\nk =")),
     ("a script file", {"f": TEXT, "s": b"set a k w\n"}, ["edit", "f", "s"], b"", DONE,
      {"f": TEXT.replace(b"= v", b"= w"), "s": b"set a k w\n"}),
     ("an error in a script file", {"f": TEXT, "s": b"\nunset a m\n"}, ["edit", "f", "s"],
@@ -87,9 +103,27 @@ RENAMES = [
 ]
 
 
+# Quotes with a line break, and the value.
+QUOTED = [
+    (b"'x\ny'", b"x\n    y"),
+    (b'"x\ny"', b"x\n    y"),
+    (b"'x\r\ny'", b"x\n    y"),
+    (b"x'\n'y", b"x\n    y"),
+    (b'"x \\\ny"', b"x y"),
+    (b'"x \\\r\ny"', b"x y"),
+    (b"'x\\\ny'", b"x\\\n    y"),
+]
+
+
 class EditTest(tool.ToolTest):
     def test_scripts(self):
         self.expect_rows(ROWS)
+
+    def test_a_quoted_word_spans_lines(self):
+        self.expect_rows([
+            (quoted.decode(), {"f": b"[a]\nk = v\n"}, ["edit", "f", "--dialect", "python"], b"", DONE,
+             {"f": b"[a]\nk = " + value + b"\nl = 2\n"}, b"set a k " + quoted + b"\nset a l 2\n")
+            for quoted, value in QUOTED])
 
     def test_a_value_of_several_lines_is_set_and_renamed(self):
         self.expect_rows(RENAMES)

@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <exception>
 #include <memory>
 
@@ -14,9 +15,9 @@
 
 namespace {
 
-// A line of a script.
+// A change of a script.
 struct Step {
-    size_t line;
+    size_t line;  // its first
     Verb const* verb;
     Request request;
 };
@@ -100,22 +101,35 @@ Step parseStep(Request const& script, size_t line, std::vector<std::string> cons
     return step;
 }
 
+// Returns the number of a line of a script, from 1.
+size_t lineAt(std::string_view script, size_t position)
+{
+    script = script.substr(0, position);
+    return 1 + static_cast<size_t>(std::count(script.begin(), script.end(), '\n'));
+}
+
 std::vector<Step> parseScript(Request const& request)
 {
     std::vector<Step> steps;
     std::string const script = readScript(request);
-    size_t line = 0;
+    auto const refuse = [&](size_t position, char const* problem, char const* remedy) {
+        throw Failure{exitUsage, nameStep(request, lineAt(script, position)), {problem, remedy}};
+    };
+    size_t line = 1;
     for (size_t at = 0; at < script.size();) {
-        size_t const end = std::min(script.find('\n', at), script.size());
-        std::string_view const text = std::string_view(script).substr(at, end - at);
-        at = end + 1;
-        runStep(request, ++line, [&] {
-            std::vector<std::string> words;
-            if (text.find('\0') != text.npos || !splitShellWords(text, words))
-                throw UsageError{"a quote is not closed, or a byte is zero", "correct the line"};
-            if (!words.empty())
-                steps.push_back(parseStep(request, line, words));
-        });
+        ShellLine const read = readShellLine(script, at);
+        std::string_view const text = std::string_view(script).substr(at, read.end - at);
+        if (size_t const zero = text.find('\0'); zero != text.npos)
+            refuse(at + zero, "a byte is zero", "remove it");
+        if (read.fault == ShellLine::Fault::openQuote)
+            refuse(read.faultAt, "a quote is not closed", "close it, or quote it with a backslash");
+        if (read.fault == ShellLine::Fault::backslashAtEnd)
+            refuse(read.faultAt, "a backslash ends the line",
+                   "double it, or put a line break in quotes");
+        if (!read.words.empty())
+            runStep(request, line, [&] { steps.push_back(parseStep(request, line, read.words)); });
+        line += static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+        at = read.end;
     }
     return steps;
 }
