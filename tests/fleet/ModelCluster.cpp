@@ -37,6 +37,12 @@ void ModelCluster::deliver()
     delayed_.clear();
 }
 
+void ModelCluster::refuse(int code)
+{
+    Guard const guard(mutex_);
+    status_ = code;
+}
+
 void ModelCluster::refuseReads(int code)
 {
     Guard const guard(mutex_);
@@ -137,8 +143,8 @@ bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeRespo
 ScriptedServer::Reply ModelCluster::range(Request const& request) const
 {
     Guard const guard(mutex_);
-    if (readStatus_ != 0)
-        return {readStatus_, "refused"};
+    if (readStatus_ != 0 || status_ != 0)
+        return {readStatus_ != 0 ? readStatus_ : status_, "refused"};
     wire::RangeRequest form;
     form.ParseFromString(request.bytes);
     wire::RangeResponse response;
@@ -200,6 +206,8 @@ wire::TxnResponse ModelCluster::execute(wire::TxnRequest const& request)
 ScriptedServer::Reply ModelCluster::transact(Request const& request)
 {
     Guard const guard(mutex_);
+    if (status_ != 0)
+        return {status_, "refused"};
     wire::TxnRequest form;
     form.ParseFromString(request.bytes);
     auto const run = [](std::function<void()>& action) {

@@ -38,6 +38,9 @@ public:
     /// Executes the delayed transactions.
     void deliver();
 
+    /// Replies to each call with a status; 0 ends this.
+    void refuse(int code);
+
     /// Replies to the next calls of Range with a status; 0 ends this.
     void refuseReads(int code);
 
@@ -88,6 +91,7 @@ private:
     std::deque<Fate> fates_;
     std::deque<zfleet::wire::TxnRequest> delayed_;
     int readStatus_ = 0;
+    int status_ = 0;
     std::function<void()> prelude_;
     std::function<void()> interlude_;
     ScriptedServer server_;  // the last field: it stops first

@@ -48,6 +48,7 @@ constexpr ErrorRow kErrors[] = {
      "check user and password of the fleet, and the rights of the user"},
     {EPROTO, exitNoAccess, "no endpoint is a node that accepts the certificates",
      "check endpoint, ca, certificate and key of the fleet"},
+    {ENOTCONN, exitNoAccess, "no node replied to the load", "run 'zfleet status %'"},
     {EREMCHG, exitNoAccess, "the cluster is another one than before, or an earlier state of it",
      "check the endpoints of the fleet"},
     {ENOSPC, exitNoAccess, "the database of the cluster is full", "compact and defragment it"},

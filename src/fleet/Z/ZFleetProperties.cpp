@@ -220,6 +220,12 @@ int64_t ZFleetProperties_6_0::revision() const
     return rep_->session.revision();
 }
 
+int ZFleetProperties_6_0::isOffline() const
+{
+    Hold const hold(*this);
+    return rep_->session.isOffline() ? 1 : 0;
+}
+
 void ZFleetProperties_6_0::setReason(char const* reason)
 {
     Hold const hold(*this);

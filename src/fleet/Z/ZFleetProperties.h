@@ -34,6 +34,12 @@ public:
 
     /// Replaces the contents by the configuration at `path` and clears the modified flag. For a
     /// local file, as the base. The first path loaded or stored becomes the store's file name.
+    ///
+    /// With "replica" in the file of the fleets, each load and store also writes a copy of the
+    /// configuration to a local file. If no node replies, a store that has not loaded the
+    /// configuration before loads the copy: isOffline() returns 1, and store() fails until a later
+    /// load() succeeds. A copy that cannot be written is reported once by the message service, and
+    /// so is a copy of another cluster, which is kept with the ending ".orphan".
     /// range   null or empty: the file name.
     /// throws  ZInvalidParameterException_6_0 if there is neither a path nor a file name;
     ///         ZPropertiesInvalidDataException_6_0 if a line or the companion is invalid; as
@@ -59,7 +65,8 @@ public:
     /// throws  as load(); ZFleetConflictException_6_0, which is a ZPropertiesIOException_6_0 with
     ///         "merge()" and ESTALE, for conflicts; "merge()" with ESTALE also without merges, if
     ///         another program has removed the configuration, or if the store has worked with many
-    ///         others since; "write()" with EFBIG for a too large store; "Txn" with EINPROGRESS if
+    ///         others since; "store()" with ENOTCONN if the contents were loaded from the replica;
+    ///         "write()" with EFBIG for a too large store; "Txn" with EINPROGRESS if
     ///         it is unknown whether the configuration was stored, and with ETIMEDOUT if no
     ///         majority of the cluster replies; EAGAIN if 16 other programs were faster. The store
     ///         is unchanged then, and the modified flag stays set. After ETIMEDOUT and EINPROGRESS
@@ -76,6 +83,10 @@ public:
     /// Returns the revision of the cluster that wrote the contents that were last loaded or stored;
     /// 0 if none were.
     int64_t revision() const;
+
+    /// Returns 1 if no node of the cluster has replied to the last load or store, else 0. Then
+    /// the contents come from the last load or store, or from the replica.
+    int isOffline() const;
 
     /// Sets the reason that the log records for the next stores; null for none.
     /// owns    copied; control characters become spaces.

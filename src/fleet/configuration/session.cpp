@@ -7,6 +7,7 @@
 
 #include "ZFleetConnection_p.h"
 #include "configuration/path.h"
+#include "configuration/replica.h"
 #include "transport/failure.h"
 
 namespace zfleet {
@@ -20,6 +21,8 @@ enum RaiseSite {
     raiseForOvertaken,
     raiseForUnknown,
     raiseForGeneration,
+    raiseForOffline,
+    reportForReplica,
 };
 
 constexpr unsigned kMaxRaces = 16;  // that a store may lose
@@ -64,7 +67,16 @@ struct Session::Target {
 Session::Loaded Session::load(char const* path)
 {
     Target target(path);
-    Snapshot snapshot = target.remote.read(target.budget);
+    Snapshot snapshot;
+    try {
+        snapshot = target.remote.read(target.budget);
+        isOffline_ = false;
+    } catch (CallError const& error) {
+        isOffline_ = error.error == ETIMEDOUT;
+        if (!isOffline_ || sources_.count(path) != 0)
+            throw;
+        return loadReplica(target, path, error);
+    }
     if (snapshot.textRevision == 0) {
         Source missing;
         missing.connection = std::move(target.connection);
@@ -83,7 +95,49 @@ void Session::accept(char const* path, Loaded loaded)
     source.guard = std::move(loaded.snapshot);
     revision_ = source.guard.textRevision;
     generation_ = source.guard.metadata().generation;
+    source.isOffline = loaded.isOffline;
+    keepReplica(path, source);
     record(path, std::move(source));
+}
+
+// Returns the replica for a load that has failed with `error`. Rethrows it without a replica.
+Session::Loaded Session::loadReplica(Target& target, char const* path, CallError const& error)
+{
+    Settings const& settings = target.cluster().settings();
+    if (settings.replicaDirectory.empty())
+        throw error;
+    try {
+        Replica const replica(settings, parsePath(path).name);
+        return {std::move(target.connection), replica.read().snapshot, true};
+    } catch (ZPropertiesException_6_0 const&) {
+        throw error;
+    }
+}
+
+// Writes the replica. A failure is reported once: the configuration itself has been read or stored.
+void Session::keepReplica(char const* path, Source const& source)
+{
+    Cluster const& cluster = source.connection->rep().cluster;
+    if (source.isOffline || cluster.settings().replicaDirectory.empty())
+        return;
+    Replica const replica(cluster.settings(), parsePath(path).name);
+    int error = 0;
+    std::string call = "rename()";
+    try {
+        if (!replica.write({source.guard, cluster.id()}, cluster.revision()))
+            error = EREMCHG;
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        error = e.excerrno();
+        call = e.api().getChars();
+    } catch (ZPropertiesException_6_0 const&) {
+        error = EINVAL;
+    }
+    if (error != 0 && error != replicaError_) {
+        ZPropertiesIOException_6_0 report(replica.path().c_str(), call.c_str(), error);
+        report.addLocation(kSource, reportForReplica);
+        report.dumpException();
+    }
+    replicaError_ = error;
 }
 
 // Replaces the entry of a path. Keeps the contents of a few configurations only: without them,
@@ -139,7 +193,7 @@ Metadata Session::metadataFor(Operation const& operation, Source const& source) 
 }
 
 // Sends a store. If its outcome is unknown, later stores look for it.
-WriteResult Session::send(Target& target, Operation const& operation, Source& source) const
+WriteResult Session::send(Target& target, Operation const& operation, Source& source)
 {
     Metadata const metadata = metadataFor(operation, source);
     std::vector<Attempt> earlier;
@@ -164,6 +218,7 @@ WriteResult Session::send(Target& target, Operation const& operation, Source& so
             source.metadata = metadata;
         return result;
     } catch (CallError const& error) {
+        isOffline_ = error.error == ETIMEDOUT;
         if (error.isDoubtful)
             addDoubt();
         throw;
@@ -186,6 +241,8 @@ Session::Stored Session::finish(Target& target, Operation& operation, Source& so
     stored.origin = operation.mine;
     revision_ = revision;
     generation_ = source.metadata.generation;
+    isOffline_ = false;
+    keepReplica(operation.path, stored);
     record(operation.path, std::move(stored));
     return {std::move(operation.sent), isMerged};
 }
@@ -194,8 +251,11 @@ Session::Stored Session::store(char const* path, Contents const& mine,
                                ZSCFData_6_0 const& prototype)
 {
     requireSize(path, mine);
-    Target target(path);
     auto const known = sources_.find(path);
+    if (known != sources_.end() && known->second.isOffline)
+        ZPropertiesIOException_6_0(path, "store()", ENOTCONN)
+            .throwException(kSource, raiseForOffline);
+    Target target(path);
     bool const isCopy = known == sources_.end();
     Source unseen;
     if (isCopy)

@@ -19,6 +19,8 @@ class ZSCFData_6_0;
 
 namespace zfleet {
 
+struct CallError;
+
 struct ReleaseConnection {
     void operator()(ZFleetConnection_6_0* connection) const;
 };
@@ -37,6 +39,7 @@ public:
     struct Loaded {
         Connection connection;
         Snapshot snapshot;
+        bool isOffline = false;  // it is the replica: no node has replied
     };
 
     // The contents that a store has written.
@@ -45,7 +48,8 @@ public:
         bool isMerged;  // they are not the contents that were passed
     };
 
-    /// Reads the configuration at `path`. If it does not exist, the next store creates it, unless
+    /// Reads the configuration at `path`, or its replica if no node replies and the session has not
+    /// read the configuration before. If it does not exist, the next store creates it, unless
     /// another program does so first.
     /// throws  ZPropertiesIOException_6_0 if it does not exist, or if the path is invalid; as
     ///         ZFleetConnection_6_0::open(); CallError.
@@ -77,6 +81,9 @@ public:
     /// throws  as contentsOf() and store().
     Contents undo(char const* path, uint64_t generation, ZSCFData_6_0 const& prototype);
 
+    /// Returns whether no node has replied to the last load or store.
+    bool isOffline() const { return isOffline_; }
+
     int64_t revision() const { return revision_; }  // of the text last loaded or stored; or 0
     uint64_t generation() const { return generation_; }
 
@@ -102,6 +109,7 @@ private:
         std::vector<Doubt> doubts = {};   // the latest is the last
         Metadata metadata = {};           // of the last doubt
         Contents sent = {};               // by it
+        bool isOffline = false;           // the contents come from the replica
         unsigned long used = 0;
     };
 
@@ -119,12 +127,16 @@ private:
     void prepare(Operation& operation) const;
     Stored write(Target& target, Operation& operation, Source& source);
     Metadata metadataFor(Operation const& operation, Source const& source) const;
-    WriteResult send(Target& target, Operation const& operation, Source& source) const;
+    WriteResult send(Target& target, Operation const& operation, Source& source);
     Stored finish(Target& target, Operation& operation, Source& source, int64_t revision);
     void record(char const* path, Source source);
+    Loaded loadReplica(Target& target, char const* path, CallError const& error);
+    void keepReplica(char const* path, Source const& source);
 
     std::map<std::string, Source> sources_;  // by path
     unsigned long uses_ = 0;
+    bool isOffline_ = false;
+    int replicaError_ = 0;  // errno of the last write of a replica
     int64_t revision_ = 0;
     uint64_t generation_ = 0;
 };

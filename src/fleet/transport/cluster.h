@@ -45,6 +45,10 @@ public:
 
     Settings const& settings() const { return settings_; }
 
+    /// Returns the id of the cluster, and the highest revision of all replies; 0 before the first.
+    uint64_t id() const { return id_; }
+    int64_t revision() const { return revision_; }
+
     /// Reads keys.
     /// throws  CallError.
     RangeResult read(Range const& range, Budget& budget);
