@@ -97,8 +97,11 @@ TEST_F(ZPropertiesCTemplates, NamesAreComparedAsInTheDialect)
     Complaints const found = check("[server]\nport=1\n[server]\nprt=2\n", "networkd");
     ASSERT_EQ(1u, found.size());
     EXPECT_EQ("4:1 30 unknown key \"prt\" in [server]2]; the nearest name is \"port\"", found[0]);
-    // An empty value above others resets them.
-    EXPECT_EQ(Complaints{}, check("[server]\nport=1\nport=\nport=2\n", "systemd"));
+    // An empty value resets the values above, which get a note.
+    EXPECT_EQ(Complaints{}, check("[server]\nport=\nport=2\n", "systemd"));
+    Complaints const reset = check("[server]\nport=1\nport=\nport=2\n", "systemd");
+    ASSERT_EQ(1u, reset.size());
+    EXPECT_EQ(0u, reset[0].find("2:1 27 another line with key \"port\" counts")) << reset[0];
 }
 
 TEST_F(ZPropertiesCTemplates, ObfuscatedValuesAndTheirEntryAreNoDifferences)
