@@ -229,3 +229,12 @@ TEST(DialectLines, ABlankLineAtTheStartIsNoBlankLineAboveAComment)
     EXPECT_EQ("k=1\n\n# e\n[a]\n\n# d\n[b]\n",
               textAfter("kconfig", "k=1\n\n# e\n[a]\n[b]\n", {ofB}));
 }
+
+// Comments between the lines of a value are above the key after a change, others stay.
+TEST(DialectLines, ACommentInsideANameStaysWhenTheValueChanges)
+{
+    EXPECT_EQ("[s]\nk \\\n;c\nl=4\n",
+              textAfter("systemd", "[s]\nk \\\n;c\nl=3\n", {set("s", "k  l", "4")}));
+    EXPECT_EQ("[s]\n#d\nk \\\n;c\nl=4\n",
+              textAfter("systemd", "[s]\nk \\\n;c\nl=3\\\n#d\n3\n", {set("s", "k  l", "4")}));
+}

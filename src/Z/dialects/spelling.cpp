@@ -271,6 +271,8 @@ public:
             at = physicalLineAt(text, at.next);
             std::string_view const chars = text.substr(at.begin, at.end - at.begin);
             if (isAside(chars, at.begin)) {
+                if (at.begin < line.valueBegin)
+                    continue;  // inside the name, where it stays
                 asides_.back().push_back(
                     {chars,
                      std::string(at.end == at.next ? ending()
