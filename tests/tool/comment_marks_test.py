@@ -32,6 +32,11 @@ OFF = [
     off("systemd", b"[s]\nk=a \\\n; c\n b\n", b"[s]\n# k=a \\\n# ; c\n # b\n"),
     off("python", b"[s]\r\nk = a\r\n  b\r\nl = 1\r\n", b"[s]\r\n# k = a\r\n  # b\r\nl = 1\r\n"),
     off("python", b"[s]\nk = a\n\n  b\n", b"has an empty line in its value", REFUSED),
+    off("python", b"[s]\nk = a\n\t\n  b\n", b"has an empty line in its value", REFUSED),
+    off("python", b"[s]\nk = a\r\n \r\n  b\n", b"has an empty line in its value", REFUSED),
+    # A comment below would be read as a line of the value.
+    off("python", b"[s]\nk = a\n  # b\n", b"[s]\n## k = a\n  # b\n"),
+    off("env", b"k='a\n \nb'\n", b"has an empty line in its value", REFUSED, stanza="."),
     off("env", b"k='a\nb'\nl=1\n", b"# k='a\n# b'\nl=1\n", stanza="."),
     off("git", b"[s] k = 1\n", b"is in the line of its header", REFUSED),
     off("git", b"[s]\n\tk\n", b"[s]\n\t# k\n"),
@@ -94,6 +99,51 @@ class CommentMarksTest(tool.ToolTest):
     def test_comments_become_lines(self):
         self.expect_rows(ON)
 
+    def test_comments_below_a_header_in_a_comment_become_lines(self):
+        header = b"[s]\n"
+        for dialect in ("stanza", "mysql", "ini", "git", "desktop", "networkd", "php"):
+            mark = b";" if dialect == "php" else b"#"
+            other = mark if dialect in ("stanza", "desktop") else b";"
+            for top, stanza in ((b"", "."), (header, "s")):
+                if stanza == "." and dialect in ("stanza", "git", "desktop", "networkd", "mysql"):
+                    continue
+                for above in (other + b" [old]\n", other + b"[old]\n\n", mark * 2 + b" [old]\n" + mark + b" x\n"):
+                    with self.subTest(dialect=dialect, stanza=stanza, above=above):
+                        text = mark + b" x\n" + top + above + b"k = 80\nl = 1\nm = 2\n\nn = 3\n"
+                        self.write_files({"f": text})
+                        self.assertEqual(DONE, self.check_key(dialect, text, stanza, "k"))
+                        self.check_set(dialect, text, stanza, "k", b"k = 80\n")
+
+    def check_set(self, dialect, text, stanza, key, line):
+        """Checks that `set` places a new line of the key below its comment, as the only change."""
+        file = self.path.parent / "f"
+        self.assertEqual(DONE, self.comment(dialect, stanza, key, "--off")[0])
+        commented = file.read_bytes()
+        first = text.index(line)
+        run = self.run_in_directory("set", "--dialect", dialect, "f", stanza, key, "81")
+        self.assertEqual((DONE, b""), (run.returncode, run.stderr))
+        end = commented.index(b"\n", first) + 1
+        added = commented[:end] + line.replace(b"80", b"81") + commented[end:]
+        self.assertEqual(added, file.read_bytes())
+
+    def test_keys_below_a_header_in_a_comment_turn_on_in_any_order(self):
+        text = b"[s]\n# [old]\nj = 1\nk = 2\nl = 3\n"
+        for keys in ("jkl", "lkj", "kjl"):
+            for back in ("jkl", "lkj", "kjl"):
+                with self.subTest(keys=keys, back=back):
+                    self.write_files({"f": text})
+                    for key in keys:
+                        self.assertEqual((DONE, ""), self.comment("ini", "s", key, "--off"))
+                    for key in back:
+                        self.assertEqual((DONE, ""), self.comment("ini", "s", key, "--on"))
+                    self.assertEqual({"f": text}, self.read_files())
+
+    def test_lines_without_a_meaning_in_a_value_return(self):
+        for text in (b"[s]\nport   = no\nkey # c\n [a=b]\n", b"[s]\nport = 1\nx\n# y\n  2\nl = 1\n"):
+            with self.subTest(text):
+                self.write_files({"f": text})
+                self.assertEqual(DONE, self.check_key("python", text, "s", "port"))
+
     def test_the_time_is_linear_in_the_lines_of_a_key(self):
         file = self.path.parent / "x.service"
         for mark, option in (("", "--off"), ("# ", "--on")):
@@ -102,6 +152,12 @@ class CommentMarksTest(tool.ToolTest):
                 return ("comment", str(file), "S", "K", option, "-n"), ""
             with self.subTest(option):
                 self.expect_linear_time(10000, prepare)
+
+    def test_the_time_is_linear_in_the_comments_of_a_file(self):
+        def prepare(count):
+            self.path.write_text("[s]\n# k = 1\n" + "# words of a comment\n" * count)
+            return ("comment", self.file, "s", "k", "--on", "-n", "--dialect", "python"), ""
+        self.expect_linear_time(5000, prepare)
 
     def comment(self, dialect, stanza, key, *options):
         run = self.run_in_directory("comment", "--dialect", dialect, *options, "--", "f", stanza, key)

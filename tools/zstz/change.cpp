@@ -4,6 +4,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "commands.h"
 #include "commented_lines.h"
@@ -333,12 +334,14 @@ void applySet(EditedFile& file, Request const& request)
                           std::string("replace ") + (count == 2 ? "both" : "all") +
                               ", --old or --nth to replace one, or use 'zstz add'");
     }
-    bool const isNew = store.exists(request.stanza.c_str(), request.key.c_str()) == 0;
+    std::optional<NewLine> newLine;
+    if (store.exists(request.stanza.c_str(), request.key.c_str()) == 0)
+        newLine.emplace(file, request);
     file.willChange(request.stanza, request.key, request.all);
     store.setValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
                    request.obfuscated);
-    if (isNew)
-        moveBelowComment(file, request);
+    if (newLine)
+        newLine->place();
 }
 
 void applyAdd(EditedFile& file, Request const& request)
@@ -368,14 +371,16 @@ void applyAdd(EditedFile& file, Request const& request)
     std::vector<std::string> const values = valuesOf(store, request.stanza, request.key);
     // The library adds no value that exists, even if an empty value below resets it.
     bool const exists = std::find(values.begin(), values.end(), request.value) != values.end();
-    bool const isNew = store.exists(request.stanza.c_str(), request.key.c_str()) == 0;
+    std::optional<NewLine> newLine;
+    if (store.exists(request.stanza.c_str(), request.key.c_str()) == 0)
+        newLine.emplace(file, request);
     if (isPlaced || exists)
         insertValue(store, request, isPlaced);
     else
         store.addValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
                        request.obfuscated);
-    if (isNew)
-        moveBelowComment(file, request);
+    if (newLine)
+        newLine->place();
 }
 
 void prepareUnset(Request& request)

@@ -46,6 +46,53 @@ size_t indentOf(std::string_view line)
     return std::min(line.find_first_not_of(" \t"), line.size());
 }
 
+// Returns whether these bytes are one line of a file, perhaps with continuations. The line is at
+// the end of the text that `whole` gets.
+bool readsAsOneLine(zlines::Dialect const& dialect, std::string_view bytes, std::string& whole,
+                    std::vector<Line>& lines)
+{
+    whole.clear();
+    dialect.appendHeader("a", whole);
+    whole += '\n';
+    size_t const begin = whole.size();
+    (whole += bytes) += '\n';
+    lines.clear();
+    dialect.split(whole, lines);
+    return !lines.empty() && lines.back().begin == begin;
+}
+
+bool readsAsOneLine(zlines::Dialect const& dialect, std::string_view bytes)
+{
+    std::string whole;
+    std::vector<Line> lines;
+    return readsAsOneLine(dialect, bytes, whole, lines);
+}
+
+// Decides whether a line that alone continues no value can be followed by a line that does.
+class PassedLines {
+public:
+    explicit PassedLines(zlines::Dialect const& dialect)
+        : rules_(dialect), hasOthers_(readsAsOneLine(dialect, "k=v\nx\n  y"))
+    {
+    }
+
+    /// range   `distance` is the number of lines since the last one of the value.
+    bool mayContain(std::string_view line, uint32_t distance) const
+    {
+        zlines::LineKind const kind = rules_.readAlone(line).kind;
+        return kind == zlines::commentLine ||
+               (hasOthers_ && kind == zlines::otherLine && distance < kMaxOthers);
+    }
+
+    bool hasOthers() const { return hasOthers_; }
+
+private:
+    static constexpr uint32_t kMaxOthers = 100;
+
+    LineRules const rules_;
+    bool const hasOthers_;  // a value can have lines without a meaning between its lines
+};
+
 // ---- Comments with a line of the key -----------------------------------------------------------
 
 // A comment that has a line of the key.
@@ -72,7 +119,10 @@ struct CommentedLine {
 class Candidates {
 public:
     Candidates(Outline& outline, Request const& request)
-        : outline_(outline), rules_(outline.dialect()), key_(rules_.keyIdentity(request.key))
+        : outline_(outline),
+          rules_(outline.dialect()),
+          passedLines_(outline.dialect()),
+          key_(rules_.keyIdentity(request.key))
     {
         uint32_t const stanza = outline.find(rules_.stanzaIdentity(request.stanza), 0);
         for (uint32_t at = stanza == zlines::kNone ? zlines::kNone
@@ -96,6 +146,9 @@ public:
         }
         return groups;
     }
+
+    // Returns the highest number of marks, of a comment with a header too.
+    size_t maxMarksOfAll() const { return std::max(maxMarks(), maxHeaderMarks_); }
 
     // Returns the highest number of marks.
     size_t maxMarks() const
@@ -121,9 +174,12 @@ public:
     bool isEmpty() const { return found_.empty(); }
 
 private:
+    // The lines below the comment of a header belong to another stanza, up to a line of a key, or
+    // to a comment with a line of a key that has more marks: turnOff() has made that comment.
     void search(zlines::Section const& section)
     {
         bool isOtherStanza = false;
+        size_t headerMarks = 0;
         for (uint32_t i = section.first; i < section.end; ++i) {
             if (outline_.lines()[i].isKey())
                 isOtherStanza = false;
@@ -131,13 +187,34 @@ private:
                 continue;
             Candidate candidate = readFrom(i, section.end);
             LineRules::LoneLine const lone = rules_.readAlone(candidate.text);
-            isOtherStanza |= lone.kind == zlines::headerLine;
-            bool const isKey = lone.kind == zlines::valueLine || lone.kind == zlines::keyOnlyLine;
-            if (isOtherStanza || !isKey || rules_.keyIdentity(lone.name) != key_)
+            if (lone.kind == zlines::headerLine) {
+                isOtherStanza = true;
+                headerMarks = countMarks(i);
+                maxHeaderMarks_ = std::max(maxHeaderMarks_, headerMarks);
+            }
+            bool const hasValue = lone.kind == zlines::valueLine;
+            bool const isKey = hasValue || lone.kind == zlines::keyOnlyLine;
+            bool const isOfKey = isKey && rules_.keyIdentity(lone.name) == key_;
+            bool const isDistinguished = candidate.marks > std::max<size_t>(headerMarks, 1);
+            if (isDistinguished && (hasValue || isOfKey))
+                isOtherStanza = false;
+            if (isOtherStanza || !isOfKey)
                 continue;
             i = candidate.last;
             found_.push_back(std::move(candidate));
         }
+    }
+
+    // Returns the number of marks of our own at the start of a comment.
+    size_t countMarks(uint32_t index) const
+    {
+        std::string_view const mark = outline_.dialect().ownComment();
+        std::string_view bytes = bytesOf(outline_, index);
+        bytes.remove_prefix(indentOf(bytes));
+        size_t count = 0;
+        for (; bytes.starts_with(mark); ++count)
+            bytes.remove_prefix(mark.size());
+        return count;
     }
 
     // Returns the contents of a comment, with the adjacent comments that continue its line.
@@ -162,14 +239,16 @@ private:
                 read.marks = isFirst || read.marks == next.marks ? next.marks : 0;
                 read.last = i;
                 read.end = at + static_cast<uint32_t>(part.size());
-                // A value can have comments between its lines.
-                bool const isComment = rules_.readAlone(next.text).kind == zlines::commentLine;
-                bool const isWhole = isFirst || (read.marks > 0 && isOneLine(read.text));
+                bool const isWhole =
+                    isFirst || (read.marks > 0 && readsAsOneLine(outline_.dialect(), read.text));
                 if (isWhole)
                     candidate = read;
-                bool const isLast = isFirst ? !mayContinue(read.text)
-                                            : i - index >= kMaxContinuations ||
-                                                  (!isWhole && (read.marks == 0 || !isComment));
+                bool const isLast =
+                    isFirst
+                        ? !mayContinue(read.text)
+                        : i - index >= kMaxContinuations ||
+                              (!isWhole && (read.marks == 0 || !passedLines_.mayContain(
+                                                                   next.text, i - candidate.last)));
                 if (isLast)
                     return candidate;
                 size_t const length = std::min(part.size() + 1, bytes.size());
@@ -203,25 +282,13 @@ private:
     }
 
     // Returns whether comments below may continue the first line of a comment. A value with an open
-    // quote is not yet a key.
+    // quote is not yet a key, where quotes have several lines.
     bool mayContinue(std::string const& text) const
     {
         LineRules::LoneLine const lone = rules_.readAlone(text);
         bool const isKey = lone.kind == zlines::valueLine || lone.kind == zlines::keyOnlyLine;
-        return isKey ? rules_.keyIdentity(lone.name) == key_ : lone.kind == zlines::otherLine;
-    }
-
-    // Returns whether these bytes are one line of the file, perhaps with continuations.
-    bool isOneLine(std::string const& text) const
-    {
-        std::string whole;
-        outline_.dialect().appendHeader("a", whole);
-        whole += '\n';
-        size_t const begin = whole.size();
-        whole += text + '\n';
-        std::vector<Line> lines;
-        outline_.dialect().split(whole, lines);
-        return !lines.empty() && lines.back().begin == begin;
+        return isKey ? rules_.keyIdentity(lone.name) == key_
+                     : lone.kind == zlines::otherLine && !passedLines_.hasOthers();
     }
 
     void number()
@@ -239,8 +306,10 @@ private:
 
     Outline& outline_;
     LineRules const rules_;
+    PassedLines const passedLines_;
     std::string const key_;
     std::vector<Candidate> found_;  // in file order
+    size_t maxHeaderMarks_ = 0;
 };
 
 // Returns "3 and 7", the numbers of the first lines.
@@ -336,18 +405,71 @@ void appendCommented(std::string_view bytes, std::string const& mark, std::strin
     }
 }
 
-// Returns the mark of the comments of a key. Several marks distinguish them if turnOn() could not
-// know them, because another comment has a line of the key, or they are not adjacent.
-std::string chooseMark(Outline const& outline, std::vector<KeyLine> const& lines,
-                       Candidates const& others)
+// Returns the text with the lines of a key as comments.
+std::string commentLines(Outline const& outline, std::vector<KeyLine> const& lines,
+                         size_t markCount)
 {
-    bool const isTogether = lines.back().index - lines.front().index + 1 == lines.size();
-    size_t const count =
-        others.isEmpty() && isTogether ? 1 : std::max<size_t>(others.maxMarks() + 1, 2);
     std::string mark;
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < markCount; ++i)
         mark += outline.dialect().ownComment();
-    return mark + ' ';
+    mark += ' ';
+    std::string after;
+    uint32_t done = 0;
+    for (KeyLine const& line : lines) {
+        std::string_view const bytes = bytesOf(outline, line.index);
+        after += zlines::slice(outline.text(), done, line.line.begin);
+        appendCommented(bytes, mark, after);
+        done = line.line.begin + static_cast<uint32_t>(bytes.size());
+    }
+    return after += outline.text().substr(done);
+}
+
+// Returns whether a value has an empty line, or a line with spaces only, which would leave a
+// comment without text.
+bool hasEmptyLine(std::string_view bytes)
+{
+    for (size_t at = 0; at < bytes.size();) {
+        std::string_view const line = bytes.substr(at, bytes.find('\n', at) - at);
+        if (line.find_first_not_of(" \t\r") == line.npos)
+            return true;
+        at += line.size() + 1;
+    }
+    return false;
+}
+
+// Returns the text of a file in which a request turns comments on.
+// throws  Failure.
+std::string textTurnedOn(Store const& store, Outline& outline, Request const& request)
+{
+    std::string const name = nameKey(request.key, request.stanza);
+    std::vector<Candidate> const chosen = chooseCandidates(Candidates(outline, request), request);
+    bool const countsOnce = zdialects::countsOnce(store.switches(), request.key);
+    size_t const count = findKeyLines(outline, request.stanza, request.key).size();
+    if (count > 0 && countsOnce)
+        throw refuse(request, name + " exists, and of several lines only one is valid",
+                     "use 'zstz set', or 'zstz comment --off' first");
+    for (bool const keepsIndent : {true, false}) {
+        std::string const after = uncomment(outline, chosen, keepsIndent);
+        Outline changed(after, outline.dialect());
+        std::vector<KeyLine> const all = findKeyLines(changed, request.stanza, request.key);
+        std::vector<KeyLine> const added = linesAt(all, chosen);
+        if (added.size() == chosen.size() && all.size() == count + added.size() &&
+            differOnlyIn(outline, nullptr, changed, &added))
+            return after;
+    }
+    throw refuse(request, "the comment with a line of " + name + " is not valid as a line",
+                 "set the key with 'zstz set'");
+}
+
+// Returns whether turnOn() makes `text` of the text with the comments.
+bool isRestored(Store const& store, Outline& commented, std::string const& text,
+                Request const& request)
+{
+    try {
+        return textTurnedOn(store, commented, request) == text;
+    } catch (Failure const&) {
+        return false;
+    }
 }
 
 }  // namespace
@@ -362,54 +484,43 @@ void turnOff(EditedFile& file, Request const& request)
     if (lines.empty())
         throw refuse(request, name + " has obfuscated values, which cannot be in a comment",
                      "remove the key with 'zstz unset'");
-    Candidates const others(outline, request);
-    std::string const mark = chooseMark(outline, lines, others);
-    std::string after;
-    size_t done = 0;
     for (KeyLine const& line : lines) {
-        std::string_view const bytes = bytesOf(outline, line.index);
-        if (("\n" + std::string(bytes)).find("\n\n") != std::string::npos ||
-            bytes.find("\n\r") != bytes.npos)
+        if (hasEmptyLine(bytesOf(outline, line.index)))
             throw refuse(request, name + " has an empty line in its value",
                          "turn its lines into comments with an editor");
         if (outline.sharesLine(line.index))
             throw refuse(request, name + " is in the line of its header",
                          "move it to a line of its own with an editor");
-        after.append(text, done, line.line.begin - done);
-        appendCommented(bytes, mark, after);
-        done = line.line.begin + bytes.size();
     }
-    after.append(text, done);
-    Outline changed(after, outline.dialect());
-    if (!findKeyLines(changed, request.stanza, request.key).empty() ||
-        !differOnlyIn(outline, &lines, changed, nullptr))
-        throw refuse(request, name + " cannot be in a comment without a change of other lines",
+    // Several marks distinguish the comments if turnOn() could not know them by one: another
+    // comment has a line of the key, they are not adjacent, or a comment with a header is above
+    // them.
+    Candidates const others(outline, request);
+    bool const isTogether = lines.back().index - lines.front().index + 1 == lines.size();
+    size_t const several = std::max<size_t>(others.maxMarksOfAll() + 1, 2);
+    bool isSame = true;
+    for (size_t const marks : {size_t{1}, several}) {
+        if (marks == 1 && !(others.isEmpty() && isTogether))
+            continue;
+        std::string const after = commentLines(outline, lines, marks);
+        Outline changed(after, outline.dialect());
+        isSame = findKeyLines(changed, request.stanza, request.key).empty() &&
+                 differOnlyIn(outline, &lines, changed, nullptr);
+        if (isSame && isRestored(file.store(), changed, text, request))
+            return storeChange(file, request, after);
+    }
+    if (isSame)
+        throw refuse(request, name + " could not be turned on again as it is",
                      "turn it into a comment with an editor");
-    storeChange(file, request, after);
+    throw refuse(request, name + " cannot be in a comment without a change of other lines",
+                 "turn it into a comment with an editor");
 }
 
 void turnOn(EditedFile& file, Request const& request)
 {
     std::string const text = file.text();
     Outline outline(text, keptText(file.store())->dialect);
-    std::string const name = nameKey(request.key, request.stanza);
-    std::vector<Candidate> const chosen = chooseCandidates(Candidates(outline, request), request);
-    bool const countsOnce = zdialects::countsOnce(file.store().switches(), request.key);
-    size_t const count = findKeyLines(outline, request.stanza, request.key).size();
-    if (count > 0 && countsOnce)
-        throw refuse(request, name + " exists, and of several lines only one is valid",
-                     "use 'zstz set', or 'zstz comment --off' first");
-    for (bool const keepsIndent : {true, false}) {
-        std::string const after = uncomment(outline, chosen, keepsIndent);
-        Outline changed(after, outline.dialect());
-        std::vector<KeyLine> const all = findKeyLines(changed, request.stanza, request.key);
-        std::vector<KeyLine> const added = linesAt(all, chosen);
-        if (added.size() == chosen.size() && all.size() == count + added.size() &&
-            differOnlyIn(outline, nullptr, changed, &added))
-            return storeChange(file, request, after);
-    }
-    throw refuse(request, "the comment with a line of " + name + " is not valid as a line",
-                 "set the key with 'zstz set'");
+    storeChange(file, request, textTurnedOn(file.store(), outline, request));
 }
 
 namespace {
@@ -418,14 +529,11 @@ namespace {
 bool isLineOf(zlines::Dialect const& dialect, std::string const& text, Request const& request)
 {
     std::string whole;
-    dialect.appendHeader("a", whole);
-    whole += '\n';
-    size_t const begin = whole.size();
-    whole += text + '\n';
     std::vector<Line> lines;
-    dialect.split(whole, lines);
+    if (!readsAsOneLine(dialect, text, whole, lines))
+        return false;
     LineRules const rules(dialect);
-    return !lines.empty() && lines.back().begin == begin && lines.back().isKey() &&
+    return lines.back().isKey() &&
            rules.keyIdentity(rules.keyName(whole, lines.back())) == rules.keyIdentity(request.key);
 }
 
@@ -450,6 +558,7 @@ uint32_t lastOfComment(Outline const& outline, uint32_t first, uint32_t next,
     std::string_view const spaces = zlines::slice(outline.text(), line.nameEnd, line.valueBegin);
     LineRules const rules(outline.dialect());
     std::string text = withoutMark(outline, first, spaces);
+    PassedLines const passedLines(outline.dialect());
     bool const hasOpenQuote = rules.readAlone(text).kind == zlines::otherLine;
     uint32_t last = first;
     for (uint32_t i = next; i < outline.lines().size() && i - next < kMaxContinuations &&
@@ -459,14 +568,47 @@ uint32_t lastOfComment(Outline const& outline, uint32_t first, uint32_t next,
         text += '\n' + added;
         if (isLineOf(outline.dialect(), text, request))
             last = i;
-        else if (!hasOpenQuote && rules.readAlone(added).kind != zlines::commentLine)
+        else if (!hasOpenQuote && !passedLines.mayContain(added, i - last))
             break;
     }
     return last;
 }
 
-}  // namespace
+// Returns the text with the line of a key below the comments that turnOff() has distinguished by
+// several marks; empty if there are none, or if the line would not read back there.
+// range   `line` is the line in another text of the file, which has the key.
+std::string textWithLine(Outline& outline, Outline const& other, KeyLine const& line,
+                         Request const& request)
+{
+    Candidates const candidates(outline, request);
+    std::vector<Candidate> const distinguished = candidates.distinguished();
+    if (distinguished.empty())
+        return {};
+    Candidate below = distinguished.front();
+    for (Candidate const& candidate : distinguished)
+        if (candidate.index == below.last + 1)
+            below = candidate;
+    std::string_view const bytes = bytesOf(other, line.index);
+    std::string_view const comment = bytesOf(outline, below.index);
+    std::string_view const ending = outline.lineEndingOf(below.last);
+    uint32_t const end = outline.endOf(below.last);
+    bool const isOpen = !outline.text().substr(0, end).ends_with('\n');
+    for (size_t const indent : {indentOf(comment), size_t{0}}) {
+        std::string added(comment.substr(0, indent));
+        added += indent == 0 ? bytes : bytes.substr(indentOf(bytes));
+        std::string after(outline.text());
+        after.insert(end, isOpen ? std::string(ending) + added : added + std::string(ending));
+        Outline changed(after, outline.dialect());
+        std::vector<KeyLine> const found = findKeyLines(changed, request.stanza, request.key);
+        if (found.size() == 1 && found.front().value == line.value &&
+            differOnlyIn(outline, nullptr, changed, &found))
+            return after;
+    }
+    return {};
+}
 
+// Moves the new line of a key below the comment lines that continue a comment with a line of the
+// key, which is right above. Does nothing if there are no such comment lines.
 void moveBelowComment(EditedFile& file, Request const& request)
 {
     Store& store = file.store();
@@ -498,4 +640,31 @@ void moveBelowComment(EditedFile& file, Request const& request)
     Outline changed(after, outline.dialect());
     if (differOnlyIn(outline, nullptr, changed, nullptr))
         file.setText(after);
+}
+
+}  // namespace
+
+NewLine::NewLine(EditedFile& file, Request const& request) : file_(file), request_(request)
+{
+    // A script can add many keys, so the text is composed only if it can have such comments.
+    if (keptText(file.store()) != nullptr && file.mayHaveSeveralMarks() &&
+        file.store().contents().obfuscatedItemCount() == 0)
+        before_ = file.text();
+}
+
+void NewLine::place()
+{
+    if (!before_.empty()) {
+        zlines::Dialect const& dialect = keptText(file_.store())->dialect;
+        std::string const text = file_.text();
+        Outline outline(text, dialect);
+        Outline before(before_, dialect);
+        std::vector<KeyLine> const lines = findKeyLines(outline, request_.stanza, request_.key);
+        std::string const after = lines.size() != 1 || outline.sharesLine(lines.front().index)
+                                      ? ""
+                                      : textWithLine(before, outline, lines.front(), request_);
+        if (!after.empty())
+            return file_.setText(after);
+    }
+    moveBelowComment(file_, request_);
 }

@@ -90,6 +90,16 @@ std::string EditedFile::text() const
     return toString(buffer);
 }
 
+bool EditedFile::mayHaveSeveralMarks()
+{
+    zlines::SharedText const kept = keptText(store_);
+    if (!hadSeveralMarks_ && kept != nullptr) {
+        std::string const mark(kept->dialect.ownComment());
+        hadSeveralMarks_ = original_.find(mark + mark + ' ') != original_.npos;
+    }
+    return isText_ || hadSeveralMarks_.value_or(false);
+}
+
 // Returns the obfuscated values, as a companion file has them.
 std::string EditedFile::secrets() const
 {

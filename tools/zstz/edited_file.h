@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,11 @@ public:
 
     /// Returns the text that finish() stores.
     std::string text() const;
+
+    /// Returns false if the text cannot have a comment with several marks and a space, as turnOff()
+    /// writes them.
+    /// cost    O(n) in the first call.
+    bool mayHaveSeveralMarks();
 
     /// Replaces the text. The obfuscated values stay.
     /// throws  ZPropertiesInvalidDataException_6_0; the file cannot be stored then.
@@ -67,6 +73,7 @@ private:
     std::string originalSecrets_;
     std::vector<Change> changes_;
     bool isText_ = false;  // setText() was called
+    std::optional<bool> hadSeveralMarks_;
 };
 
 /// Makes a change and stores the file. Waits for a busy file. Returns the exit code.
