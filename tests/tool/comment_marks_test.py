@@ -138,6 +138,15 @@ class CommentMarksTest(tool.ToolTest):
                         self.assertEqual((DONE, ""), self.comment("ini", "s", key, "--on"))
                     self.assertEqual({"f": text}, self.read_files())
 
+    def test_lines_below_repeated_headers_return(self):
+        text = b"[s]\n\tk = 1\n[t]\n\tx = 1\n[s]\n\t# k = 3\n\tk = 2\n"
+        self.write_files({"f": text})
+        self.assertEqual(DONE, self.check_key("git", text, "s", "k"))
+        self.assertEqual((DONE, ""), self.comment("git", "s", "k", "--off"))
+        # The comment of the file is one of them.
+        self.assertEqual((DONE, ""), self.comment("git", "s", "k", "--on", "--all"))
+        self.assertEqual({"f": text.replace(b"# ", b"")}, self.read_files())
+
     def test_lines_without_a_meaning_in_a_value_return(self):
         for text in (b"[s]\nport   = no\nkey # c\n [a=b]\n", b"[s]\nport = 1\nx\n# y\n  2\nl = 1\n"):
             with self.subTest(text):

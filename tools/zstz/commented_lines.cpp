@@ -575,7 +575,7 @@ uint32_t lastOfComment(Outline const& outline, uint32_t first, uint32_t next,
 }
 
 // Returns the text with the line of a key below the comments that turnOff() has distinguished by
-// several marks; empty if there are none, or if the line would not read back there.
+// several marks; empty without such comments, or if the line would not read back there.
 // range   `line` is the line in another text of the file, which has the key.
 std::string textWithLine(Outline& outline, Outline const& other, KeyLine const& line,
                          Request const& request)
