@@ -125,6 +125,13 @@ class EditTest(tool.ToolTest):
              {"f": b"[a]\nk = " + value + b"\nl = 2\n"}, b"set a k " + quoted + b"\nset a l 2\n")
             for quoted, value in QUOTED])
 
+    def test_the_time_is_linear_in_the_new_keys_of_a_script(self):
+        def prepare(count):
+            self.path.write_text("[a]\n## title\n## k = 1\nl = 1\n")
+            script = "".join(f"set a x{i} v\n" for i in range(count))
+            return ("edit", self.file, "-n"), "comment a l --off\n" + script
+        self.expect_linear_time(2000, prepare)
+
     def test_a_value_of_several_lines_is_set_and_renamed(self):
         self.expect_rows(RENAMES)
 

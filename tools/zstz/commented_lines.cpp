@@ -647,8 +647,7 @@ void moveBelowComment(EditedFile& file, Request const& request)
 NewLine::NewLine(EditedFile& file, Request const& request) : file_(file), request_(request)
 {
     // A script can add many keys, so the text is composed only if it can have such comments.
-    if (keptText(file.store()) != nullptr && file.mayHaveSeveralMarks() &&
-        file.store().contents().obfuscatedItemCount() == 0)
+    if (file.mayHaveSeveralMarks(request.key) && file.store().contents().obfuscatedItemCount() == 0)
         before_ = file.text();
 }
 

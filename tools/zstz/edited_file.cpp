@@ -2,6 +2,7 @@
 
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
+#include <Z/dialects/line_rules.h>
 #include <Z/lines/unified_diff.h>
 #include <Z/store/journaled_file.h>
 #include <errno.h>
@@ -90,14 +91,38 @@ std::string EditedFile::text() const
     return toString(buffer);
 }
 
-bool EditedFile::mayHaveSeveralMarks()
+// Collects the identities of keys; "" if a comment has the first line of a value with an open
+// quote.
+void EditedFile::findMarkedKeys(std::string const& text)
+{
+    zdialects::LineRules const rules(keptText(store_)->dialect);
+    std::string const mark(rules.dialect().ownComment());
+    std::string const marks = mark + mark;
+    for (size_t at = text.find(marks); at != text.npos; at = text.find(marks, at)) {
+        std::string_view line = std::string_view(text).substr(at);
+        line = line.substr(0, line.find_first_of("\r\n"));
+        at += line.size();
+        while (line.starts_with(mark))
+            line.remove_prefix(mark.size());
+        zdialects::LineRules::LoneLine const lone = rules.readAlone(line);
+        if (!lone.name.empty())
+            markedKeys_->insert(rules.keyIdentity(lone.name));
+        else if (lone.kind == zlines::otherLine && line.find('=') != line.npos)
+            markedKeys_->insert("");
+    }
+}
+
+bool EditedFile::mayHaveSeveralMarks(std::string const& key)
 {
     zlines::SharedText const kept = keptText(store_);
-    if (!hadSeveralMarks_ && kept != nullptr) {
-        std::string const mark(kept->dialect.ownComment());
-        hadSeveralMarks_ = original_.find(mark + mark + ' ') != original_.npos;
+    if (kept == nullptr)
+        return false;
+    if (!markedKeys_) {
+        markedKeys_.emplace();
+        findMarkedKeys(isText_ ? text() : original_);
     }
-    return isText_ || hadSeveralMarks_.value_or(false);
+    std::string const identity = zdialects::LineRules(kept->dialect).keyIdentity(key);
+    return markedKeys_->contains(identity) || markedKeys_->contains("");
 }
 
 // Returns the obfuscated values, as a companion file has them.
@@ -122,6 +147,7 @@ void EditedFile::setText(std::string const& text)
     if (hasSecrets)
         cache.be_read_obfuscated(secrets);
     isText_ = true;
+    markedKeys_.reset();
 }
 
 bool EditedFile::isChanged() const

@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "stanza_file.h"
@@ -33,10 +34,10 @@ public:
     /// Returns the text that finish() stores.
     std::string text() const;
 
-    /// Returns false if the text cannot have a comment with several marks and a space, as turnOff()
-    /// writes them.
-    /// cost    O(n) in the first call.
-    bool mayHaveSeveralMarks();
+    /// Returns false if the text has no comment with a line of the key and several marks, as
+    /// turnOff() writes them.
+    /// cost    O(n) in the first call, and in the first call after setText().
+    bool mayHaveSeveralMarks(std::string const& key);
 
     /// Replaces the text. The obfuscated values stay.
     /// throws  ZPropertiesInvalidDataException_6_0; the file cannot be stored then.
@@ -59,6 +60,7 @@ private:
     };
 
     void requireKeptLines() const;
+    void findMarkedKeys(std::string const& text);
     bool removes(ZStanzaProblem_6_0 const& problem) const;
     bool touches(ZStanzaProblem_6_0 const& problem) const;
     std::string secrets() const;
@@ -72,8 +74,8 @@ private:
     std::string original_;
     std::string originalSecrets_;
     std::vector<Change> changes_;
-    bool isText_ = false;  // setText() was called
-    std::optional<bool> hadSeveralMarks_;
+    bool isText_ = false;                                        // setText() was called
+    std::optional<std::unordered_set<std::string>> markedKeys_;  // of mayHaveSeveralMarks()
 };
 
 /// Makes a change and stores the file. Waits for a busy file. Returns the exit code.
