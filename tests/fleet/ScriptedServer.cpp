@@ -8,8 +8,10 @@
 #include <grpcpp/support/byte_buffer.h>
 
 #include <algorithm>
+#include <deque>
 #include <map>
 #include <mutex>
+#include <set>
 
 namespace {
 
@@ -54,6 +56,8 @@ struct ScriptedServer::Service : grpc::CallbackGenericService {
     }
 
     mutable std::mutex mutex;
+    mutable std::mutex streamsMutex;  // a handler may send on streams: the other one is locked then
+    std::set<Call*> streams;          // guarded by streamsMutex
     std::vector<Request> requests;
     std::map<std::string, std::vector<Reply>> scripts;
     std::map<std::string, std::function<Reply(Request const&)>> handlers;
@@ -77,15 +81,44 @@ public:
         if (!isRead)
             return Finish(grpc::Status(grpc::StatusCode::INTERNAL, "no request"));
         request_.bytes = bytesOf(in_);
+        // A stream gets the messages that follow the state of its reply.
+        if (request_.method == "Watch") {
+            std::lock_guard<std::mutex> const guard(service_.streamsMutex);
+            service_.streams.insert(this);
+        }
         reply_ = service_.record(request_);
+        if (reply_.manner != Reply::stream) {
+            std::lock_guard<std::mutex> const guard(service_.streamsMutex);
+            service_.streams.erase(this);
+        }
         if (reply_.manner == Reply::late)
             alarm_.Set(std::chrono::system_clock::now() + kLate, [this](bool) { reply(); });
         else if (reply_.manner != Reply::never)
             reply();
     }
 
+    // Sends a message on a stream, or ends it.
+    void push(std::string const& bytes)
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        pending_.push_back(bytes);
+        sendNext();
+    }
+    void end(grpc::Status const& status)
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        if (!std::exchange(isFinished_, true))
+            Finish(status);
+    }
+
     void OnWriteDone(bool) override
     {
+        if (reply_.manner == Reply::stream) {
+            std::lock_guard<std::mutex> const guard(mutex_);
+            isWriting_ = false;
+            sendNext();
+            return;
+        }
         if (reply_.manner == Reply::twice && !isRepeated_) {
             isRepeated_ = true;
             StartWrite(&out_);
@@ -98,9 +131,18 @@ public:
     {
         if (reply_.manner == Reply::never)
             Finish(grpc::Status::CANCELLED);
+        if (reply_.manner == Reply::stream)
+            end(grpc::Status::CANCELLED);
     }
 
-    void OnDone() override { delete this; }
+    void OnDone() override
+    {
+        {
+            std::lock_guard<std::mutex> const guard(service_.streamsMutex);
+            service_.streams.erase(this);
+        }
+        delete this;
+    }
 
 private:
     static std::string metadata(grpc::GenericCallbackServerContext const& context, char const* name)
@@ -117,7 +159,22 @@ private:
             return Finish(grpc::Status(static_cast<grpc::StatusCode>(reply_.code), reply_.text));
         if (reply_.manner == Reply::withoutMessage)
             return Finish(grpc::Status::OK);
+        if (reply_.manner == Reply::stream) {
+            push(reply_.text);
+            return;
+        }
         out_ = bufferOf(reply_.text);
+        StartWrite(&out_);
+    }
+
+    // Under the mutex.
+    void sendNext()
+    {
+        if (isWriting_ || isFinished_ || pending_.empty())
+            return;
+        out_ = bufferOf(pending_.front());
+        pending_.pop_front();
+        isWriting_ = true;
         StartWrite(&out_);
     }
 
@@ -125,6 +182,10 @@ private:
     Request request_;
     Reply reply_;
     bool isRepeated_ = false;
+    std::mutex mutex_;  // of the fields of a stream
+    std::deque<std::string> pending_;
+    bool isWriting_ = false;
+    bool isFinished_ = false;
     grpc::ByteBuffer in_;
     grpc::ByteBuffer out_;
     grpc::Alarm alarm_;
@@ -181,6 +242,26 @@ void ScriptedServer::handle(std::string const& method, std::function<Reply(Reque
 {
     std::lock_guard<std::mutex> const guard(service_->mutex);
     service_->handlers[method] = std::move(handler);
+}
+
+void ScriptedServer::push(std::string const& bytes)
+{
+    std::lock_guard<std::mutex> const guard(service_->streamsMutex);
+    for (Service::Call* const stream : service_->streams)
+        stream->push(bytes);
+}
+
+void ScriptedServer::endStreams(int code, std::string const& text)
+{
+    std::lock_guard<std::mutex> const guard(service_->streamsMutex);
+    for (Service::Call* const stream : service_->streams)
+        stream->end(grpc::Status(static_cast<grpc::StatusCode>(code), text));
+}
+
+size_t ScriptedServer::streams() const
+{
+    std::lock_guard<std::mutex> const guard(service_->streamsMutex);
+    return service_->streams.size();
 }
 
 std::vector<ScriptedServer::Request> ScriptedServer::requests() const

@@ -17,7 +17,7 @@ class ScriptedServer {
 public:
     // A reply to a call: a message, or a status with another code than 0.
     struct Reply {
-        enum Manner { once, twice, late, never, withoutMessage };
+        enum Manner { once, twice, late, never, withoutMessage, stream };
 
         int code = 0;
         std::string text = {};  // the message of the status, or the bytes of the reply
@@ -53,6 +53,15 @@ public:
 
     /// Replies to the calls of a method with the result of `handler`, one call after another.
     void handle(std::string const& method, std::function<Reply(Request const&)> handler);
+
+    /// Sends a message on each open stream: of the calls with a reply of the manner `stream`.
+    void push(std::string const& bytes);
+
+    /// Ends each open stream with a status.
+    void endStreams(int code, std::string const& text);
+
+    /// Returns the number of open streams.
+    size_t streams() const;
 
     /// Returns the requests so far.
     std::vector<Request> requests() const;

@@ -8,8 +8,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "configuration/live.h"
 #include "configuration/parsing.h"
 #include "configuration/path.h"
 #include "configuration/session.h"
@@ -37,8 +39,15 @@ struct ZFleetProperties_6_0::Rep {
     static void sendDifferences(ZFleetProperties_6_0& store, zfleet::AllValues const& before,
                                 zfleet::AllValues const& after);
 
+    static bool look(ZFleetProperties_6_0& store, char const* path);
+    void resetChanges();
+
     zfleet::Session session;
     std::vector<zfleet::Conflict> conflicts;  // of the last store
+    std::unique_ptr<zfleet::Live> live;       // null: nothing is watched
+    bool isBehind = false;
+    int64_t badRevision = 0;  // of contents that cannot be read
+    int lastError = 0;        // errno of the last look
 };
 
 char const* ZFleetProperties_6_0::Rep::choosePath(ZFleetProperties_6_0 const& store,
@@ -80,8 +89,45 @@ void ZFleetProperties_6_0::Rep::load(ZFleetProperties_6_0& store, char const* pa
     }
     store.setFileName(path);
     session.accept(path, std::move(loaded));
-    store.rep_->conflicts.clear();
+    store.rep_->resetChanges();
     store.resetModified();
+}
+
+void ZFleetProperties_6_0::Rep::resetChanges()
+{
+    conflicts.clear();
+    isBehind = false;
+    badRevision = 0;
+}
+
+// Reads the configuration, and takes it in unless the store has unsaved changes. Returns whether
+// the contents were replaced.
+bool ZFleetProperties_6_0::Rep::look(ZFleetProperties_6_0& store, char const* path)
+{
+    Rep& rep = *store.rep_;
+    zfleet::Session::Loaded loaded = rep.session.look(path);
+    int64_t const revision = loaded.snapshot.textRevision;
+    bool const isKnown = revision == rep.session.revisionOf(path);
+    if (revision == 0 && !isKnown)
+        throw zfleet::CallError{"Txn", ENOENT, false, "the configuration was removed"};
+    if (isKnown || revision == rep.badRevision) {
+        if (isKnown && store.isModified() == 0)
+            rep.session.accept(path, std::move(loaded));  // it may have been offline
+        return false;
+    }
+    if (store.isModified() != 0) {
+        rep.isBehind = true;
+        return false;
+    }
+    rep.badRevision = revision;
+    std::unique_ptr<ZSCFData_6_0> const fresh =
+        zfleet::parseContents(path, loaded.snapshot.contents, cacheOf(store));
+    rep.resetChanges();
+    sendDifferences(store, zfleet::valuesOf(cacheOf(store)), zfleet::valuesOf(*fresh));
+    store.cache().swapContents(*fresh);
+    rep.session.accept(path, std::move(loaded));
+    store.postLoad(path);
+    return true;
 }
 
 // Changes the configuration at `path`, and takes over the contents that `action` returns, if any.
@@ -96,6 +142,7 @@ void ZFleetProperties_6_0::Rep::change(ZFleetProperties_6_0& store, char const* 
             std::optional<zfleet::Contents> const contents = action();
             store.setFileName(path);
             store.resetModified();
+            rep.resetChanges();
             if (!contents.has_value())
                 return;
             std::unique_ptr<ZSCFData_6_0> const fresh =
@@ -218,6 +265,58 @@ int64_t ZFleetProperties_6_0::revision() const
 {
     Hold const hold(*this);
     return rep_->session.revision();
+}
+
+int ZFleetProperties_6_0::descriptor()
+{
+    Hold const hold(*this);
+    char const* const path = fileName().getChars();
+    if (!zfleet::isFleetPath(path) || rep_->session.revisionOf(path) < 0)
+        return -1;
+    zfleet::translateFailures(kSource, path, [&] {
+        if (rep_->live != nullptr)
+            return;
+        auto live = std::make_unique<zfleet::Live>();
+        live->recordLook(rep_->session.lookInterval(path), !rep_->session.isOffline());
+        rep_->session.processHints(path, *live);
+        rep_->live = std::move(live);
+    });
+    return rep_->live->descriptor();
+}
+
+int ZFleetProperties_6_0::processChanges()
+{
+    Hold const hold(*this);
+    if (descriptor() < 0)
+        return 0;
+    char const* const path = fileName().getChars();
+    bool isReplaced = false;
+    zfleet::translateFailures(kSource, path, [&] {
+        zfleet::Live& live = *rep_->live;
+        if (!rep_->session.processHints(path, live))
+            return;
+        zfleet::Clock::duration const interval = rep_->session.lookInterval(path);
+        int const lastError = std::exchange(rep_->lastError, 0);
+        try {
+            isReplaced = Rep::look(*this, path);
+            live.recordLook(interval, true);
+        } catch (zfleet::CallError const& error) {
+            live.recordLook(interval, false);
+            rep_->lastError = error.error;
+            if (error.error != ETIMEDOUT && error.error != lastError)
+                throw;
+        } catch (...) {
+            live.recordLook(interval, true);  // other contents have another revision
+            throw;
+        }
+    });
+    return isReplaced ? 1 : 0;
+}
+
+int ZFleetProperties_6_0::isBehind() const
+{
+    Hold const hold(*this);
+    return rep_->isBehind ? 1 : 0;
 }
 
 int ZFleetProperties_6_0::isOffline() const

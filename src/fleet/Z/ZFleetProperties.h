@@ -84,6 +84,28 @@ public:
     /// 0 if none were.
     int64_t revision() const;
 
+    /// Returns a descriptor that is readable when processChanges() has something to do. The first
+    /// call starts to watch the configuration; the descriptor stays the same afterwards.
+    /// Returns -1 if the file name is not the path of a configuration that was loaded or stored.
+    /// owns    borrowed as long as the store exists. Only wait for it, with poll() or the like.
+    /// throws  as processChanges().
+    int descriptor();
+
+    /// Takes in changes by other programs: loads the configuration again if it has changed.
+    /// Observers get notices as by reload(), on this thread. Returns 1 if the contents have been
+    /// replaced, else 0. Does not wait without a change. Unsaved changes of the store stay: then
+    /// isBehind() returns 1 until store() has merged them or reload() has dropped them. The
+    /// configuration is also read without a notice of the cluster, every 30 seconds.
+    /// throws  as load(), once for each reason, also for contents that cannot be read: the store
+    ///         keeps its contents, and later calls try again. Not if no node replies: then
+    ///         isOffline() returns 1.
+    /// cost    without a change, O(1). A read takes at most twice "call" of the file of the fleets.
+    int processChanges();
+
+    /// Returns 1 if another program has changed the configuration and the store could not take the
+    /// change in, because it has unsaved changes; else 0.
+    int isBehind() const;
+
     /// Returns 1 if no node of the cluster has replied to the last load or store, else 0. Then
     /// the contents come from the last load or store, or from the replica.
     int isOffline() const;

@@ -66,6 +66,9 @@ class RemoteConfiguration {
 public:
     RemoteConfiguration(Cluster& cluster, std::string const& name);
 
+    /// Returns the key of the text.
+    std::string textKey() const { return directory_ + "text"; }
+
     /// Reads the configuration, in one transaction.
     /// throws  CallError.
     Snapshot read(Budget& budget);

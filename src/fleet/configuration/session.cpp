@@ -87,6 +87,39 @@ Session::Loaded Session::load(char const* path)
     return {std::move(target.connection), std::move(snapshot)};
 }
 
+Session::Loaded Session::look(char const* path)
+{
+    Target target(path);
+    Budget budget(target.cluster().settings().callTimeout * 2);
+    try {
+        Loaded loaded{nullptr, target.remote.read(budget)};
+        loaded.connection = std::move(target.connection);
+        isOffline_ = false;
+        return loaded;
+    } catch (CallError const& error) {
+        isOffline_ = error.error == ETIMEDOUT;
+        throw;
+    }
+}
+
+int64_t Session::revisionOf(char const* path) const
+{
+    auto const known = sources_.find(path);
+    return known == sources_.end() ? -1 : known->second.guard.textRevision;
+}
+
+bool Session::processHints(char const* path, Live& live)
+{
+    Cluster& cluster = sources_.at(path).connection->rep().cluster;
+    RemoteConfiguration const remote(cluster, parsePath(path).name);
+    return live.process(cluster, remote.textKey(), revisionOf(path));
+}
+
+Clock::duration Session::lookInterval(char const* path) const
+{
+    return sources_.at(path).connection->rep().cluster.settings().lookInterval;
+}
+
 void Session::accept(char const* path, Loaded loaded)
 {
     Source source;

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "configuration/live.h"
 #include "configuration/merge.h"
 #include "configuration/remote_configuration.h"
 
@@ -54,6 +55,22 @@ public:
     /// throws  ZPropertiesIOException_6_0 if it does not exist, or if the path is invalid; as
     ///         ZFleetConnection_6_0::open(); CallError.
     Loaded load(char const* path);
+
+    /// Reads the configuration at `path` again, within a short time. If it does not exist, the
+    /// revision of its text is 0.
+    /// throws  CallError.
+    Loaded look(char const* path);
+
+    /// Returns the revision of the text that the contents from `path` have; -1 if the session has
+    /// not loaded or stored it.
+    int64_t revisionOf(char const* path) const;
+
+    /// Takes the hints of `live` about changes at `path`, which the session has loaded or stored.
+    /// Returns whether look() should be called.
+    bool processHints(char const* path, Live& live);
+
+    /// Returns the time between looks without a hint.
+    Clock::duration lookInterval(char const* path) const;
 
     /// Records that the store has these contents now.
     void accept(char const* path, Loaded loaded);

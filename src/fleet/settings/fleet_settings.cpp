@@ -194,6 +194,10 @@ Settings readSettings(std::string const& fleet)
         "budget", 1, kMaxSeconds,
         static_cast<unsigned>(
             std::chrono::duration_cast<std::chrono::seconds>(settings.budget).count())));
+    settings.lookInterval = std::chrono::seconds(reader.number(
+        "look", 1, kMaxSeconds,
+        static_cast<unsigned>(
+            std::chrono::duration_cast<std::chrono::seconds>(settings.lookInterval).count())));
     settings.leaseSeconds = reader.number("lease", 1, kMaxSeconds, settings.leaseSeconds);
     settings.keptGenerations = reader.number("keep", 1, kMaxKept, settings.keptGenerations);
     return settings;

@@ -22,6 +22,7 @@ struct Settings {
     std::string replicaDirectory;      // empty: no replica
     Clock::duration callTimeout = std::chrono::milliseconds(1500);
     Clock::duration budget = std::chrono::seconds(15);
+    Clock::duration lookInterval = std::chrono::seconds(30);
     unsigned leaseSeconds = 30;
     unsigned keptGenerations = 64;
 };

@@ -41,13 +41,16 @@ void sleepFor(Clock::duration time)
 
 }  // namespace
 
+Clock::duration randomPause(unsigned pauses)
+{
+    milliseconds const longest = std::min(kLongestPause, kFirstPause * (1 << std::min(pauses, 7u)));
+    std::uniform_int_distribution<long> choose(longest.count() / 2 + 1, longest.count());
+    return milliseconds(choose(randomNumbers()));
+}
+
 void Budget::pause()
 {
-    milliseconds const longest =
-        std::min(kLongestPause, kFirstPause * (1 << std::min(pauses_, 7u)));
-    ++pauses_;
-    std::uniform_int_distribution<long> choose(longest.count() / 2 + 1, longest.count());
-    Clock::duration const time = milliseconds(choose(randomNumbers()));
+    Clock::duration const time = randomPause(pauses_++);
     sleepFor(std::clamp(time, Clock::duration::zero(), std::max(left(), Clock::duration::zero())));
 }
 
@@ -78,8 +81,10 @@ struct Cluster::Attempts {
 
 Cluster::Cluster(Settings settings) : settings_(std::move(settings)), current_(0)
 {
-    for (std::string const& address : settings_.endpoints)
+    for (std::string const& address : settings_.endpoints) {
         endpoints_.push_back(std::make_unique<Endpoint>(address, settings_.certificates));
+        watched_.push_back(std::make_unique<Endpoint>(address, settings_.certificates));
+    }
     // The hosts of a fleet spread over the nodes.
     current_ = static_cast<unsigned>(randomNumbers()() % endpoints_.size());
 }
@@ -136,7 +141,6 @@ void Cluster::recognise(char const* method, Header const& header, int64_t earlie
     }
 }
 
-// Forgets a token that the cluster has refused, unless another thread has replaced it.
 void Cluster::dropToken(std::string const& token)
 {
     std::lock_guard<std::mutex> const guard(mutex_);
@@ -228,6 +232,20 @@ TransactionResult Cluster::commit(Transaction const& transaction, Repetition rep
     recognise(kTxnMethod, result.header, earlier);
     result.wasDoubtful = wasDoubtful;
     return result;
+}
+
+std::unique_ptr<Watch> Cluster::watch(unsigned endpoint, std::string const& key, int64_t revision,
+                                      std::shared_ptr<Event> const& event)
+{
+    requireOwnProcess(kAuthenticateMethod);
+    size_t const index = (current_.load(std::memory_order_relaxed) + endpoint) % watched_.size();
+    Budget const budget(settings_.callTimeout);
+    CallStatus status;
+    std::string token = tokenFor(*endpoints_[index], budget, status);
+    if (status.code != 0)
+        throw CallError{nameOfMethod(kAuthenticateMethod),
+                        classify(status.code, status.message).error, false, status.message};
+    return std::make_unique<Watch>(*watched_[index], key, revision, std::move(token), event);
 }
 
 Header Cluster::probe(unsigned endpoint, Budget& budget)

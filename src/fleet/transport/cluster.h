@@ -14,12 +14,16 @@
 #include "settings/fleet_settings.h"
 #include "transport/endpoint.h"
 #include "transport/requests.h"
+#include "transport/watch.h"
 
 namespace zfleet {
 
 // Whether a transaction may be executed twice without harm. A put without a condition is not
 // idempotent: repeated late, it would undo another program's later put.
 enum class Repetition { isHarmless, isHarmful };
+
+/// Returns the random pause after a number of earlier pauses.
+Clock::duration randomPause(unsigned pauses);
 
 // The time that an operation may take, and the pauses between its attempts.
 class Budget {
@@ -57,6 +61,16 @@ public:
     /// throws  CallError. The transaction may have been executed if `isDoubtful` is set.
     TransactionResult commit(Transaction const& transaction, Repetition repetition, Budget& budget);
 
+    /// Starts to watch a key for changes from `revision` on, at the endpoint with this number,
+    /// counted modulo their number. Watches have channels of their own, which large replies of
+    /// other calls do not delay.
+    /// throws  CallError without a token, and with ECHILD.
+    std::unique_ptr<Watch> watch(unsigned endpoint, std::string const& key, int64_t revision,
+                                 std::shared_ptr<Event> const& event);
+
+    /// Forgets a token that the cluster has refused, unless another thread has replaced it.
+    void dropToken(std::string const& token);
+
     /// Reads the state of the cluster from one endpoint, without failover. The cluster may be
     /// another one.
     /// throws  CallError.
@@ -71,15 +85,15 @@ private:
     void handle(Attempts& attempts, CallStatus const& status, Repetition repetition,
                 Budget& budget);
     std::string tokenFor(Endpoint& endpoint, Budget const& budget, CallStatus& status);
-    void dropToken(std::string const& token);
     Clock::duration timeoutOf(Budget const& budget) const;
     void recognise(char const* method, Header const& header, int64_t earlier);
 
     Settings const settings_;
     std::vector<std::unique_ptr<Endpoint>> endpoints_;
-    std::atomic<unsigned> current_;     // the endpoint of the next call
-    std::atomic<uint64_t> id_{0};       // of the cluster; 0: no reply yet
-    std::atomic<int64_t> revision_{0};  // the highest of all replies
+    std::vector<std::unique_ptr<Endpoint>> watched_;  // the same, for watches
+    std::atomic<unsigned> current_;                   // the endpoint of the next call
+    std::atomic<uint64_t> id_{0};                     // of the cluster; 0: no reply yet
+    std::atomic<int64_t> revision_{0};                // the highest of all replies
     std::mutex mutex_;
     std::string token_;        // guarded by mutex_; empty: authenticate first
     bool hasNoUsers_ = false;  // guarded by mutex_; the cluster works without users

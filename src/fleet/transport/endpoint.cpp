@@ -47,12 +47,6 @@ constexpr char kNotAccepted[] = "empty address list";
 // The process that has started gRPC; 0: none. gRPC has threads, which a child of fork() lacks.
 std::atomic<pid_t> grpcProcess{0};
 
-bool isForeignProcess()
-{
-    pid_t const process = grpcProcess.load(std::memory_order_relaxed);
-    return process != 0 && process != getpid();
-}
-
 std::shared_ptr<grpc::ChannelCredentials> makeCredentials(Certificates const& certificates)
 {
     // Without a CA gRPC would take one from the environment.
@@ -71,6 +65,8 @@ std::shared_ptr<grpc::Channel> makeChannel(std::string const& address,
     arguments.SetInt(GRPC_ARG_MAX_RECONNECT_BACKOFF_MS, kMaxReconnectPause);
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, kPingInterval);
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, kPingTimeout);
+    // A watch may be silent for long.
+    arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
     // The library repeats calls itself, since it knows which of them may be repeated.
     arguments.SetInt(GRPC_ARG_ENABLE_RETRIES, 0);
     // The file of the fleets alone decides where calls go.
@@ -89,6 +85,12 @@ gpr_timespec deadlineAfter(Clock::duration timeout)
 }
 
 }  // namespace
+
+bool isForeignProcess()
+{
+    pid_t const process = grpcProcess.load(std::memory_order_relaxed);
+    return process != 0 && process != getpid();
+}
 
 void requireOwnProcess(char const* method)
 {

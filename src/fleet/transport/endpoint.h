@@ -66,9 +66,10 @@ public:
                       google::protobuf::MessageLite& response, Clock::duration timeout,
                       std::string const& token);
 
-private:
+    /// Returns the channel, which the first call creates.
     std::shared_ptr<grpc::Channel> channel();
 
+private:
     std::string const address_;
     Certificates const& certificates_;  // of the cluster
     std::mutex mutex_;
@@ -79,6 +80,9 @@ private:
 /// a thread that does not exist there may hold the mutex.
 /// throws  CallError with ECHILD in a child of a process that has used gRPC.
 void requireOwnProcess(char const* method);
+
+/// Returns whether this process is a child of a process that has used gRPC.
+bool isForeignProcess();
 
 /// Returns the name of a method without its service, such as "Range".
 std::string nameOfMethod(char const* method);

@@ -1,0 +1,127 @@
+#include "configuration/live.h"
+
+#include <errno.h>
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "transport/failure.h"
+
+namespace zfleet {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// After a read that has failed.
+constexpr milliseconds kRetryInterval{1000};
+
+int makeEpoll(int first, int second)
+{
+    int const epoll = epoll_create1(EPOLL_CLOEXEC);
+    for (int const fd : {first, second}) {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        if (epoll >= 0)
+            epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event);
+    }
+    return epoll;
+}
+
+}  // namespace
+
+Live::Live()
+    : event_(std::make_shared<Event>()),
+      timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
+      epoll_(makeEpoll(event_->descriptor(), timer_))
+{
+    if (timer_ >= 0 && epoll_ >= 0)
+        return;
+    int const error = errno;
+    for (int const fd : {timer_, epoll_})
+        if (fd >= 0)
+            close(fd);
+    throw CallError{"epoll_create1()", error, false, "no descriptor"};
+}
+
+Live::~Live()
+{
+    watch_ = nullptr;
+    close(epoll_);
+    close(timer_);
+}
+
+void Live::pause()
+{
+    watch_ = nullptr;
+    startAt_ = Clock::now() + randomPause(pauses_++);
+}
+
+void Live::takeNews(Cluster& cluster, int64_t revision)
+{
+    if (watch_ == nullptr)
+        return;
+    Watch::News const news = watch_->take();
+    isHinted_ = isHinted_ || news.revision > revision;
+    if (news.isStarted)
+        pauses_ = 0;
+    if (!news.isOver)
+        return;
+    if (classify(news.status.code, news.status.message).handling == Handling::renewToken)
+        cluster.dropToken(watch_->token());
+    // The cluster has dropped revisions: their changes are not reported.
+    if (news.status.code == statusOutOfRange)
+        isHinted_ = true;
+    ++endpoint_;
+    pause();
+}
+
+void Live::start(Cluster& cluster, std::string const& key, int64_t revision)
+{
+    try {
+        watch_ = cluster.watch(endpoint_, key, revision + 1, event_);
+    } catch (CallError const& error) {
+        if (error.error == ECHILD)
+            throw;
+        ++endpoint_;
+        pause();
+    }
+}
+
+void Live::setTimer() const
+{
+    Clock::time_point const next = watch_ == nullptr ? std::min(startAt_, lookAt_) : lookAt_;
+    auto const left = std::max<long long>(
+        1, std::chrono::duration_cast<std::chrono::nanoseconds>(next - Clock::now()).count());
+    itimerspec time{};
+    time.it_value = {static_cast<time_t>(left / 1'000'000'000),
+                     static_cast<long>(left % 1'000'000'000)};
+    timerfd_settime(timer_, 0, &time, nullptr);
+}
+
+bool Live::process(Cluster& cluster, std::string const& key, int64_t revision)
+{
+    requireOwnProcess("/Watch");
+    event_->clear();
+    uint64_t ignored;
+    [[maybe_unused]] ssize_t const expirations = read(timer_, &ignored, sizeof ignored);
+    takeNews(cluster, revision);
+    Clock::time_point const now = Clock::now();
+    if (watch_ == nullptr && now >= startAt_)
+        start(cluster, key, revision);
+    bool const shouldLook = isHinted_ || now >= lookAt_;
+    setTimer();
+    return shouldLook;
+}
+
+void Live::recordLook(Clock::duration interval, bool hasSucceeded)
+{
+    isHinted_ = false;
+    lookAt_ = Clock::now() +
+              (hasSucceeded ? interval : std::min<Clock::duration>(interval, kRetryInterval));
+    setTimer();
+}
+
+}  // namespace zfleet

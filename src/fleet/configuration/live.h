@@ -1,0 +1,51 @@
+// live: decides when a configuration in a cluster is read again.
+//
+// Notices of a watch are hints only: the new contents are always read. The configuration is also
+// read from time to time without a hint. After a watch has ended, another one continues at the next
+// revision, at another endpoint.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "transport/cluster.h"
+#include "transport/watch.h"
+
+namespace zfleet {
+
+class Live {
+public:
+    /// throws  CallError without descriptors.
+    Live();
+    Live(Live const&) = delete;
+    Live& operator=(Live const&) = delete;
+    ~Live();
+
+    /// Returns a descriptor that is readable when process() has something to do.
+    int descriptor() const { return epoll_; }
+
+    /// Takes the hints, and watches `key` for changes after `revision`, which the caller's contents
+    /// have. Returns whether the caller should read the configuration.
+    bool process(Cluster& cluster, std::string const& key, int64_t revision);
+
+    /// Records whether the caller has read the configuration.
+    void recordLook(Clock::duration interval, bool hasSucceeded);
+
+private:
+    void takeNews(Cluster& cluster, int64_t revision);
+    void start(Cluster& cluster, std::string const& key, int64_t revision);
+    void pause();
+    void setTimer() const;
+
+    std::shared_ptr<Event> const event_;
+    int const timer_;
+    int const epoll_;
+    std::unique_ptr<Watch> watch_;  // null: it starts at startAt_
+    unsigned endpoint_ = 0;
+    unsigned pauses_ = 0;
+    bool isHinted_ = false;
+    Clock::time_point startAt_{};
+    Clock::time_point lookAt_{};
+};
+
+}  // namespace zfleet

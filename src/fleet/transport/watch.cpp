@@ -1,0 +1,165 @@
+#include "transport/watch.h"
+
+#include <errno.h>
+#include <grpcpp/channel.h>
+#include <grpcpp/client_context.h>
+#include <grpcpp/generic/generic_stub.h>
+#include <grpcpp/support/client_callback.h>
+#if __has_include(<grpcpp/impl/proto_utils.h>)
+#include <grpcpp/impl/proto_utils.h>
+#else
+#include <grpcpp/impl/codegen/proto_utils.h>
+#endif
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <mutex>
+
+#include "fleet_messages.pb.h"
+#include "transport/cancel_guard.h"
+#include "transport/failure.h"
+#include "transport/signal_guard.h"
+
+namespace zfleet {
+
+namespace {
+
+constexpr char kWatchMethod[] = "/etcdserverpb.Watch/Watch";
+
+}  // namespace
+
+Event::Event() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    if (fd_ < 0)
+        throw CallError{"eventfd()", errno, false, "no descriptor"};
+}
+
+Event::~Event()
+{
+    close(fd_);
+}
+
+void Event::signal() const
+{
+    eventfd_write(fd_, 1);
+}
+
+void Event::clear() const
+{
+    eventfd_t ignored;
+    eventfd_read(fd_, &ignored);
+}
+
+// Shared by a watch and its stream. The stream uses it until its last reaction.
+struct Watch::State {
+    explicit State(std::shared_ptr<Event> wake) : event(std::move(wake)) {}
+
+    template <class Change>
+    void record(Change change)
+    {
+        std::lock_guard<std::mutex> const guard(mutex);
+        change(news);
+        event->signal();
+    }
+
+    std::shared_ptr<Event> const event;
+    grpc::ClientContext context;
+    std::mutex mutex;
+    News news;  // guarded by mutex
+};
+
+// The reactions run on threads of gRPC. The object deletes itself after the last one.
+class Watch::Stream : public grpc::ClientBidiReactor<wire::WatchRequest, wire::WatchResponse> {
+public:
+    Stream(std::shared_ptr<State> state, std::shared_ptr<grpc::Channel> const& channel,
+           wire::WatchRequest request)
+        : state_(std::move(state)), request_(std::move(request))
+    {
+        grpc::TemplatedGenericStub<wire::WatchRequest, wire::WatchResponse> stub(channel);
+        stub.PrepareBidiStreamingCall(&state_->context, kWatchMethod, {}, this);
+        StartWrite(&request_);
+        StartRead(&response_);
+        StartCall();
+    }
+
+    void OnReadDone(bool isRead) override
+    {
+        if (!isRead)
+            return;
+        int64_t revision = 0;
+        for (wire::WatchEvent const& event : response_.events())
+            revision = std::max(revision, event.kv().mod_revision());
+        bool const isCanceled = response_.canceled();
+        state_->record([&](News& news) {
+            news.isStarted = true;
+            news.revision = std::max(news.revision, revision);
+            if (isCanceled)
+                end(news, {response_.compact_revision() != 0 ? statusOutOfRange : statusUnavailable,
+                           response_.reason()});
+        });
+        if (isCanceled)
+            state_->context.TryCancel();
+        else
+            StartRead(&response_);
+    }
+
+    void OnDone(grpc::Status const& status) override
+    {
+        CallStatus const reason{static_cast<int>(status.error_code()), status.error_message()};
+        state_->record([&](News& news) { end(news, reason); });
+        delete this;
+    }
+
+private:
+    static void end(News& news, CallStatus const& status)
+    {
+        if (news.isOver)
+            return;
+        news.isOver = true;
+        news.status = status;
+    }
+
+    std::shared_ptr<State> const state_;
+    wire::WatchRequest const request_;
+    wire::WatchResponse response_;
+};
+
+Watch::Watch(Endpoint& endpoint, std::string const& key, int64_t revision, std::string token,
+             std::shared_ptr<Event> event)
+    : token_(std::move(token))
+{
+    CancelGuard const uncancelled;
+    requireOwnProcess(kWatchMethod);
+    SignalGuard const unsignalled;
+    state_ = std::make_shared<State>(std::move(event));
+    // An isolated node would stay silent otherwise.
+    state_->context.AddMetadata("hasleader", "true");
+    if (!token_.empty())
+        state_->context.AddMetadata("token", token_);
+    wire::WatchRequest request;
+    request.mutable_create()->set_key(key);
+    request.mutable_create()->set_start_revision(revision);
+    new Stream(state_, endpoint.channel(), std::move(request));
+}
+
+Watch::~Watch()
+{
+    if (isForeignProcess()) {
+        new std::shared_ptr<State>(state_);
+        return;
+    }
+    SignalGuard const unsignalled;
+    state_->context.TryCancel();
+}
+
+Watch::News Watch::take()
+{
+    std::lock_guard<std::mutex> const guard(state_->mutex);
+    News const news = state_->news;
+    state_->news.isStarted = false;
+    state_->news.revision = 0;
+    return news;
+}
+
+}  // namespace zfleet
