@@ -25,7 +25,7 @@ using zproblems::Inspector;
 
 namespace {
 
-static_assert(int{ZStanzaProblem_6_0::quotedInPart} == zproblems::quotedInPart);
+static_assert(int{ZStanzaProblem_6_0::loneReturn} == zproblems::loneReturn);
 
 // Returns the reason why a companion cannot be read, to follow its path.
 std::string describe(zfiles::IoError const& failure)

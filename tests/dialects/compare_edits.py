@@ -327,8 +327,8 @@ may differ; otherwise the file is damaged. An edit is refused if the program fai
 is as before, or if it reports success and changes nothing. A removed value with multiple lines takes
 all of them, so more than one line can be right. The time is the median of whole processes that made
 an edit, followed by its factor of the time of `zstz` in the same formats; the files are in memory,
-because `zstz` waits for the disk and other programs do not. A program can have fewer lines at most
-because it refuses or damages edits that need more."""
+because `zstz` waits for the disk and other programs do not. A smaller maximum can mean that a
+program refuses or damages the edits that need more lines."""
 
 HEAD = ["edits", "one line", "more lines", "most", "refused", "damaged", "ms", "factor"]
 

@@ -36,7 +36,6 @@ inline constexpr DialectName kDialectNames[] = {
     {"*.link", "systemd"},
     {"*.dnssd", "systemd"},
     {"*.path", "systemd"},
-    {"*.dnssd", "systemd"},
     {"*.service.d/*.conf", "systemd"},
     {"*.socket.d/*.conf", "systemd"},
     {"*.timer.d/*.conf", "systemd"},

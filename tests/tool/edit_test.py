@@ -144,6 +144,12 @@ class EditTest(tool.ToolTest):
                     given="comment listener name --off\nset upstream weight 2\n")
         self.expect(DONE, "x\n", "get", self.file, "upstream", "password")
 
+    def test_keys_below_marked_comments_are_set_with_obfuscated_values(self):
+        self.path.write_text("[s]\n## port = 2\nk = 1\n")
+        self.expect(DONE, "", "set", self.file, "s", "password", "--obfuscated", given="x")
+        self.expect(DONE, "", "edit", self.file, given="unset s password\nset s port 9\n")
+        self.expect(DONE, "9\n", "get", self.file, "s", "port")
+
     def test_a_killed_edit_leaves_the_old_or_the_new_file(self):
         count = 200
         old = "".join(f"[s{i}]\nk = old\n\n" for i in range(count))

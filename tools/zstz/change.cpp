@@ -119,6 +119,12 @@ size_t numberedIndex(Store const& store, std::vector<std::string> const& values,
 {
     unsigned long const number = strtoul(request.nth.c_str(), nullptr, 10);
     size_t const first = firstAfterReset(store, values);
+    if (first == values.size() && first > 0)
+        throw Failure{exitNotFound,
+                      request.file,
+                      {nameKey(request.key, request.stanza) +
+                           " has no value below the empty value, which resets those above",
+                       "use 'zstz add'"}};
     if (number > values.size() - first)
         throw Failure{exitNotFound,
                       request.file,

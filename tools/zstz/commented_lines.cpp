@@ -375,7 +375,7 @@ std::string uncomment(Outline const& outline, std::vector<Candidate> const& chos
     return after += outline.text().substr(done);
 }
 
-// Returns the lines of `all` that are not in the other text. Both arguments are in file order.
+// Returns the lines of `all` that were comments in `chosen`. Both arguments are in file order.
 std::vector<KeyLine> linesAt(std::vector<KeyLine> const& all, std::vector<Candidate> const& chosen)
 {
     std::vector<KeyLine> found;
@@ -647,7 +647,7 @@ void moveBelowComment(EditedFile& file, Request const& request)
 NewLine::NewLine(EditedFile& file, Request const& request) : file_(file), request_(request)
 {
     // A script can add many keys, so the text is composed only if it can have such comments.
-    if (file.mayHaveSeveralMarks(request.key) && file.store().contents().obfuscatedItemCount() == 0)
+    if (file.mayHaveSeveralMarks(request.key) && !file.hasSecrets())
         before_ = file.text();
 }
 

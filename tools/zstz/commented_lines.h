@@ -11,11 +11,10 @@ void turnOff(EditedFile& file, Request const& request);
 /// Turns a comment with a line of a key, or adjacent comments that turnOff() made, into lines of
 /// the key. Comments below the comment of a header belong to another stanza, unless they have more
 /// marks.
-/// throws  Failure if
-/// there is no such comment, or more than one and the request names none.
+/// throws  Failure if there is no such comment, or more than one and the request names none.
 void turnOn(EditedFile& file, Request const& request);
 
-// The line that a key gets which has none. Its place is below a comment with a line of the key.
+// The new line of a key without lines. It belongs below a comment with a line of the key.
 class NewLine {
 public:
     /// Call this before the change.

@@ -87,7 +87,8 @@ void printPlain(Request const& request, std::vector<Change> const& changes,
             char const* const sign = !change.key.empty()                        ? ""
                                      : change.before.kind == ValueState::absent ? "+ "
                                                                                 : "- ";
-            printLine(request, sign + formatHeading(after.dialect, change.stanza));
+            FileContents const& file = *sign == '-' ? before : after;
+            printLine(request, sign + formatHeading(file.dialect, change.stanza));
         }
         isFirst = false;
         stanza = change.stanza;

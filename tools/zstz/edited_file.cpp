@@ -125,6 +125,11 @@ bool EditedFile::mayHaveSeveralMarks(std::string const& key)
     return markedKeys_->contains(identity) || markedKeys_->contains("");
 }
 
+bool EditedFile::hasSecrets() const
+{
+    return !originalSecrets_.empty() || store_.contents().obfuscatedItemCount() != 0;
+}
+
 // Returns the obfuscated values, as a companion file has them.
 std::string EditedFile::secrets() const
 {

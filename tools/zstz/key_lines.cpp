@@ -106,7 +106,8 @@ struct IsAbove {
     bool operator()(uint32_t line, KeyLine const& b) const { return line < b.index; }
 };
 
-// Returns the key lines of an outline, without the lines of one key if `without` is not null.
+// Returns the key lines of an outline, without the lines in `without`, which are in file order, if
+// it is not null.
 std::vector<Entry> entriesOf(zlines::Outline& outline, std::vector<KeyLine> const* without)
 {
     std::vector<Entry> entries;

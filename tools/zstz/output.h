@@ -36,7 +36,7 @@ public:
     /// Prints a key without values as the key alone, not as "key =", in the form "plain".
     void printKeysAlone(bool isAlone) { hasKeysAlone_ = isAlone; }
 
-    /// Starts a stanza.
+    /// Starts a stanza. `heading` is its line in the form "plain"; if it is empty, "[NAME]".
     void addStanza(std::string_view name, std::string const& heading = {});
 
     /// Adds a key of the stanza that was added last. `values` is empty for a key without values.

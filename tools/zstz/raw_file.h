@@ -15,5 +15,7 @@ std::string readText(std::string const& path, double wait);
 
 /// Replaces the text of a file, which needs not be readable as a configuration file. Its companion
 /// stays. The same text needs no right to write the file.
-/// throws  ZPropertiesIOException_6_0, with ESTALE if the file does not have the text `old`.
+/// throws  ZPropertiesIOException_6_0, with ESTALE if the file does not have the text `old`; this
+/// is
+///         not checked if `text` is `old` and the file cannot be written.
 void storeText(std::string const& path, std::string const& old, std::string const& text);

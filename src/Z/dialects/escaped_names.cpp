@@ -40,11 +40,13 @@ std::string decode(std::string_view spelled, bool keepsBrackets)
 {
     std::string name;
     for (size_t at = 0; at < spelled.size();) {
+        if (spelled[at] != '\\') {
+            name += spelled[at++];
+            continue;
+        }
         std::string_view const rest = spelled.substr(at);
         Escape const escape = readEscape(Escapes::kconfig, spelled, at);
-        if (rest[0] != '\\') {
-            name += spelled[at++];
-        } else if (escape.kind == Escape::unknown) {
+        if (escape.kind == Escape::unknown) {
             name += spelled.substr(at, escape.end - at);
             at = escape.end;
         } else {

@@ -31,7 +31,6 @@ constexpr NameRule kNames[] = {
     {"*.link", rowSystemd},
     {"*.dnssd", rowSystemd},
     {"*.path", rowSystemd},
-    {"*.dnssd", rowSystemd},
     {"*.service.d/*.conf", rowSystemd},
     {"*.socket.d/*.conf", rowSystemd},
     {"*.timer.d/*.conf", rowSystemd},

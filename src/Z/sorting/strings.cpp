@@ -316,6 +316,7 @@ public:
 
 private:
     static constexpr unsigned int kShort = 104;  // elements
+    static_assert(kShort < kMinDigitSort, "lists that are sorted by digits have counts");
 
     alignas(Record) unsigned char short_[kShort * (sizeof(Record) + sizeof(void*))];
     zmemory::MallocPtr<unsigned char> heap_;
