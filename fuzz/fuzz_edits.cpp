@@ -41,10 +41,12 @@ bool chooseValue(Choices& choices, DialectModel const& model, Edit& edit)
 }
 
 // EditCheck takes a byte order mark for a line, and a lone carriage return at the end of the file
-// for a line ending that changes.
+// for a line ending that changes. A line that becomes the last of a file without a final newline
+// gives up its own line ending, and a new line below gives it that of the file.
 bool canBeChecked(std::string const& text)
 {
-    return !text.starts_with("\xef\xbb\xbf") && !text.ends_with('\r');
+    bool const isMixed = !text.ends_with('\n') && text.find("\r\n") != std::string::npos;
+    return !text.starts_with("\xef\xbb\xbf") && !text.ends_with('\r') && !isMixed;
 }
 
 // No dialect of the table has separate stanzas below keys without a header. The difference writer
