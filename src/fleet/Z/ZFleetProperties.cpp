@@ -27,6 +27,14 @@ bool isEmpty(char const* text)
     return text == nullptr || *text == 0;
 }
 
+// Appends an object, which an owning list takes over.
+void append(ZArrayList_6_0& list, ZObject_6_0* object)
+{
+    std::unique_ptr<ZObject_6_0> owner(object);
+    list.addNoCopy(object);
+    owner.release();
+}
+
 }  // namespace
 
 struct ZFleetProperties_6_0::Rep {
@@ -359,7 +367,7 @@ void ZFleetProperties_6_0::conflicts(ZArrayList_6_0& out) const
 {
     Hold const hold(*this);
     for (zfleet::Conflict const& conflict : rep_->conflicts)
-        out.add(new ZFleetConflict_6_0(conflict.stanza.c_str(), conflict.key.c_str()));
+        append(out, new ZFleetConflict_6_0(conflict.stanza.c_str(), conflict.key.c_str()));
 }
 
 void ZFleetProperties_6_0::log(char const* path, ZArrayList_6_0& out) const
@@ -369,9 +377,9 @@ void ZFleetProperties_6_0::log(char const* path, ZArrayList_6_0& out) const
     zfleet::translateFailures(kSource, chosen, [&] {
         for (zfleet::LoggedGeneration const& logged : rep_->session.log(chosen)) {
             zfleet::Metadata const& metadata = logged.entry.metadata;
-            out.add(new ZFleetGeneration_6_0(metadata.generation, metadata.time,
-                                             metadata.host.c_str(), metadata.user.c_str(),
-                                             metadata.reason.c_str(), logged.entry.isOmitted));
+            append(out, new ZFleetGeneration_6_0(metadata.generation, metadata.time,
+                                                 metadata.host.c_str(), metadata.user.c_str(),
+                                                 metadata.reason.c_str(), logged.entry.isOmitted));
         }
     });
 }
