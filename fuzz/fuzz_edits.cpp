@@ -42,7 +42,7 @@ bool chooseValue(Choices& choices, DialectModel const& model, Edit& edit)
 
 // EditCheck takes a byte order mark for a line, and a lone carriage return at the end of the file
 // for a line ending that changes. A line that becomes the last of a file without a final newline
-// gives up its own line ending, and a new line below gives it that of the file.
+// gives up its line ending, and gets the ending of the file if a new line follows.
 bool canBeChecked(std::string const& text)
 {
     bool const isMixed = !text.ends_with('\n') && text.find("\r\n") != std::string::npos;
