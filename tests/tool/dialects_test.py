@@ -232,7 +232,7 @@ CHANGE += [
         ("add", ["9", "--before", "1"], b'has the value "1" only above the empty value'),
         ("unset", ["7"], b'has no value "7"'))
 ] + [
-    row("systemd", RESET_LIST + b"E=\n", ["set", "s", "E", "9", "--nth", "1"], b"has 0 values", NOT_FOUND),
+    row("systemd", RESET_LIST + b"E=\n", ["set", "s", "E", "9", "--nth", "1"], b"has no value below the empty value", NOT_FOUND),
     row("systemd", RESET_LIST + b"E=\nE=4\n", ["unset", "s", "E", ""], b"", DONE, RESET_LIST + b"E=4\n"),
     row("systemd", RESET_LIST + b"E=\n", ["add", "s", "E", "9", "--first"], b"", DONE, RESET_LIST + b"E=\nE=9\n"),
     row("ini", b"[s]\nk=2\nk=2\n", ["set", "s", "k", "9", "--old", "2"], b"", DONE, b"[s]\nk=2\nk=9\n"),
