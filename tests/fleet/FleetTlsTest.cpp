@@ -2,6 +2,8 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <openssl/ssl.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,10 +22,12 @@ namespace {
 // The budget of a call that cannot succeed, and whose failure has no code of its own.
 constexpr std::chrono::seconds kShort{1};
 
-// Accepts connections and closes them after the first bytes.
+// Accepts connections and closes them after the first bytes. With a node's certificate, it refuses
+// clients without one, and sends an alert, as the nodes of a cluster do.
 class ClosingServer {
 public:
-    ClosingServer() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    explicit ClosingServer(SignedPair node = {})
+        : node_(std::move(node)), fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
         sockaddr_in place{};
         place.sin_family = AF_INET;
@@ -50,13 +54,52 @@ public:
 private:
     void serve()
     {
+        // OpenSSL writes to closed connections.
+        sigset_t pipe;
+        sigemptyset(&pipe);
+        sigaddset(&pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
         for (int client; (client = accept(fd_, nullptr, nullptr)) >= 0; close(client)) {
             ++connections_;
             char bytes[16384];
-            recv(client, bytes, sizeof bytes, 0);
+            if (node_.key.empty())
+                recv(client, bytes, sizeof bytes, 0);
+            else
+                refuse(client);
         }
     }
 
+    void refuse(int client) const
+    {
+        SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
+        BIO* const certificate = BIO_new_mem_buf(node_.certificate.data(), -1);
+        BIO* const key = BIO_new_mem_buf(node_.key.data(), -1);
+        X509* const x509 = PEM_read_bio_X509(certificate, nullptr, nullptr, nullptr);
+        EVP_PKEY* const secret = PEM_read_bio_PrivateKey(key, nullptr, nullptr, nullptr);
+        SSL_CTX_use_certificate(context, x509);
+        SSL_CTX_use_PrivateKey(context, secret);
+        SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+        SSL_CTX_set_alpn_select_cb(
+            context,
+            [](SSL*, unsigned char const** chosen, unsigned char* length, unsigned char const* in,
+               unsigned, void*) {
+                *chosen = in + 1;
+                *length = in[0];
+                return SSL_TLSEXT_ERR_OK;
+            },
+            nullptr);
+        SSL* const session = SSL_new(context);
+        SSL_set_fd(session, client);
+        EXPECT_NE(1, SSL_accept(session));
+        SSL_free(session);
+        EVP_PKEY_free(secret);
+        X509_free(x509);
+        BIO_free(key);
+        BIO_free(certificate);
+        SSL_CTX_free(context);
+    }
+
+    SignedPair const node_;
     int const fd_;
     int port_ = 0;
     std::atomic<int> connections_{0};
@@ -152,6 +195,13 @@ TEST_F(FleetTls, UnencryptedNodeIsNotUsedWithAnAuthority)
     ScriptedServer server;
     EXPECT_EQ(code(EPROTO), readFrom(server, {authority_.pem(), "", ""}));
     EXPECT_EQ(0u, server.requests().size());
+}
+
+TEST_F(FleetTls, AlertOfANodeIsRecognised)
+{
+    ClosingServer server(node_);
+    EXPECT_EQ(code(EPROTO),
+              readFrom(server.address(), {authority_.pem(), "", ""}, std::chrono::seconds(60)));
 }
 
 // A node that is being started or stopped closes connections, too.

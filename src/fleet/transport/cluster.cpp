@@ -263,6 +263,8 @@ Header Cluster::probe(unsigned endpoint, Budget& budget)
                                                   timeoutOf(budget), attempts.token);
         if (status.code == 0)
             return fromWire(response.header());
+        if (endpoints_[endpoint]->isDueToCertificates(status, timeoutOf(budget)))
+            attempts.fail(EPROTO, status.message);
         Verdict const verdict = classify(status.code, status.message);
         if (verdict.handling != Handling::renewToken || attempts.hasRenewed ||
             settings_.user.empty())

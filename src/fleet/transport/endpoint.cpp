@@ -133,7 +133,7 @@ bool Endpoint::mayBeDueToCertificates(CallStatus const& status) const
     if (status.code != statusUnavailable || certificates_.ca.empty())
         return false;
     for (char const* const text :
-         {kNotAccepted, "Socket closed", "Connection reset", "Broken pipe"})
+         {kNotAccepted, "Socket closed", "Endpoint read failed", "Connection reset", "Broken pipe"})
         if (status.message.find(text) != std::string::npos)
             return true;
     return false;
