@@ -238,3 +238,15 @@ TEST(DialectLines, ACommentInsideANameStaysWhenTheValueChanges)
     EXPECT_EQ("[s]\n#d\nk \\\n;c\nl=4\n",
               textAfter("systemd", "[s]\nk \\\n;c\nl=3\\\n#d\n3\n", {set("s", "k  l", "4")}));
 }
+
+// A backslash at the end of the file belongs to the value.
+TEST(DialectLines, AnEmptyValueDoesNotContinueTheLineOfItsKey)
+{
+    for (char const* const dialect : {"samba", "systemd"})
+        for (char const* const end : {"", "\n", "\nl=2\n"}) {
+            std::string const text = "[s]\nk=\\\nx" + std::string(end);
+            EXPECT_EQ("[s]\nk=" + std::string(end), textAfter(dialect, text, {set("s", "k", "")}))
+                << dialect << ": " << text;
+        }
+    EXPECT_EQ("[s]\n;c\nk=\n", textAfter("systemd", "[s]\nk=\\\n;c\nx\n", {set("s", "k", "")}));
+}

@@ -257,8 +257,9 @@ struct Aside {
 // The lines of the file that a key line has.
 class ValueLines {
 public:
+    /// `begin` is the end of the bytes before the value, which stay.
     ValueLines(SwitchedDialect const& dialect, std::string_view text, Line const& line,
-               uint32_t end)
+               uint32_t begin, uint32_t end)
         : joining_(dialect.switches(), dialect.characters()), text_(text), line_(line)
     {
         PhysicalLine at = physicalLineAt(text, line.begin);
@@ -271,8 +272,8 @@ public:
             at = physicalLineAt(text, at.next);
             std::string_view const chars = text.substr(at.begin, at.end - at.begin);
             if (isAside(chars, at.begin)) {
-                if (at.begin < line.valueBegin)
-                    continue;  // inside the name, where it stays
+                if (at.begin < begin)
+                    continue;
                 asides_.back().push_back(
                     {chars,
                      std::string(at.end == at.next ? ending()
@@ -461,6 +462,18 @@ bool replaceQuoted(Switches const& switches, std::string_view text, Line const& 
     return true;
 }
 
+// Returns the end of the bytes of a line that stay before a new value. An empty value is no reason
+// to continue the line of the separator.
+uint32_t endBeforeValue(std::string_view text, Line const& line, std::string_view value)
+{
+    std::string_view const separator = slice(text, line.nameEnd, line.valueBegin);
+    size_t const newline = separator.rfind('\n');
+    size_t const first = separator.find_first_of("=:");
+    if (!value.empty() || newline == separator.npos || first == separator.npos || first > newline)
+        return line.valueBegin;
+    return line.nameEnd + static_cast<uint32_t>(first) + 1;
+}
+
 }  // namespace
 
 bool SwitchedDialect::acceptsWithoutKeys(std::string_view text) const
@@ -589,11 +602,12 @@ std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, 
     size_t const lineEnd = std::min(text.find('\n', line.valueEnd), text.size() - 1) + 1;
     if (!(switches_.join & joinInsideValue))
         end = std::min(end, static_cast<uint32_t>(lineEnd));
-    ValueLines lines(*this, text, line, end);
+    uint32_t const begin = endBeforeValue(text, line, value);
+    ValueLines lines(*this, text, line, begin, end);
     std::string_view const spelled = slice(text, line.valueBegin, line.valueEnd);
     Form const old = formOf(characters_, spelled);
     Form const form = Forms(switches_, old).all[spelling];
-    Replacement change{line.valueBegin, line.valueEnd, {}};
+    Replacement change{begin, line.valueEnd, {}};
     if (form == Form::unchangedLines) {
         if (line.kind != zlines::valueLine)
             return {};
@@ -612,7 +626,7 @@ std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, 
         bool const isCommentLast = lines.last() > lines.end();
         change = {line.begin, isCommentLast ? lines.last() : line.valueEnd, comments,
                   comments.size()};
-        change.text += slice(text, line.begin, line.valueBegin);
+        change.text += slice(text, line.begin, begin);
     }
     std::string_view const separator = slice(text, line.nameEnd, line.valueBegin);
     bool const isEmpty = line.valueBegin == line.valueEnd;
@@ -660,7 +674,7 @@ Replacement SwitchedDialect::removeLine(std::string_view text, Line const& line,
     // A header before the key stays, with the comment after the value.
     if (begin > 0 && text[begin - 1] == ']')
         return {begin, line.valueEnd, {}};
-    ValueLines const lines(*this, text, line, end);
+    ValueLines const lines(*this, text, line, line.valueBegin, end);
     std::string const comments = lines.comments();
     return {line.begin, end, comments + lines.passedOver(), comments.size()};
 }
