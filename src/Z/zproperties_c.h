@@ -59,10 +59,11 @@ typedef struct ZPROPValue {
                    // (string: null if empty), char*** (list: ends with a null pointer)
 } ZPROPValue;
 
-/// Opens `file`, reads it and stores a handle in `*handle`.
+/// Opens `file`, reads it and stores a handle in `*handle`. The path "etcd://FLEET/NAME" names a
+/// configuration in a cluster, if libzfleet is installed; see docs/fleet.md.
 /// owns    owned by the caller; released with zstzPropClose_6_0.
 /// codes   55 if an argument is null or `mode` is neither 1 nor 2; `*handle` is untouched then. 51
-///         if the file cannot be read; `*handle` is null then.
+///         if the file cannot be read, 58 for a cluster without libzfleet; `*handle` is null then.
 int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode);
 
 /// Closes a handle. Unsaved changes are lost. A bad handle is ignored.

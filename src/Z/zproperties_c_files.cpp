@@ -63,7 +63,7 @@ int findDialect(char const* name, char const* file, ZStanzaDialect_6_0& dialect)
                    ? int{zpropOk}
                    : recordFailure(zpropUnsupported, "The dialect is unknown.",
                                    {nullptr, nullptr, file});
-    if (file == nullptr)
+    if (file == nullptr || isRemote(file))
         return zpropOk;
     return codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
         // Two formats use the same name. A copy has a further ending.

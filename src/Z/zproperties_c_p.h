@@ -43,10 +43,11 @@ struct Call : CallNames {
     size_t length = 0;
 };
 
-// A change that a plain function refuses by itself: its arguments are valid. The code is 52,
-// without a message number.
+// A call that a plain function refuses by itself: its arguments are valid. The failure has no
+// message number.
 struct Refusal {
     char const* reason;
+    int code = zpropChangeFailed;
 };
 
 /// Returns the problem and the remedy of the line that a load has refused; empty if the exception
@@ -89,6 +90,13 @@ public:
 
     explicit PlainStore(ZStanzaDialect_6_0 const& dialect);
     ~PlainStore() override;
+
+    // A path that starts with "etcd://" names a configuration in a cluster, which libzfleet reads
+    // and writes.
+    /// throws  also a Refusal, if libzfleet is not installed; the exceptions of libzfleet.
+    void load(char const* path) override;
+    void reload(char const* path) override;
+    void store(char const* path) override;
 
     /// Returns the name of the file; empty if the store has none.
     /// owns    borrowed as long as the store exists.
@@ -147,6 +155,10 @@ public:
     ObserverSlot observer;
 
 private:
+    struct Remote;
+
+    template <class Action>
+    void withRemote(char const* path, Action action);
     unsigned long cacheAttributes() const;
     void requireOneStanza(char const* stanza) const;
     zdialects::ValueRange countingRange(char const* key,
@@ -162,9 +174,14 @@ private:
     zdialects::Switches const switches_;
     bool const isStanzaFile_;  // the dialect is "stanza"
     std::atomic<char const*> knownName_{""};
-    unsigned depth_ = 0;  // of Access; guarded by the store's lock
-    Changes queued_;      // guarded by the store's lock
+    unsigned depth_ = 0;              // of Access; guarded by the store's lock
+    Changes queued_;                  // guarded by the store's lock
+    std::unique_ptr<Remote> remote_;  // guarded by the store's lock; null: no cluster is used
 };
+
+/// Returns whether `path` names a configuration in a cluster.
+/// range   may be null.
+bool isRemote(char const* path);
 
 /// Returns a number that identifies the calling thread; no later thread has the same.
 uint64_t threadNumber();
@@ -299,7 +316,7 @@ int codeOf(CodeOfFailure* codeOfFailure, Call call, Store const* store, Action a
     } catch (Refusal const& refusal) {
         if (store != nullptr && call.file == nullptr)
             call.file = store->knownName();
-        return recordFailure(zpropChangeFailed, refusal.reason, call);
+        return recordFailure(refusal.code, refusal.reason, call);
     } catch (...) {
         if (zreporting::caughtCancellation())
             throw;

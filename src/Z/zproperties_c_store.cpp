@@ -69,15 +69,6 @@ PlainStore::Access::~Access() noexcept(false)
         sender_.changes.swap(store_.queued_);
 }
 
-PlainStore::PlainStore(ZStanzaDialect_6_0 const& dialect)
-    : ZStanzaFileProperties_6_0(1, dialect),
-      switches_(zdialects::switchesOf(dialect)),
-      isStanzaFile_(switches_.isStanzaFormat())
-{
-}
-
-PlainStore::~PlainStore() = default;
-
 void PlainStore::publishName()
 {
     knownName_.store(fileName().getChars(), std::memory_order_release);

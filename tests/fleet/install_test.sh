@@ -56,6 +56,32 @@ cmake --build "$room/build" >"$room/build.txt"
 printed=$(QVRDIR=$tables "$room/build/program")
 [ "$printed" = "$expected" ] || fail "the program built with CMake printed: $printed"
 
+# The plain functions load libzfleet, if it is installed.
+cat >"$room/plain.c" <<'END'
+#include <Z/zproperties_c.h>
+#include <stdio.h>
+
+int main(void)
+{
+    ZPROP_handle* handle;
+    ZPROPError error = {sizeof error};
+    int const code = zstzPropOpen_6_0(&handle, "etcd://fleet/not/a/name", zpropOpenRead);
+    zstzPropGetLastError_6_0(&error);
+    printf("%d %s\n", code, code == zpropUnsupported ? error.text : error.file);
+    return 0;
+}
+END
+# shellcheck disable=SC2046  # a list
+cc -std=c99 -Wall -Wextra -Werror "$room/plain.c" -o "$room/plain" \
+    $(pkg-config --cflags --libs zfoundation-6.0) -Wl,-rpath,"$libdir"
+printed=$(QVRDIR=$tables LD_LIBRARY_PATH=$libdir "$room/plain")
+[ "$printed" = "51 etcd://fleet/not/a/name" ] || fail "the plain functions printed: $printed"
+mkdir "$room/foundation"
+cp -P "$libdir"/libzfoundation-6.0.so* "$libdir"/libqvr* "$room/foundation/" 2>/dev/null || true
+printed=$(QVRDIR=$tables LD_LIBRARY_PATH=$room/foundation "$room/plain")
+[[ $printed == "58 The library libzfleet-6.0 cannot be loaded; install the package "* ]] ||
+    fail "the plain functions printed without libzfleet: $printed"
+
 [ "$("$room/prefix/bin/zfleet" --version)" = "zfleet 6.0" ] || fail "zfleet does not run"
 if grep -q zfleet "$libdir/cmake/ZFoundation/"*.cmake "$libdir/pkgconfig/zfoundation-6.0.pc"; then
     fail "the package of the foundation names libzfleet"
