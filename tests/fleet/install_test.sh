@@ -64,7 +64,7 @@ cat >"$room/plain.c" <<'END'
 int main(void)
 {
     ZPROP_handle* handle;
-    ZPROPError error = {sizeof error};
+    ZPROPError error = {.size = sizeof error};
     int const code = zstzPropOpen_6_0(&handle, "etcd://fleet/not/a/name", zpropOpenRead);
     zstzPropGetLastError_6_0(&error);
     printf("%d %s\n", code, code == zpropUnsupported ? error.text : error.file);
