@@ -239,6 +239,22 @@ TEST(DialectLines, ACommentInsideANameStaysWhenTheValueChanges)
               textAfter("systemd", "[s]\nk \\\n;c\nl=3\\\n#d\n3\n", {set("s", "k  l", "4")}));
 }
 
+TEST(DialectLines, ACommentInsideANameStaysWhenTheKeyChanges)
+{
+    std::string const text = "[s]\nk \\\n;c\nl=3\n";
+    auto const add = [](Store& store) { store.addValue("s", "k  l", "4", 0); };
+    auto const rename = [](Store& store) { store.renameKey("s", "k  l", "m"); };
+    auto const setRenamed = set("s", "m", "5");
+    auto const remove = [](Store& store) { store.deleteKey("s", "k  l"); };
+    EXPECT_EQ(text + "k  l=4\n", textAfter("systemd", text, {add}));
+    EXPECT_EQ("[s]\n;c\nm=3\n", textAfter("systemd", text, {rename}));
+    EXPECT_EQ("[s]\n;c\nm=5\n", textAfter("systemd", text, {rename, setRenamed}));
+    EXPECT_EQ("[s]\n;c\nm=3\nm=4\n", textAfter("systemd", text, {add, rename}));
+    EXPECT_EQ("[s]\n;c\n", textAfter("systemd", text, {remove}));
+    EXPECT_EQ("[s]\n;d\n;c\nm=5\n",
+              textAfter("systemd", "[s]\nk \\\n;c\nl=3\\\n;d\n3\n", {rename, setRenamed}));
+}
+
 // A backslash at the end of the file belongs to the value.
 TEST(DialectLines, AnEmptyValueDoesNotContinueTheLineOfItsKey)
 {

@@ -674,9 +674,27 @@ Replacement SwitchedDialect::removeLine(std::string_view text, Line const& line,
     // A header before the key stays, with the comment after the value.
     if (begin > 0 && text[begin - 1] == ']')
         return {begin, line.valueEnd, {}};
-    ValueLines const lines(*this, text, line, line.valueBegin, end);
+    ValueLines const lines(*this, text, line, line.begin, end);
     std::string const comments = lines.comments();
     return {line.begin, end, comments + lines.passedOver(), comments.size()};
+}
+
+// The comments inside a name that continues are above the key then.
+Replacement SwitchedDialect::renameKey(std::string_view text, Line const& line,
+                                       std::string_view name) const
+{
+    Replacement change{line.nameBegin(), line.nameEnd, {}};
+    if (slice(text, change.begin, change.end).find('\n') != std::string_view::npos) {
+        std::string comments = ValueLines(*this, text, line, line.begin, line.nameEnd).comments();
+        change.commentBytes = comments.size();
+        if (!comments.empty()) {
+            comments += slice(text, line.begin, change.begin);
+            change.begin = line.begin;
+        }
+        change.text = std::move(comments);
+    }
+    appendKey(name, change.text);
+    return change;
 }
 
 }  // namespace zdialects

@@ -106,6 +106,8 @@ public:
     zlines::Replacement removeValue(std::string_view text, zlines::Line const& line) const override;
     zlines::Replacement renameHeader(std::string_view text, zlines::Line const& header,
                                      std::string_view name) const override;
+    zlines::Replacement renameKey(std::string_view text, zlines::Line const& line,
+                                  std::string_view name) const override;
     zlines::Replacement removeLine(std::string_view text, zlines::Line const& line,
                                    uint32_t end) const override;
 

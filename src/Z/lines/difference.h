@@ -147,7 +147,7 @@ private:
     void removeLine(uint32_t line);
     void insertValue(uint32_t model, uint32_t position, Edits::Order order, std::string_view value);
     void keepCommentColumn(uint32_t line, Replacement& change) const;
-    Replacement splitComments(Line const& line, Replacement& change) const;
+    Replacement splitComments(Line const& line, uint32_t begin, Replacement& change) const;
     std::string lineAfter(uint32_t line, Replacement const& change) const;
     bool dropSpaces(uint32_t line, Replacement& change) const;
     std::string contextAbove(uint32_t above) const;

@@ -76,7 +76,11 @@ void Difference::compareSpaces(uint32_t line, std::string_view comment)
 void Difference::renameKey(uint32_t line, Entry const& entry)
 {
     record(stanzaName_, entry.text, {});
-    edits_.replaceName(dialect_.renameKey(text_, outline_.lines()[line], entry.text));
+    Line const& read = outline_.lines()[line];
+    Replacement change = dialect_.renameKey(text_, read, entry.text);
+    if (change.commentBytes > 0)
+        edits_.moveComments(splitComments(read, read.nameBegin(), change));
+    edits_.replaceName(std::move(change));
 }
 
 void Difference::compareValues(Entry const& entry, std::vector<uint32_t> const& lines)
@@ -187,7 +191,7 @@ void Difference::setValue(uint32_t line, std::string_view value)
         if (isProven || (isLast && !dialect_.needsContext())) {
             size_t const count = edits_.count();
             if (change->commentBytes > 0)
-                edits_.moveComments(splitComments(record, *change));
+                edits_.moveComments(splitComments(record, record.valueBegin, *change));
             // Values that are added to the key above precede a name at the start of the line.
             if (change->begin == record.begin)
                 edits_.replaceName(std::move(*change));
@@ -201,16 +205,16 @@ void Difference::setValue(uint32_t line, std::string_view value)
 }
 
 // Returns the part of a change that inserts comments above a line. Leaves the rest to `change`,
-// without the bytes before the value if they stay: the key may get another name.
-Replacement Difference::splitComments(Line const& line, Replacement& change) const
+// without the bytes up to `begin` if they stay: the key may get another name.
+Replacement Difference::splitComments(Line const& line, uint32_t begin, Replacement& change) const
 {
     Replacement comments{change.begin, change.begin, change.text.substr(0, change.commentBytes),
                          change.commentBytes};
     change.text.erase(0, std::exchange(change.commentBytes, 0));
-    std::string_view const prefix = slice(text_, line.begin, line.valueBegin);
+    std::string_view const prefix = slice(text_, line.begin, begin);
     if (change.begin == line.begin && change.text.starts_with(prefix)) {
         change.text.erase(0, prefix.size());
-        change.begin = line.valueBegin;
+        change.begin = begin;
     }
     return comments;
 }
@@ -284,6 +288,13 @@ void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order ord
         dialect_.appendKey(renamedKey_->text, key);
     else
         key = outline_.spelledName(model);
+    // Comments can be between the lines of a name that continues.
+    if (key.find('\n') != std::string::npos) {
+        std::string space;
+        std::string const name(dialect_.writtenKey(text_, outline_.lines()[model], space));
+        key.clear();
+        dialect_.appendKey(name, key);
+    }
     std::string line;
     if (!appendLine(style, key, value, contextAbove(below == 0 ? kNone : below - 1), below, line))
         throw refusalBelow(below == 0 ? kNone : below - 1, outline_.keyName(model, keySpace_),
