@@ -1,7 +1,9 @@
 // The program zfleet with a model of a cluster: output and exit codes.
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -28,6 +30,12 @@ protected:
         while ((length = fread(chunk, 1, sizeof chunk, pipe)) > 0)
             output.append(chunk, length);
         return output + "(" + std::to_string(WEXITSTATUS(pclose(pipe))) + ")";
+    }
+
+    static int exitOf(std::string const& arguments)
+    {
+        std::string const output = run(arguments);
+        return atoi(output.c_str() + output.rfind('(') + 1);
     }
 
     ModelCluster cluster_;
@@ -96,7 +104,8 @@ TEST_F(FleetTool, FailuresNameTheirRemedy)
         "etcd://FLEET/NAME\n(2)",
         run("get etcd://test/a/b s k"));
     EXPECT_EQ("zfleet: missing command; run 'zfleet --help' for a list\n(2)", run(""));
-    EXPECT_EQ("zfleet: unknown command \"push\"; run 'zfleet --help' for a list\n(2)", run("push"));
+    EXPECT_EQ("zfleet: unknown command \"shove\"; run 'zfleet --help' for a list\n(2)",
+              run("shove"));
     EXPECT_EQ("zfleet: set: VALUE is required; run 'zfleet set --help'\n(2)",
               run("set etcd://test/gateway s k"));
     std::string const help = run("set --help");
@@ -149,6 +158,182 @@ TEST_F(FleetTool, LogShowAndUndo)
         "zfleet: log: a local file has no log; write the path as etcd://FLEET/NAME, or run 'zfleet "
         "log --help'\n(2)",
         run("log /etc/hostname"));
+}
+
+TEST_F(FleetTool, PushReplacesTheTextAndPrintsTheDifference)
+{
+    // Lines stay byte for byte.
+    std::string const text = "# note\n[listener]\nport=2\n host =  a\n\n[new]\nk = v";
+    std::string const path = file_.directory().write("local.conf", text);
+    std::string const diff =
+        "--- etcd://test/gateway\n"
+        "+++ etcd://test/gateway\n"
+        "@@ -1,4 +1,7 @@\n"
+        "+# note\n"
+        " [listener]\n"
+        "-port = 1\n"
+        "-host = a\n"
+        "-host = b\n"
+        "+port=2\n"
+        "+ host =  a\n"
+        "+\n"
+        "+[new]\n"
+        "+k = v\n"
+        "\\ No newline at end of file\n";
+    EXPECT_EQ(diff + "(0)", run("push -n " + path + " etcd://test/gateway"));
+    EXPECT_EQ("[listener]\nport = 1\nhost = a\nhost = b\n", cluster_.get(kText));
+    EXPECT_EQ(diff + "(0)", run("push " + path + " etcd://test/gateway --reason 'move to port 2'"));
+    EXPECT_EQ(text, cluster_.get(kText));
+    EXPECT_NE(std::string::npos, run("log etcd://test/gateway").find("  move to port 2\n"));
+    EXPECT_EQ("(0)", run("push " + path + " etcd://test/gateway"));
+    EXPECT_NE(std::string::npos, cluster_.get("/zfleet/6/cfg/gateway/meta").find("generation 1\n"));
+    EXPECT_EQ("(0)", run("push - etcd://test/gateway -q <" +
+                         file_.directory().write("other", "[s]\nk = 1\n")));
+    EXPECT_EQ("[s]\nk = 1\n", cluster_.get(kText));
+}
+
+TEST_F(FleetTool, PushCreatesOnlyWithAnOption)
+{
+    std::string const path = file_.directory().write("local.conf", "[s]\nk = 1\n");
+    EXPECT_EQ(
+        "zfleet: etcd://test/none: no such configuration; check the name, or create it with "
+        "--create\n(4)",
+        run("push " + path + " etcd://test/none"));
+    std::string const diff =
+        "--- /dev/null\n+++ etcd://test/none\n@@ -0,0 +1,2 @@\n+[s]\n+k = 1\n(0)";
+    EXPECT_EQ(diff, run("push -n --create " + path + " etcd://test/none"));
+    EXPECT_EQ("(missing)", cluster_.get("/zfleet/6/cfg/none/text"));
+    EXPECT_EQ(diff, run("push --create " + path + " etcd://test/none"));
+    EXPECT_EQ("[s]\nk = 1\n", cluster_.get("/zfleet/6/cfg/none/text"));
+}
+
+TEST_F(FleetTool, ObfuscatedValuesTravelWithTheText)
+{
+    std::string const path = file_.directory().write("local.conf", "[s]\nk = 1\n");
+    {
+        ZStanzaFileProperties_6_0 local(path.c_str(), 1);
+        local.setValue("s", "secret", "swordfish", 1);
+        local.store(nullptr);
+    }
+    EXPECT_EQ("zfleet: etcd://test/new: note: the obfuscated values would change\n(0)",
+              run("push -n --create " + path + " etcd://test/new 2>&1 >/dev/null #"));
+    EXPECT_EQ("(0)", run("push -q --create " + path + " etcd://test/new"));
+    // The path of the companion is a path of this machine.
+    EXPECT_EQ(std::string::npos, cluster_.get("/zfleet/6/cfg/new/text").find("local"));
+    EXPECT_NE("(missing)", cluster_.get("/zfleet/6/cfg/new/hidden"));
+    EXPECT_EQ("swordfish\n(0)", run("get etcd://test/new s secret"));
+
+    std::string const copy = file_.directory().at("copy.conf");
+    EXPECT_EQ("(0)", run("pull -q etcd://test/new " + copy));
+    ZStanzaFileProperties_6_0 pulled(copy.c_str(), 1);
+    ZLCString_6_0 value;
+    pulled.getValue("s", "secret", value, 0, "");
+    EXPECT_STREQ("swordfish", value.getChars());
+    EXPECT_EQ("(0)", run("pull etcd://test/new " + copy));
+    EXPECT_EQ("(0)", run("push " + copy + " etcd://test/new"));
+
+    // A configuration without obfuscated values removes the values of the file.
+    EXPECT_EQ("(0)", run("pull -q etcd://test/gateway " + copy));
+    EXPECT_EQ("[listener]\nport = 1\nhost = a\nhost = b\n", file_.directory().read("copy.conf"));
+    EXPECT_EQ("(missing)", file_.directory().read("copy.conf.obf"));
+}
+
+TEST_F(FleetTool, PullReplacesTheFileAndPrintsTheDifference)
+{
+    std::string const path = file_.directory().at("local.conf");
+    std::string const name = path.substr(1);
+    std::string const added = "--- /dev/null\n+++ " + name +
+                              "\n@@ -0,0 +1,4 @@\n+[listener]\n+port = 1\n+host = a\n+host = b\n";
+    EXPECT_EQ(added + "(0)", run("pull -n etcd://test/gateway " + path));
+    EXPECT_NE(0, access(path.c_str(), F_OK));
+    EXPECT_EQ(added + "(0)", run("pull etcd://test/gateway " + path));
+    EXPECT_EQ("[listener]\nport = 1\nhost = a\nhost = b\n", file_.directory().read("local.conf"));
+    EXPECT_EQ("(0)", run("pull etcd://test/gateway " + path));
+
+    std::string const text = "[listener]\nport=3\n\n# end";
+    cluster_.put(kText, text);
+    std::string const changed = "--- " + name + "\n+++ " + name +
+                                "\n@@ -1,4 +1,4 @@\n [listener]\n-port = 1\n-host = a\n-host = "
+                                "b\n+port=3\n+\n+# end\n\\ No newline at end of file\n(0)";
+    EXPECT_EQ(changed, run("pull -n etcd://test/gateway " + path));
+    EXPECT_EQ(changed, run("pull etcd://test/gateway " + path));
+    EXPECT_EQ(text, file_.directory().read("local.conf"));
+}
+
+TEST_F(FleetTool, UnreadableConfigurationIsReplacedByForceOnly)
+{
+    std::string const path = file_.directory().write("local.conf", "[s]\nk = 1\n");
+    cluster_.put(kText, "[listener]\nno separator\nport = 1\n");
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway:2:1: \"no separator\": invalid line; pass --force to replace "
+        "the configuration\n(3)",
+        run("push " + path + " etcd://test/gateway"));
+    EXPECT_EQ(3, exitOf("pull etcd://test/gateway " + file_.directory().at("none")));
+    EXPECT_NE(0, access(file_.directory().at("none").c_str(), F_OK));
+    std::string const diff =
+        "--- etcd://test/gateway\n+++ etcd://test/gateway\n@@ -1,3 +1,2 @@\n-[listener]\n"
+        "-no separator\n-port = 1\n+[s]\n+k = 1\n(0)";
+    EXPECT_EQ(diff, run("push -n --force " + path + " etcd://test/gateway"));
+    EXPECT_EQ("[listener]\nno separator\nport = 1\n", cluster_.get(kText));
+    // Another program repairs the text at the same time: it stays.
+    cluster_.setPrelude([&] { cluster_.put(kText, "[listener]\nport = 7\n"); });
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway: other programs change the configuration all the time; try "
+        "again\n(5)",
+        run("push --force " + path + " etcd://test/gateway"));
+    EXPECT_EQ("[listener]\nport = 7\n", cluster_.get(kText));
+    cluster_.put(kText, "[listener]\nno separator\nport = 1\n");
+    EXPECT_EQ(diff, run("push --force " + path + " etcd://test/gateway"));
+    EXPECT_EQ("[s]\nk = 1\n", cluster_.get(kText));
+    cluster_.put("/zfleet/6/cfg/gateway/hidden", "damaged");
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway: damaged obfuscated values; pass --force to replace the "
+        "configuration\n(3)",
+        run("push " + path + " etcd://test/gateway"));
+    EXPECT_EQ("zfleet: etcd://test/gateway: note: the obfuscated values have changed\n(0)",
+              run("push --force " + path + " etcd://test/gateway"));
+    EXPECT_EQ("(missing)", cluster_.get("/zfleet/6/cfg/gateway/hidden"));
+}
+
+TEST_F(FleetTool, PushIsMergedWithAStoreAtTheSameTime)
+{
+    std::string const path = file_.directory().write("local.conf", "[listener]\nport = 2\n");
+    cluster_.put(kText, "[listener]\nport = 1\n");
+    cluster_.setPrelude([&] { cluster_.put(kText, "[listener]\nport = 1\n[new]\nk = v\n"); });
+    EXPECT_EQ("zfleet: etcd://test/gateway: note: merged with a change by another program\n(0)",
+              run("push " + path + " etcd://test/gateway 2>&1 >/dev/null #"));
+    EXPECT_EQ("[listener]\nport = 2\n[new]\nk = v\n", cluster_.get(kText));
+    cluster_.put(kText, "[listener]\nport = 1\n");
+    cluster_.setPrelude([&] { cluster_.put(kText, "[listener]\nport = 3\n"); });
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway: key \"port\" in [listener]: another program was faster; try "
+        "again\n(5)",
+        run("push " + path + " etcd://test/gateway"));
+    EXPECT_EQ("[listener]\nport = 3\n", cluster_.get(kText));
+}
+
+TEST_F(FleetTool, PushAndPullRefuseIncompleteCopies)
+{
+    std::string const path = file_.directory().write("local.conf", "[s]\nk = 1\nno separator\n");
+    EXPECT_EQ(3, exitOf("push " + path + " etcd://test/gateway"));
+    EXPECT_EQ(3, exitOf("pull etcd://test/gateway " + path));
+    EXPECT_EQ("[s]\nk = 1\nno separator\n", file_.directory().read("local.conf"));
+    EXPECT_EQ(4, exitOf("push " + file_.directory().at("none") + " etcd://test/gateway"));
+    std::string const zero =
+        file_.directory().write("zero.conf", std::string("[s]\nk = 1\0 2\n", 13));
+    EXPECT_EQ(7, exitOf("push " + zero + " etcd://test/gateway"));
+    cluster_.put(kText, std::string("[s]\nk = 1\0 2\n", 13));
+    EXPECT_EQ(7, exitOf("pull etcd://test/gateway " + file_.directory().at("new")));
+    EXPECT_EQ(
+        "zfleet: push: CONFIGURATION is not in a cluster; write it as etcd://FLEET/NAME, or run "
+        "'zfleet push --help'\n(2)",
+        run("push etcd://test/gateway " + path));
+    EXPECT_EQ("zfleet: pull: FILE is not a local file; run 'zfleet pull --help'\n(2)",
+              run("pull etcd://test/gateway etcd://test/other"));
+    EXPECT_EQ("zfleet: etcd://test/none: no such configuration; check the name\n(4)",
+              run("pull etcd://test/none " + path));
+    cluster_.refuse(7);
+    EXPECT_EQ(4, exitOf("pull etcd://test/gateway " + path));
 }
 
 TEST_F(FleetTool, StatusPrintsEachEndpoint)

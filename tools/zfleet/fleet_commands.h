@@ -14,6 +14,13 @@ bool loadConfiguration(std::string const& path, Store& store);
 /// Sets a key to a single value. Repeats the change while other programs are faster.
 int runFleetSet(Request const& request);
 
+/// Copies a local file to a configuration, and prints the difference. A store of another program
+/// at the same time is merged.
+int runPush(Request const& request);
+
+/// Copies a configuration to a local file, and prints the difference.
+int runPull(Request const& request);
+
 /// Prints the log of a configuration, the latest generation first.
 int runFleetLog(Request const& request);
 

@@ -48,6 +48,20 @@ constexpr Option kGeneration = {"--generation", 0, "N", "the number of the gener
 constexpr Option kShowOptions[] = {kGeneration, kFormat, kNull, kQuiet};
 constexpr Option kUndoOptions[] = {kGeneration};
 
+constexpr Option kDryRun = {"--dry-run", 'n', nullptr, "print the difference and change nothing",
+                            &Request::dryRun};
+constexpr Option kWait = {"--wait", 0, "SECONDS",
+                          "wait for a file that another process uses; default: 2", &Request::wait};
+constexpr Option kPushOptions[] = {
+    {"--create", 0, nullptr, "create a missing configuration", &Request::create},
+    kDryRun,
+    {"--force", 0, nullptr, "replace a configuration that cannot be read", &Request::overwrite},
+    {"--reason", 0, "TEXT", "the reason that the log records", &Request::text},
+    kQuiet,
+    kWait,
+};
+constexpr Option kPullOptions[] = {kDryRun, kQuiet, kWait};
+
 constexpr char kForms[] = "plain|json|sh|lines";
 constexpr char kNameForms[] = "plain|json|lines";
 
@@ -81,6 +95,15 @@ constexpr Verb kVerbs[] = {
      "zfleet set etcd://main/gateway upstream password --obfuscated <password.txt",
      kSetOptions, noOptions, false, "--obfuscated VALUE", "", checkSet, runFleetSet, prepareValue,
      nullptr},
+    {"push", "FILE CONFIGURATION",
+     "replace a configuration by a local file, and print the difference",
+     "zfleet push gateway.conf etcd://main/gateway --dry-run\n"
+     "zfleet push gateway.conf etcd://main/gateway --create",
+     kPushOptions, noOptions, false, "", "", nullptr, runPush, nullptr, nullptr},
+    {"pull", "CONFIGURATION FILE",
+     "replace a local file by a configuration, and print the difference",
+     "zfleet pull etcd://main/gateway gateway.conf", kPullOptions, noOptions, false, "", "",
+     nullptr, runPull, nullptr, nullptr},
     {"log", "FILE", "print the generations of a configuration, the latest first",
      "zfleet log etcd://main/gateway\nzfleet log etcd://main/gateway --format json", kListOptions,
      noOptions, false, "", kNameForms, nullptr, runFleetLog, nullptr, nullptr},
@@ -101,6 +124,8 @@ usage: zfleet VERB [OPTION...] etcd://FLEET/NAME [STANZA [KEY [VALUE]]]
   get FILE STANZA KEY          the last value of a key; --all, --as number|boolean|text, --default V
   list FILE [STANZA [KEY]]     everything; stanzas FILE, keys FILE STANZA: only names
   set FILE STANZA KEY VALUE    the one value; --all to replace several, --create, --obfuscated
+  push FILE CONFIGURATION      a local file to the cluster, with a diff; -n, --create, --force
+  pull CONFIGURATION FILE      a configuration to a local file, with a diff; -n
   log FILE                     the generations, the latest first
   show FILE [STANZA [KEY]]     an earlier generation; --generation N
   undo FILE                    undoes the last change; --generation N another change. Later ones stay

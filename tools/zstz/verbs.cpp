@@ -25,6 +25,7 @@ constexpr Argument kArguments[] = {
     {"BASE", &Request::base, nullptr, "", false},
     {"OURS", &Request::file, nullptr, "", false},
     {"THEIRS", &Request::other, nullptr, "", false},
+    {"CONFIGURATION", &Request::other, nullptr, "", false},
     {"TEMPLATE", &Request::file, nullptr, "", false},
     {"SHELL", &Request::shell, nullptr, "bash|zsh|fish|candidates", false},
     {"VERB", &Request::text, nullptr, "", false},
