@@ -346,6 +346,11 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// Returns whether a value has no UTF-8 form and is therefore read as an empty UTF-8 string.
     static bool lacksUTF8(char const* value);
 
+    /// Returns whether a key has this value in a dialect, so that its line stays, even if no new
+    /// line could have the value.
+    static bool keepsValue(ZProperties_6_0 const& store, char const* category, char const* key,
+                           char const* wanted);
+
     /// Returns whether a value of (category, key) has no UTF-8 form.
     static bool hasValueWithoutUTF8(ZProperties_6_0 const& store, char const* category,
                                     char const* key);

@@ -182,8 +182,7 @@ public:
     /// range   several values must not be empty; an only value may be, and leaves the key without
     ///         values.
     /// throws  ZInvalidParameterException_6_0 as setValue(), for each of them. Nothing is changed
-    ///         then. In a dialect, one of several values may be any value that the key has: its
-    ///         line stays.
+    ///         then. In a dialect, each may be any value that the key has: its line stays.
     void setValues(char const* stanza, char const* key, char const* const* values, unsigned count);
 
     /// Removes the first value of `key` that equals `value`. The key is removed with its only

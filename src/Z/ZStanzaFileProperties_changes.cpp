@@ -2,7 +2,6 @@
 #include <string.h>
 
 #include <memory>
-#include <string_view>
 #include <utility>
 
 #include "ZArrayList.h"
@@ -27,15 +26,6 @@ void requireNotReserved(ZPCache_6_0 const& cache, char const* stanza, char const
         refuseText();
 }
 
-bool hasValue(ZPCache_6_0& cache, char const* stanza, char const* key, char const* wanted)
-{
-    auto values = static_cast<ZSCFData_6_0&>(cache).values(stanza, key, ZPCache_6_0::plainValues);
-    for (Text value; values.next(value);)
-        if (std::string_view(value.chars, value.length) == wanted)
-            return true;
-    return false;
-}
-
 }  // namespace
 
 void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
@@ -49,10 +39,8 @@ void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
     for (unsigned i = 0; i < count; ++i) {
         if (values[i] == nullptr || (*values[i] == '\0' && count > 1 && rep_->dialect == nullptr))
             refuseText();
-        // A value that the key has keeps its line, even if no new line could have the value.
-        bool const isKept = rep_->dialect != nullptr && count > 1 &&
-                            !rep_->isValidValue(key, values[i]) &&
-                            hasValue(cache(), stanza, key, values[i]);
+        bool const isKept =
+            !rep_->isValidValue(key, values[i]) && Rep::keepsValue(*this, stanza, key, values[i]);
         isFirstKept = isFirstKept || (isKept && i == 0);
         if (!isKept)
             rep_->requireValidValue(key, values[i]);

@@ -266,3 +266,25 @@ TEST(DialectLines, AnEmptyValueDoesNotContinueTheLineOfItsKey)
         }
     EXPECT_EQ("[s]\n;c\nk=\n", textAfter("systemd", "[s]\nk=\\\n;c\nx\n", {set("s", "k", "")}));
 }
+
+// The line of the value stays.
+TEST(DialectLines, AValueThatIsThereCanBeSetAlsoIfNoNewLineCouldHaveIt)
+{
+    struct Case {
+        char const* dialect;
+        char const* text;
+        char const* value;
+    };
+    for (Case const& c : {Case{"editorconfig", "[a]\nk = x\v\n", "x\v"},
+                          {"samba", "[a]\nk = x\v\n", "x\v"},
+                          {"systemd", "[a]\nk = \xff\n", "\xff"},
+                          {"ini", "[a]\nk = x\rx\n", "x\rx"}}) {
+        SCOPED_TRACE(c.dialect);
+        EXPECT_EQ(c.text, textAfter(c.dialect, c.text, {set("a", "k", c.value)}));
+        EXPECT_EQ(c.text, textAfter(c.dialect, c.text, {[&](Store& store) {
+                                        store.setValues("a", "k", &c.value, 1);
+                                    }}));
+        EXPECT_THROW(textAfter(c.dialect, c.text, {set("a", "l", c.value)}),
+                     ZInvalidParameterException_6_0);
+    }
+}
