@@ -15,7 +15,8 @@
 //
 // A writer compares lists of values and does not know which of two equal values was meant. So the
 // check tries each longest common subsequence of the old and the new values of a key, and takes
-// the one with the fewest violations.
+// the one with the fewest violations. If there are more than kMaxPlans, an edit that violates the
+// first of them may be right.
 #pragma once
 
 #include <Z/lines/columns.h>
@@ -96,12 +97,17 @@ public:
         if (!checkBack() || unchanged)
             return;
         std::optional<std::vector<std::string>> best;
-        for (Plan const& plan : plans()) {
+        std::vector<Plan> const all = plans();
+        for (Plan const& plan : all) {
             found_.clear();
             check(plan);
             if (!best || found_.size() < best->size())
                 best = found_;
+            if (best->empty())
+                break;
         }
+        if (hasMorePlans_)
+            return;
         broken.insert(broken.end(), best->begin(), best->end());
     }
 
@@ -134,7 +140,7 @@ public:
 
 private:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
-    static constexpr std::size_t kMaxPlans = 64;
+    static constexpr std::size_t kMaxPlans = 1024;
 
     // A value, or nothing for a key alone.
     using Text = std::optional<std::string>;
@@ -247,7 +253,7 @@ private:
         Pairs pairs;
         std::function<void(std::size_t, std::size_t)> const extend = [&](std::size_t i,
                                                                          std::size_t j) {
-            if (found.size() == kMaxPlans)
+            if (found.size() > kMaxPlans)
                 return;
             if (longest[i][j] == 0)
                 return found.push_back(pairs);
@@ -283,7 +289,7 @@ private:
         return origins;
     }
 
-    std::vector<Plan> plans() const
+    std::vector<Plan> plans()
     {
         std::vector<Plan> all = {{}};
         Values const old = valuesOf(old_);
@@ -294,6 +300,7 @@ private:
             std::vector<Plan> next;
             for (Plan const& plan : all) {
                 for (Pairs const& pairs : alignments(from, to)) {
+                    hasMorePlans_ = hasMorePlans_ || next.size() == kMaxPlans;
                     if (next.size() == kMaxPlans)
                         break;
                     next.push_back(plan);
@@ -668,6 +675,7 @@ private:
     DialectModel const new_;
     Values expected_;
     std::set<Name> edited_;
+    bool hasMorePlans_ = false;
     std::vector<std::string> found_;        // violations under the present plan
     std::set<std::size_t> changed_;         // lines before, of values that change or go
     std::set<std::size_t> written_;         // lines afterwards, of values that are changed or new

@@ -150,10 +150,17 @@ private:
             kept = out.size();
             value.valueEnd = at;
         }
-        if (line > first && value.valueEnd <= lines[line].begin && at < lines[line].end)
-            lines[line].kind = LineKind::commentInside;
+        if (line > first)
+            findCommentLine(line, at, value);
         out.resize(kept);
         keepSpaceBeforeComment(value);
+    }
+
+    // A line that joins the value and has only a comment, which starts at `at`, is no part of it.
+    void findCommentLine(std::size_t line, std::size_t at, Value const& value)
+    {
+        if (value.valueEnd <= lines[line].begin && at < lines[line].end)
+            lines[line].kind = LineKind::commentInside;
     }
 
     // An empty value is one space after the separator.
@@ -220,6 +227,7 @@ private:
         value.valueEnd = at;
         std::string out;
         std::string ignored;
+        std::size_t const first = line;
         std::size_t kept = 0;
         while (at < lines[line].end) {
             char const c = text_[at];
@@ -250,6 +258,8 @@ private:
             kept = out.size();
             value.valueEnd = at;
         }
+        if (line > first)
+            findCommentLine(line, at, value);
         out.resize(kept);
         value.text = out;
         if (value.quotedInPart)
