@@ -284,8 +284,12 @@ int ZDialectData_6_0::validCategory(char const* category) const
     return translateErrors(raiseInCheck, [&] {
         if (category == nullptr)
             return 0;
+        // The file has names that no new line could have.
+        bool const isThere = contains(category) != 0;
+        if (isThere && isRespelled(category, nullptr, category) == 0)
+            return 1;
         SampleLine const line(*rep().dialect);
-        if (!line.canBeNewStanza(category) && contains(category) == 0)
+        if (!line.canBeNewStanza(category) && !isThere)
             return 0;
         if (rep().dialect->joinsHeaders())
             return line.isValidStanza(category) ? 1 : 0;
@@ -294,7 +298,7 @@ int ZDialectData_6_0::validCategory(char const* category) const
             return 0;
         bool const isNext =
             name.number > 1 && contains(name.withNumber(name.number - 1).c_str()) != 0;
-        return !name.hasNumber || isNext || contains(category) != 0 ? 1 : 0;
+        return !name.hasNumber || isNext || isThere ? 1 : 0;
     });
 }
 
@@ -303,10 +307,11 @@ int ZDialectData_6_0::validKey(char const* category, char const* key) const
     return translateErrors(raiseInCheck, [&] {
         if (key == nullptr || validCategory(category) == 0 || isAmbiguous(category) != 0)
             return 0;
+        bool const isThere = contains(category, key) != 0;
+        if (isThere && isRespelled(category, key, key) == 0)
+            return 1;
         SampleLine const line(*rep().dialect);
-        bool const isValid =
-            line.isValidKey(key) && (line.canBeNew(key) || contains(category, key) != 0);
-        return isValid ? 1 : 0;
+        return line.isValidKey(key) && (line.canBeNew(key) || isThere) ? 1 : 0;
     });
 }
 
@@ -317,6 +322,9 @@ int ZDialectData_6_0::validValue(char const* key, char const* value) const
         std::string_view const name = key == nullptr ? "" : key;
         bool const isValid =
             value == nullptr ? line.canStandAlone() : line.isValidValue(name, value);
+        // A line of the file can have a name that no new line could have.
+        if (!isValid && value != nullptr && !name.empty() && !line.isValidKey(name))
+            return line.isValidValue("k", value) ? 1 : 0;
         return isValid ? 1 : 0;
     });
 }

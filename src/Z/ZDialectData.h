@@ -45,11 +45,11 @@ public:
     void delLine(char const* category) override;
     using ZSCFData_6_0::delLine;
 
-    /// Returns 1 if a header can have this name, or if the name is "." and keys can be above the
-    /// first header. A number, as in NAME]2, must be one of the existing or the next.
+    /// Returns 1 if a header can have this name, or has it, or if the name is "." and keys can be
+    /// above the first header. A number, as in NAME]2, must be one of the existing or the next.
     int validCategory(char const* category) const override;
 
-    /// Returns 1 as in the base class, but 0 if the category is ambiguous.
+    /// Returns 1 as in the base class and for an existing key, but 0 if the category is ambiguous.
     int validKey(char const* category, char const* key) const override;
 
     /// Returns 1 if one of the dialect's spellings is read back as this value.

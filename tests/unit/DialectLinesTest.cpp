@@ -288,3 +288,19 @@ TEST(DialectLines, AValueThatIsThereCanBeSetAlsoIfNoNewLineCouldHaveIt)
                      ZInvalidParameterException_6_0);
     }
 }
+
+TEST(DialectLines, AKeyOfTheFileCanBeChangedAlsoIfNoNewLineCouldHaveItsName)
+{
+    std::string const name = "k\x11";
+    std::string const text = "[\x11]\nk\x11=v\n";
+    EXPECT_EQ("[\x11]\nk\x11=w\n", textAfter("qt", text, {set("\x11", name, "w")}));
+    EXPECT_EQ(text + "l=w\n", textAfter("qt", text, {set("\x11", "l", "w")}));
+    EXPECT_EQ(
+        "[\x11]\nl=v\n",
+        textAfter("qt", text, {[&](Store& store) { store.renameKey("\x11", name.c_str(), "l"); }}));
+    EXPECT_EQ(text + "k\x11=w\n", textAfter("qt", text, {[&](Store& store) {
+                                                store.addValue("\x11", name.c_str(), "w", 0);
+                                            }}));
+    EXPECT_THROW(textAfter("qt", "[a]\nl=v\n", {set("a", name, "w")}),
+                 ZInvalidParameterException_6_0);
+}
