@@ -107,7 +107,7 @@ private:
 std::vector<std::string> linesOf(zlines::MergeSide const& side, zlines::SideKey const& key)
 {
     std::vector<std::string> lines;
-    for (std::vector<uint32_t> const& indexes : {key.valueLines, key.otherLines})
+    for (std::vector<uint32_t> const& indexes : {key.valueLines(), key.otherLines()})
         for (uint32_t const index : indexes) {
             zlines::Outline const& outline = side.outline();
             std::string line(
@@ -125,13 +125,14 @@ void checkOtherLines(std::string const& before, std::string const& after,
     zlines::MergeSide const old(before, dialect);
     zlines::MergeSide const changed(after, dialect);
     for (std::string const& stanza : old.stanzas())
-        for (auto const& [name, key] : old.find(stanza)->contents) {
-            if (named.has(stanza, name) || (key.valueLines.empty() && key.otherLines.empty()))
+        for (uint32_t const index : old.find(stanza)->keys) {
+            zlines::SideKey const key = old.key(index);
+            if (named.has(stanza, key.name()))
                 continue;
-            zlines::SideKey const* const found = changed.find(stanza, name);
-            check(found != nullptr, "a key that no step names stays");
-            check(found->values == key.values, "the values that no step names stay");
-            check(linesOf(old, key) == linesOf(changed, *found), "lines that no step names stay");
+            zlines::SideKey const found = changed.find(stanza, key.name());
+            check(!!found, "a key that no step names stays");
+            check(found.values() == key.values(), "the values that no step names stay");
+            check(linesOf(old, key) == linesOf(changed, found), "lines that no step names stay");
         }
 }
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Tables of merge, and merge as a driver of git. usage: merge_test.py TOOL [unittest arguments]"""
 import os
+import resource
 import shutil
 import subprocess
 import unittest
@@ -181,6 +182,20 @@ class MergeTest(tool.ToolTest):
             self.assertIn(b": bytes after a zero byte have changed", run.stderr)
             run = self.run_in_directory("merge", "base", "ours", "theirs", "--path=x")
             self.assertEqual((code, merged), (run.returncode, self.read_files()["ours"]))
+
+    def test_a_large_merge_needs_little_memory(self):
+        lines = [b"[main]\n"] + [b"key%06d = value%06d\n" % (i, i) for i in range(100000)]
+
+        def changed(first):
+            return b"".join(line[:-1] + b"x\n" if i % 997 == first else line
+                            for i, line in enumerate(lines))
+        self.write_files({"base": b"".join(lines), "ours": changed(1), "theirs": changed(2)})
+        paths = [str(self.path.parent / name) for name in ("base", "ours", "theirs")]
+        size = (self.path.parent / "base").stat().st_size
+        limited = self.limited(resource.RLIMIT_DATA, 30 * size)
+        self.assertEqual(DONE, self.run_tool("merge", *paths, **limited).returncode)
+        self.assertEqual(202, sum(line.endswith(b"x\n") for line in
+                                  self.read_files()["ours"].splitlines(keepends=True)))
 
     def test_merge_keeps_the_companion(self):
         self.run_tool("set", self.file, "upstream", "password", "--obfuscated", given="secret\n")

@@ -158,12 +158,14 @@ private:
 std::vector<ValueState> valuesIn(zlines::SideKey const& key, bool isStanzaFile)
 {
     std::vector<ValueState> values;
-    for (size_t i = 0; i < key.values.size(); ++i)
-        values.push_back({ValueState::withValue, key.values[i], key.valueLines[i]});
+    std::vector<std::string> decoded = key.values();
+    std::vector<uint32_t> const lines = key.valueLines();
+    for (size_t i = 0; i < decoded.size(); ++i)
+        values.push_back({ValueState::withValue, std::move(decoded[i]), lines[i]});
     // In a stanza file, "k =" means nothing next to "k = v".
-    if (isStanzaFile && !key.values.empty())
+    if (isStanzaFile && !decoded.empty())
         return values;
-    for (uint32_t const line : key.otherLines) {
+    for (uint32_t const line : key.otherLines()) {
         values.push_back({ValueState::withoutValue, "", line});
         if (isStanzaFile)
             break;
@@ -201,33 +203,36 @@ private:
     StanzaContents read(Stanza const& stanza)
     {
         StanzaContents found{stanza.name, stanza.name, {}};
-        zlines::SideStanza const* lines = nullptr;
+        bool hasLines = false;
+        std::string_view name;
         if (contents_.text != nullptr) {
             zlines::Dialect const& dialect = contents_.text->kept->dialect;
             found.comparable = dialect.comparableStanza(stanza.name, space_);
             bool const isTop = !found.comparable.empty() && found.comparable == dialect.topStanza();
-            lines = contents_.text->side.find(isTop ? zlines::kTopOfText : found.comparable);
+            name = isTop ? zlines::kTopOfText : std::string_view(found.comparable);
+            zlines::SideStanza const* const lines = contents_.text->side.find(name);
+            hasLines = lines != nullptr;
+            if (hasLines)
+                found.line = lines->header;
         }
-        if (lines != nullptr)
-            found.line = lines->header;
         for (std::string const& key : stanza.keys)
             if (!contents_.isStanzaFile || stanza.name != zstanza::kReservedCategory ||
                 key != zstanza::kReservedKey)
-                found.keys.push_back(read(stanza.name, key, lines));
+                found.keys.push_back(read(stanza.name, key, hasLines ? &name : nullptr));
         return found;
     }
 
+    // range   `name` is the name of the stanza in the lines; null: no line has it.
     KeyContents read(std::string const& stanza, std::string const& key,
-                     zlines::SideStanza const* lines)
+                     std::string_view const* name)
     {
         KeyContents found{key, key, {}};
         found.isObfuscated = store_.contents().isObfuscated(stanza.c_str(), key.c_str()) != 0;
         if (contents_.text != nullptr)
             found.comparable = contents_.text->kept->dialect.comparableKey(key, space_);
-        if (lines != nullptr && !found.isObfuscated) {
-            auto const line = lines->contents.find(found.comparable);
-            if (line != lines->contents.end())
-                found.values = valuesIn(line->second, contents_.isStanzaFile);
+        if (name != nullptr && !found.isObfuscated) {
+            if (zlines::SideKey const line = contents_.text->side.find(*name, found.comparable))
+                found.values = valuesIn(line, contents_.isStanzaFile);
         } else {
             for (std::string& value : valuesOf(store_, stanza, key))
                 found.values.push_back({ValueState::withValue, std::move(value)});

@@ -32,8 +32,8 @@ public:
             else if (stanza.conflict == MergedStanza::onlyTheirs)
                 markStanzaOfTheirs(name);
             else
-                for (auto const& [key, values] : stanza.keys)
-                    markKey(name, key, values);
+                for (MergedKey const& key : stanza.keys)
+                    markKey(name, key);
         return compose();
     }
 
@@ -95,24 +95,26 @@ private:
     static std::vector<uint32_t> linesOf(MergeSide const& side, std::string_view stanza,
                                          std::string_view key, Strings const& values)
     {
-        SideKey const* const found = side.find(stanza, key);
-        if (found == nullptr)
+        SideKey const found = side.find(stanza, key);
+        if (!found)
             return {};
         if (values.empty())
-            return found->values.empty() ? found->otherLines : std::vector<uint32_t>();
+            return found.hasValues() ? std::vector<uint32_t>() : found.otherLines();
+        std::vector<uint32_t> const valueLines = found.valueLines();
         std::vector<uint32_t> lines;
-        if (values.size() == found->values.size()) {
-            std::merge(found->valueLines.begin(), found->valueLines.end(),
-                       found->otherLines.begin(), found->otherLines.end(),
+        if (values.size() == valueLines.size()) {
+            std::vector<uint32_t> const others = found.otherLines();
+            std::merge(valueLines.begin(), valueLines.end(), others.begin(), others.end(),
                        std::back_inserter(lines));
             return lines;
         }
+        Strings const all = found.values();
         Strings left = values;
-        for (size_t i = 0; i < found->values.size(); ++i) {
-            auto const at = std::find(left.begin(), left.end(), found->values[i]);
+        for (size_t i = 0; i < all.size(); ++i) {
+            auto const at = std::find(left.begin(), left.end(), all[i]);
             if (at == left.end())
                 continue;
-            lines.push_back(found->valueLines[i]);
+            lines.push_back(valueLines[i]);
             left.erase(at);
         }
         return lines;
@@ -171,14 +173,22 @@ private:
         }
     }
 
-    void markKey(std::string const& stanza, std::string const& name, MergedKey const& key)
+    void markKey(std::string const& stanza, MergedKey const& key)
     {
-        SideKey const* const found = merged_.find(stanza, name);
+        if (!key.values.empty())
+            markValues(stanza, std::string(key.name), key.values);
+    }
+
+    void markValues(std::string const& stanza, std::string const& name,
+                    std::vector<MergedValue> const& values)
+    {
+        SideKey const found = merged_.find(stanza, name);
+        std::vector<uint32_t> const lines = found ? found.valueLines() : std::vector<uint32_t>();
         size_t at = 0;
-        for (MergedValue const& value : key.values) {
+        for (MergedValue const& value : values) {
             size_t const count = value.ours.empty() ? value.theirs.size() : value.ours.size();
-            if (value.isConflict && found != nullptr && at + count <= found->valueLines.size()) {
-                auto const first = found->valueLines.begin() + static_cast<ptrdiff_t>(at);
+            if (value.isConflict && found && at + count <= lines.size()) {
+                auto const first = lines.begin() + static_cast<ptrdiff_t>(at);
                 markValue(stanza, name, value, {first, first + static_cast<ptrdiff_t>(count)});
             } else if (value.isConflict) {
                 std::string block;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "name_hash.h"
 #include "separate_stanzas.h"
 
 namespace zlines {
@@ -49,6 +50,10 @@ MergeSide::MergeSide(std::string_view text, Dialect const& dialect,
 // range   `names` is empty: the stanzas have their own names.
 void MergeSide::read(std::vector<std::string> const& names)
 {
+    size_t const keyLines =
+        static_cast<size_t>(std::count_if(outline_.lines().begin(), outline_.lines().end(),
+                                          [](Line const& line) { return line.isKey(); }));
+    keys_.reserve(keyLines);
     std::vector<uint32_t> stanzaOf(outline_.sections().size(), 0);
     auto const& read = outline_.stanzas();
     for (uint32_t i = 0; i < read.size(); ++i)
@@ -74,7 +79,8 @@ bool MergeSide::isBelowBlank(uint32_t line) const
 
 void MergeSide::addSection(Section const& section, std::string const& name)
 {
-    auto const [at, isNew] = stanzas_.try_emplace(name);
+    bool const isNew = !stanzas_.contains(name);
+    std::pair<std::string const, SideStanza>* const at = &stanzaOf(name);
     if (isNew)
         order_.push_back(name);
     at->second.sections.push_back(static_cast<uint32_t>(&section - outline_.sections().data()));
@@ -86,13 +92,13 @@ void MergeSide::addSection(Section const& section, std::string const& name)
             at->second.spelled = outline_.spelledName(section.header);
             at->second.isBelowBlank = isBelowBlank(section.header);
         }
-        addEntry({SideEntry::header, at->first, {}, {}, isBelowBlank(section.header)});
+        addEntry({SideEntry::header, isBelowBlank(section.header), at->first, {}, {}});
     }
     for (uint32_t line = section.first; line < section.end; ++line) {
         if (outline_.lines()[line].kind == commentLine)
             pending_.push_back(line);
         else if (outline_.lines()[line].isKey())
-            addKey(name, line);
+            addKey(at->first, at->second, line);
         else if (outline_.lines()[line].kind == otherLine)
             addOtherLine(name, line);
     }
@@ -109,28 +115,81 @@ void MergeSide::addOtherLine(std::string const& stanza, uint32_t line)
     takeComments(stanza, owner);
 }
 
-void MergeSide::addKey(std::string const& stanza, uint32_t line)
+// Returns the stanza of a name, which it adds if it is new.
+std::pair<std::string const, SideStanza>& MergeSide::stanzaOf(std::string const& name)
+{
+    auto const [at, isNew] = stanzas_.try_emplace(name);
+    if (isNew)
+        at->second.number = static_cast<uint32_t>(stanzas_.size() - 1);
+    return *at;
+}
+
+uint32_t MergeSide::indexOf(uint32_t stanza, std::string_view key) const
+{
+    if (index_.empty())
+        return kNone;
+    size_t const mask = index_.size() - 1;
+    for (size_t at = hashOf(key, stanza) & mask; index_[at] != 0; at = (at + 1) & mask) {
+        KeyRecord const& found = keys_[index_[at] - 1];
+        if (found.stanza == stanza && found.name == key)
+            return index_[at] - 1;
+    }
+    return kNone;
+}
+
+// Grows the index if it has too few free slots for one more key.
+void MergeSide::growIndex()
+{
+    auto const isEnough = [this](size_t size) { return keys_.size() < size - size / 4; };
+    if (!index_.empty() && isEnough(index_.size()))
+        return;
+    size_t size = 16;
+    while (!isEnough(size) || keys_.capacity() >= size)
+        size *= 2;
+    index_.assign(size, 0);
+    for (uint32_t i = 0; i < keys_.size(); ++i) {
+        size_t at = hashOf(keys_[i].name, keys_[i].stanza) & (size - 1);
+        while (index_[at] != 0)
+            at = (at + 1) & (size - 1);
+        index_[at] = i + 1;
+    }
+}
+
+// Returns the index of a key, which it adds if it is new. `name` may be in `space`.
+uint32_t MergeSide::recordOf(SideStanza const& stanza, std::string_view name,
+                             std::string const& space)
+{
+    uint32_t const known = indexOf(stanza.number, name);
+    if (known != kNone)
+        return known;
+    growIndex();
+    size_t const mask = index_.size() - 1;
+    size_t at = hashOf(name, stanza.number) & mask;
+    while (index_[at] != 0)
+        at = (at + 1) & mask;
+    keys_.push_back({outline_.keep(name, space), stanza.number});
+    index_[at] = static_cast<uint32_t>(keys_.size());
+    return index_[at] - 1;
+}
+
+void MergeSide::addKey(std::string const& name, SideStanza& stanza, uint32_t line)
 {
     std::string space;
-    std::string const name(outline_.keyName(line, space));
-    auto const place = stanzas_.find(stanza);
-    SideStanza& parent = place->second;
-    auto const [at, isNew] = parent.contents.try_emplace(name);
-    SideKey& key = at->second;
+    std::string_view const key = outline_.keyName(line, space);
     takeCommentsAtStart(line);
-    takeComments(stanza, name);
-    if (isNew) {
-        key.spelled = outline_.spelledName(line);
-        key.isBelowBlank = isBelowBlank(line);
-        parent.keys.push_back(at->first);
-        addEntry({SideEntry::key, place->first, at->first, {}, key.isBelowBlank});
+    if (!pending_.empty())
+        takeComments(name, std::string(key));
+    uint32_t const index = recordOf(stanza, key, space);
+    KeyRecord& record = keys_[index];
+    if (record.first == kNone) {
+        record.first = record.last = line;
+        stanza.keys.push_back(index);
+        addEntry({SideEntry::key, isBelowBlank(line), name, record.name, {}});
+        return;
     }
-    if (outline_.lines()[line].kind == valueLine) {
-        key.values.emplace_back(outline_.value(line, space));
-        key.valueLines.push_back(line);
-    } else {
-        key.otherLines.push_back(line);
-    }
+    if (next_.empty())
+        next_.assign(outline_.lines().size(), kNone);
+    next_[std::exchange(record.last, line)] = line;
 }
 
 // The comments at the start of the text belong to the text if a blank line follows them.
@@ -153,16 +212,19 @@ void MergeSide::takeComments(std::string const& stanza, std::string const& key)
         Line const& record = outline_.lines()[line];
         SideComment const comment{slice(outline_.text(), record.nameBegin(), record.valueEnd),
                                   outline_.comment(line), isBelowBlank(line)};
-        auto const parent = stanzas_.try_emplace(stanza).first;
+        auto& [name, parent] = stanzaOf(stanza);
         if (key.empty()) {
-            parent->second.comments.push_back(comment);
-            addEntry({SideEntry::comment, parent->first, {}, comment, comment.isBelowBlank});
-        } else {
-            auto const owner = parent->second.contents.try_emplace(key).first;
-            owner->second.comments.push_back(comment);
-            addEntry(
-                {SideEntry::comment, parent->first, owner->first, comment, comment.isBelowBlank});
+            parent.comments.push_back(comment);
+            addEntry({SideEntry::comment, comment.isBelowBlank, name, {}, comment.text});
+            continue;
         }
+        KeyRecord& owner = keys_[recordOf(parent, key, key)];
+        if (owner.comments == kNone) {
+            owner.comments = static_cast<uint32_t>(commentsOfKeys_.size());
+            commentsOfKeys_.emplace_back();
+        }
+        commentsOfKeys_[owner.comments].push_back(comment);
+        addEntry({SideEntry::comment, comment.isBelowBlank, name, owner.name, comment.text});
     }
     pending_.clear();
 }
@@ -195,23 +257,101 @@ SideStanza const* MergeSide::find(std::string_view stanza) const
     return found == stanzas_.end() ? nullptr : &found->second;
 }
 
-SideKey const* MergeSide::find(std::string_view stanza, std::string_view key) const
+SideKey MergeSide::find(std::string_view stanza, std::string_view key) const
+{
+    uint32_t const index = indexOf(stanza, key);
+    return index == kNone ? SideKey() : SideKey(*this, index);
+}
+
+uint32_t MergeSide::indexOf(std::string_view stanza, std::string_view key) const
 {
     SideStanza const* const parent = find(stanza);
-    if (parent == nullptr)
-        return nullptr;
-    auto const found = parent->contents.find(key);
-    return found == parent->contents.end() ? nullptr : &found->second;
+    return parent == nullptr ? kNone : indexOf(parent->number, key);
 }
 
 std::vector<SideComment> MergeSide::commentsOf(std::string_view stanza, std::string_view key) const
 {
     if (!key.empty()) {
-        SideKey const* const found = find(stanza, key);
-        return found == nullptr ? std::vector<SideComment>() : found->comments;
+        SideKey const found = find(stanza, key);
+        return found ? found.comments() : std::vector<SideComment>();
     }
     SideStanza const* const found = find(stanza);
     return found == nullptr ? std::vector<SideComment>() : found->comments;
+}
+
+std::string_view SideKey::name() const
+{
+    return side_->keys_[index_].name;
+}
+
+std::string_view SideKey::spelled() const
+{
+    uint32_t const first = firstLine();
+    return first == kNone ? std::string_view() : side_->outline_.spelledName(first);
+}
+
+std::vector<std::string> SideKey::values() const
+{
+    std::vector<std::string> values;
+    eachValue([&](std::string_view value) { values.emplace_back(value); });
+    return values;
+}
+
+bool SideKey::hasValues() const
+{
+    bool hasValue = false;
+    side_->eachLine(index_, [&](uint32_t line) {
+        hasValue = side_->outline_.lines()[line].kind == valueLine;
+        return !hasValue;
+    });
+    return hasValue;
+}
+
+uint32_t SideKey::firstLine() const
+{
+    return side_->keys_[index_].first;
+}
+
+std::vector<uint32_t> SideKey::valueLines() const
+{
+    std::vector<uint32_t> lines;
+    side_->eachLine(index_, [&](uint32_t line) {
+        if (side_->outline_.lines()[line].kind == valueLine)
+            lines.push_back(line);
+        return true;
+    });
+    return lines;
+}
+
+std::vector<uint32_t> SideKey::otherLines() const
+{
+    std::vector<uint32_t> lines;
+    side_->eachLine(index_, [&](uint32_t line) {
+        if (side_->outline_.lines()[line].kind != valueLine)
+            lines.push_back(line);
+        return true;
+    });
+    return lines;
+}
+
+std::vector<SideComment> const& SideKey::comments() const
+{
+    static std::vector<SideComment> const none;
+    uint32_t const list = side_->keys_[index_].comments;
+    return list == kNone ? none : side_->commentsOfKeys_[list];
+}
+
+bool SideKey::isBelowBlank() const
+{
+    uint32_t const first = firstLine();
+    return first != kNone && side_->isBelowBlank(first);
+}
+
+bool SideKey::hasSameValues(SideKey const& other) const
+{
+    if (side_ == nullptr || other.side_ == nullptr)
+        return side_ == other.side_;
+    return values() == other.values();
 }
 
 }  // namespace zlines

@@ -4,6 +4,7 @@
 
 #include <list>
 #include <map>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -22,21 +23,44 @@ struct SideComment {
     bool operator==(SideComment const& other) const { return words == other.words; }
 };
 
-struct SideKey {
-    std::string_view spelled;
-    std::vector<std::string> values;
-    std::vector<uint32_t> valueLines;
-    std::vector<uint32_t> otherLines;  // without a value
-    std::vector<SideComment> comments;
-    bool isBelowBlank = false;
+class MergeSide;
+
+// A key of a side, or no key: a small object that is copied. Its values are decoded by each call,
+// because a merge of large files would need much memory for all of them.
+class SideKey {
+public:
+    SideKey() = default;
+    SideKey(MergeSide const& side, uint32_t index) : side_(&side), index_(index) {}
+
+    explicit operator bool() const { return side_ != nullptr; }
+
+    // The following functions need a key. The views and references live as long as the side.
+    std::string_view name() const;     // as the dialect compares it
+    std::string_view spelled() const;  // in the first line; empty: only comments have this name
+    std::vector<std::string> values() const;
+    template <class Call>
+    void eachValue(Call call) const;  // as call(std::string_view); the view ends with the call
+    bool hasValues() const;
+    uint32_t firstLine() const;  // kNone: only comments have this name
+    std::vector<uint32_t> valueLines() const;
+    std::vector<uint32_t> otherLines() const;  // without a value
+    std::vector<SideComment> const& comments() const;
+    bool isBelowBlank() const;
+
+    /// Returns whether both have the same values; a missing key differs from every other key.
+    bool hasSameValues(SideKey const& other) const;
+
+private:
+    MergeSide const* side_ = nullptr;
+    uint32_t index_ = 0;
 };
 
 struct SideStanza {
     std::string_view spelled;
-    uint32_t header = kNone;             // its first line; kNone: the part above the first header
-    std::vector<uint32_t> sections;      // of the outline
-    std::vector<std::string_view> keys;  // in the order of the text, as in `contents`
-    std::map<std::string, SideKey, std::less<>> contents;
+    uint32_t number = 0;             // in the order of arrival
+    uint32_t header = kNone;         // its first line; kNone: the part above the first header
+    std::vector<uint32_t> sections;  // of the outline
+    std::vector<uint32_t> keys;      // for MergeSide::key(), in the order of the text
     std::vector<SideComment> comments;
     bool isBelowBlank = false;
 };
@@ -53,14 +77,16 @@ inline constexpr char kOtherLine = '\n';
 // A header, the first line of a key, or a comment, in the order of the text. The names are views of
 // strings of the side.
 struct SideEntry {
-    enum Kind { header, key, comment };
+    enum Kind : uint8_t { header, key, comment };
 
     Kind kind;
+    bool isBelowBlank;
     std::string_view stanza;  // of a comment: the stanza or key that it belongs to
     std::string_view name;    // of the key; empty: the header
-    SideComment text;
-    bool isBelowBlank = false;
+    std::string_view text;    // of a comment, with its mark
 };
+
+using EntryList = std::pmr::list<SideEntry>;
 
 class MergeSide {
 public:
@@ -85,33 +111,84 @@ public:
     std::pair<uint32_t, uint32_t> rangeOf(uint32_t section) const;
     std::vector<std::string> const& stanzas() const { return order_; }  // in the order of the text
 
-    /// Returns the entries, and leaves the side without them.
-    std::list<SideEntry> takeEntries() { return std::move(entries_); }
+    /// Returns the entries, which belong to the side; the caller changes them.
+    EntryList& entries() { return entries_; }
 
-    /// Return null if the name is not found.
+    /// Returns the number of names of keys, also of names that only comments have.
+    size_t keyCount() const { return keys_.size(); }
+
+    /// Returns null, or an empty key, if the name is not found.
     SideStanza const* find(std::string_view stanza) const;
-    SideKey const* find(std::string_view stanza, std::string_view key) const;
+    SideKey find(std::string_view stanza, std::string_view key) const;
+
+    /// Returns a key by its number, which is below keyCount().
+    SideKey key(uint32_t index) const { return {*this, index}; }
+
+    /// Returns the number of a key, or kNone.
+    uint32_t indexOf(std::string_view stanza, std::string_view key) const;
 
     /// Returns the comments of a header or, if `key` is not empty, of a key.
     std::vector<SideComment> commentsOf(std::string_view stanza, std::string_view key) const;
 
 private:
+    friend class SideKey;
+
+    // The lines of a key are linked, because most keys have a single line.
+    struct KeyRecord {
+        std::string_view name;
+        uint32_t stanza;            // its number
+        uint32_t first = kNone;     // of its lines
+        uint32_t last = kNone;      // of its lines
+        uint32_t comments = kNone;  // in commentsOfKeys_
+    };
+
     void read(std::vector<std::string> const& names);
     void addSection(Section const& section, std::string const& name);
-    void addKey(std::string const& stanza, uint32_t line);
+    void addKey(std::string const& name, SideStanza& stanza, uint32_t line);
     void addOtherLine(std::string const& stanza, uint32_t line);
+    uint32_t recordOf(SideStanza const& stanza, std::string_view name, std::string const& space);
+    uint32_t indexOf(uint32_t stanza, std::string_view key) const;
+    void growIndex();
     void takeComments(std::string const& stanza, std::string const& key);
     void takeCommentsAtStart(uint32_t line);
     void addEntry(SideEntry const& entry);
     bool isBelowBlank(uint32_t line) const;
+    std::pair<std::string const, SideStanza>& stanzaOf(std::string const& name);
+
+    // Calls `call(line)` for each line of a key until it returns false.
+    template <class Call>
+    void eachLine(uint32_t key, Call call) const
+    {
+        for (uint32_t line = keys_[key].first; line != kNone && call(line); line = nextOf(line))
+            ;
+    }
+
+    // Returns the next line of the same key.
+    uint32_t nextOf(uint32_t line) const { return next_.empty() ? kNone : next_[line]; }
 
     Outline outline_;
     std::vector<std::string> order_;
     std::map<std::string, SideStanza, std::less<>> stanzas_;
+    std::vector<KeyRecord> keys_;
+    std::vector<uint32_t> index_;  // of keys_, plus 1: open addressing with linear probing
+    std::vector<uint32_t> next_;   // of each line; empty while each key has a single line
+    std::vector<std::vector<SideComment>> commentsOfKeys_;
     Listing const listing_ = withoutEntries;
-    std::list<SideEntry> entries_;
+    std::pmr::monotonic_buffer_resource entryMemory_;
+    EntryList entries_{&entryMemory_};
     std::vector<uint32_t> pending_;  // comment lines whose key or header follows
     bool isAtStart_ = true;
 };
+
+template <class Call>
+void SideKey::eachValue(Call call) const
+{
+    std::string space;
+    side_->eachLine(index_, [&](uint32_t line) {
+        if (side_->outline_.lines()[line].kind == valueLine)
+            call(side_->outline_.value(line, space));
+        return true;
+    });
+}
 
 }  // namespace zlines

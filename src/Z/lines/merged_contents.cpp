@@ -22,25 +22,22 @@ bool isConflict(MergedKey const& key)
                        [](MergedValue const& value) { return value.isConflict; });
 }
 
-Strings const& valuesOf(SideKey const* key)
+Strings valuesOf(SideKey const& key)
 {
-    static Strings const none;
-    return key == nullptr ? none : key->values;
+    return key ? key.values() : Strings();
 }
 
 // Returns whether a side changed a key that has lines with and without a value, where the latter
 // are values of their own kind. The merged list has no place for them.
-bool isMixedChange(Dialect const& dialect, SideKey const* base, SideKey const* ours,
-                   SideKey const* theirs)
+bool isMixedChange(Dialect const& dialect, SideKey const& base, SideKey const& ours,
+                   SideKey const& theirs)
 {
-    auto const isMixed = [](SideKey const* key) {
-        return key != nullptr && !key->values.empty() && !key->otherLines.empty();
+    auto const isMixed = [](SideKey const& key) {
+        return key && key.hasValues() && !key.otherLines().empty();
     };
-    auto const isSame = [](SideKey const* one, SideKey const* other) {
-        return one == nullptr || other == nullptr
-                   ? one == other
-                   : one->values == other->values &&
-                         one->otherLines.size() == other->otherLines.size();
+    auto const isSame = [](SideKey const& one, SideKey const& other) {
+        return one.hasSameValues(other) &&
+               (!one || one.otherLines().size() == other.otherLines().size());
     };
     return dialect.hasEmptyValues() && (isMixed(base) || isMixed(ours) || isMixed(theirs)) &&
            !isSame(base, theirs) && !isSame(ours, theirs);
@@ -63,47 +60,61 @@ bool isWholeConflict(Dialect const& dialect, Strings const& base, Strings const&
 }
 
 // Merges a key that at least one side has. Returns false if the result does not have the key.
-bool mergeKey(Dialect const& dialect, SideKey const* base, SideKey const* ours,
-              SideKey const* theirs, MergedKey& merged)
+bool mergeKey(Dialect const& dialect, SideKey const& base, SideKey const& ours,
+              SideKey const& theirs, MergedKey& merged)
 {
-    Strings const& changed = valuesOf(ours == nullptr ? theirs : ours);
-    bool const isRemovedByOne = base != nullptr && (ours == nullptr) != (theirs == nullptr);
-    bool const hasValues = !valuesOf(ours).empty() || !valuesOf(theirs).empty();
-    if (hasValues && isMixedChange(dialect, base, ours, theirs))
-        merged.values = {{valuesOf(ours), valuesOf(theirs), true}};
-    else if (isRemovedByOne && changed != valuesOf(base) && valuesOf(base).empty())
-        merged.values = {{valuesOf(ours), valuesOf(theirs), true}};
-    else if (ours != nullptr && theirs != nullptr &&
-             (ours->values == theirs->values || theirs->values == valuesOf(base)))
+    Strings const before = valuesOf(base);
+    Strings const our = valuesOf(ours);
+    Strings const their = valuesOf(theirs);
+    bool const isRemovedByOne = base && !ours != !theirs;
+    bool const hasValues = !our.empty() || !their.empty();
+    if ((hasValues && isMixedChange(dialect, base, ours, theirs)) ||
+        (isRemovedByOne && (ours ? our : their) != before && before.empty()))
+        merged.values = {{our, their, true}};
+    else if (ours && theirs && (our == their || their == before))
         merged.side = ours;
-    else if (theirs != nullptr && valuesOf(ours) == valuesOf(base))
+    else if (theirs && our == before)
         merged.side = theirs;
     else {
-        merged.values = mergeValues(valuesOf(base), valuesOf(ours), valuesOf(theirs));
-        if (isWholeConflict(dialect, valuesOf(base), valuesOf(ours), valuesOf(theirs), merged))
-            merged.values = {{valuesOf(ours), valuesOf(theirs), true}};
+        merged.values = mergeValues(before, our, their);
+        if (isWholeConflict(dialect, before, our, their, merged))
+            merged.values = {{our, their, true}};
     }
-    return merged.hasValues() || isPresent(base != nullptr, ours != nullptr, theirs != nullptr);
+    return merged.hasValues() || isPresent(!!base, !!ours, !!theirs);
 }
 
-MergedStanza copyOf(SideStanza const& side)
+// Returns the keys of a stanza, by name.
+std::vector<SideKey> keysOf(MergeSide const& side, SideStanza const* stanza)
+{
+    std::vector<SideKey> keys;
+    if (stanza == nullptr)
+        return keys;
+    keys.reserve(stanza->keys.size());
+    for (uint32_t const key : stanza->keys)
+        keys.push_back(side.key(key));
+    std::sort(keys.begin(), keys.end(),
+              [](SideKey const& a, SideKey const& b) { return a.name() < b.name(); });
+    return keys;
+}
+
+MergedStanza copyOf(MergeSide const& side, std::string_view stanza)
 {
     MergedStanza copy;
-    for (std::string_view const key : side.keys) {
-        copy.keys[std::string(key)].side = &side.contents.find(key)->second;
-    }
+    for (SideKey const& key : keysOf(side, side.find(stanza)))
+        copy.keys.push_back({key.name(), key});
     return copy;
 }
 
-// Returns whether `side` has a key or value that the base does not have.
-bool addsTo(Dialect const& dialect, SideStanza const& base, SideStanza const& side)
+// Returns whether `side` has a key or value of a stanza that the base does not have.
+bool addsTo(MergeSide const& base, MergeSide const& side, std::string_view stanza)
 {
-    for (std::string_view const name : side.keys) {
-        auto const old = base.contents.find(name);
-        if (old == base.contents.end())
+    for (uint32_t const index : side.find(stanza)->keys) {
+        SideKey const key = side.key(index);
+        SideKey const old = base.find(stanza, key.name());
+        if (!old)
             return true;
         MergedKey merged;
-        mergeKey(dialect, &old->second, &side.contents.find(name)->second, nullptr, merged);
+        mergeKey(base.outline().dialect(), old, key, {}, merged);
         if (isConflict(merged))
             return true;
     }
@@ -124,31 +135,38 @@ MergedContents::MergedContents(MergeSide const& base, MergeSide const& ours,
         SideStanza const* const their = theirs.find(name);
         if (!fixed.empty() && name == fixed) {
             if (our != nullptr)
-                stanzas_.emplace(name, copyOf(*our)).first->second.isFixed = true;
+                stanzas_.emplace(name, copyOf(ours, name)).first->second.isFixed = true;
             continue;
         }
         if (!isPresent(before != nullptr, our != nullptr, their != nullptr)) {
-            SideStanza const* const left = our != nullptr ? our : their;
-            if (left == nullptr || !addsTo(dialect, *before, *left))
+            if ((our == nullptr && their == nullptr) ||
+                !addsTo(base, our != nullptr ? ours : theirs, name))
                 continue;
-            MergedStanza merged = our != nullptr ? copyOf(*our) : MergedStanza();
+            MergedStanza merged = our != nullptr ? copyOf(ours, name) : MergedStanza();
             merged.conflict = our != nullptr ? MergedStanza::onlyOurs : MergedStanza::onlyTheirs;
             stanzas_.emplace(name, std::move(merged));
             hasConflicts_ = true;
             continue;
         }
-        std::set<std::string> keys;
-        for (SideStanza const* const side : {our, their})
-            if (side != nullptr)
-                keys.insert(side->keys.begin(), side->keys.end());
         MergedStanza& merged = stanzas_[name];
-        for (std::string const& key : keys) {
-            MergedKey values;
-            if (!mergeKey(dialect, base.find(name, key), ours.find(name, key),
-                          theirs.find(name, key), values))
+        std::vector<SideKey> const ourKeys = keysOf(ours, our);
+        std::vector<SideKey> const theirKeys = keysOf(theirs, their);
+        merged.keys.reserve(std::max(ourKeys.size(), theirKeys.size()));
+        auto ourKey = ourKeys.begin();
+        auto theirKey = theirKeys.begin();
+        while (ourKey != ourKeys.end() || theirKey != theirKeys.end()) {
+            SideKey const none;
+            int const order = ourKey == ourKeys.end() ? 1
+                              : theirKey == theirKeys.end()
+                                  ? -1
+                                  : ourKey->name().compare(theirKey->name());
+            SideKey const& first = order <= 0 ? *ourKey++ : none;
+            SideKey const& second = order >= 0 ? *theirKey++ : none;
+            MergedKey key{(first ? first : second).name()};
+            if (!mergeKey(dialect, base.find(name, key.name), first, second, key))
                 continue;
-            hasConflicts_ = hasConflicts_ || isConflict(values);
-            merged.keys.emplace(key, std::move(values));
+            hasConflicts_ = hasConflicts_ || isConflict(key);
+            merged.keys.push_back(std::move(key));
         }
     }
 }
@@ -164,8 +182,10 @@ MergedKey const* MergedContents::find(std::string_view stanza, std::string_view 
     MergedStanza const* const parent = find(stanza);
     if (parent == nullptr)
         return nullptr;
-    auto const found = parent->keys.find(key);
-    return found == parent->keys.end() ? nullptr : &found->second;
+    auto const found = std::lower_bound(
+        parent->keys.begin(), parent->keys.end(), key,
+        [](MergedKey const& merged, std::string_view name) { return merged.name < name; });
+    return found == parent->keys.end() || found->name != key ? nullptr : &*found;
 }
 
 }  // namespace zlines

@@ -11,12 +11,13 @@
 
 namespace zlines {
 
-// It has the values of `side`, which outlives it, or else `values`.
+// It has the values of `side` or, without a key of a side, `values`. The sides outlive it.
 struct MergedKey {
-    SideKey const* side = nullptr;
+    std::string_view name = {};
+    SideKey side = {};
     std::vector<MergedValue> values = {};
 
-    bool hasValues() const { return side == nullptr ? !values.empty() : !side->values.empty(); }
+    bool hasValues() const { return side ? side.hasValues() : !values.empty(); }
 };
 
 struct MergedStanza {
@@ -24,7 +25,7 @@ struct MergedStanza {
     // of `ours` as it is, or a header in the place of the stanza of `theirs`.
     enum Conflict { none, onlyOurs, onlyTheirs };
 
-    std::map<std::string, MergedKey, std::less<>> keys;
+    std::vector<MergedKey> keys;  // by name
     Conflict conflict = none;
     bool isFixed = false;  // it has the contents and comments of `ours`
 };

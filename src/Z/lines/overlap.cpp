@@ -11,11 +11,6 @@ namespace zlines {
 
 namespace {
 
-bool isSame(SideKey const* one, SideKey const* other)
-{
-    return one == nullptr || other == nullptr ? one == other : one->values == other->values;
-}
-
 class Comparison {
 public:
     Comparison(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs)
@@ -26,26 +21,29 @@ public:
     // Returns whether a stanza has different changes.
     bool differs(std::string const& stanza) const
     {
-        SideStanza const* const sides[] = {base_.find(stanza), ours_.find(stanza),
-                                           theirs_.find(stanza)};
+        MergeSide const* const all[] = {&base_, &ours_, &theirs_};
+        SideStanza const* sides[3];
         std::set<std::string_view> keys;
-        for (SideStanza const* const side : sides)
-            if (side != nullptr)
-                keys.insert(side->keys.begin(), side->keys.end());
+        for (size_t i = 0; i < 3; ++i) {
+            sides[i] = all[i]->find(stanza);
+            if (sides[i] != nullptr)
+                for (uint32_t const key : sides[i]->keys)
+                    keys.insert(all[i]->key(key).name());
+        }
         bool const isRemovedByOne =
             sides[0] != nullptr && (sides[1] == nullptr) != (sides[2] == nullptr);
         MergeSide const& left = sides[1] == nullptr ? theirs_ : ours_;
         for (std::string_view const key : keys) {
-            SideKey const* const base = base_.find(stanza, key);
-            SideKey const* const ours = ours_.find(stanza, key);
-            SideKey const* const theirs = theirs_.find(stanza, key);
-            if (!isSame(base, ours) && !isSame(base, theirs) && !isSame(ours, theirs))
+            SideKey const base = base_.find(stanza, key);
+            SideKey const ours = ours_.find(stanza, key);
+            SideKey const theirs = theirs_.find(stanza, key);
+            if (!base.hasSameValues(ours) && !base.hasSameValues(theirs) &&
+                !ours.hasSameValues(theirs))
                 return true;
-            if (isRemovedByOne && !isSame(base, left.find(stanza, key)))
+            if (isRemovedByOne && !base.hasSameValues(left.find(stanza, key)))
                 return true;
-            if (theirs != nullptr &&
-                differ(base == nullptr ? nullptr : &base->comments,
-                       ours == nullptr ? nullptr : &ours->comments, theirs->comments))
+            if (theirs && differ(base ? &base.comments() : nullptr,
+                                 ours ? &ours.comments() : nullptr, theirs.comments()))
                 return true;
         }
         auto const commentsOf = [](SideStanza const* side) {
@@ -98,7 +96,7 @@ bool hasSameValues(std::string_view stanza, std::string_view key, std::string_vi
 {
     MergeSide const before(base, dialect);
     MergeSide const after(other, dialect);
-    return isSame(before.find(stanza, key), after.find(stanza, key));
+    return before.find(stanza, key).hasSameValues(after.find(stanza, key));
 }
 
 }  // namespace zlines

@@ -1,9 +1,10 @@
 #include "text_merge.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
-#include <list>
 #include <map>
+#include <memory>
 #include <set>
 #include <utility>
 
@@ -17,7 +18,6 @@ namespace zlines {
 
 namespace {
 
-using EntryList = std::list<SideEntry>;
 using Position = EntryList::iterator;
 // Of a stanza; of a key, or empty. The sides and the merged contents have the strings.
 using Name = std::pair<std::string_view, std::string_view>;
@@ -62,17 +62,18 @@ public:
           ours_(ours),
           theirs_(theirs),
           contents_(contents),
-          entries_(ours.takeEntries())
+          entries_(ours.entries()),
+          keyPositions_(ours.keyCount(), entries_.end())
     {
         for (Position at = entries_.begin(); at != entries_.end(); ++at) {
             if (at->kind == SideEntry::comment)
                 comments_[Name(at->stanza, at->name)].push_back(at);
-            else
-                positions_.emplace(Name(at->stanza, at->name), at);
+            else if (!has(at->stanza, at->name))
+                setPosition(at->stanza, at->name, at);
         }
     }
 
-    EntryList const& assemble()
+    void assemble()
     {
         removeMissing();
         addStanzas();
@@ -83,14 +84,37 @@ public:
             if (keys.isFixed || keys.conflict != MergedStanza::none)
                 continue;
             mergeCommentsOf(stanza, "");
-            for (auto const& [key, values] : keys.keys)
-                mergeCommentsOf(stanza, key);
+            for (MergedKey const& key : keys.keys)
+                mergeCommentsOf(stanza, key.name);
         }
         mergeCommentsOf(kEndOfText, "");
-        return entries_;
     }
 
 private:
+    // Returns the position of a header or key, or the end of the entries.
+    Position positionOf(std::string_view stanza, std::string_view key) const
+    {
+        uint32_t const index = key.empty() ? kNone : ours_.indexOf(stanza, key);
+        if (index != kNone)
+            return keyPositions_[index];
+        auto const found = positions_.find(Name(stanza, key));
+        return found == positions_.end() ? entries_.end() : found->second;
+    }
+
+    bool has(std::string_view stanza, std::string_view key) const
+    {
+        return positionOf(stanza, key) != entries_.end();
+    }
+
+    void setPosition(std::string_view stanza, std::string_view key, Position at)
+    {
+        uint32_t const index = key.empty() ? kNone : ours_.indexOf(stanza, key);
+        if (index != kNone)
+            keyPositions_[index] = at;
+        else
+            positions_[Name(stanza, key)] = at;
+    }
+
     bool isWanted(std::string_view stanza, std::string_view key) const
     {
         return stanza == kTopOfText && key.empty()        ? true
@@ -107,7 +131,7 @@ private:
                 continue;
             }
             if (at->kind != SideEntry::comment)
-                positions_.erase(Name(at->stanza, at->name));
+                setPosition(at->stanza, at->name, entries_.end());
             at = entries_.erase(at);
         }
     }
@@ -132,7 +156,7 @@ private:
     bool isOnlyOurs(std::string_view stanza, std::string_view key) const
     {
         auto const has = [&](MergeSide const& side) {
-            return key.empty() ? side.find(stanza) != nullptr : side.find(stanza, key) != nullptr;
+            return key.empty() ? side.find(stanza) != nullptr : !!side.find(stanza, key);
         };
         return has(ours_) && !has(base_) && !has(theirs_);
     }
@@ -163,11 +187,12 @@ private:
         return end;
     }
 
-    Position add(Position before, SideEntry entry)
+    Position add(Position before, SideEntry const& entry)
     {
         Name const name(entry.stanza, entry.name);
-        Position const at = entries_.insert(before, std::move(entry));
-        positions_.emplace(name, at);
+        Position const at = entries_.insert(before, entry);
+        if (!has(name.first, name.second))
+            setPosition(name.first, name.second, at);
         return at;
     }
 
@@ -178,14 +203,14 @@ private:
         for (std::string const& stanza : theirs_.stanzas()) {
             if (stanza == kTopOfText || !contents_.has(stanza))
                 continue;
-            auto const known = positions_.find(Name(stanza, ""));
-            if (known != positions_.end()) {
-                last = std::next(known->second);
+            Position const known = positionOf(stanza, "");
+            if (known != entries_.end()) {
+                last = std::next(known);
                 continue;
             }
             last = std::next(
                 add(endOfNewSections(last),
-                    {SideEntry::header, stanza, {}, {}, theirs_.find(stanza)->isBelowBlank}));
+                    {SideEntry::header, theirs_.find(stanza)->isBelowBlank, stanza, {}, {}}));
         }
     }
 
@@ -202,22 +227,19 @@ private:
     // Adds the keys that only the other side has, each after its predecessor there.
     void addKeys(std::string_view stanza)
     {
-        auto const header = positions_.find(Name(stanza, ""));
-        Position next = stanza == kTopOfText || header == positions_.end()
-                            ? startOfTop()
-                            : std::next(header->second);
-        for (std::string_view const key : theirs_.find(stanza)->keys) {
-            if (contents_.find(stanza, key) == nullptr)
+        Position const header = positionOf(stanza, "");
+        Position next =
+            stanza == kTopOfText || header == entries_.end() ? startOfTop() : std::next(header);
+        for (uint32_t const index : theirs_.find(stanza)->keys) {
+            SideKey const key = theirs_.key(index);
+            if (contents_.find(stanza, key.name()) == nullptr)
                 continue;
-            auto const known = positions_.find(Name(stanza, key));
+            Position const known = positionOf(stanza, key.name());
             Position const at =
-                known != positions_.end()
-                    ? known->second
-                    : add(skipNewKeys(next, stanza), {SideEntry::key,
-                                                      stanza,
-                                                      key,
-                                                      {},
-                                                      theirs_.find(stanza, key)->isBelowBlank});
+                known != entries_.end()
+                    ? known
+                    : add(skipNewKeys(next, stanza),
+                          {SideEntry::key, key.isBelowBlank(), stanza, key.name(), {}});
             next = std::next(at);
         }
     }
@@ -229,8 +251,8 @@ private:
             SideStanza const* const found = theirs_.find(stanza);
             return found != nullptr && found->isBelowBlank;
         }
-        SideKey const* const found = theirs_.find(stanza, key);
-        return found != nullptr && found->isBelowBlank;
+        SideKey const found = theirs_.find(stanza, key);
+        return found && found.isBelowBlank();
     }
 
     void mergeCommentsOf(std::string_view stanza, std::string_view key)
@@ -240,12 +262,10 @@ private:
             mergeComments(base_.commentsOf(stanza, key), ours, theirs_.commentsOf(stanza, key));
         if (merged == ours)
             return;
-        Position before = entries_.end();
-        auto const known = positions_.find(Name(stanza, key));
-        if (known != positions_.end())
-            before = known->second;
-        else if (stanza == kTopOfText && key.empty())
-            before = entries_.begin();
+        Position const known = positionOf(stanza, key);
+        Position before = known == entries_.end() && stanza == kTopOfText && key.empty()
+                              ? entries_.begin()
+                              : known;
         for (Position const at : comments_[Name(stanza, key)]) {
             if (before == at)
                 ++before;
@@ -255,13 +275,13 @@ private:
         if (stanza == kTopOfText && key.empty() && before != entries_.end())
             before->isBelowBlank = true;
         bool isBelowBlank = false;
-        if (ours.empty() && known != positions_.end()) {
+        if (ours.empty() && known != entries_.end()) {
             // The blank line above the key or header is above its comments then.
             isBelowBlank = std::exchange(before->isBelowBlank, isBelowBlankThere(stanza, key));
         }
         for (SideComment const& comment : merged) {
-            entries_.insert(before, {SideEntry::comment, stanza, key, comment,
-                                     comment.isBelowBlank || isBelowBlank});
+            entries_.insert(before, {SideEntry::comment, comment.isBelowBlank || isBelowBlank,
+                                     stanza, key, comment.text});
             isBelowBlank = false;
         }
     }
@@ -270,80 +290,98 @@ private:
     MergeSide const& ours_;
     MergeSide const& theirs_;
     MergedContents const& contents_;
-    EntryList entries_;
-    std::map<Name, Position> positions_;              // of headers and keys
+    EntryList& entries_;
+    std::vector<Position> keyPositions_;              // of the keys of `ours`
+    std::map<Name, Position> positions_;              // of headers and other keys
     std::map<Name, std::vector<Position>> comments_;  // of the first side
 };
 
-// Writes the entries as a document.
+// Writes the entries as a document. The document has views of the contents of both versions, but
+// not of the objects of the sides.
 class Writer {
 public:
-    Writer(Dialect const& dialect, MergeSide const& ours, MergeSide const& theirs,
-           MergedContents const& contents)
-        : dialect_(dialect), ours_(ours), theirs_(theirs), contents_(contents)
+    Writer(MergeSide const& ours, MergeSide const& theirs, MergedContents const& contents,
+           Document& document)
+        : dialect_(ours.outline().dialect()),
+          ours_(ours),
+          theirs_(theirs),
+          contents_(contents),
+          document_(document)
     {
-    }
-
-    void write(EntryList const& entries, Document& document)
-    {
-        std::vector<std::string> order{kTopOfText};
-        std::map<std::string_view, std::vector<SideEntry const*>> grouped;
-        std::string_view current = kTopOfText;
-        std::set<std::string_view> known{current};
-        for (SideEntry const& entry : entries) {
-            if (entry.kind != SideEntry::header) {
-                grouped[current].push_back(&entry);
-                continue;
-            }
-            current = entry.stanza;
-            if (known.insert(current).second) {
-                order.emplace_back(current);
-                grouped[current].push_back(&entry);
-            }
-        }
-        for (std::string const& stanza : order)
-            for (SideEntry const* entry : grouped[stanza])
-                write(*entry, document);
-        names_ = std::move(order);
     }
 
     /// Returns the names of the stanzas in the document, in order.
-    std::vector<std::string> const& names() const { return names_; }
+    std::vector<std::string> write(EntryList const& entries)
+    {
+        document_.reserve(ours_.stanzas().size(), entries.size());
+        std::vector<std::string> order{kTopOfText};
+        std::map<std::string_view, std::vector<Section>> sections;
+        std::string_view current = kTopOfText;
+        EntryList::const_iterator first = entries.begin();
+        for (auto at = entries.begin(); at != entries.end(); ++at) {
+            if (at->kind != SideEntry::header)
+                continue;
+            sections[current].emplace_back(first, at);
+            current = at->stanza;
+            bool const isNew = current != kTopOfText && !sections.contains(current);
+            if (isNew)
+                order.emplace_back(current);
+            first = isNew ? at : std::next(at);
+        }
+        sections[current].emplace_back(first, entries.end());
+        for (std::string const& stanza : order)
+            for (auto const& [begin, end] : sections[stanza])
+                for (auto at = begin; at != end; ++at)
+                    write(*at);
+        return order;
+    }
 
 private:
-    void write(SideEntry const& entry, Document& document)
+    using Section = std::pair<EntryList::const_iterator, EntryList::const_iterator>;
+
+    void write(SideEntry const& entry)
     {
         if (entry.kind == SideEntry::comment) {
-            document.addComment(entry.text.text, entry.isBelowBlank);
+            document_.addComment(entry.text, entry.isBelowBlank);
             return;
         }
-        bool const isOurs = entry.name.empty() ? ours_.find(entry.stanza) != nullptr
-                                               : ours_.find(entry.stanza, entry.name) != nullptr;
-        MergeSide const& side = isOurs ? ours_ : theirs_;
         if (entry.kind == SideEntry::header) {
-            std::string_view const spelled = side.find(entry.stanza)->spelled;
+            SideStanza const* const ours = ours_.find(entry.stanza);
+            std::string_view const spelled =
+                (ours != nullptr ? ours : theirs_.find(entry.stanza))->spelled;
             bool const isName = !dialect_.joinsHeaders() ||
                                 dialect_.comparableStanza(spelled, space_) == entry.stanza;
-            document.addStanza(isName ? spelled : entry.stanza, entry.isBelowBlank);
+            document_.addStanza(keep(isName ? spelled : entry.stanza), entry.isBelowBlank);
             return;
         }
-        std::string_view const spelled = side.find(entry.stanza, entry.name)->spelled;
+        SideKey const ours = ours_.find(entry.stanza, entry.name);
+        std::string_view const spelled =
+            (ours ? ours : theirs_.find(entry.stanza, entry.name)).spelled();
         bool const isName = dialect_.comparableKey(spelled, space_) == entry.name;
-        document.addKey(isName ? spelled : entry.name, entry.isBelowBlank);
+        document_.addKey(keep(isName ? spelled : entry.name), entry.isBelowBlank);
         MergedKey const& key = *contents_.find(entry.stanza, entry.name);
-        if (key.side != nullptr)
-            for (std::string const& text : key.side->values)
-                document.addValue(text);
+        if (key.side)
+            key.side.eachValue([this](std::string_view text) { document_.addValue(keep(text)); });
         for (MergedValue const& value : key.values)
             for (std::string const& text : value.ours.empty() ? value.theirs : value.ours)
-                document.addValue(text);
+                document_.addValue(keep(text));
+    }
+
+    // Returns a string that lives as long as both versions and the document.
+    std::string_view keep(std::string_view view)
+    {
+        for (std::string_view const text : {ours_.outline().text(), theirs_.outline().text()})
+            if (std::less_equal<>()(text.data(), view.data()) &&
+                std::less_equal<>()(view.data() + view.size(), text.data() + text.size()))
+                return view;
+        return document_.own(view);
     }
 
     Dialect const& dialect_;
     MergeSide const& ours_;
     MergeSide const& theirs_;
     MergedContents const& contents_;
-    std::vector<std::string> names_;
+    Document& document_;
     std::string space_;
 };
 
@@ -354,9 +392,9 @@ bool haveSameStanza(MergeSide const& ours, MergeSide const& theirs, std::string_
     SideStanza const* const their = theirs.find(name);
     if (our == nullptr || their == nullptr || our->keys.size() != their->keys.size())
         return our == their;
-    return std::all_of(our->keys.begin(), our->keys.end(), [&](std::string_view key) {
-        SideKey const* const same = theirs.find(name, key);
-        return same != nullptr && same->values == our->contents.find(key)->second.values;
+    return std::all_of(our->keys.begin(), our->keys.end(), [&](uint32_t index) {
+        SideKey const key = ours.key(index);
+        return key.hasSameValues(theirs.find(name, key.name()));
     });
 }
 
@@ -390,23 +428,31 @@ MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_
                                              theirs.find(fixed) != std::string_view::npos);
     if (ours == base && !hasFixed)
         return {std::string(theirs), 0};
-    MergeSide const before(base, dialect);
-    MergeSide our(ours, dialect, &before, MergeSide::withEntries);
-    MergeSide const their(theirs, dialect, &before);
-    if (ours == base && haveSameStanza(our, their, fixed))
+    auto before = std::make_unique<MergeSide const>(base, dialect);
+    auto our = std::make_unique<MergeSide>(ours, dialect, before.get(), MergeSide::withEntries);
+    auto their = std::make_unique<MergeSide const>(theirs, dialect, before.get());
+    if (ours == base && haveSameStanza(*our, *their, fixed))
         return {std::string(theirs), 0};
-    MergedContents const contents(before, our, their, fixed);
-    Assembly assembly(before, our, their, contents);
+    auto contents = std::make_unique<MergedContents const>(*before, *our, *their, fixed);
+    bool const hasConflicts = contents->hasConflicts();
+    // A side needs more memory than its text, so it is released as soon as possible.
+    Assembly(*before, *our, *their, *contents).assemble();
+    before.reset();
     Document document;
-    Writer writer(dialect, our, their, contents);
-    writer.write(assembly.assemble(), document);
+    std::vector<std::string> const names =
+        Writer(*our, *their, *contents, document).write(our->entries());
+    if (!hasConflicts) {
+        contents.reset();
+        their.reset();
+        our.reset();
+    }
     MergedText merged = {};
     TextHistory history;
     if (!rewrite(ours, dialect, document, history, merged.text))
         merged.text = ours;
-    if (contents.hasConflicts())
-        merged.text = markConflicts(merged.text, dialect, writer.names(), contents, our, their,
-                                    merged.conflicts);
+    if (hasConflicts)
+        merged.text =
+            markConflicts(merged.text, dialect, names, *contents, *our, *their, merged.conflicts);
     return merged;
 }
 

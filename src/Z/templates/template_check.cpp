@@ -131,35 +131,33 @@ private:
                     remedyFor(schema_.nearestStanza(part.shown), "remove it"));
             return;
         }
-        for (std::string_view const key : stanza.keys)
-            checkKey(part, std::string(key), stanza.contents.find(key)->second);
+        for (uint32_t const key : stanza.keys)
+            checkKey(part, std::string(side_.key(key).name()), side_.key(key));
     }
 
     void checkKey(Part const& part, std::string const& name, zlines::SideKey const& key)
     {
         keys_.insert(Index::join(part.name, name));
         TemplateKey const* const schema = index_.find(part.name, name);
-        std::string const shown(key.spelled.empty() ? name : key.spelled);
+        std::string const shown(key.spelled().empty() ? name : key.spelled());
         if (schema == nullptr) {
-            uint32_t const first = key.valueLines.empty() ? key.otherLines.front()
-                                   : key.otherLines.empty()
-                                       ? key.valueLines.front()
-                                       : std::min(key.valueLines.front(), key.otherLines.front());
+            uint32_t const first = key.firstLine();
             add(zproblems::unknownKey, first, side_.outline().lines()[first].indent, part.shown,
                 shown,
                 "unknown " + nameKey(shown, nameOf(part.shown)) + "; " +
                     remedyFor(schema_.nearestKey(part.name, shown), "remove it"));
             return;
         }
-        for (size_t i = 0; i < key.values.size(); ++i) {
+        std::vector<std::string> const values = key.values();
+        std::vector<uint32_t> const lines = key.valueLines();
+        for (size_t i = 0; i < values.size(); ++i) {
             // An empty value of several is a reset.
-            std::string const problem = key.values[i].empty() && key.values.size() > 1
-                                            ? std::string()
-                                            : schema->check(key.values[i]);
-            zlines::Line const& line = side_.outline().lines()[key.valueLines[i]];
+            std::string const problem =
+                values[i].empty() && values.size() > 1 ? std::string() : schema->check(values[i]);
+            zlines::Line const& line = side_.outline().lines()[lines[i]];
             if (!problem.empty())
-                add(zproblems::invalidValue, key.valueLines[i], line.valueBegin - line.begin,
-                    part.shown, shown, nameKey(shown, nameOf(part.shown)) + ": " + problem);
+                add(zproblems::invalidValue, lines[i], line.valueBegin - line.begin, part.shown,
+                    shown, nameKey(shown, nameOf(part.shown)) + ": " + problem);
         }
     }
 
