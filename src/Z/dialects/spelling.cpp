@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "../lines/alignment.h"
+#include "continued_value.h"
 #include "escaped_names.h"
 #include "escaped_values.h"
 #include "logical_line.h"
@@ -38,7 +39,7 @@ struct Forms {
     constexpr Forms(Switches const& switches, Form old)
     {
         bool const hasQuotes = switches.quoting != Quoting::none;
-        if (switches.join & (joinIndented | joinOpenQuote))
+        if (switches.join != 0)
             add(Form::unchangedLines);
         if (old == Form::plain)
             addUnquoted(switches);
@@ -202,6 +203,22 @@ public:
     /// Returns the lines of the value, the first with its key; blank lines are among them.
     std::vector<std::string_view> const& lines() const { return lines_; }
 
+    /// Returns the indentation of the line of the value below another; of `further` without it.
+    std::string_view indentBelow(size_t line, FurtherLines const& further) const
+    {
+        std::string_view const below =
+            line < lines_.size() - 1 ? lines_[line + 1] : std::string_view();
+        std::string_view const indent = indentOf(below);
+        return indent.size() < below.size() ? indent : further.indent;
+    }
+
+    /// Returns whether only comments follow a line of the value and do not belong to it.
+    bool hasComments(size_t line) const
+    {
+        return std::all_of(asides_[line].begin(), asides_[line].end(),
+                           [](Aside const& aside) { return aside.isComment; });
+    }
+
     /// Appends the lines that follow a line of the value and do not belong to it, and forgets them.
     void takeAsides(size_t line, std::string& out)
     {
@@ -304,6 +321,32 @@ std::vector<size_t> keptLines(std::vector<std::string_view> const& from,
     return kept;
 }
 
+// Returns for each wanted line the old line whose asides are above it, or npos. `kept` has the old
+// line of each, counted without the first.
+std::vector<size_t> linesAbove(std::vector<size_t> const& kept, size_t oldCount)
+{
+    constexpr size_t kNone = std::string_view::npos;
+    std::vector<size_t> above(kept.size(), kNone);
+    size_t old = 0;  // is in the place of the wanted line above `first`
+    for (size_t first = 1; first <= kept.size();) {
+        size_t end = first;
+        while (end < kept.size() && kept[end] == kNone)
+            ++end;
+        size_t const oldEnd = end < kept.size() ? kept[end] + 1 : oldCount;
+        // Lines that are replaced one by one keep the asides between them.
+        if (oldEnd - old == end - first + 1)
+            for (size_t i = first; i < end; ++i)
+                above[i] = old + (i - first);
+        else if (first < end)
+            above[first] = old;
+        if (end < kept.size())
+            above[end] = kept[end];
+        old = oldEnd;
+        first = end + 1;
+    }
+    return above;
+}
+
 // Stores the change of a value of indented lines. Returns false if the file has other lines than
 // the value.
 bool replaceIndented(std::string_view text, Line const& line, ValueLines& lines,
@@ -319,17 +362,19 @@ bool replaceIndented(std::string_view text, Line const& line, ValueLines& lines,
         out = lines.lines()[0];
     else
         (out = slice(text, line.begin, line.valueBegin)) += to[0];
-    std::vector<size_t> const kept =
+    constexpr size_t kNone = std::string_view::npos;
+    std::vector<size_t> kept =
         keptLines({from.begin() + 1, from.end()}, {to.begin() + 1, to.end()});
+    kept.insert(kept.begin(), kNone);
+    std::vector<size_t> const above = linesAbove(kept, from.size());
     for (size_t i = 1; i < to.size(); ++i) {
         out += further.ending;
-        size_t const old = kept[i - 1];
-        if (old != std::string_view::npos) {
-            lines.takeAsides(old, out);
-            out += lines.lines()[old + 1];
-        } else if (!to[i].empty()) {
-            (out += further.indent) += to[i];
-        }
+        if (above[i] != kNone && (kept[i] != kNone || lines.hasComments(above[i])))
+            lines.takeAsides(above[i], out);
+        if (kept[i] != kNone)
+            out += lines.lines()[kept[i] + 1];
+        else if (!to[i].empty())
+            (out += lines.indentBelow(above[i], further)) += to[i];
     }
     std::string const comments = lines.comments();
     change = {line.begin, lines.end(), comments + out, comments.size()};
@@ -370,6 +415,27 @@ bool replaceQuoted(Switches const& switches, std::string_view text, Line const& 
             out += to[i];
     }
     change = {line.valueBegin, line.valueEnd, out += quote};
+    return true;
+}
+
+// Stores the change of a value in other lines. Returns false if all lines change.
+bool replaceContinued(SwitchedDialect const& dialect, std::string_view text, Line const& line,
+                      std::string_view before, std::string_view value, Replacement& change)
+{
+    LineJoining const joining(dialect.switches(), dialect.characters());
+    std::string comments;
+    std::optional<std::string> const spelled =
+        ContinuedValue(joining, text, line, before).replaced(value, comments);
+    if (!spelled)
+        return false;
+    change = {line.valueBegin, line.valueEnd, {}};
+    if (!comments.empty()) {
+        change.begin = line.begin;
+        change.commentBytes = comments.size();
+        change.text = comments;
+        change.text += slice(text, line.begin, line.valueBegin);
+    }
+    change.text += *spelled;
     return true;
 }
 
@@ -520,7 +586,7 @@ std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, 
     Form const form = Forms(switches_, old).all[spelling];
     Replacement change{begin, line.valueEnd, {}};
     if (form == Form::unchangedLines) {
-        if (line.kind != zlines::valueLine)
+        if (line.kind != zlines::valueLine || spelled.find('\n') == spelled.npos)
             return {};
         std::string space;
         std::string_view const before = this->value(text, line, space);
@@ -528,7 +594,8 @@ std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, 
             switches_.join & joinIndented
                 ? isPlainSafe(switches_, value, {}) &&
                       replaceIndented(text, line, lines, before, value, change)
-                : replaceQuoted(switches_, text, line, lines.ending(), before, value, change);
+                : replaceQuoted(switches_, text, line, lines.ending(), before, value, change) ||
+                      replaceContinued(*this, text, line, before, value, change);
         return isReplaced ? std::optional(std::move(change)) : std::nullopt;
     }
     std::string const comments = lines.comments();

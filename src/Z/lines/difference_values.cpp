@@ -253,15 +253,23 @@ bool Difference::dropSpaces(uint32_t line, Replacement& change) const
 void Difference::keepCommentColumn(uint32_t line, Replacement& change) const
 {
     std::string_view const rest = slice(text_, change.end, outline_.endOf(line));
-    bool const isInOneLine =
-        change.text.find('\n') == std::string::npos &&
-        slice(text_, change.begin, change.end).find('\n') == std::string_view::npos;
     size_t const spaces = rest.find_first_not_of(' ');
-    if (!dialect_.hasCommentsAfterValues() || !isInOneLine || spaces == std::string_view::npos ||
-        spaces < 2 || static_cast<unsigned char>(rest[spaces]) < ' ')
+    if (!dialect_.hasCommentsAfterValues() || spaces == std::string_view::npos || spaces < 2 ||
+        static_cast<unsigned char>(rest[spaces]) < ' ')
         return;
-    size_t const width = countCharacters(slice(text_, change.begin, change.end)) + spaces;
-    size_t const used = countCharacters(change.text);
+    auto const widthOf = [](std::string_view lines) {
+        return countCharacters(lines.substr(lines.rfind('\n') + 1));
+    };
+    // A header can be on the line, too.
+    uint32_t begin = outline_.lines()[line].begin;
+    while (begin > 0 && text_[begin - 1] != '\n')
+        --begin;
+    std::string changed(slice(text_, begin, change.begin));
+    changed += change.text;
+    size_t const used = widthOf(changed);
+    size_t const width = widthOf(slice(text_, begin, change.end)) + spaces;
+    if (used + spaces == width)
+        return;
     change.end += static_cast<uint32_t>(spaces);
     change.text.append(width > used ? width - used : 1, ' ');
 }
