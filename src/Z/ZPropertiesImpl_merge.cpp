@@ -111,7 +111,7 @@ bool ZPCategoryBasedCache_6_0::KeptLines::mergeText(Cache const& ours, Base cons
             merged = zlines::mergeTexts(before, present, wanted, dialect, reserved).text;
             // setSpelling() has replaced the kept text.
             if (kept != nullptr && kept->text != before && ours.rep().dialect != nullptr)
-                merged = zlines::withSpellings(std::move(merged), before, kept->text, dialect);
+                merged = zlines::withSpellings(merged, before, kept->text, dialect);
         } catch (zlines::Refusal const& refusal) {
             ZPropertiesInvalidValueException_6_0(path, refusal.stanza.c_str(), refusal.key.c_str(),
                                                  refusal.value.c_str())

@@ -688,6 +688,75 @@ TEST(ZDialectData, AStoreWithASetSpellingKeepsTheChangesOfOthers)
     }
 }
 
+TEST(ZDialectData, EachSetSpellingIsKeptNextToChangesOfOthers)
+{
+    struct Spelling {
+        char const* key;
+        unsigned index;
+        char const* spelling;
+    };
+    struct Case {
+        char const* name;
+        char const* dialect;
+        char const* before;
+        char const* there;  // the file of another program
+        std::vector<Spelling> spellings;
+        char const* after;
+    };
+    for (Case const& c : {Case{"the second of two equal lines",
+                               "git",
+                               "[a]\nk = 1\nk = 1\nj = 2\n",
+                               "[a]\nk = 1\nk = 1\nj = 3\n",
+                               {{"k", 1, "\"1\""}},
+                               "[a]\nk = 1\nk = \"1\"\nj = 3\n"},
+                          Case{"a spelling that another line has",
+                               "git",
+                               "[a]\nk = \"1\"\nk = 1\nj = 2\n",
+                               "[a]\nk = \"1\"\nk = 1\nj = 3\n",
+                               {{"k", 1, "\"1\""}},
+                               "[a]\nk = \"1\"\nk = \"1\"\nj = 3\n"},
+                          Case{"exchanged spellings",
+                               "git",
+                               "[a]\nk = \"1\"\nk = 1\nj = 2\n",
+                               "[a]\nk = \"1\"\nk = 1\nj = 3\n",
+                               {{"k", 0, "1"}, {"k", 1, "\"1\""}},
+                               "[a]\nk = 1\nk = \"1\"\nj = 3\n"},
+                          Case{"a new value that another line has",
+                               "git",
+                               "[a]\nk = 1\nk = 2\nj = 2\n",
+                               "[a]\nk = 1\nk = 2\nj = 3\n",
+                               {{"k", 1, "\"1\""}},
+                               "[a]\nk = 1\nk = \"1\"\nj = 3\n"},
+                          Case{"the other of two equal lines was removed there",
+                               "git",
+                               "[a]\nk = 1\nk = \"1\"\nj = 2\n",
+                               "[a]\nk = \"1\"\nj = 3\n",
+                               {{"k", 1, "1\"\""}},
+                               "[a]\nk = 1\"\"\nj = 3\n"},
+                          Case{"another spelling there, too",
+                               "git",
+                               "[a]\nk = 1\nj = 2\n",
+                               "[a]\nk = \"1\"\nj = 3\n",
+                               {{"k", 0, "1\"\""}},
+                               "[a]\nk = 1\"\"\nj = 3\n"},
+                          Case{"a spelling that does not read back there",
+                               "python",
+                               "[a]\nk = 1\nl = 1\nj = 2\n",
+                               "[a]\n    k = 1\nl = 1\nj = 3\n",
+                               {{"k", 0, "1\n  2"}, {"l", 0, "1\n      2"}},
+                               "[a]\n    k = 1\n        2\nl = 1\n      2\nj = 3\n"}}) {
+        SCOPED_TRACE(c.name);
+        TestDirectory const directory;
+        std::string const path = directory.write("conf", c.before);
+        ZStanzaFileProperties_6_0 store(path.c_str(), 1, dialectNamed(c.dialect));
+        for (Spelling const& set : c.spellings)
+            store.setSpelling("a", set.key, set.index, set.spelling);
+        directory.write("conf", c.there);
+        store.store(nullptr);
+        EXPECT_EQ(c.after, directory.read("conf"));
+    }
+}
+
 TEST(ZDialectData, TheLinesOfAllKeysAreFoundInLinearTime)
 {
     EXPECT_TRUE(takesLinearTime(300, [](size_t count) {

@@ -1,11 +1,12 @@
 #include "spelled_value.h"
 
 #include <algorithm>
+#include <deque>
 #include <map>
-#include <set>
 #include <tuple>
 #include <utility>
 
+#include "alignment.h"
 #include "name_hash.h"
 
 namespace zlines {
@@ -141,12 +142,76 @@ std::string_view spellingOf(Outline const& outline, uint32_t line)
     return slice(outline.text(), outline.lines()[line].valueBegin, outline.lines()[line].valueEnd);
 }
 
-std::set<std::string_view> spellingsOf(Outline const& outline, std::vector<uint32_t> const& lines)
+std::vector<std::string> valuesOf(Outline const& outline, std::vector<uint32_t> const& lines)
 {
-    std::set<std::string_view> spellings;
+    std::vector<std::string> values;
+    std::string space;
     for (uint32_t const line : lines)
-        spellings.insert(spellingOf(outline, line));
+        values.emplace_back(outline.value(line, space));
+    return values;
+}
+
+std::vector<std::string_view> spellingsOf(Outline const& outline,
+                                          std::vector<uint32_t> const& lines)
+{
+    std::vector<std::string_view> spellings;
+    for (uint32_t const line : lines)
+        spellings.push_back(spellingOf(outline, line));
     return spellings;
+}
+
+using Spellings = std::map<uint32_t, std::string_view>;  // by lines of the merged text
+
+// The value lines of a key in one of three texts.
+struct KeyText {
+    KeyText(Outline const& outline, std::vector<uint32_t> const& keyLines)
+        : lines(keyLines),
+          values(valuesOf(outline, keyLines)),
+          spellings(spellingsOf(outline, keyLines))
+    {
+    }
+
+    std::vector<std::string_view> viewsOfValues() const { return {values.begin(), values.end()}; }
+
+    std::vector<uint32_t> const& lines;
+    std::vector<std::string> values;
+    std::vector<std::string_view> spellings;
+};
+
+// Finds the lines of `present` that get another spelling, because `wanted` has it and `old` has
+// not. A line keeps its identity by its place among equal values and by its spelling.
+void findSpellings(KeyText const& old, KeyText const& wanted, KeyText const& present,
+                   Spellings& found)
+{
+    std::vector<uint32_t> presentOf(old.lines.size(), kNone);
+    for (auto const& [before, after] : align(old.spellings, present.spellings))
+        presentOf[before] = after;
+    std::vector<uint32_t> oldOf(wanted.lines.size(), kNone);
+    for (auto const& [before, after] : align(old.viewsOfValues(), wanted.viewsOfValues()))
+        oldOf[after] = before;
+    std::vector<bool> isPlaced(wanted.lines.size());
+    std::vector<bool> isTaken(present.lines.size());
+    auto const place = [&](size_t index, uint32_t at) {
+        isPlaced[index] = isTaken[at] = true;
+        bool const isSet =
+            oldOf[index] == kNone || old.spellings[oldOf[index]] != wanted.spellings[index];
+        if (isSet && present.spellings[at] != wanted.spellings[index])
+            found.emplace(present.lines[at], wanted.spellings[index]);
+    };
+    for (size_t i = 0; i < oldOf.size(); ++i)
+        if (oldOf[i] != kNone && presentOf[oldOf[i]] != kNone)
+            place(i, presentOf[oldOf[i]]);
+    std::map<std::string_view, std::deque<uint32_t>> free;
+    for (uint32_t at = 0; at < present.lines.size(); ++at)
+        if (!isTaken[at])
+            free[present.values[at]].push_back(at);
+    for (size_t i = 0; i < oldOf.size(); ++i) {
+        auto const same = free.find(wanted.values[i]);
+        if (isPlaced[i] || same == free.end() || same->second.empty())
+            continue;
+        place(i, same->second.front());
+        same->second.pop_front();
+    }
 }
 
 bool readsAs(Outline const& outline, Outline const& other)
@@ -167,51 +232,78 @@ bool readsAs(Outline const& outline, Outline const& other)
     return true;
 }
 
+// Gives lines of a text other spellings, without those that would change how a line reads.
+class Respelling {
+public:
+    Respelling(std::string const& text, Outline const& outline) : text_(text), outline_(outline) {}
+
+    /// Returns the text.
+    std::string apply(Spellings const& wanted)
+    {
+        std::string changed = text_;
+        add({wanted.begin(), wanted.end()}, changed);
+        return changed;
+    }
+
+private:
+    using List = std::vector<Spellings::value_type>;
+
+    // Adds spellings to the accepted ones. A list that does not read back is split in halves.
+    void add(List const& list, std::string& changed)
+    {
+        if (list.empty())
+            return;
+        Spellings all = accepted_;
+        all.insert(list.begin(), list.end());
+        std::string text = compose(all);
+        if (readsAs(Outline(text, outline_.dialect()), outline_)) {
+            accepted_ = std::move(all);
+            changed = std::move(text);
+        } else if (list.size() > 1) {
+            auto const middle = list.begin() + static_cast<ptrdiff_t>(list.size() / 2);
+            add({list.begin(), middle}, changed);
+            add({middle, list.end()}, changed);
+        }
+    }
+
+    std::string compose(Spellings const& spellings) const
+    {
+        std::string out;
+        uint32_t done = 0;
+        for (auto const& [line, spelling] : spellings) {
+            out += slice(text_, done, outline_.lines()[line].valueBegin);
+            out += spelling;
+            done = outline_.lines()[line].valueEnd;
+        }
+        return out += std::string_view(text_).substr(done);
+    }
+
+    std::string const& text_;
+    Outline const& outline_;
+    Spellings accepted_;
+};
+
 }  // namespace
 
-std::string withSpellings(std::string text, std::string_view before, std::string_view spelled,
-                          Dialect const& dialect)
+std::string withSpellings(std::string const& text, std::string_view before,
+                          std::string_view spelled, Dialect const& dialect)
 {
     Outline const old(before, dialect);
     Outline const wanted(spelled, dialect);
     Outline const present(text, dialect);
     ValueLines const oldLines = valueLinesOf(old);
     ValueLines const presentLines = valueLinesOf(present);
-    std::map<uint32_t, std::string_view> changes;  // by lines of `present`
-    std::string space;
+    std::vector<uint32_t> const none;
+    Spellings found;
     for (auto const& [name, lines] : valueLinesOf(wanted)) {
         auto const here = presentLines.find(name);
         if (here == presentLines.end())
             continue;
-        auto const unchanged = oldLines.find(name);
-        std::set<std::string_view> known = spellingsOf(present, here->second);
-        if (unchanged != oldLines.end())
-            known.merge(spellingsOf(old, unchanged->second));
-        std::multimap<std::string, uint32_t> byValue;
-        for (uint32_t const line : here->second)
-            byValue.emplace(present.value(line, space), line);
-        for (uint32_t const line : lines) {
-            std::string_view const spelling = spellingOf(wanted, line);
-            if (known.contains(spelling))
-                continue;
-            auto const same = byValue.find(std::string(wanted.value(line, space)));
-            if (same == byValue.end())
-                continue;
-            changes.emplace(same->second, spelling);
-            byValue.erase(same);
-        }
+        auto const known = oldLines.find(name);
+        findSpellings(KeyText(old, known == oldLines.end() ? none : known->second),
+                      KeyText(wanted, lines), KeyText(present, here->second), found);
     }
-    std::string changed;
-    uint32_t done = 0;
-    for (auto const& [line, spelling] : changes) {
-        changed += slice(text, done, present.lines()[line].valueBegin);
-        changed += spelling;
-        done = present.lines()[line].valueEnd;
-    }
-    if (changes.empty())
-        return text;
-    changed += std::string_view(text).substr(done);
-    return readsAs(Outline(changed, dialect), present) ? changed : text;
+    return Respelling(text, present).apply(found);
 }
 
 }  // namespace zlines

@@ -56,9 +56,10 @@ bool respell(Outline const& outline, uint32_t line, std::string_view spelling, s
              std::string& value);
 
 /// Returns `text` with the spellings of values that `spelled` has and `before` has not, where a
-/// line of the same key in `text` has the same value in another spelling. Returns `text` itself if
-/// a line would read differently then. cost    O(n log n) in the lines.
-std::string withSpellings(std::string text, std::string_view before, std::string_view spelled,
-                          Dialect const& dialect);
+/// line of the same key in `text` has the same value in another spelling. A spelling that would
+/// change how a line reads is left out.
+/// cost    O(n log n) in the lines; for each spelling that is left out, O(n log n) more.
+std::string withSpellings(std::string const& text, std::string_view before,
+                          std::string_view spelled, Dialect const& dialect);
 
 }  // namespace zlines
