@@ -135,20 +135,40 @@ class EditTest(tool.ToolTest):
     def test_a_value_of_several_lines_is_set_and_renamed(self):
         self.expect_rows(RENAMES)
 
-    def test_comment_marks_and_obfuscated_values_stay_apart(self):
-        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
-        script = "comment listener name --off\nunset upstream password\n"
-        self.expect_unchanged(REFUSED, "cannot change comment marks and obfuscated values together",
-                              "edit", self.file, given=script)
-        self.expect(DONE, "", "edit", self.file,
-                    given="comment listener name --off\nset upstream weight 2\n")
-        self.expect(DONE, "x\n", "get", self.file, "upstream", "password")
-
-    def test_keys_below_marked_comments_are_set_with_obfuscated_values(self):
-        self.path.write_text("[s]\n## port = 2\nk = 1\n")
-        self.expect(DONE, "", "set", self.file, "s", "password", "--obfuscated", given="x")
-        self.expect(DONE, "", "edit", self.file, given="unset s password\nset s port 9\n")
-        self.expect(DONE, "9\n", "get", self.file, "s", "port")
+    def test_comment_marks_and_obfuscated_values_change_together(self):
+        entry = f"\n[configuration-database]\nfile = {self.file}.obf\n"
+        gone = "\n[configuration-database]\n"
+        before = "[s]\n# c\n## port = 1\n## port = 2\nk = 1\n"
+        placed = before.replace("k = 1", "port = 9\nk = 1")
+        commented = before.replace("k = 1", "# k = 1")
+        rows = [
+            ("set s port 9\n", placed, entry, {"password": "x"}),
+            ("set s port 9\nunset s password\n", placed, gone, {}),
+            ("unset s password\nset s port 9\n", placed, gone, {}),
+            ("add s port 9\nrename s password secret\n", placed, entry, {"secret": "x"}),
+            ("comment s k --off\nunset s password\n", commented, gone, {}),
+            ("comment s k --off\ncomment s k --on\nrename s password secret\n", before, entry,
+             {"secret": "x"}),
+            ("comment s k --off\nset s port 9\nrename s password secret\nrename s t\n",
+             commented.replace("# k = 1", "port = 9\n# k = 1").replace("[s]", "[t]"), entry,
+             {"secret": "x"}),
+        ]
+        for options in ([], ["--replace"], ["--backup"]):
+            for script, after, end, secrets in rows:
+                with self.subTest(script, options=options):
+                    for path in self.path.parent.iterdir():
+                        path.unlink()
+                    self.path.write_text(before)
+                    self.expect(DONE, "", "set", self.file, "s", "password", "--obfuscated",
+                                given="x")
+                    self.expect(DONE, "", "edit", self.file, *options, given=script)
+                    self.expect_text(after + end)
+                    stanza = "t" if "[t]" in after else "s"
+                    for key, value in secrets.items():
+                        self.expect(DONE, value + "\n", "get", self.file, stanza, key)
+                    self.assertEqual(bool(secrets), (self.path.parent / "gateway.conf.obf").exists())
+                    if options == ["--backup"]:
+                        self.expect(DONE, "x\n", "get", self.file + "~", "s", "password")
 
     def test_a_killed_edit_leaves_the_old_or_the_new_file(self):
         count = 200

@@ -647,7 +647,7 @@ void moveBelowComment(EditedFile& file, Request const& request)
 NewLine::NewLine(EditedFile& file, Request const& request) : file_(file), request_(request)
 {
     // A script can add many keys, so the text is composed only if it can have such comments.
-    if (file.mayHaveSeveralMarks(request.key) && !file.hasSecrets())
+    if (file.mayHaveSeveralMarks(request.key) && !request.obfuscated)
         before_ = file.text();
 }
 

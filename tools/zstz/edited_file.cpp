@@ -125,11 +125,6 @@ bool EditedFile::mayHaveSeveralMarks(std::string const& key)
     return markedKeys_->contains(identity) || markedKeys_->contains("");
 }
 
-bool EditedFile::hasSecrets() const
-{
-    return !originalSecrets_.empty() || store_.contents().obfuscatedItemCount() != 0;
-}
-
 // Returns the obfuscated values, as a companion file has them.
 std::string EditedFile::secrets() const
 {
@@ -211,7 +206,8 @@ void EditedFile::printDifference(std::string const& text) const
     fwrite(diff.data(), 1, diff.size(), stdout);
 }
 
-// Stores the text; the companion stays.
+// Stores the text; the companion stays. If another program has changed the file, this fails: a
+// merge could place the comments that setText() has changed elsewhere.
 void EditedFile::storeText(std::string const& text) const
 {
     char const* const path = request_.file.c_str();
@@ -256,11 +252,6 @@ void EditedFile::finish()
         return;
     }
     bool const changesSecrets = secrets() != originalSecrets_;
-    if (isText_ && changesSecrets)
-        throw Failure{exitRefused,
-                      request_.file,
-                      {"a script cannot change comment marks and obfuscated values together",
-                       "use a script for each"}};
     bool const isSame = after == original_ && !changesSecrets && !isNew_;
     // A file that can be written is stored although it stays the same: that completes the store of
     // a crashed writer.
@@ -268,7 +259,7 @@ void EditedFile::finish()
         return;
     if (!request_.backupSuffix.empty() && !isNew_ && !isSame)
         storeCopy();
-    if (isText_)
+    if (isText_ && !changesSecrets)
         return storeText(after);
     store_.setReplacing(request_.replace);
     store_.store(request_.file.c_str());

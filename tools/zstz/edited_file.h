@@ -39,10 +39,6 @@ public:
     /// cost    O(n) in the first call, and in the first call after setText().
     bool mayHaveSeveralMarks(std::string const& key);
 
-    /// Returns whether the file has or had obfuscated values. finish() refuses a change of them
-    /// together with setText().
-    bool hasSecrets() const;
-
     /// Replaces the text. The obfuscated values stay.
     /// throws  ZPropertiesInvalidDataException_6_0; the file cannot be stored then.
     void setText(std::string const& text);
