@@ -304,3 +304,27 @@ TEST(DialectLines, AKeyOfTheFileCanBeChangedAlsoIfNoNewLineCouldHaveItsName)
     EXPECT_THROW(textAfter("qt", "[a]\nl=v\n", {set("a", name, "w")}),
                  ZInvalidParameterException_6_0);
 }
+
+// A comment right above the first header would be of its stanza.
+TEST(DialectLines, ANewCommentOfTheFileIsAboveALineThatIsPassedOver)
+{
+    Change const ofFile = [](Store& store) { store.setComment(nullptr, nullptr, " f"); };
+    Change const rename = [](Store& store) { store.renameStanza(".", "n"); };
+    struct Case {
+        char const* dialect;
+        char const* before;
+        char const* after;
+    };
+    for (Case const& c : {Case{"systemd", "]\n[a]\nk=1\n", "# f\n\n]\n[a]\nk=1\n"},
+                          {"networkd", "]\n[a]\nk=1\n", "# f\n\n]\n[a]\nk=1\n"},
+                          {"ini", "# c\njunk\n[a]\nk=1\n", "# f\n\njunk\n[a]\nk=1\n"},
+                          {"ini", "junk\n; of a\n[a]\n", "; f\njunk\n; of a\n[a]\n"}}) {
+        SCOPED_TRACE(c.before);
+        EXPECT_EQ(c.after, textAfter(c.dialect, c.before, {ofFile}));
+    }
+    std::string const text = "junk\nk=1\n";
+    std::string const both = "; f\n\njunk\n[n]\nk=1\n";
+    EXPECT_EQ(both, textAfter("ini", text, {rename, ofFile}));
+    EXPECT_EQ(both, textAfter("ini", textAfter("ini", text, {rename}), {ofFile}));
+    EXPECT_EQ(both, textAfter("ini", textAfter("ini", text, {ofFile}), {rename}));
+}

@@ -65,7 +65,8 @@ void Difference::moveBelowTopHeader(Placement& at)
 {
     uint32_t const position = outline_.lines()[topHeader_].begin;
     uint32_t const after = topHeader_ == 0 ? kNone : topHeader_ - 1;
-    if (!at.comments.empty() && document_.stanzas[headed_].isBelowBlank)
+    Stanza const& headed = document_.stanzas[headed_];
+    if (!at.comments.empty() && (headed.isBelowBlank || headed.isBelowGap))
         insertComments(at, at.position, at.after, otherLine, true);
     else if (!at.comments.empty())
         insertComments(at, position, after, headerLine, false);
@@ -178,7 +179,7 @@ bool Difference::placeKeyAt(Reordered const& stanza, Entry const& entry, uint32_
     return true;
 }
 
-// Inserts new comments at the end of a stanza: above the next header or, if a blank line is between
+// Inserts new comments at the end of a stanza: above the next header or, if another line is between
 // them, after the entry before them.
 void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
 {
@@ -189,11 +190,10 @@ void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
         carried_ = std::move(at.comments);
         return;
     }
-    bool const isAboveHeader =
-        next < readOf_.size() && readOf_[next] != 0 && !document_.stanzas[next].isBelowBlank;
-    if (!isAboveHeader) {
-        insertComments(at, at.position, at.after, otherLine,
-                       next < readOf_.size() && document_.stanzas[next].isBelowBlank);
+    bool const isParted = next < readOf_.size() && (document_.stanzas[next].isBelowBlank ||
+                                                    document_.stanzas[next].isBelowGap);
+    if (next >= readOf_.size() || readOf_[next] == 0 || isParted) {
+        insertComments(at, at.position, at.after, otherLine, isParted);
         return;
     }
     uint32_t const header =
