@@ -1,11 +1,15 @@
-// Edits of files in any dialect: a value is set, added or removed, a key is added, or two of these.
-// The new file reads as the old values with the edits, and no other line changes.
+// Edits of files in any dialect: a value is set, added or removed, a key is added, or two of these;
+// or a key or stanza is renamed, a comment is set or removed, or a stanza is removed. The new file
+// reads as the old values with the edits, and no other line changes.
 #include <Z/dialects/switched_dialect.h>
+
+#include <iterator>
 
 #include "DialectChoices.h"
 #include "DialectEdits.h"
 #include "DialectReading.h"
 #include "DialectRewriter.h"
+#include "StoreEdits.h"
 #include "check.h"
 
 namespace {
@@ -21,6 +25,13 @@ enum Kind : unsigned {
     kSetAndRemoval,
     kKinds
 };
+
+// Kinds from here on are edits of a store.
+constexpr unsigned kFirstOfStores = 128;
+
+constexpr char const* kNames[] = {"n1",    "a",   "b",     "k",    "[x]",      "new name", "a.b",
+                                  "#c",    "=",   "a=b",   "a]b",  "A",        " x",       "x\\",
+                                  "a \"b", "k[]", "k[$e]", "[$i]", "export k", "a]2",      "."};
 
 // Chooses a value of the file. Returns false if it has none.
 bool chooseValue(Choices& choices, DialectModel const& model, Edit& edit)
@@ -62,15 +73,25 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     Choices choices(data, size);
     zdialects::SwitchedDialect const dialect(switchesOf(choices));
-    unsigned const kind = choices.below(kKinds);
+    unsigned const choice = choices.byte();
+    unsigned const kind = choice % kKinds;
     unsigned const value = choices.byte();
     std::string const wanted = value < kEditValues.size() ? kEditValues[value] : choices.text(8);
     Choices position(data, size);
     std::string const text = choices.rest();
+    if (wanted.find('\0') != std::string::npos || !canBeWritten(dialect))
+        return 0;
+    if (choice >= kFirstOfStores) {
+        auto const of = static_cast<StoreEdits::Kind>(choice % StoreEdits::kindCount);
+        bool const isRename = of == StoreEdits::renameKey || of == StoreEdits::renameStanza;
+        int const row = 1 + data[0] % (zdialects::kRowCount - 1);
+        StoreEdits(dialect, row, text)
+            .run(of, position, isRename && value < std::size(kNames) ? kNames[value] : wanted);
+        return 0;
+    }
     Switches const rules = modelSwitches(dialect.switches());
     DialectModel const model(text, rules);
-    if (model.refused() || !canBeChecked(text) || !canBeWritten(dialect) ||
-        wanted.find('\0') != std::string::npos)
+    if (model.refused() || !canBeChecked(text))
         return 0;
     std::vector<Edit> edits(kind < kFirstPair ? 1 : 2);
     for (size_t i = 0; i < edits.size(); ++i) {

@@ -502,7 +502,8 @@ private:
         bool const hasComment = rest.find_first_of("#;", blanks) == blanks;
         if (!hasComment && blanks != newBlanks && !old.text.empty())
             return found_.push_back("within: spaces at the end of the line changed");
-        if (!hasComment || rest.find('\t') < blanks)
+        bool const isInOneLine = oldLine + 1 == old.line && newLine + 1 == now.line;
+        if (!hasComment || rest.find('\t') < blanks || !isInOneLine)
             return;
         std::size_t const column =
             widthOf(before_, old_.lines[oldLine].begin, old.valueEnd) + blanks;

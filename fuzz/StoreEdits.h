@@ -1,0 +1,570 @@
+// StoreEdits: renames, comments and removals of stanzas in a store of any dialect. The new file
+// reads as the old one with the edit, and no line changes that the edit does not concern. A refused
+// edit changes nothing; neither does an edit that gives a value, name or comment that is there.
+#pragma once
+
+#include <Z/ZBuffer.h>
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <Z/dialects/switched_dialect.h>
+#include <Z/dialects/table.h>
+
+#include <algorithm>
+#include <bit>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "DialectEdits.h"
+#include "DialectReading.h"
+#include "check.h"
+
+class StoreEdits {
+public:
+    enum Kind : unsigned {
+        same,
+        renameKey,
+        renameStanza,
+        removeStanza,
+        setComment,
+        removeComment,
+        kindCount
+    };
+
+    /// `row` is the dialect of the table from which the switches vary.
+    StoreEdits(zdialects::SwitchedDialect const& dialect, int row, std::string const& text)
+        : dialect_(dialect),
+          rules_(dialect_model::modelSwitches(dialect.switches())),
+          text_(text),
+          old_(text, rules_),
+          isPossible_(!old_.refused() && text.find('\0') == text.npos && makeDialect(row))
+    {
+    }
+
+    /// range   `place` chooses a stanza and a key; `wanted` is a name or a comment.
+    void run(Kind kind, Choices& place, std::string const& wanted)
+    {
+        if (!isPossible_ || !load(store_, text_))
+            return;
+        check(textOf(store_) == text_, "a store without a change writes the file");
+        if (!choose(place))
+            return;
+        switch (kind) {
+            case same:
+                return giveTheSame();
+            case renameKey:
+                return rename(wanted, true);
+            case renameStanza:
+                return rename(wanted, false);
+            case removeStanza:
+                return removeTheStanza();
+            case setComment:
+                return comment(place.below(3), &wanted);
+            case removeComment:
+                return comment(place.below(3), nullptr);
+            default:
+                return;
+        }
+    }
+
+private:
+    using Store = ZStanzaFileProperties_6_0;
+    using Model = dialect_model::DialectModel;
+    using Values = std::map<std::pair<std::string, std::string>,
+                            std::vector<std::optional<std::string>>>;  // nothing: a key alone
+    using Lines = std::vector<std::string>;
+
+    // The dialect of the switches. Some switches can be set only after others.
+    bool makeDialect(int row)
+    {
+        check(ZStanzaDialect_6_0::named(zdialects::rowAt(row).name, named_) == 1,
+              "the table has its names");
+        auto const bytes =
+            std::bit_cast<std::array<uint8_t, zdialects::kSwitchCount>>(dialect_.switches());
+        bool isLeft = true;
+        for (int round = 0; round < 3 && isLeft; ++round) {
+            isLeft = false;
+            for (size_t i = 0; i < bytes.size(); ++i) {
+                auto const which = static_cast<ZStanzaSwitch>(i);
+                if (named_.get(which) == bytes[i])
+                    continue;
+                try {
+                    named_.set(which, bytes[i]);
+                } catch (ZInvalidParameterException_6_0 const&) {
+                    isLeft = true;
+                }
+            }
+        }
+        return !isLeft;
+    }
+
+    bool load(std::optional<Store>& store, std::string const& text) const
+    {
+        store.emplace(1, named_);
+        try {
+            store->loadText(text.data(), text.size());
+            return true;
+        } catch (ZPropertiesInvalidDataException_6_0 const&) {
+            return false;
+        }
+    }
+
+    static std::string textOf(std::optional<Store> const& store)
+    {
+        ZBuffer_6_0 buffer;
+        store->storeText(buffer);
+        return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
+    }
+
+    // Returns the text after an edit, or nothing if the edit or the store is refused.
+    template <class EditOfStore>
+    std::optional<std::string> textAfter(EditOfStore const& edit)
+    {
+        try {
+            edit();
+        } catch (ZInvalidParameterException_6_0 const&) {
+            check(textOf(store_) == text_, "a refused edit changes nothing");
+            return std::nullopt;
+        } catch (ZPropertiesInvalidValueException_6_0 const&) {
+            check(textOf(store_) == text_, "a refused edit changes nothing");
+            return std::nullopt;
+        }
+        try {
+            std::string const after = textOf(store_);
+            check(textOf(store_) == after, "a second store writes the same");
+            std::optional<Store> again;
+            check(load(again, after), "a new file can be loaded");
+            check(textOf(again) == after, "a store of the new file writes nothing");
+            return after;
+        } catch (ZPropertiesInvalidValueException_6_0 const&) {
+            return std::nullopt;
+        }
+    }
+
+    static bool isAscii(std::string const& text)
+    {
+        return std::all_of(text.begin(), text.end(), [](char c) { return c > 0; });
+    }
+
+    bool choose(Choices& place)
+    {
+        if (old_.stanzas.empty())
+            return false;
+        stanza_ = &old_.stanzas[place.below(static_cast<unsigned>(old_.stanzas.size()))];
+        if (!stanza_->keys.empty())
+            key_ = &stanza_->keys[place.below(static_cast<unsigned>(stanza_->keys.size()))];
+        stanzaName_ = stanza_->name;
+        if (stanzaName_.empty() || !isAscii(stanzaName_) ||
+            (key_ != nullptr && !isAscii(key_->name)))
+            return false;
+        if (store_->isAmbiguous(stanzaName_.c_str()) != 0)
+            stanzaName_ += "]1";
+        return true;
+    }
+
+    void giveTheSame()
+    {
+        ZLCString_6_0 comment;
+        char const* const stanza = stanzaName_.c_str();
+        if (store_->getComment(nullptr, nullptr, comment) != 0)
+            store_->setComment(nullptr, nullptr, comment.getChars());
+        if (store_->getComment(stanza, nullptr, comment) != 0)
+            store_->setComment(stanza, nullptr, comment.getChars());
+        if (key_ != nullptr) {
+            char const* const key = key_->name.c_str();
+            if (store_->getComment(stanza, key, comment) != 0)
+                store_->setComment(stanza, key, comment.getChars());
+            std::vector<char const*> values;
+            bool isList = true;
+            for (dialect_model::Value const& value : key_->values) {
+                isList = isList && !value.alone && isAscii(value.text);
+                values.push_back(value.text.c_str());
+            }
+            if (isList)
+                store_->setValues(stanza, key, values.data(), static_cast<unsigned>(values.size()));
+        }
+        expectText(textOf(store_), text_, "the values and comments of a file change nothing");
+    }
+
+    Values valuesOf(Model const& model) const
+    {
+        Values values;
+        for (dialect_model::Stanza const& stanza : model.stanzas)
+            for (dialect_model::Key const& key : stanza.keys)
+                for (dialect_model::Value const& value : key.values)
+                    values[{stanza.identity, key.identity}].push_back(
+                        value.alone ? std::nullopt : std::optional(value.text));
+        return values;
+    }
+
+    // Renames the key, or its stanza.
+    void rename(std::string const& name, bool isKey)
+    {
+        if (isKey && key_ == nullptr)
+            return;
+        std::optional<std::string> const after = textAfter([&] {
+            if (isKey)
+                store_->renameKey(stanzaName_.c_str(), key_->name.c_str(), name.c_str());
+            else
+                store_->renameStanza(stanzaName_.c_str(), name.c_str());
+        });
+        if (!after)
+            return;
+        Model const now(*after, rules_);
+        std::string space;
+        bool const isTop = !isKey && stanza_->name == dialect_.topStanza();
+        if (!dialect_.joinsHeaders())
+            return expectValuesInOrder(now, *after);  // numbers are parts of the names
+        std::string const newStanza(isKey ? stanza_->identity
+                                          : dialect_.comparableStanza(name, space));
+        std::string const newKey(isKey ? dialect_.comparableKey(name, space) : "");
+        Values expected;
+        for (auto& [names, values] : valuesOf(old_)) {
+            bool const isStanza = names.first == stanza_->identity;
+            expected[{isStanza ? newStanza : names.first,
+                      isKey && isStanza && names.second == key_->identity ? newKey
+                                                                          : names.second}] = values;
+        }
+        expect(valuesOf(now) == expected, *after, "a renamed file reads back");
+        std::string const from = isKey ? key_->identity : "";
+        std::string const old = masked(text_, stanza_->identity, from, isTop);
+        std::string const changed = masked(*after, newStanza, newKey, isTop);
+        expectText(changed, old, "a rename changes names only");
+    }
+
+    // Headers are numbered in the file: the values and their order stay.
+    void expectValuesInOrder(Model const& now, std::string const& after) const
+    {
+        auto const list = [](Model const& model) {
+            Lines values;
+            for (dialect_model::Stanza const& stanza : model.stanzas)
+                for (dialect_model::Key const& key : stanza.keys)
+                    for (dialect_model::Value const& value : key.values)
+                        values.push_back(value.text);
+            return values;
+        };
+        expect(!now.refused() && list(old_) == list(now), after, "a renamed file reads back");
+    }
+
+    // Returns the text with a zero byte for the names of a key, or of a stanza if there is no key:
+    // without its headers if `dropsHeaders`. Lines inside a name are above it.
+    std::string masked(std::string const& text, std::string const& stanza, std::string const& key,
+                       bool dropsHeaders) const
+    {
+        std::vector<zlines::Line> lines;
+        dialect_.split(text, lines);
+        std::string out;
+        size_t done = 0;
+        std::string space;
+        std::string current(dialect_.topStanza());
+        for (size_t i = 0; i < lines.size(); ++i) {
+            zlines::Line const& line = lines[i];
+            bool const isHeader = line.kind == zlines::headerLine;
+            if (isHeader)
+                current = dialect_.stanzaName(text, line, space);
+            if (current != stanza ||
+                !(key.empty() ? isHeader
+                              : line.isKey() && dialect_.keyName(text, line, space) == key))
+                continue;
+            if (dropsHeaders) {
+                out += text.substr(done, line.begin - done);
+                done = i + 1 < lines.size() ? lines[i + 1].begin : text.size();
+                continue;
+            }
+            std::string const name = text.substr(line.nameBegin(), line.nameEnd - line.nameBegin());
+            out += text.substr(done, line.begin - done);
+            for (size_t at = name.find('\n'); at != name.npos; at = name.find('\n', at + 1)) {
+                std::string const next = name.substr(at + 1, name.find('\n', at + 1) - at);
+                size_t const first = next.find_first_not_of(" \t");
+                if (first != next.npos && dialect_.switches().joinSkipsComments &&
+                    (next[first] == '#' || next[first] == ';') && next.back() == '\n')
+                    out += next;
+            }
+            (out += text.substr(line.begin, line.nameBegin() - line.begin)) += '\0';
+            done = line.nameEnd;
+        }
+        return out + text.substr(done);
+    }
+
+    void removeTheStanza()
+    {
+        if (stanza_->name == dialect_.topStanza())
+            return;
+        std::optional<std::string> const after =
+            textAfter([&] { store_->deleteStanza(stanzaName_.c_str()); });
+        if (!after)
+            return;
+        Model const now(*after, rules_);
+        auto const list = [&](Model const& model, dialect_model::Stanza const* without) {
+            Lines values;
+            for (dialect_model::Stanza const& stanza : model.stanzas)
+                for (dialect_model::Key const& key : stanza.keys)
+                    for (dialect_model::Value const& value : key.values)
+                        if (&stanza != without)
+                            values.push_back(key.identity + "\n" + value.text);
+            return values;
+        };
+        expect(!now.refused() && list(old_, stanza_) == list(now, nullptr), *after,
+               "a file without a stanza reads back");
+        if (dialect_.joinsHeaders()) {
+            Values expected = valuesOf(old_);
+            std::erase_if(expected, [&](auto const& entry) {
+                return entry.first.first == stanza_->identity;
+            });
+            expect(valuesOf(now) == expected, *after, "a file without a stanza reads back");
+        }
+        Runs const kept = runsWithoutStanza();
+        Runs const left = runsOf(*after);
+        bool isLocal = kept.size() == left.size();
+        for (size_t i = 0; isLocal && i < kept.size(); ++i) {
+            // A blank line can be new at each place, and the last lines can lose their endings.
+            bool const isLast = i + 1 == kept.size();
+            isLocal = kept[i].line == left[i].line &&
+                      (isLast || (left[i].blanks >= kept[i].blanks &&
+                                  left[i].blanks <= kept[i].blanks + kept[i].removals));
+        }
+        expect(isLocal, *after, "the removal of a stanza changes no other line");
+    }
+
+    // A line that is not blank, and the blank lines above it. The last has the end of the file.
+    struct Run {
+        std::string line = {};
+        size_t blanks = 0;
+        size_t removals = 0;
+    };
+    using Runs = std::vector<Run>;
+
+    static std::string withoutEnding(std::string line)
+    {
+        for (char const end : {'\n', '\r'})
+            if (line.ends_with(end))
+                line.pop_back();
+        return line;
+    }
+
+    static bool isBlank(std::string const& line)
+    {
+        return line.find_first_not_of(" \t\r\n\v\f") == line.npos;
+    }
+
+    static Runs runsOf(std::string const& text)
+    {
+        Runs runs(1);
+        for (std::string const& line : dialect_model::splitLines(text))
+            append(runs, line);
+        return runs;
+    }
+
+    static void append(Runs& runs, std::string const& line)
+    {
+        if (isBlank(line)) {
+            ++runs.back().blanks;
+            return;
+        }
+        runs.back().line = withoutEnding(line);
+        runs.emplace_back();
+    }
+
+    // The lines from each header of the stanza to the next, without the comments right above it,
+    // go.
+    Runs runsWithoutStanza() const
+    {
+        using dialect_model::LineKind;
+        LibraryHeaders const headers(dialect_, text_);
+        std::vector<bool> gone(old_.lines.size());
+        std::vector<bool> isStart(old_.lines.size());
+        for (size_t i = 0; i < headers.begins.size(); ++i) {
+            bool const isOfStanza = dialect_.joinsHeaders() ? headers.names[i] == stanza_->identity
+                                                            : &old_.stanzas[i] == stanza_;
+            if (!isOfStanza)
+                continue;
+            size_t const first = lineAt(headers.begins[i]);
+            size_t end =
+                i + 1 < headers.begins.size() ? lineAt(headers.begins[i + 1]) : old_.lines.size();
+            if (i + 1 < headers.begins.size())
+                while (end > first && old_.lines[end - 1].kind == LineKind::comment)
+                    --end;
+            std::fill(gone.begin() + static_cast<ptrdiff_t>(first),
+                      gone.begin() + static_cast<ptrdiff_t>(end), true);
+            isStart[first] = true;
+        }
+        Runs runs(1);
+        for (size_t i = 0; i < old_.lines.size(); ++i) {
+            runs.back().removals += isStart[i] ? 1 : 0;
+            if (!gone[i])
+                append(runs, text_.substr(i == 0 ? 0 : old_.lines[i].begin,
+                                          old_.lines[i].next - (i == 0 ? 0 : old_.lines[i].begin)));
+        }
+        return runs;
+    }
+
+    size_t lineAt(size_t position) const
+    {
+        size_t line = 0;
+        while (line + 1 < old_.lines.size() && old_.lines[line].next <= position)
+            ++line;
+        return line;
+    }
+
+    // The headers of a file, with the names of their stanzas.
+    struct LibraryHeaders {
+        LibraryHeaders(zdialects::SwitchedDialect const& dialect, std::string const& text)
+        {
+            std::vector<zlines::Line> lines;
+            dialect.split(text, lines);
+            std::string space;
+            for (zlines::Line const& line : lines) {
+                if (line.kind != zlines::headerLine)
+                    continue;
+                begins.push_back(line.begin);
+                names.emplace_back(dialect.stanzaName(text, line, space));
+            }
+        }
+        std::vector<size_t> begins;
+        std::vector<std::string> names;
+    };
+
+    // The comments of a store: of the file, of each stanza and of each key.
+    using Comments = std::map<std::pair<std::string, std::string>, std::string>;
+
+    Comments commentsOf(std::optional<Store> const& store) const
+    {
+        Comments comments;
+        ZLCString_6_0 found;
+        store->getComment(nullptr, nullptr, found);
+        comments[{"", ""}] = found.getChars();
+        for (dialect_model::Stanza const& stanza : old_.stanzas) {
+            if (stanza.name.empty() || !isAscii(stanza.name))
+                continue;
+            std::string name = stanza.name;
+            if (store->isAmbiguous(name.c_str()) != 0)
+                name += "]1";
+            if (stanza.name != dialect_.topStanza()) {
+                store->getComment(name.c_str(), nullptr, found);
+                comments[{name, ""}] = found.getChars();
+            }
+            for (dialect_model::Key const& key : stanza.keys) {
+                if (!isAscii(key.name))
+                    continue;
+                store->getComment(name.c_str(), key.name.c_str(), found);
+                comments[{name, key.name}] = found.getChars();
+            }
+        }
+        return comments;
+    }
+
+    // Sets or removes the comment of the file (0), the stanza (1) or the key (2).
+    void comment(unsigned of, std::string const* wanted)
+    {
+        if ((of == 2 && key_ == nullptr) || (of == 1 && stanza_->name == dialect_.topStanza()))
+            return;
+        char const* const stanza = of == 0 ? nullptr : stanzaName_.c_str();
+        char const* const key = of == 2 ? key_->name.c_str() : nullptr;
+        std::pair<std::string, std::string> const target(of == 0 ? "" : stanzaName_,
+                                                         of == 2 ? key_->name : "");
+        Comments const before = commentsOf(store_);
+        Comments wantedComments;
+        std::optional<std::string> const after = textAfter([&] {
+            store_->setComment(stanza, key, wanted == nullptr ? nullptr : wanted->c_str());
+            wantedComments = commentsOf(store_);
+        });
+        if (!after)
+            return;
+        for (auto const& [name, text] : wantedComments)
+            expect(name == target || text == before.at(name), *after,
+                   "a comment of the store changes no other");
+        Model const now(*after, rules_);
+        expect(!now.refused() && valuesOf(now) == valuesOf(old_), *after,
+               "a new comment changes no value");
+        std::optional<Store> reread;
+        check(load(reread, *after), "a new file can be loaded");
+        Comments const found = commentsOf(reread);
+        for (auto const& [name, text] : wantedComments)
+            if (withoutMarks(found.at(name)) != withoutMarks(text))
+                expect(false, *after,
+                       ("a comment reads back: [" + name.first + "] " + name.second + " <" + text +
+                        "> <" + found.at(name) + ">")
+                           .c_str());
+        expectOtherLines(now, *after, before.at(target));
+    }
+
+    // A new comment gets the mark and the spaces of the comments of the file.
+    static std::string withoutMarks(std::string const& comment)
+    {
+        std::string out;
+        for (std::string const& line : dialect_model::splitLines(comment)) {
+            size_t const first = line.find_first_not_of("#; \t");
+            size_t const last = line.find_last_not_of(" \t");
+            (out += first > line.size() ? "" : line.substr(first, last + 1 - first)) += '\n';
+        }
+        return out;
+    }
+
+    // The lines of a file, without blank lines and comments; the comments are ordered.
+    static std::pair<Lines, std::multiset<std::string>> linesOf(Model const& model,
+                                                                std::string const& text)
+    {
+        using dialect_model::LineKind;
+        std::pair<Lines, std::multiset<std::string>> found;
+        for (dialect_model::Line const& line : model.lines) {
+            std::string const chars = text.substr(line.begin, line.end - line.begin);
+            if (line.kind == LineKind::comment)
+                found.second.insert(withoutIndentation(chars));
+            else if (!isBlank(chars))
+                found.first.push_back(chars);
+        }
+        return found;
+    }
+
+    static std::string withoutIndentation(std::string const& line)
+    {
+        size_t const first = line.find_first_not_of(" \t");
+        return first == line.npos ? std::string() : line.substr(first);
+    }
+
+    void expectOtherLines(Model const& now, std::string const& after, std::string const& old) const
+    {
+        auto [lines, comments] = linesOf(old_, text_);
+        auto [newLines, newComments] = linesOf(now, after);
+        expect(lines == newLines, after, "a comment changes no other line");
+        for (std::string const& line : dialect_model::splitLines(old)) {
+            auto const found = comments.find(withoutIndentation(line));
+            if (found != comments.end())
+                comments.erase(found);
+        }
+        expect(
+            std::includes(newComments.begin(), newComments.end(), comments.begin(), comments.end()),
+            after, "a comment changes no other comment");
+    }
+
+    void expectText(std::string const& found, std::string const& wanted,
+                    char const* expectation) const
+    {
+        if (found != wanted)
+            fprintf(stderr, "expected:\n%s\nfound:\n%s\n", wanted.c_str(), found.c_str());
+        expect(found == wanted, found, expectation);
+    }
+
+    void expect(bool holds, std::string const& after, char const* expectation) const
+    {
+        if (!holds)
+            fprintf(stderr, "[%s] %s, before:\n%s\nafter:\n%s\n", stanzaName_.c_str(),
+                    key_ == nullptr ? "" : key_->name.c_str(), text_.c_str(), after.c_str());
+        check(holds, expectation);
+    }
+
+    zdialects::SwitchedDialect const& dialect_;
+    dialect_model::Switches const rules_;
+    std::string const text_;
+    Model const old_;
+    ZStanzaDialect_6_0 named_;
+    bool const isPossible_;
+    std::optional<Store> store_;
+    dialect_model::Stanza const* stanza_ = nullptr;
+    dialect_model::Key const* key_ = nullptr;
+    std::string stanzaName_;
+};
