@@ -4,10 +4,12 @@
 
 #include <new>
 
+#include "../memory/huge_pages.h"
+
 namespace zfiles {
 
 Bytes::Bytes(size_t length)
-    : bytes_(static_cast<char*>(malloc(length > 0 ? length : 1))), length_(length)
+    : bytes_(static_cast<char*>(zmemory::allocateLarge(length > 0 ? length : 1))), length_(length)
 {
     if (bytes_ == nullptr)
         throw std::bad_alloc();

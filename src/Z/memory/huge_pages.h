@@ -10,4 +10,12 @@ namespace zmemory {
 /// may fail, and errno is unchanged.
 void preferHugePages(void* block, size_t size);
 
+/// Allocates `size` bytes, as whole huge pages if they fill at least one. Returns null if memory is
+/// exhausted.
+/// owns    owned by the caller; released with free(), or enlarged with realloc().
+void* allocateLarge(size_t size);
+
+/// As allocateLarge(); all bytes are zero.
+void* allocateLargeZeroed(size_t size);
+
 }  // namespace zmemory
