@@ -1,7 +1,9 @@
 #include "ZJavaProperties.h"
 
 #include <errno.h>
+#include <stdint.h>
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <optional>
@@ -13,7 +15,9 @@
 #include "containers/hash_table.h"
 #include "containers/list_rollback.h"
 #include "java/byte_source.h"
+#include "java/characters.h"
 #include "java/inline_string.h"
+#include "java/line_parser.h"
 #include "java/undo_log.h"
 #include "java/value_writer.h"
 #include "memory/out_of_memory.h"
@@ -118,10 +122,12 @@ struct ZJavaProperties_6_0::Rep {
         return entries.findKey(key, hash);
     }
 
+    static bool hasOwnHandlers(ZJavaProperties_6_0 const& store);
     void put(std::unique_ptr<ZObject_6_0> key, std::unique_ptr<ZObject_6_0> value, uint32_t hash);
 
     HashTable entries{kCapacity, 1};
-    Reading* reading = nullptr;  // the innermost running read
+    Reading* reading = nullptr;   // the innermost running read
+    bool hasForeignKeys = false;  // keys may be of any class
 };
 
 // A read from start to end. Undoes every change made during the read unless it is committed; the
@@ -161,10 +167,16 @@ public:
         changes.deleteOld();
     }
 
+    class Batch;
+
+    int readLines(ZJavaProperties_6_0& store, MemoryBytes& bytes);
+
     UndoLog changes;
     InlineString::Pool pool;
 
 private:
+    void reserve(std::string_view text);
+
     // The outer read's current line.
     struct Line {
         explicit Line(ZJavaProperties_6_0& of)
@@ -191,6 +203,7 @@ private:
     Reading* const outer_;      // null in an outermost read
     std::optional<Line> line_;  // set in a nested read
     bool committed_ = false;
+    bool isReserved_ = false;  // memory for the estimated number of entries
 };
 
 // Throws ZOutOfMemoryException_6_0, and as the comparison of keys; nothing has changed then.
@@ -232,6 +245,7 @@ void ZJavaProperties_6_0::setValue(ZAbstractString_6_0 const& key, ZAbstractStri
     std::unique_ptr<ZObject_6_0> ownValue(value.clone());
     if (ownKey == nullptr || ownValue == nullptr)
         ZNotClonableException_6_0().throwException(kSource, raiseInSetValue);
+    rep_->hasForeignKeys = true;
     rep_->put(std::move(ownKey), std::move(ownValue), key.hash());
 }
 
@@ -309,6 +323,156 @@ int ZJavaProperties_6_0::loadProperties(FILE* stream, char const* path)
     return ended;
 }
 
+// Entries that have been read and are not in the table yet. A lookup waits for memory less if its
+// slot has been prefetched some entries before.
+class ZJavaProperties_6_0::Rep::Reading::Batch {
+public:
+    explicit Batch(Reading& reading) : reading_(reading) {}
+    Batch(Batch const&) = delete;
+    Batch& operator=(Batch const&) = delete;
+    ~Batch()
+    {
+        for (; count_ > 0; --count_) {
+            delete entries_[count_ - 1].key;
+            delete entries_[count_ - 1].value;
+        }
+    }
+
+    // Appends an entry. Throws ZOutOfMemoryException_6_0; nothing has changed then.
+    void append(std::string_view key, uint32_t hash, std::string_view value)
+    {
+        std::unique_ptr<InlineString> ownKey(
+            InlineString::make(reading_.pool, key.data(), static_cast<uint32_t>(key.size())));
+        entries_[count_].value =
+            InlineString::make(reading_.pool, value.data(), static_cast<uint32_t>(value.size()));
+        entries_[count_].key = ownKey.release();
+        entries_[count_].hash = hash;
+        ++count_;
+        reading_.rep_.entries.prefetch(hash);
+    }
+    bool isFull() const { return count_ == kCapacity; }
+
+    // Adds the entries to the table. Throws ZOutOfMemoryException_6_0, and as functions of keys of
+    // other classes; some entries have been added then.
+    void add()
+    {
+        uint32_t added = 0;
+        try {
+            for (; added < count_; ++added)
+                add(entries_[added]);
+        } catch (...) {
+            std::rotate(entries_, entries_ + added, entries_ + count_);
+            count_ -= added;
+            throw;
+        }
+        count_ = 0;
+    }
+
+private:
+    static constexpr uint32_t kCapacity = 16;
+
+    struct Entry {
+        InlineString* key;
+        InlineString* value;
+        uint32_t hash;
+    };
+
+    void add(Entry const& entry)
+    {
+        HashTable& table = reading_.rep_.entries;
+        uint32_t const hash = entry.hash;
+        HashTable::NodeIndex const index = table.find(hash, [&](HashTable::Node const& node) {
+            if (node.hash != hash)
+                return false;
+            if (node.placement != HashTable::kAnyOrder)
+                return entry.key->equals(*node.key);
+            return static_cast<InlineString const&>(*node.key).text() == entry.key->text();
+        });
+        table.reserve(index, hash);
+        reading_.changes.reserve();
+        reading_.changes.put(index, hash, entry.key, entry.value);
+    }
+
+    Reading& reading_;
+    Entry entries_[kCapacity];
+    uint32_t count_ = 0;
+};
+
+// Reserves memory for as many entries as a sample of `text` lets expect.
+void ZJavaProperties_6_0::Rep::Reading::reserve(std::string_view text)
+{
+    constexpr size_t kSample = 4096;
+    if (text.size() < kSample)
+        return;
+    std::string_view const sample = text.substr((text.size() - kSample) / 2, kSample);
+    size_t entries = 0;
+    for (size_t end = sample.find('\n'); end < kSample - 1; end = sample.find('\n', end + 1)) {
+        bool const isContinued = end > 0 && sample[end - 1] == '\\';
+        entries += !isContinued && !isLineEnd(sample[end + 1]) && !isComment(sample[end + 1]);
+    }
+    size_t const expected = text.size() / kSample * (entries + entries / 16 + 1);
+    rep_.entries.reserveAll(static_cast<uint32_t>(std::min<size_t>(expected, UINT32_MAX)));
+}
+
+// Returns whether a derived class has replaced no handler.
+bool ZJavaProperties_6_0::Rep::hasOwnHandlers(ZJavaProperties_6_0 const& store)
+{
+    for (int state = startLine; state < kStates; ++state)
+        if (store.handlers_[state] != kTable[state].handler)
+            return false;
+    return true;
+}
+
+// Reads lines up to the stop key, the end, or a line that the state machine must read. Returns the
+// state. Does nothing if a derived class has replaced a handler.
+int ZJavaProperties_6_0::Rep::Reading::readLines(ZJavaProperties_6_0& store, MemoryBytes& bytes)
+{
+    if (!hasOwnHandlers(store))
+        return startLine;
+    // Functions of keys of other classes may change the store.
+    bool const mustCheck = rep_.hasForeignKeys;
+    if (!std::exchange(isReserved_, true))
+        reserve(bytes.text());
+
+    using Kind = LineParser::Line;
+    LineParser lines(bytes.text(), bytes.position());
+    std::string_view const stopKey(store.stopKey_.getChars(), store.stopKey_.getLength());
+    Kind last = Kind::refused;
+    int state = startLine;
+    Batch batch(*this);
+    while (state == startLine) {
+        Kind const line = lines.readKey();
+        if (line == Kind::refused)
+            break;
+        last = line;
+        if (line == Kind::empty)
+            continue;
+        if (!lines.readValue())
+            break;
+        bool const isStopKey = !stopKey.empty() && lines.key() == stopKey;
+        if (stopKey.empty() || isStopKey || !lines.endsInEmptyLine())
+            batch.append(lines.key(), lines.hash(), lines.value());
+        if (isStopKey && !lines.endsInEmptyLine())
+            state = stop;
+        if (batch.isFull() || mustCheck)
+            batch.add();
+        if (mustCheck && !hasOwnHandlers(store))
+            break;
+    }
+    batch.add();
+    bytes.setPosition(lines.position());
+    // The first character of the next line clears both.
+    if (last != Kind::refused && (lines.isAtEnd() || state == stop)) {
+        store.key_.clear();
+        store.value_.clear();
+        if (last == Kind::entry) {
+            store.key_.append(lines.key().data(), static_cast<unsigned>(lines.key().size()));
+            store.value_.append(lines.value().data(), static_cast<unsigned>(lines.value().size()));
+        }
+    }
+    return state;
+}
+
 // Runs the state machine over `bytes`.
 template <class Bytes>
 int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
@@ -316,7 +480,20 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
     Rep::Reading reading(*this);
     int state = startLine;
     char previous = 0;
-    for (int byte; (byte = bytes.next()) != EOF;) {
+    for (;;) {
+        if constexpr (Bytes::kIsInMemory) {
+            if (state == startLine) {
+                state = reading.readLines(*this, bytes);
+                if (state == stop) {
+                    reading.commit();
+                    return 1;
+                }
+                previous = bytes.position() > 0 ? bytes.text()[bytes.position() - 1] : '\0';
+            }
+        }
+        int const byte = bytes.next();
+        if (byte == EOF)
+            break;
         char const c = static_cast<char>(byte);
         bool const ignored = (c == '\r' && previous == '\n') || (c == '\n' && previous == '\r');
         previous = c;
@@ -366,18 +543,17 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
 // Stores `key_` and `value_`. No read is running if a derived class called the handler itself.
 void ZJavaProperties_6_0::storeEntry()
 {
-    std::unique_ptr<ZAbstractString_6_0> key;
-    std::unique_ptr<ZAbstractString_6_0> value;
     if (rep_->reading != nullptr) {
-        InlineString::Pool& pool = rep_->reading->pool;
-        key.reset(InlineString::make(pool, key_.getChars(), key_.getLength()));
-        value.reset(InlineString::make(pool, value_.getChars(), value_.getLength()));
-    } else {
-        key.reset(key_.clone());
-        value.reset(value_.clone());
+        Rep::Reading::Batch batch(*rep_->reading);
+        batch.append({key_.getChars(), key_.getLength()}, key_.hash(),
+                     {value_.getChars(), value_.getLength()});
+        batch.add();
+        return;
     }
-    uint32_t const hash = key->hash();
-    rep_->put(std::move(key), std::move(value), hash);
+    std::unique_ptr<ZObject_6_0> key(key_.clone());
+    std::unique_ptr<ZObject_6_0> value(value_.clone());
+    rep_->hasForeignKeys = true;
+    rep_->put(std::move(key), std::move(value), key_.hash());
 }
 
 // Called at the line ending after a value.

@@ -133,6 +133,44 @@ TEST(ZJavaPropertiesModel, MatchesTheModelOnEveryByteInEveryState)
     }
 }
 
+TEST(ZJavaPropertiesModel, MatchesTheModelOnLargeFiles)
+{
+    std::mt19937 random(20261123);
+    ScratchFile file;
+    for (char const* end : {"\n", "\r\n", "\r"}) {
+        SCOPED_TRACE(visible(end));
+        std::string text;
+        for (int i = 0; i < 20000; ++i) {
+            std::string const number = std::to_string(random() % 15000);
+            std::string const section(random() % 100, 's');  // longer than the prefixes of keys
+            switch (random() % 8) {
+                case 0:
+                    text += "# a comment = 1";
+                    break;
+                case 1:
+                    text += " k\\:" + number + " : caf\\u00e9\\U20AC\\u0000 \\\\" + number;
+                    break;
+                case 2:
+                    text += "k" + number + "=first, \\" + end + "\tsecond \\" + end;
+                    break;
+                case 3:
+                    text += "k" + number + "\\x = skipped";
+                    break;
+                case 4:
+                    text += randomText(random);
+                    break;
+                default:
+                    text += section + "." + number + " = value " + number;
+            }
+            text += end;
+        }
+        Entries const expected = entriesOf(JavaModel(text));
+        EXPECT_LT(8000u, expected.size());
+        EXPECT_EQ(expected, file.read(text, ""));
+        EXPECT_EQ(entriesOf(JavaModel(text, "k77")), file.read(text, "k77"));
+    }
+}
+
 TEST(ZJavaPropertiesModel, DifferencesFromTheJavaPlatformAreDocumented)
 {
     std::ifstream in(Z_TEST_DATA "/../../docs/file-formats.md");

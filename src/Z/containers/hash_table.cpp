@@ -26,6 +26,14 @@ uint32_t bucketsFor(unsigned int capacity)
     return std::max(buckets, uint32_t{1});  // the product may have wrapped around to 0
 }
 
+// Returns `block`. Throws ZOutOfMemoryException_6_0 if it is null.
+void* required(void* block, RaiseSite site)
+{
+    if (block == nullptr)
+        ZOutOfMemoryException_6_0().throwException(kSource, site);
+    return block;
+}
+
 }  // namespace
 
 HashTable::HashTable(unsigned int capacity, int owns)
@@ -66,8 +74,7 @@ void HashTable::Cells::allocate(Block block)
     size_t const size = kPairSize * block.nodes;
     bool const isHuge = block.nodes == kHugeNodes;
     void* const cells = isHuge ? aligned_alloc(kHugePage, size) : malloc(size);
-    if (cells == nullptr)
-        ZOutOfMemoryException_6_0().throwException(kSource, raiseInReserve);
+    required(cells, raiseInReserve);
     if (isHuge)
         zmemory::preferHugePages(cells, size);
     blocks_[block.number] = static_cast<char*>(cells);
@@ -105,7 +112,7 @@ void HashTable::reserve(NodeIndex index, uint32_t hash)
     if (freeNodes_ == 0 && nodesUsed_ == nodeCapacity_) {
         if (nodeCapacity_ == kMaxNodes)
             ZOutOfMemoryException_6_0().throwException(kSource, raiseInReserve);
-        uint32_t const capacity = std::max(nodeCapacity_ * 2, uint32_t{4});
+        uint32_t const capacity = std::clamp(nodeCapacity_ * 2, uint32_t{4}, kMaxNodes);
         nodes_.resize(capacity, kSource, raiseInReserve);
         nodeCapacity_ = capacity;
     }
@@ -115,6 +122,25 @@ void HashTable::reserve(NodeIndex index, uint32_t hash)
     } else if (size_ >= kLongChain && chainLength(hash) >= kLongChain) {
         buildIndex(slotsFor(size_));
     }
+}
+
+void HashTable::reserveAll(uint32_t size)
+{
+    size = std::min(size, kMaxNodes);
+    if (size > nodeCapacity_) {
+        if (nodeCapacity_ == 0)
+            nodes_.reset(required(zmemory::allocateLarge(size * sizeof(Node)), raiseInReserve));
+        else
+            nodes_.resize(size, kSource, raiseInReserve);
+        nodeCapacity_ = size;
+    }
+    if (size <= kLongChain * bucketCount_)
+        return;
+    uint32_t slotCount = 4 * kLongChain;
+    while (slotCount < kMaxSlots && slotCount / 2 < size)
+        slotCount *= 2;
+    if (slotCount > slotCount_)
+        buildIndex(slotCount);
 }
 
 void HashTable::put(NodeIndex index, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
@@ -128,12 +154,12 @@ void HashTable::put(NodeIndex index, uint32_t hash, ZObject_6_0* key, ZObject_6_
     node.hash = hash;
     node.key = key;
     node.value = value;
-    node.placed = 0;
+    node.placement = kOwnObjects;
     if (owns_)
         destroy(replaced);
 }
 
-void HashTable::destroyPlaced(Node const& node)
+void HashTable::destroyInCells(Node const& node)
 {
     node.key->~ZObject_6_0();
     if (node.value != nullptr)
@@ -142,8 +168,8 @@ void HashTable::destroyPlaced(Node const& node)
 
 void HashTable::destroy(Node const& node)
 {
-    if (node.placed != 0) {
-        destroyPlaced(node);
+    if (node.placement == kInCells) {
+        destroyInCells(node);
         return;
     }
     ObjectDeleter deleter;
@@ -155,8 +181,8 @@ void HashTable::destroy(Node const& node)
 void HashTable::remove(NodeIndex index)
 {
     Node const node = extract(index);
-    if (node.placed != 0)
-        destroyPlaced(node);
+    if (node.placement == kInCells)
+        destroyInCells(node);
     if (size_ == 0) {
         // Every node is free: number them from 0, and keep only the cells of the first ones.
         nodesUsed_ = 0;
@@ -164,7 +190,7 @@ void HashTable::remove(NodeIndex index)
         ascends_ = true;
         cells_.freeLarge();
     }
-    if (owns_ && node.placed == 0)
+    if (owns_ && node.placement != kInCells)
         destroy(node);
 }
 
@@ -177,7 +203,7 @@ HashTable::Node HashTable::extract(NodeIndex index)
     (node.previous != 0 ? nodeAt(node.previous).next : chain.first) = node.next;
     (node.next != 0 ? nodeAt(node.next).previous : chain.last) = node.previous;
     Node const extracted = node;
-    node = Node{nullptr, nullptr, 0, freeNodes_, 0, 0};
+    node = Node{nullptr, nullptr, 0, freeNodes_, 0, kOwnObjects};
     freeNodes_ = index;
     --size_;
     return extracted;
@@ -209,21 +235,25 @@ void HashTable::removeAll()
     ascends_ = true;
     if (!owns_)
         return;
-    // Placed objects may be destroyed in any order: use the order of the memory.
-    bool isAllPlaced = true;
+    // Some objects may be destroyed in any order: use the order of the memory.
+    bool isDone = true;
     for (uint32_t i = 0; i < used; ++i) {
         Node const& node = nodes[i];
-        if (node.placed != 0)
-            destroyPlaced(node);
-        else if (node.key != nullptr)
-            isAllPlaced = false;
+        if (node.placement == kInCells) {
+            destroyInCells(node);
+        } else if (node.placement == kAnyOrder) {
+            delete node.key;
+            delete node.value;
+        } else if (node.key != nullptr) {
+            isDone = false;
+        }
     }
-    if (isAllPlaced)
+    if (isDone)
         return;
     ObjectDeleter deleter;
     for (NodeIndex index = first; index != 0; index = nodes[index - 1].next) {
         Node const& node = nodes[index - 1];
-        if (node.placed == 0) {
+        if (node.placement == kOwnObjects) {
             deleter.destroy(node.key);
             deleter.destroy(node.value);
         }
@@ -239,7 +269,8 @@ uint32_t HashTable::chainLength(uint32_t hash) const
     return length;
 }
 
-HashTable::NodeIndex HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
+HashTable::NodeIndex HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value,
+                                       Placement placement)
 {
     NodeIndex index = freeNodes_;
     if (index != 0) {
@@ -249,7 +280,7 @@ HashTable::NodeIndex HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_
         index = ++nodesUsed_;
     }
     Chain& chain = buckets_[bucketOf(hash)];
-    nodeAt(index) = Node{key, value, hash, 0, chain.last, 0};
+    nodeAt(index) = Node{key, value, hash, 0, chain.last, placement};
     (chain.last != 0 ? nodeAt(chain.last).next : chain.first) = index;
     chain.last = index;
     ++size_;
@@ -279,7 +310,7 @@ bool HashTable::appendPlaced(uint32_t hash, ZObject_6_0 const& key, ZObject_6_0 
             return false;
         }
     }
-    nodeAt(append(hash, placedKey, placedValue)).placed = 1;
+    append(hash, placedKey, placedValue, kInCells);
     return true;
 }
 
@@ -288,7 +319,8 @@ bool HashTable::appendPlaced(uint32_t hash, ZObject_6_0 const& key, ZObject_6_0 
 void HashTable::buildIndex(uint32_t slotCount)
 {
     zmemory::OwnedBlock<IndexSlot> slots;
-    slots.allocateZeroed(slotCount, kSource, raiseInBuildIndex);
+    slots.reset(
+        required(zmemory::allocateLargeZeroed(slotCount * sizeof(IndexSlot)), raiseInBuildIndex));
     if (ascends_) {  // the block is in chain order, and faster to read than the chains
         for (NodeIndex index = 1; index <= nodesUsed_; ++index) {
             if (nodeAt(index).key != nullptr)

@@ -29,7 +29,14 @@ public:
         uint32_t hash;   // of the key
         NodeIndex next;  // in the chain, or among the free nodes
         NodeIndex previous;
-        uint32_t placed;  // not 0: key and value are in cells of the table
+        uint32_t placement;  // a Placement
+    };
+
+    // The memory of a node's key and value.
+    enum Placement : uint32_t {
+        kOwnObjects = 0,  // separate objects, deleted in the order of the chains
+        kInCells = 1,     // in cells of the table
+        kAnyOrder = 2     // separate objects, which can be deleted in any order and do not throw
     };
 
     // The size of the cells for the key and the value of a node.
@@ -79,6 +86,16 @@ public:
     /// Allocates memory for a put() with the same arguments.
     /// throws  ZOutOfMemoryException_6_0; the table is unchanged then.
     void reserve(NodeIndex index, uint32_t hash);
+    /// Allocates memory for `size` nodes and an index over them: an estimate that avoids copies
+    /// while the table grows.
+    /// throws  ZOutOfMemoryException_6_0; the table is unchanged then.
+    void reserveAll(uint32_t size);
+    /// Starts to load the slot at which a find() for `hash` begins.
+    void prefetch(uint32_t hash) const
+    {
+        if (slotCount_ != 0)
+            __builtin_prefetch(&slots_[startOf(hash, slotCount_)]);
+    }
     /// Stores key and value at `index`, the result of find(): replaces the node's key and value,
     /// or appends a node to the bucket if `index` is 0. Does not allocate.
     /// range   requires reserve().
@@ -91,7 +108,8 @@ public:
 
     /// Appends a node to the bucket of `hash` and returns its index.
     /// range   requires reserve().
-    NodeIndex append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value);
+    NodeIndex append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value,
+                     Placement placement = kOwnObjects);
     /// Appends clones of `key` and of `value`, which may be null, to the bucket of `hash`, in
     /// cells. Returns false, with the table unchanged, if `place` refuses one of the two. range the
     /// table owns its keys and values. throws  ZOutOfMemoryException_6_0, and any exception of
@@ -99,16 +117,19 @@ public:
     bool appendPlaced(uint32_t hash, ZObject_6_0 const& key, ZObject_6_0 const* value,
                       PlaceClone* place);
     /// Swaps the key and the value of the node at `index` with `key` and `value`.
-    /// range   both keys have the same hash. The node has no placed objects.
+    /// range   both keys have the same hash. The objects of the node are not in cells.
     /// owns    the node takes the new pair over; the caller owns the old one.
-    void exchange(NodeIndex index, ZObject_6_0*& key, ZObject_6_0*& value)
+    void exchange(NodeIndex index, ZObject_6_0*& key, ZObject_6_0*& value,
+                  Placement placement = kOwnObjects)
     {
-        std::swap(nodeAt(index).key, key);
-        std::swap(nodeAt(index).value, value);
+        Node& node = nodeAt(index);
+        std::swap(node.key, key);
+        std::swap(node.value, value);
+        node.placement = placement;
     }
     /// Removes the node at `index` from the table and returns its contents.
-    /// owns    the caller takes key and value over; placed ones stay in their cells until another
-    ///         node is appended.
+    /// owns    the caller takes key and value over; those in cells stay there until another node
+    ///         is appended.
     Node extract(NodeIndex index);
 
 private:
@@ -172,7 +193,7 @@ private:
     uint32_t startOf(uint32_t hash, uint32_t slotCount) const;
     Node& nodeAt(NodeIndex index) { return nodes_[index - 1]; }
     uint32_t chainLength(uint32_t hash) const;
-    static void destroyPlaced(Node const& node);
+    static void destroyInCells(Node const& node);
     static void destroy(Node const& node);
     void buildIndex(uint32_t slotCount);
     void insertIntoIndex(zmemory::OwnedBlock<IndexSlot>& slots, uint32_t slotCount,

@@ -28,9 +28,16 @@ inline constexpr ptrdiff_t kMaxRun = 1 << 30;
 
 class MemoryBytes {
 public:
-    explicit MemoryBytes(std::string_view text) : at_(text.data()), end_(text.data() + text.size())
+    static constexpr bool kIsInMemory = true;
+
+    explicit MemoryBytes(std::string_view text)
+        : text_(text), at_(text.data()), end_(text.data() + text.size())
     {
     }
+
+    std::string_view text() const { return text_; }
+    size_t position() const { return static_cast<size_t>(at_ - text_.data()); }
+    void setPosition(size_t position) { at_ = text_.data() + position; }
 
     int next() { return at_ != end_ ? static_cast<unsigned char>(*at_++) : EOF; }
     bool failed() const { return false; }
@@ -46,6 +53,7 @@ public:
     }
 
 private:
+    std::string_view const text_;
     char const* at_;
     char const* const end_;
 };
@@ -53,6 +61,8 @@ private:
 // Reads no byte ahead: the caller can continue to read after the stop key.
 class StreamBytes {
 public:
+    static constexpr bool kIsInMemory = false;
+
     explicit StreamBytes(FILE* stream) : stream_(stream) { flockfile(stream); }
     StreamBytes(StreamBytes const&) = delete;
     StreamBytes& operator=(StreamBytes const&) = delete;

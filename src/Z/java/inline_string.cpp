@@ -1,13 +1,12 @@
 #include "inline_string.h"
 
 #include <stdlib.h>
-#include <string.h>
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 #include "../ZException.h"
+#include "../memory/huge_pages.h"
 
 namespace zjava {
 
@@ -18,75 +17,55 @@ constexpr char kSource[] = "src/Z/ZJavaProperties";
 // Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseForBlock = 190, raiseInSetChars = 195 };
 
-// Alignment of a block. A block ends before the next multiple by the size of a heap header, so that
-// consecutive blocks leave no gap.
-constexpr size_t kAlignment = 4096;
-constexpr size_t kBlockSize = kAlignment - 2 * sizeof(void*);
+// A block is a fourth of the blocks before it. The smallest ones end before a page boundary by the
+// size of a heap header, so that consecutive blocks leave no gap; the largest is two huge pages.
+constexpr size_t kPage = 4096;
+constexpr size_t kHugePage = size_t{2} << 20;
+constexpr size_t kMaxBlock = 2 * kHugePage;
 
-constexpr size_t roundedUp(size_t size, size_t unit)
+constexpr size_t blockSizeAfter(size_t filled)
 {
-    return (size + unit - 1) / unit * unit;
+    size_t const size = std::clamp(filled / 4 / kPage * kPage, kPage, kMaxBlock);
+    return size < kMaxBlock ? size - 2 * sizeof(void*) : size;
 }
 
 }  // namespace
 
-// Blocks are aligned, so the address of a string gives its block. A block is freed by its last
-// user: a string in it, or the allocator that is filling it.
-struct InlineString::Pool::Block {
-    static Block* of(void* address)
-    {
-        return reinterpret_cast<Block*>(reinterpret_cast<uintptr_t>(address) & ~(kAlignment - 1));
-    }
-    static Block* make(size_t size)
-    {
-        void* memory = nullptr;
-        if (posix_memalign(&memory, kAlignment, size) != 0)
-            ZOutOfMemoryException_6_0().throwException(kSource, raiseForBlock);
-        return ::new (memory) Block{sizeof(Block), size, 1};
-    }
-    void release()
-    {
-        if (--users == 0)
-            free(this);
-    }
-
-    size_t used;  // bytes, including this header
-    size_t size;
-    size_t users;
-};
+void InlineString::Pool::Block::release()
+{
+    if (--users == 0)
+        free(this);
+}
 
 void InlineString::Pool::closeBlock()
 {
-    if (block_ != nullptr)
-        std::exchange(block_, nullptr)->release();
+    if (block_ == nullptr)
+        return;
+    filled_ += block_->used;
+    std::exchange(block_, nullptr)->release();
 }
 
-void* InlineString::Pool::allocate(size_t size)
+// Opens a block that has room for a string of `size` bytes.
+void InlineString::Pool::openBlock(size_t size)
 {
-    if (block_ == nullptr || block_->size - block_->used < size) {
-        Block* const next = Block::make(std::max(sizeof(Block) + size, kBlockSize));
-        closeBlock();
-        block_ = next;
-    }
-    void* const address = reinterpret_cast<char*>(block_) + block_->used;
-    block_->used += size;
-    ++block_->users;
-    return address;
+    size_t const whole =
+        std::max(sizeof(Block) + size, blockSizeAfter(filled_ + (block_ ? block_->used : 0)));
+    bool const isHuge = whole == kMaxBlock;
+    void* const memory = isHuge ? aligned_alloc(kHugePage, whole) : malloc(whole);
+    if (memory == nullptr)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseForBlock);
+    if (isHuge)
+        zmemory::preferHugePages(memory, whole);
+    closeBlock();
+    block_ = ::new (memory) Block{sizeof(Block), whole, 1};
 }
 
-InlineString* InlineString::make(Pool& pool, char const* bytes, uint32_t length)
+void InlineString::operator delete(InlineString* text, std::destroying_delete_t) noexcept
 {
-    size_t const size = roundedUp(sizeof(InlineString) + length + 1, alignof(InlineString));
-    auto* const text = ::new (pool.allocate(size)) InlineString(length);
-    char* const chars = reinterpret_cast<char*>(text + 1);
-    memcpy(chars, bytes, length);
-    chars[length] = '\0';
-    return text;
-}
-
-void InlineString::operator delete(void* address) noexcept
-{
-    Pool::Block::of(address)->release();
+    auto* const block =
+        reinterpret_cast<Pool::Block*>(reinterpret_cast<char*>(text) - text->offset_);
+    text->~InlineString();
+    block->release();
 }
 
 ZUTF8String_6_0* InlineString::clone() const

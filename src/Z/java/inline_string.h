@@ -3,6 +3,10 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
+
+#include <new>
+#include <string_view>
 
 #include "../ZUTF8String.h"
 
@@ -26,17 +30,41 @@ public:
 
     private:
         friend class InlineString;
-        struct Block;
 
-        void* allocate(size_t size);
+        // A block is freed by its last user: a string in it, or the pool that is filling it.
+        struct Block {
+            void release();
+
+            size_t used;  // bytes, including this header
+            size_t size;
+            size_t users;
+        };
+
+        void openBlock(size_t size);
 
         Block* block_ = nullptr;  // the block that is being filled; null at first
+        size_t filled_ = 0;       // bytes of all blocks before it
     };
 
     /// Creates a string of `length` bytes.
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0.
-    static InlineString* make(Pool& pool, char const* bytes, uint32_t length);
+    static InlineString* make(Pool& pool, char const* bytes, uint32_t length)
+    {
+        constexpr size_t kUnit = sizeof(void*);
+        size_t const size = (sizeof(InlineString) + length + 1 + kUnit - 1) / kUnit * kUnit;
+        if (pool.block_ == nullptr || pool.block_->size - pool.block_->used < size)
+            pool.openBlock(size);
+        Pool::Block& block = *pool.block_;
+        auto* const text = ::new (reinterpret_cast<char*>(&block) + block.used)
+            InlineString(length, static_cast<uint32_t>(block.used));
+        block.used += size;
+        ++block.users;
+        char* const chars = reinterpret_cast<char*>(text + 1);
+        memcpy(chars, bytes, length);
+        chars[length] = '\0';
+        return text;
+    }
     InlineString(InlineString const&) = delete;
     InlineString& operator=(InlineString const&) = delete;
 
@@ -47,18 +75,21 @@ public:
     ZUTF8String_6_0* clone() const override;
 
     char const* getChars() const override { return reinterpret_cast<char const*>(this + 1); }
+    std::string_view text() const { return {InlineString::getChars(), length_}; }
 
     /// throws  ZUnsupportedException_6_0.
     ZAbstractString_6_0& setChars(ZAbstractString_6_0 const& other) override;
     unsigned int getLength() const override { return length_; }
     qvr_cs const* getCodesetHandle() const override { return utf8_handle_; }
 
-    static void operator delete(void* address) noexcept;
+    /// Frees the memory after the destructor, which leaves `offset_` as it is.
+    static void operator delete(InlineString* text, std::destroying_delete_t) noexcept;
 
 private:
-    explicit InlineString(uint32_t length) : length_(length) {}
+    InlineString(uint32_t length, uint32_t offset) : length_(length), offset_(offset) {}
 
     uint32_t const length_;
+    uint32_t const offset_;  // in the block
 };
 
 }  // namespace zjava

@@ -1,7 +1,5 @@
 #include "undo_log.h"
 
-#include <stddef.h>
-
 #include <algorithm>
 
 #include "../ZException.h"
@@ -21,19 +19,26 @@ constexpr size_t kFirstCapacity = 16;
 
 }  // namespace
 
-void UndoLog::reserve()
+void UndoLog::grow(size_t capacity)
 {
-    if (changes_.size() < changes_.capacity())
-        return;
-    zmemory::translateBadAlloc(kSource, raiseForChange, [&] {
-        changes_.reserve(std::max(kFirstCapacity, 2 * changes_.size()));
-    });
+    zmemory::translateBadAlloc(kSource, raiseForChange,
+                               [&] { changes_.reserve(std::max(kFirstCapacity, capacity)); });
 }
 
 void UndoLog::moveTo(UndoLog& outer)
 {
+    bool const continues =
+        outer.addedCount_ == 0 || outer.firstAdded_ + outer.addedCount_ == firstAdded_;
+    outer.changes_.reserve(outer.changes_.size() + changes_.size() + (continues ? 0 : addedCount_));
     outer.changes_.insert(outer.changes_.end(), changes_.begin(), changes_.end());
     changes_.clear();
+    if (continues && outer.addedCount_ == 0)
+        outer.firstAdded_ = firstAdded_;
+    if (continues)
+        outer.addedCount_ += addedCount_;
+    for (uint32_t i = 0; !continues && i < addedCount_; ++i)
+        outer.changes_.push_back({firstAdded_ + i, nullptr, nullptr});
+    addedCount_ = 0;
 }
 
 void UndoLog::undo()
@@ -45,6 +50,11 @@ void UndoLog::undo()
         } else {
             entries_.exchange(change->index, change->key, change->value);
         }
+    }
+    for (; addedCount_ > 0; --addedCount_) {
+        HashTable::Node const node = entries_.extract(firstAdded_ + addedCount_ - 1);
+        delete node.key;
+        delete node.value;
     }
 }
 

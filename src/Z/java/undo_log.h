@@ -1,20 +1,22 @@
 // undo_log: the changes of a table since the start of a read, in order to undo them.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <vector>
 
 #include "../ZObject.h"
 #include "../containers/hash_table.h"
+#include "inline_string.h"
 
 namespace zjava {
 
 /// Applies changes to a table of owned keys and values and keeps the replaced pairs.
 ///
 /// Changes are undone in reverse order by the index of the entry, without comparing keys: keys of
-/// the caller's classes may throw. Entries must not be removed in any other way, so that the
-/// indexes stay valid.
+/// the caller's classes may throw. Added strings of the read are removed last. Entries must not be
+/// removed in any other way, so that the indexes stay valid.
 class UndoLog {
 public:
     using HashTable = zcontainers::HashTable;
@@ -25,7 +27,11 @@ public:
 
     /// Allocates memory for a put().
     /// throws  ZOutOfMemoryException_6_0.
-    void reserve();
+    void reserve()
+    {
+        if (changes_.size() == changes_.capacity())
+            grow(2 * changes_.size());
+    }
 
     /// Stores key and value at `index`, or appends an entry if `index` is 0. Does not throw.
     /// range   requires reserve(), and HashTable::reserve() with the same arguments.
@@ -38,6 +44,24 @@ public:
             entries_.exchange(index, key, value);
             changes_.push_back({index, key, value});
         }
+    }
+    /// As put(). Callers cannot see when the destructors of these strings run.
+    void put(HashTable::NodeIndex index, uint32_t hash, InlineString* key, InlineString* value)
+    {
+        if (index != 0) {
+            ZObject_6_0* oldKey = key;
+            ZObject_6_0* oldValue = value;
+            entries_.exchange(index, oldKey, oldValue, HashTable::kAnyOrder);
+            changes_.push_back({index, oldKey, oldValue});
+            return;
+        }
+        HashTable::NodeIndex const added = entries_.append(hash, key, value, HashTable::kAnyOrder);
+        if (addedCount_ == 0)
+            firstAdded_ = added;
+        if (added == firstAdded_ + addedCount_)
+            ++addedCount_;
+        else
+            changes_.push_back({added, nullptr, nullptr});
     }
 
     /// Appends the changes to `outer`, which can undo them from then on.
@@ -52,6 +76,8 @@ public:
     void deleteOld();
 
 private:
+    void grow(size_t capacity);
+
     struct Change {
         HashTable::NodeIndex index;
         ZObject_6_0* key;  // the replaced key; null if the entry is new
@@ -59,7 +85,10 @@ private:
     };
 
     HashTable& entries_;
-    std::vector<Change> changes_;
+    // Most strings of a read are in consecutive nodes, which need no record each.
+    HashTable::NodeIndex firstAdded_ = 0;
+    uint32_t addedCount_ = 0;
+    std::vector<Change> changes_;  // the others
 };
 
 }  // namespace zjava

@@ -29,6 +29,12 @@ public:
     T* release() { return std::exchange(values_, nullptr); }
     void swap(OwnedBlock& other) { std::swap(values_, other.values_); }
     void clear() { free(release()); }
+    /// Replaces the block by `block`, which free() can release.
+    void reset(void* block)
+    {
+        free(values_);
+        values_ = static_cast<T*>(block);
+    }
 
     /// Replaces the block by `count` values, all bytes zero.
     /// throws  ZOutOfMemoryException_6_0 from `site`; the block is unchanged then.
