@@ -70,7 +70,7 @@ DIALECT_MERGE = [
                UNIT.replace(b"X", b"ExecStart=\nExecStart=/b\nX"),
                b"[Service]\nExecStart=/a\nExecStart=\nExecStart=/b\nX=2\n"),
     of_dialect("systemd", b"[S]\nk=a \\\n  b\nl=1\n", b"[S]\nk=a \\\n  b\nl=2\n",
-               b"[S]\nk=a \\\n  c\nl=1\n", b"[S]\nk=a    c\nl=2\n"),
+               b"[S]\nk=a \\\n  c\nl=1\n", b"[S]\nk=a \\\n  c\nl=2\n"),
     of_dialect("networkd", PEERS, PEERS.replace(b"=1", b"=9"), PEERS.replace(b"=2", b"=8"),
                PEERS.replace(b"=1", b"=9").replace(b"=2", b"=8")),
     of_dialect("git", b"[A]\n\tk = 1 ; c\n\tl = 1\n", b"[a]\n\tK = 2 ; c\n\tl = 1\n",
