@@ -1,11 +1,13 @@
-// Java-style property files: load and destroy.
+// Java-style property files: load and destroy, and store.
 //
-// The Java platform loads in a process of its own, which is warmed up before it is timed and
-// reports the processor time of each load itself; destroying the properties costs it nothing here.
+// The Java platform runs in a process of its own, which is warmed up before it is timed and reports
+// the processor time of each load or store itself; destroying the properties costs it nothing here.
+// It writes to the file directly, and a crash leaves a part of the file.
 #include <Z/ZJavaProperties.h>
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -19,7 +21,8 @@
 
 namespace {
 
-constexpr int kWarmLoads = 100;
+constexpr long kWarmLoads = 100;
+constexpr long kWarmKeys = 10000000;  // of all loads that warm up the process
 
 // Generated files by number of keys; removed when the program ends.
 class Files {
@@ -31,6 +34,7 @@ public:
     {
         for (auto const& [keys, path] : paths_)
             unlink(path.c_str());
+        unlink(target_.c_str());
     }
 
     // A quarter of the values is plain, a quarter has escapes, a quarter units, a quarter spans two
@@ -56,8 +60,12 @@ public:
         return path;
     }
 
+    // The path of the file to store, which keeps its last text.
+    std::string const& target() const { return target_; }
+
 private:
     std::map<long, std::string> paths_;
+    std::string const target_ = "/tmp/zbench." + std::to_string(getpid()) + ".target.properties";
 };
 Files files;
 
@@ -69,6 +77,15 @@ void zLoad(benchmark::State& state)
         store.load(path.c_str());
         benchmark::DoNotOptimize(&store);
     }
+}
+
+void zStore(benchmark::State& state)
+{
+    ZJavaProperties_6_0 store;
+    store.load(files.of(state.range(0)).c_str());
+    std::string const& target = files.target();
+    for (auto _ : state)
+        store.store(target.c_str());
 }
 
 #ifdef Z_PEER_POCO
@@ -84,20 +101,34 @@ void pocoLoad(benchmark::State& state)
 #endif
 
 #ifdef Z_PEER_JAVA
+JavaPeer& java()
+{
+    static JavaPeer peer(Z_PEER_JAVA, Z_PEER_JAVA_PROGRAM);
+    return peer;
+}
+
 void javaLoad(benchmark::State& state)
 {
     std::string const& path = files.of(state.range(0));
-    static JavaPeer java(Z_PEER_JAVA, Z_PEER_JAVA_PROGRAM);
-    for (int i = 0; i < kWarmLoads; ++i)
-        java.time(path);
+    for (long i = std::min(kWarmLoads, kWarmKeys / state.range(0)); i > 0; --i)
+        java().time(path);
     for (auto _ : state)
-        state.SetIterationTime(static_cast<double>(java.time(path)) * 1e-9);
+        state.SetIterationTime(static_cast<double>(java().time(path)) * 1e-9);
+}
+
+void javaStore(benchmark::State& state)
+{
+    std::string const& path = files.of(state.range(0));
+    for (long i = std::min(kWarmLoads, kWarmKeys / state.range(0)); i > 0; --i)
+        java().timeStore(path, files.target());
+    for (auto _ : state)
+        state.SetIterationTime(static_cast<double>(java().timeStore(path, files.target())) * 1e-9);
 }
 #endif
 
 void sizes(benchmark::internal::Benchmark* row)
 {
-    row->Arg(1000)->Arg(100000)->Unit(benchmark::kMicrosecond);
+    row->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMicrosecond);
 }
 
 bool registerAll()
@@ -108,10 +139,14 @@ bool registerAll()
 #endif
 #ifdef Z_PEER_JAVA
     benchmark::RegisterBenchmark("JavaLoad/java.util.Properties", javaLoad)
-        ->Arg(1000)
-        ->Arg(100000)
-        ->UseManualTime()
-        ->Unit(benchmark::kMicrosecond);
+        ->Apply(sizes)
+        ->UseManualTime();
+#endif
+    benchmark::RegisterBenchmark("JavaStore/Z", zStore)->Apply(sizes);
+#ifdef Z_PEER_JAVA
+    benchmark::RegisterBenchmark("JavaStore/java.util.Properties", javaStore)
+        ->Apply(sizes)
+        ->UseManualTime();
 #endif
     return true;
 }

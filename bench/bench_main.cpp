@@ -3,8 +3,9 @@
 // only the rows that miss their target or were not compared, because the contender is not installed
 // or not selected; its exit code is 2 if there are any.
 //
-// A row is named Row/contender/arguments. Contender "Z" is this library. Contenders that start with
-// "floor" are lower bounds that do less than the service requires. All others are peers.
+// A row is named Row/contender/arguments. Its time is the median of its repetitions. Contender "Z"
+// is this library. Contenders that start with "floor" are lower bounds that do less than the
+// service requires. All others are peers.
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 #include <string.h>
@@ -90,6 +91,9 @@ constexpr Target kTargets[] = {
     {"Load/wide/1000000/", "floor.arena", 1.3},
     {"Load/one/1000000/", "floor.arena", 1.3},
     {"Load/thin/1000000/", "floor.arena", 1.3},
+    {"Load/wide/10000000/", "floor.arena", 1.3},
+    {"Load/one/10000000/", "floor.arena", 1.3},
+    {"Load/thin/10000000/", "floor.arena", 1.3},
     {"LookUp/", "unordered_map", 1.0},
     {"LookUp/wide/100/", "inih+unordered_map", 1.5},
     {"LookUp/one/100000/", "inih+unordered_map", 0.9},
@@ -101,6 +105,7 @@ constexpr Target kTargets[] = {
     {"CacheLookUp/", "unordered_map", 1.0},
     {"JavaLoad/", nullptr, 1.0},
     {"JavaLoad/", "java.util.Properties", 0.3},
+    {"JavaStore/", "java.util.Properties", 0.3},
     {"ToolStart/", "git config", 1.2},
     {"ToolSet/", "git config", 1.3},
     {"ToolList/", "crudini", 0.02},
@@ -142,7 +147,9 @@ struct Growth {
     double limit;
 };
 
-constexpr Growth kGrowth[] = {{"Load/", 10000, 1000000, 1.5}, {"CacheLoad/", 10000, 1000000, 2.5}};
+constexpr Growth kGrowth[] = {{"Load/", 10000, 1000000, 1.5},
+                              {"Load/", 10000, 10000000, 1.5},
+                              {"CacheLoad/", 10000, 1000000, 2.5}};
 
 // A limit for a counter of the library's row.
 struct CounterLimit {
@@ -178,21 +185,28 @@ bool isFloor(std::string const& contender)
 
 // The times of the contenders of one row.
 struct Row {
-    std::map<std::string, double> times;
-    benchmark::UserCounters counters;  // of contender "Z"
+    std::map<std::string, std::vector<double>> times;  // of each repetition
+    benchmark::UserCounters counters;                  // of contender "Z"
 
+    // Returns the median of the repetitions; 0 without any.
     double timeOf(std::string const& contender) const
     {
         auto const at = times.find(contender);
-        return at == times.end() ? 0 : at->second;
+        if (at == times.end())
+            return 0;
+        std::vector<double> sorted = at->second;
+        auto const middle = sorted.begin() + static_cast<ptrdiff_t>(sorted.size() / 2);
+        std::nth_element(sorted.begin(), middle, sorted.end());
+        return *middle;
     }
 
     // The name of the fastest peer; empty without peers.
     std::string bestPeer() const
     {
         std::string best;
-        for (auto const& [contender, time] : times) {
-            if (contender != "Z" && !isFloor(contender) && (best.empty() || time < timeOf(best)))
+        for (auto const& [contender, all] : times) {
+            if (contender != "Z" && !isFloor(contender) &&
+                (best.empty() || timeOf(contender) < timeOf(best)))
                 best = contender;
         }
         return best;
@@ -202,9 +216,9 @@ struct Row {
     double floor() const
     {
         double best = 0;
-        for (auto const& [contender, time] : times) {
-            if (isFloor(contender) && (best == 0 || time < best))
-                best = time;
+        for (auto const& [contender, all] : times) {
+            if (isFloor(contender) && (best == 0 || timeOf(contender) < best))
+                best = timeOf(contender);
         }
         return best;
     }
@@ -392,10 +406,7 @@ private:
         if (rows_.find(key) == rows_.end())
             order_.push_back(key);
         Row& row = rows_[key];
-        double& time = row.times[contender];
-        double const taken = timeOf(run);
-        if (time == 0 || taken < time)
-            time = taken;
+        row.times[contender].push_back(timeOf(run));
         if (contender == "Z")
             row.counters = run.counters;
     }

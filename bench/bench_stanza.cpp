@@ -1,5 +1,6 @@
 // Configuration files: load, look up a key, in a snapshot too, change a key and store, iterate over
-// everything.
+// everything. With the environment variable Z_BENCH_LONG also loads of 1e7 keys, which take minutes
+// and 6 GB of memory.
 #include <Z/ZArrayList.h>
 #include <Z/ZLCString.h>
 #include <Z/ZPropertiesImpl.h>
@@ -9,6 +10,7 @@
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <malloc.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,10 +58,13 @@ namespace {
 
 constexpr size_t kSmall[] = {100, 1000};  // only of "wide"
 constexpr size_t kLarge[] = {10000, 100000, 1000000};
+constexpr size_t kLong = 10000000;
 
 std::vector<size_t> sizesOf(Shape const& shape)
 {
     std::vector<size_t> sizes(std::begin(kLarge), std::end(kLarge));
+    if (getenv("Z_BENCH_LONG") != nullptr)
+        sizes.push_back(kLong);
     if (shape.keysPerStanza == 100)
         sizes.insert(sizes.begin(), std::begin(kSmall), std::end(kSmall));
     return sizes;
@@ -549,13 +554,13 @@ std::vector<Contender> contenders()
     std::vector<Contender> list;
     unsigned long const comments = ZPCache_6_0::keepComments;
     unsigned long const lines = ZPCache_6_0::keepLines;
-    list.push_back({"Z", maker<ZStore>(comments), all, true});
+    list.push_back({"Z", maker<ZStore>(comments), kLong, true});
     list.push_back({"Z", maker<ZStore>(lines), all, true, false, ".keepLines"});
     list.push_back({"Z", maker<ZStore>(lines, "systemd"), 100000, true, false, ".systemd"});
     list.push_back({"Z", maker<ZStore>(lines, "git"), 100000, true, false, ".git"});
     list.push_back({"Z", maker<ZSnapshot>(comments), all, false, false, ".snapshot"});
 #ifdef Z_PEER_GLIB
-    list.push_back({"GKeyFile+comments", maker<GLibStore>(true), all, true});
+    list.push_back({"GKeyFile+comments", maker<GLibStore>(true), kLong, true});
     list.push_back({"GKeyFile", maker<GLibStore>(false), all, false});
 #endif
 #ifdef Z_PEER_INIH
@@ -575,7 +580,7 @@ std::vector<Contender> contenders()
 #endif
     list.push_back({"unordered_map", maker<MapStore>(), all, false});
     list.push_back({"floor.split", maker<FloorStore>(), all, false});
-    list.push_back({"floor.arena", maker<FloorArena>(), all, false});
+    list.push_back({"floor.arena", maker<FloorArena>(), kLong, false});
     return list;
 }
 
@@ -733,7 +738,8 @@ bool registerAll()
                     // Only contenders that targets name get the largest files of unusual shape.
                     bool const named = contender.changes || map || floor ||
                                        strcmp(contender.name, "GKeyFile") == 0;
-                    if (keys > contender.most || (row.onlyFull && !contender.changes) ||
+                    if (keys > contender.most || (keys == kLong && row.run != loadRow) ||
+                        (row.onlyFull && !contender.changes) ||
                         (keys > 100000 && shape.keysPerStanza != 100 && !named) ||
                         (map && row.run == loadRow) ||
                         (contender.scans && (row.run == walkRow || row.run == visitRow) &&
@@ -767,7 +773,7 @@ bool registerAll()
                 })
                 ->Iterations(1);
     for (bool const hasList : {false, true})
-        for (size_t const keys : sizesOf(kShapes[0]))
+        for (size_t const keys : {100u, 1000u, 10000u, 100000u, 1000000u})
             benchmark::RegisterBenchmark(
                 ((hasList ? "Snapshot.list/Z/wide/" : "Snapshot/Z/wide/") + std::to_string(keys))
                     .c_str(),

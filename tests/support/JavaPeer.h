@@ -91,9 +91,17 @@ public:
     {
         fputc('t', to_);
         putText(path);
-        fflush(to_);
-        uint64_t const high = getNumber();
-        return high << 32 | getNumber();
+        return getTime();
+    }
+
+    /// Returns the processor time, in nanoseconds, that the platform takes to write the entries of
+    /// the file at `path` to the file at `target`, without its garbage collector.
+    uint64_t timeStore(std::string const& path, std::string const& target)
+    {
+        fputc('w', to_);
+        putText(path);
+        putText(target);
+        return getTime();
     }
 
     static void addUnit(std::string& bytes, unsigned unit)
@@ -112,6 +120,13 @@ public:
     }
 
 private:
+    uint64_t getTime()
+    {
+        fflush(to_);
+        uint64_t const high = getNumber();
+        return high << 32 | getNumber();
+    }
+
     void putNumber(size_t number)
     {
         for (int shift = 24; shift >= 0; shift -= 8)

@@ -5,8 +5,10 @@ import java.io.ByteArrayOutputStream;
 import java.io.DataInputStream;
 import java.io.DataOutputStream;
 import java.io.FileInputStream;
+import java.io.FileOutputStream;
 import java.io.IOException;
 import java.io.InputStream;
+import java.io.OutputStream;
 import java.lang.management.ManagementFactory;
 import java.lang.management.ThreadMXBean;
 import java.util.Map;
@@ -20,11 +22,15 @@ import java.util.Properties;
  * l, count, bytes         reads a file      -> number of entries, their strings; -1: refused
  * s, entries, strings     writes a file     -> count, bytes
  * t, path                 reads that file   -> processor time in nanoseconds (long)
+ * w, path, target         writes the entries of the file at path to the file at target
+ *                                           -> processor time of writing in nanoseconds (long)
  * </pre>
  */
 public final class PropertiesPeer {
     private final DataInputStream in = new DataInputStream(new BufferedInputStream(System.in));
     private final DataOutputStream out = new DataOutputStream(new BufferedOutputStream(System.out));
+    private Properties source;  // of the last request to write a file
+    private String sourcePath;
 
     public static void main(String[] arguments) throws IOException {
         new PropertiesPeer().serve();
@@ -36,6 +42,7 @@ public final class PropertiesPeer {
                 case 'l' -> load();
                 case 's' -> store();
                 case 't' -> time();
+                case 'w' -> timeStore();
                 default -> throw new IOException("no such request: " + request);
             }
         }
@@ -77,6 +84,24 @@ public final class PropertiesPeer {
         Properties properties = new Properties();
         try (InputStream file = new FileInputStream(path)) {
             properties.load(file);
+        }
+        out.writeLong(thread.getCurrentThreadCpuTime() - begin);
+    }
+
+    private void timeStore() throws IOException {
+        String path = readText();
+        String target = readText();
+        if (!path.equals(sourcePath)) {
+            source = new Properties();
+            try (InputStream file = new FileInputStream(path)) {
+                source.load(file);
+            }
+            sourcePath = path;
+        }
+        ThreadMXBean thread = ManagementFactory.getThreadMXBean();
+        long begin = thread.getCurrentThreadCpuTime();
+        try (OutputStream file = new FileOutputStream(target)) {
+            source.store(file, null);
         }
         out.writeLong(thread.getCurrentThreadCpuTime() - begin);
     }
