@@ -395,12 +395,16 @@ private:
             return;
         std::string const all = lineOf(old_, before_, line);
         std::string const head = all.substr(0, all.rfind(']', old_.lines[line].key) + 1);
+        auto const isHeader = [](Line const& l) { return l.kind == LineKind::header; };
+        auto headersAbove = std::count_if(
+            old_.lines.begin(), old_.lines.begin() + static_cast<std::ptrdiff_t>(line), isHeader);
         for (std::size_t i = 0; i < new_.lines.size(); ++i) {
-            if (new_.lines[i].kind == LineKind::header &&
-                lineOf(new_, after_, i).compare(0, head.size(), head) == 0) {
-                written_.insert(i);
-                return;
-            }
+            if (!isHeader(new_.lines[i]) || headersAbove-- > 0)
+                continue;
+            if (lineOf(new_, after_, i).compare(0, head.size(), head) != 0)
+                break;
+            written_.insert(i);
+            return;
         }
         found_.push_back("removed: the header before a removed key is missing");
     }
@@ -588,15 +592,37 @@ private:
     // The key lines of a stanza above a line, the nearest first.
     std::vector<Value> keysAbove(std::string const& stanza, std::size_t line) const
     {
-        std::vector<Value> found;
-        for (Stanza const& s : new_.stanzas)
-            for (Key const& key : s.keys)
-                for (Value const& value : key.values)
-                    if (s.name == stanza && value.line < line)
-                        found.push_back(value);
+        std::vector<Value> found = keysOf(stanza);
+        found.erase(std::remove_if(found.begin(), found.end(),
+                                   [&](Value const& value) { return value.line >= line; }),
+                    found.end());
         std::sort(found.begin(), found.end(),
                   [](Value const& a, Value const& b) { return a.line > b.line; });
         return found;
+    }
+
+    std::vector<Value> keysOf(std::string const& stanza) const
+    {
+        std::vector<Value> found;
+        for (Stanza const& s : new_.stanzas)
+            for (Key const& key : s.keys)
+                if (s.name == stanza)
+                    found.insert(found.end(), key.values.begin(), key.values.end());
+        return found;
+    }
+
+    // Whether the separator of a new line is in the column of the key line above it, and of the
+    // nearest line below.
+    bool isInColumnBelow(Value const& value, Value const& above, std::string const& stanza) const
+    {
+        Value const* next = nullptr;
+        std::vector<Value> const keys = keysOf(stanza);
+        for (Value const& key : keys)
+            if (!key.alone && key.line > value.line && (next == nullptr || key.line < next->line))
+                next = &key;
+        return next != nullptr && areInOneSection(value, *next) &&
+               separatorColumn(*next) == separatorColumn(above) &&
+               separatorColumn(value) == separatorColumn(above);
     }
 
     // The text between key and value, without a marker of the key.
@@ -641,21 +667,35 @@ private:
         std::size_t const column = separatorColumn(above[0]);
         // Of keys of the same length, two spaces before the separator show a column.
         bool isAligned = false;
-        for (std::size_t i = 1; i < above.size() && separatorColumn(above[i]) == column; ++i)
+        for (std::size_t i = 1; i < above.size() && areInOneSection(above[i], above[0]); ++i) {
+            if (above[i].alone)
+                continue;
+            if (separatorColumn(above[i]) != column)
+                break;
             isAligned = isAligned || blanksOf(separatorOf(above[0])) > 1 ||
-                        widthOf(after_, above[0].keyBegin, above[0].keyEnd) !=
-                            widthOf(after_, above[i].keyBegin, above[i].keyEnd);
+                        blanksOf(separatorOf(above[0])) != blanksOf(separatorOf(above[i]));
+        }
         std::size_t const width = widthOf(after_, startOf(new_, value), value.keyEnd);
         if (isAligned && width < column) {
             if (separatorColumn(value) != column)
                 found_.push_back("new: the separator is not in the column of its neighbours");
         } else if (!isAligned && !above[0].alone && !above[0].text.empty() && !value.text.empty() &&
-                   separatorOf(value) != separatorOf(above[0])) {
+                   separatorOf(value) != separatorOf(above[0]) &&
+                   !isInColumnBelow(value, above[0], stanza)) {
             found_.push_back("new: the separator differs from the line above");
         }
         if (above[0].text.empty() && !above[0].alone && !value.text.empty() &&
             isOneSided(separatorOf(above[0])) && isOneSided(separatorOf(value)))
             found_.push_back("new: no space is after the sign, and spaces are before it");
+    }
+
+    // Whether no header is between two key lines. A key can follow on the line of the header.
+    bool areInOneSection(Value const& first, Value const& second) const
+    {
+        for (std::size_t i = first.line; i < second.line; ++i)
+            if (new_.lines[i].kind == LineKind::header)
+                return false;
+        return true;
     }
 
     // "key =" does not show the spaces after the sign.

@@ -328,3 +328,21 @@ TEST(DialectLines, ANewCommentOfTheFileIsAboveALineThatIsPassedOver)
     EXPECT_EQ(both, textAfter("ini", textAfter("ini", text, {rename}), {ofFile}));
     EXPECT_EQ(both, textAfter("ini", textAfter("ini", text, {ofFile}), {rename}));
 }
+
+// Of [v, ""] the second value stays, and the comment after the first would be a part of "".
+TEST(DialectLines, AValueIsRemovedIfTheNextIsBelowAnotherKey)
+{
+    EXPECT_EQ("[b]\nl = 1\nk = \n",
+              textAfter("editorconfig", "[b]\nk = v ; c\nl = 1\nk = \n",
+                        {[](Store& store) { store.removeValue("b", "k", "v"); }}));
+}
+
+// The marker takes a part of the column. Without spaces before "=", there is no column.
+TEST(DialectLines, AFurtherValueOfAKeyWithAMarkerHasItsColumn)
+{
+    Change const add = [](Store& store) { store.addValue("a", "k", "3", 0); };
+    EXPECT_EQ("[a]\nk[$e]   = 1\nk       = 3\nl       = 2\n",
+              textAfter("kconfig", "[a]\nk[$e]   = 1\nl       = 2\n", {add}));
+    EXPECT_EQ("[a]\nk[$e] = 1\nk = 3\nlllll = 2\n",
+              textAfter("kconfig", "[a]\nk[$e] = 1\nlllll = 2\n", {add}));
+}

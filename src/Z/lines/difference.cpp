@@ -477,7 +477,8 @@ bool Difference::compareInOrder(Entries entries, ReadStanza const& read)
 }
 
 // Compares the lines of one key from `line` on with its values, and stores the first line of
-// another key. Returns false if the numbers of values differ, or if several values do.
+// another key. Returns false if the numbers of values differ, if several values do, or if a value
+// does not read back.
 bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
 {
     uint32_t const first = line;
@@ -497,7 +498,11 @@ bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
             continue;
         if (count > 1)
             return false;
-        setValue(at, value);
+        try {
+            setValue(at, value);
+        } catch (Refusal const&) {
+            return false;  // the key may have further lines below other keys
+        }
     }
     return true;
 }

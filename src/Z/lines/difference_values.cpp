@@ -289,7 +289,6 @@ void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order ord
                              std::string_view value)
 {
     record(stanzaName_, outline_.keyName(model, keySpace_), value);
-    Style const style = styleOf(outline_, model);
     uint32_t const below = order == Edits::valuesOfLineAbove ? model + 1 : model;
     std::string key;
     if (renamedKey_ != nullptr)
@@ -303,6 +302,8 @@ void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order ord
         key.clear();
         dialect_.appendKey(name, key);
     }
+    Style const style =
+        renamedKey_ != nullptr ? styleOf(outline_, model) : styleOfValue(outline_, model, key);
     std::string line;
     if (!appendLine(style, key, value, contextAbove(below == 0 ? kNone : below - 1), below, line))
         throw refusalBelow(below == 0 ? kNone : below - 1, outline_.keyName(model, keySpace_),

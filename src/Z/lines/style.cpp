@@ -67,6 +67,13 @@ size_t columnOf(Outline const& outline, uint32_t line)
     return countCharacters(slice(outline.text(), record.begin, begin)) + blanks;
 }
 
+// Returns the characters of a line up to the end of its key, with the markers of the key.
+size_t widthOfKey(Outline const& outline, uint32_t line)
+{
+    std::string_view const separator = separatorOf(outline, line);
+    return columnOf(outline, line) - separator.find_first_of(outline.dialect().separatorBytes());
+}
+
 // Whether two key lines have their separators in one column. Keys of the same length with a single
 // space, or none, before the separator are no sign of columns.
 enum class Alignment { none, unknown, aligned };
@@ -79,8 +86,8 @@ Alignment alignmentOf(Outline const& outline, uint32_t a, uint32_t b)
     std::string_view const separator = separatorOf(outline, a);
     bool const isPadded =
         separator.size() > 1 && isBlank(separator.front()) && isBlank(separator[1]);
-    auto const lengthOf = [&](uint32_t line) { return countCharacters(outline.spelledName(line)); };
-    return isPadded || lengthOf(a) != lengthOf(b) ? Alignment::aligned : Alignment::unknown;
+    bool const haveOneWidth = widthOfKey(outline, a) == widthOfKey(outline, b);
+    return isPadded || !haveOneWidth ? Alignment::aligned : Alignment::unknown;
 }
 
 // Returns the nearest key line above or below `line` within a section; kNone if not found.
@@ -241,6 +248,17 @@ Style styleOf(Outline const& outline, uint32_t model)
     // As in that line if it gets a value.
     if (line.valueBegin == line.valueEnd && isOneSided(separator))
         style.separator = spacedSeparator(separator.back());
+    return style;
+}
+
+Style styleOfValue(Outline const& outline, uint32_t model, std::string_view key)
+{
+    Style style = styleOf(outline, model);
+    size_t const column = columnOf(outline, model);
+    size_t const indent = style.indent.size();
+    if (column > indent && widthOfKey(outline, model) != indent + countCharacters(key) &&
+        isAligned(outline, outline.sectionOf(model), model))
+        style.column = column - indent;
     return style;
 }
 

@@ -27,6 +27,10 @@ Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
 /// Returns the style of the line `model`, a key line.
 Style styleOf(Outline const& outline, uint32_t model);
 
+/// Returns the style of a further line of the key of the line `model`. Without the markers of that
+/// line, its separator can be in the column of its neighbours, too.
+Style styleOfValue(Outline const& outline, uint32_t model, std::string_view key);
+
 /// Returns the separator of a new key, as its name is spelled.
 std::string separatorFor(Style const& style, std::string_view key);
 
