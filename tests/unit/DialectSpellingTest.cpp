@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "DialectEdits.h"
+#include "DialectFiles.h"
 #include "DialectNames.h"
 #include "DialectRewriter.h"
 #include "DialectWriter.h"
@@ -194,6 +195,32 @@ TEST(DialectSpelling, EditsOfTheSamplesKeepEveryProperty)
     for (auto const& [dialect, count] : counts)
         std::cout << dialect << ": " << count.made << " edits made, " << count.refused
                   << " refused\n";
+}
+
+TEST(DialectSpelling, EditsOfGeneratedFilesKeepEveryProperty)
+{
+    constexpr unsigned kFiles = kHasSanitizer ? 10 : 100;
+    constexpr std::size_t kKeysOfFile = 3;
+    constexpr std::size_t kValueStep = 6;
+    for (Dialect const& dialect : kDialects) {
+        if (dialect.name == "stanza")
+            continue;
+        std::string const name(dialect.name);
+        Counts counts;
+        unsigned files = 0;
+        for (unsigned seed = 0; seed < kFiles; ++seed) {
+            Editor editor(name + " seed " + std::to_string(seed), name,
+                          DialectFile(dialect.rules, seed).text(), counts);
+            if (!editor.canRun())
+                continue;
+            ++files;
+            editKeys(editor, kKeysOfFile, kValueStep);
+        }
+        std::cout << name << ": " << files << " files, " << counts.made << " edits made, "
+                  << counts.refused << " refused\n";
+        EXPECT_LT(kFiles / 2, files) << name;
+        EXPECT_LT(counts.refused, counts.made) << name;
+    }
 }
 
 // Every file whose name decides its dialect; under a sanitizer, a share of them. The writer of the
