@@ -161,8 +161,13 @@ private:
         if (stanzaName_.empty() || !isAscii(stanzaName_) ||
             (key_ != nullptr && !isAscii(key_->name)))
             return false;
-        if (store_->isAmbiguous(stanzaName_.c_str()) != 0)
-            stanzaName_ += "]1";
+        if (store_->isAmbiguous(stanzaName_.c_str()) != 0) {
+            auto const isOfName = [&](dialect_model::Stanza const& stanza) {
+                return stanza.name == stanza_->name;
+            };
+            auto const number = std::count_if(&old_.stanzas.front(), stanza_ + 1, isOfName);
+            stanzaName_ += "]" + std::to_string(number);
+        }
         return true;
     }
 
@@ -317,16 +322,14 @@ private:
             });
             expect(valuesOf(now) == expected, *after, "a file without a stanza reads back");
         }
-        Runs const kept = runsWithoutStanza();
+        // A store does not know which of several equal stanzas was removed.
         Runs const left = runsOf(*after);
-        bool isLocal = kept.size() == left.size();
-        for (size_t i = 0; isLocal && i < kept.size(); ++i) {
-            // A blank line can be new at each place, and the last lines can lose their endings.
-            bool const isLast = i + 1 == kept.size();
-            isLocal = kept[i].line == left[i].line &&
-                      (isLast || (left[i].blanks >= kept[i].blanks &&
-                                  left[i].blanks <= kept[i].blanks + kept[i].removals));
-        }
+        bool isLocal = false;
+        for (dialect_model::Stanza const& stanza : old_.stanzas)
+            isLocal =
+                isLocal || ((&stanza == stanza_ || (stanza.identity == stanza_->identity &&
+                                                    list(old_, &stanza) == list(old_, stanza_))) &&
+                            isLeft(runsWithoutStanza(stanza), left));
         expect(isLocal, *after, "the removal of a stanza changes no other line");
     }
 
@@ -354,7 +357,8 @@ private:
     static Runs runsOf(std::string const& text)
     {
         Runs runs(1);
-        for (std::string const& line : dialect_model::splitLines(text))
+        size_t const start = text.starts_with("\xef\xbb\xbf") ? 3 : 0;  // a byte order mark
+        for (std::string const& line : dialect_model::splitLines(text.substr(start)))
             append(runs, line);
         return runs;
     }
@@ -369,17 +373,30 @@ private:
         runs.emplace_back();
     }
 
+    static bool isLeft(Runs const& kept, Runs const& left)
+    {
+        bool isLeft = kept.size() == left.size();
+        for (size_t i = 0; isLeft && i < kept.size(); ++i) {
+            // A blank line can be new at each place, and the last lines can lose their endings.
+            bool const isLast = i + 1 == kept.size();
+            isLeft = kept[i].line == left[i].line &&
+                     (isLast || (left[i].blanks >= kept[i].blanks &&
+                                 left[i].blanks <= kept[i].blanks + kept[i].removals));
+        }
+        return isLeft;
+    }
+
     // The lines from each header of the stanza to the next, without the comments right above it,
     // go.
-    Runs runsWithoutStanza() const
+    Runs runsWithoutStanza(dialect_model::Stanza const& stanza) const
     {
         using dialect_model::LineKind;
         LibraryHeaders const headers(dialect_, text_);
         std::vector<bool> gone(old_.lines.size());
         std::vector<bool> isStart(old_.lines.size());
         for (size_t i = 0; i < headers.begins.size(); ++i) {
-            bool const isOfStanza = dialect_.joinsHeaders() ? headers.names[i] == stanza_->identity
-                                                            : &old_.stanzas[i] == stanza_;
+            bool const isOfStanza = dialect_.joinsHeaders() ? headers.names[i] == stanza.identity
+                                                            : &old_.stanzas[i] == &stanza;
             if (!isOfStanza)
                 continue;
             size_t const first = lineAt(headers.begins[i]);
@@ -396,8 +413,8 @@ private:
         for (size_t i = 0; i < old_.lines.size(); ++i) {
             runs.back().removals += isStart[i] ? 1 : 0;
             if (!gone[i])
-                append(runs, text_.substr(i == 0 ? 0 : old_.lines[i].begin,
-                                          old_.lines[i].next - (i == 0 ? 0 : old_.lines[i].begin)));
+                append(runs,
+                       text_.substr(old_.lines[i].begin, old_.lines[i].next - old_.lines[i].begin));
         }
         return runs;
     }
