@@ -53,10 +53,10 @@ int ZStanzaDialect_6_0::recognised(char const* path, char const* text, size_t le
 {
     if (path == nullptr)
         return 0;
-    zdialects::Row const* const row = zmemory::translateBadAlloc(kSource, raiseInRecognised, [&] {
+    char const* const name = zmemory::translateBadAlloc(kSource, raiseInRecognised, [&] {
         return zdialects::recognise(path, {text, length});
     });
-    return row == nullptr ? 0 : named(row->name, out);
+    return name == nullptr ? 0 : named(name, out);
 }
 
 char const* ZStanzaDialect_6_0::readsAs(char const* text, size_t length)

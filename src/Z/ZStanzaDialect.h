@@ -156,9 +156,10 @@ public:
     static int named(char const* name, ZStanzaDialect_6_0& out);
 
     /// Stores the dialect of the file in `out` and returns 1 if only one format uses such a name;
-    /// returns 0 otherwise, with `out` unchanged. Opens no file. A relative path starts at the
-    /// working directory; symbolic links are not resolved. A copy has the dialect of the original:
-    /// names with an ending such as "~", ".bak", ".orig", ".dpkg-old", ".rpmnew" or ".example".
+    /// returns 0 otherwise, with `out` unchanged. Some switches of the dialect can differ from the
+    /// dialect that name() alone means. Opens no file. A relative path starts at the working
+    /// directory; symbolic links are not resolved. A copy has the dialect of the original: names
+    /// with an ending such as "~", ".bak", ".orig", ".dpkg-old", ".rpmnew" or ".example".
     /// range   `text` has the contents of the file, at least up to the first header. It matters
     ///         for names ending with ".service" alone, and for their copies; it can be null if
     ///         `length` is 0.

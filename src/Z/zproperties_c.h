@@ -573,12 +573,13 @@ char const* zstzPropGetDialectName_6_0(int index);
 ///         switches do not fit together.
 int zstzPropCheckDialect_6_0(char const* dialect);
 
-/// Stores the name of the dialect that the name of `file` implies in `*dialect`; null if several
-/// formats use such names. Opens no file.
+/// Stores the dialect that the name of `file` implies in `*dialect`: its name, perhaps with
+/// switches, as zstzPropOpenAs_6_0 takes it. Stores null if several formats use such names. Opens
+/// no file.
 /// range   `text` has the contents of the file, at least up to the first header. It matters only
 ///         for names that end with ".service", and can be null if `length` is 0.
 /// owns    the name is borrowed forever.
-/// codes   55 if an argument is missing: `*dialect` is unchanged then.
+/// codes   55 if an argument is missing, 52 if memory is exhausted: `*dialect` is unchanged then.
 int zstzPropRecognise_6_0(char const* file, char const* text, size_t length, char const** dialect);
 
 // ---- Merging ------------------------------------------------------------------------------------

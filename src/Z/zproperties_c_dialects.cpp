@@ -1,5 +1,6 @@
 // The plain functions for the dialects that the library knows.
 #include "ZStanzaDialect.h"
+#include "dialects/recognition.h"
 #include "zproperties_c.h"
 #include "zproperties_c_p.h"
 
@@ -24,8 +25,11 @@ int zstzPropRecognise_6_0(char const* file, char const* text, size_t length, cha
 {
     if (file == nullptr || dialect == nullptr || (text == nullptr && length != 0))
         return missingArgument();
-    ZStanzaDialect_6_0 found;
-    *dialect =
-        ZStanzaDialect_6_0::recognised(file, text, length, found) != 0 ? found.name() : nullptr;
-    return zpropOk;
+    char const* found = nullptr;
+    int const code = codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
+        found = zdialects::recognise(file, {text, length});
+    });
+    if (code == zpropOk)
+        *dialect = found;
+    return code;
 }

@@ -120,6 +120,8 @@ class Opening(PackageTest):
 
     def test_names_of_files_imply_dialects(self) -> None:
         self.assertEqual("python", zf.recognise("setup.cfg"))
+        self.assertEqual("python,trailing=semicolon,trailingNeeds=blankBefore",
+                         zf.recognise("/etc/fail2ban/jail.local"))
         self.assertIsInstance(zf.recognise("setup.cfg"), zf.Dialect)
         self.assertIsNone(zf.recognise("app.conf"))
         self.assertEqual("desktop", zf.recognise("a.service", "[D-BUS Service]\n"))

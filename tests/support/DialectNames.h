@@ -20,6 +20,7 @@ struct DialectName {
     char const* pattern;
     char const* dialect;
     char const* firstHeader = "";  // if not empty, the first header must be this one
+    char const* variation = "";    // switches that differ from the dialect
 };
 
 inline constexpr DialectName kDialectNames[] = {
@@ -112,6 +113,8 @@ inline constexpr DialectName kDialectNames[] = {
     {"*/.pypirc", "python"},
     {"*/pip.conf", "python"},
     {"*-info/entry_points.txt", "python"},
+    {"*/fail2ban/*.conf", "python", "", ",trailing=;,trailingNeeds=blankBefore"},
+    {"*/fail2ban/*.local", "python", "", ",trailing=;,trailingNeeds=blankBefore"},
     {"*/supervisord.conf", "python-inline"},
     {"*/supervisor/*.conf", "python-inline"},
     {"*/qt.conf", "qt"},

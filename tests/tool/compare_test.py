@@ -117,6 +117,10 @@ DIALECT_DIFF = [
 DIALECTS = rows(
     "dialects",
     (["setup.cfg"], b"python: by the name of the file\n", DONE),
+    (["/x/fail2ban/jail.local"],
+     b"python,trailing=semicolon,trailingNeeds=blankBefore: by the name of the file\n", DONE),
+    (["x", "--dialect", "git,marks=#,top=refused,quotes="],
+     b"git,marks=hash,top=refused,quotes=none: by --dialect\n", DONE),
     (["--format=json", "x.conf"],
      b'{"file": "x.conf", "dialect": "stanza", "text": '
      b'"the default, because the name of the file implies no other dialect"}\n', DONE),

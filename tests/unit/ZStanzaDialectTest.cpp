@@ -375,6 +375,10 @@ TEST(ZStanzaDialect, RecognisesEachNameByEveryPathToIt)
         std::string const expected = recognised(file, name.firstHeader);
         EXPECT_EQ(name.dialect, expected) << file;
         for (fs::path const& from : {root, file.parent_path(), file.parent_path() / "x"}) {
+        Dialect found;
+        Dialect::recognised(file.c_str(), name.firstHeader, strlen(name.firstHeader), found);
+        EXPECT_EQ(valuesOf(named(std::string(name.dialect) + name.variation)), valuesOf(found))
+            << file;
             fs::current_path(from);
             std::string const relative = file.lexically_relative(from);
             for (std::string const& path : {relative, "./" + relative, ".//x/../" + relative}) {

@@ -45,6 +45,8 @@ TEST(ZPropertiesCDialects, NamesOfFilesImplyDialects)
 {
     EXPECT_EQ("python", recognised("/somewhere/setup.cfg"));
     EXPECT_EQ("git", recognised(".gitmodules"));
+    EXPECT_EQ("python,trailing=semicolon,trailingNeeds=blankBefore",
+              recognised("/etc/fail2ban/jail.conf"));
     EXPECT_EQ("(null)", recognised("app.conf"));
     EXPECT_EQ("systemd", recognised("a.service", "[Unit]\n"));
     EXPECT_EQ("desktop", recognised("a.service", "[D-BUS Service]\n"));

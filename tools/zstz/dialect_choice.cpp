@@ -1,5 +1,7 @@
 #include "dialect_choice.h"
 
+#include <Z/ZStanzaDialect_p.h>
+#include <Z/dialects/table.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -88,6 +90,12 @@ ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path
     return dialect;
 }
 
+std::string spell(ZStanzaDialect_6_0 const& dialect)
+{
+    return zdialects::spellDialect(*zdialects::findRow(dialect.name()),
+                                   zdialects::switchesOf(dialect));
+}
+
 ZStanzaDialect_6_0 chooseTemplateDialect(Request const& request,
                                          ZStanzaDialect_6_0 const& fileDialect)
 {
@@ -99,16 +107,16 @@ void addSuggestion(std::string const& path, std::string const& contents,
                    ZStanzaDialect_6_0 const& dialect, std::string& report)
 {
     ZStanzaDialect_6_0 implied;
-    bool const isImplied = recognise(path, contents, implied) &&
-                           strcmp(implied.name(), dialect.name()) != 0 &&
+    bool const isImplied = recognise(path, contents, implied) && spell(implied) != spell(dialect) &&
                            !hasErrors(Problems::ofText(contents, implied));
     bool const isStanza = strcmp(dialect.name(), "stanza") == 0;
-    char const* const name = isImplied ? implied.name()
-                             : isStanza
-                                 ? ZStanzaDialect_6_0::readsAs(contents.data(), contents.size())
-                                 : nullptr;
-    if (name != nullptr)
-        report += std::string("; reads as ") + name + "; say --dialect " + name;
+    char const* const suggested =
+        isStanza && !isImplied ? ZStanzaDialect_6_0::readsAs(contents.data(), contents.size())
+                               : nullptr;
+    if (isImplied || suggested != nullptr) {
+        std::string const name = isImplied ? spell(implied) : suggested;
+        report += "; reads as " + name + "; say --dialect " + name;
+    }
 }
 
 void resolveNames(Request& request)

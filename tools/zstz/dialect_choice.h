@@ -16,6 +16,9 @@ ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path
                                  char const** reason = nullptr,
                                  std::string const* contents = nullptr);
 
+/// Returns the name of a dialect with the switches that differ from it, as --dialect takes them.
+std::string spell(ZStanzaDialect_6_0 const& dialect);
+
 /// Returns the dialect of the template of a request, which is the dialect of the checked file
 /// unless the request or the name of the template determines another.
 ZStanzaDialect_6_0 chooseTemplateDialect(Request const& request,

@@ -11,7 +11,7 @@ int runDialects(Request const& request)
 {
     if (!request.file.empty()) {
         char const* reason = nullptr;
-        std::string const name = chooseDialect(request, request.file, &reason).name();
+        std::string const name = spell(chooseDialect(request, request.file, &reason));
         if (request.format == "json")
             printLine(request, "{\"file\": " + toJson(request.file) + ", \"dialect\": " +
                                    toJson(name) + ", \"text\": " + toJson(reason) + '}');

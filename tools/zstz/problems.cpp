@@ -167,7 +167,7 @@ public:
         ZStanzaDialect_6_0 const dialect = chooseTemplateDialect(request_, fileDialect);
         if (!text_)
             text_ = readText(request_.templateFile, request_.wait);
-        auto& schema = schemas_[dialect.name()];
+        auto& schema = schemas_[spell(dialect)];
         if (schema == nullptr)
             schema =
                 std::make_unique<Template>(parseTemplate(request_.templateFile, *text_, dialect));

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <string>
 
+#include "table.h"
+
 namespace zdialects {
 
 namespace {
@@ -15,7 +17,11 @@ struct NameRule {
     std::string_view pattern;
     RowIndex row;
     std::string_view firstHead = {};  // if not empty, the first header must be this
+    char const* variation = nullptr;  // the dialect with its switches, if some differ from the row
 };
+
+// Comments after values start with a semicolon alone.
+constexpr char kPythonSemicolon[] = "python,trailing=semicolon,trailingNeeds=blankBefore";
 
 constexpr NameRule kNames[] = {
     {"*.service", rowDesktop, "[D-BUS Service]"},
@@ -107,6 +113,8 @@ constexpr NameRule kNames[] = {
     {"*/.pypirc", rowPython},
     {"*/pip.conf", rowPython},
     {"*-info/entry_points.txt", rowPython},
+    {"*/fail2ban/*.conf", rowPython, {}, kPythonSemicolon},
+    {"*/fail2ban/*.local", rowPython, {}, kPythonSemicolon},
     {"*/supervisord.conf", rowPythonInline},
     {"*/supervisor/*.conf", rowPythonInline},
     {"*/qt.conf", rowQt},
@@ -215,7 +223,7 @@ std::string_view firstHeadOf(std::string_view text)
 
 }  // namespace
 
-Row const* recognise(std::string_view path, std::string_view text)
+char const* recognise(std::string_view path, std::string_view text)
 {
     if (path.empty() || path.ends_with('/'))
         return nullptr;  // no file
@@ -225,7 +233,7 @@ Row const* recognise(std::string_view path, std::string_view text)
         for (NameRule const& rule : kNames)
             if (matches(rule.pattern, original) &&
                 (rule.firstHead.empty() || firstHeadOf(text) == rule.firstHead))
-                return &rowAt(rule.row);
+                return rule.variation != nullptr ? rule.variation : rowAt(rule.row).name;
     } while (removeCopyEnding(original));
     return nullptr;
 }

@@ -425,3 +425,29 @@ bool applyVariations(std::string_view text, Switches& switches)
 }
 
 }  // namespace zdialects
+std::string spellDialect(Row const& row, Switches const& switches)
+{
+    auto const before = std::bit_cast<Bytes>(row.switches);
+    auto const now = std::bit_cast<Bytes>(switches);
+    std::string spelled = row.name;
+    for (size_t i = 0; i < now.size(); ++i) {
+        if (now[i] == before[i])
+            continue;
+        Form const& form = kForms[i];
+        spelled += ',';
+        spelled += form.name;
+        spelled += '=';
+        std::string_view words = form.words;
+        std::string value;
+        for (int index = 0; !words.empty(); ++index) {
+            std::string_view const word = takeUntil(' ', words);
+            if (form.isSet ? (now[i] >> index & 1) == 0 : now[i] != index)
+                continue;
+            value += value.empty() ? "" : "+";
+            value += word;
+        }
+        spelled += value.empty() ? "none" : value;
+    }
+    return spelled;
+}
+

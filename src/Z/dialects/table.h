@@ -1,6 +1,7 @@
 // table: the dialects by name, their switches, and the values that a switch can have.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "switches.h"
@@ -51,5 +52,9 @@ bool isVariation(Switches const& original, Switches const& varied);
 /// set is a sequence of characters such as "#;" or words with "+" between them. Returns false,
 /// with `switches` unchanged, if the text has no meaning or the result is no variation.
 bool applyVariations(std::string_view text, Switches& switches);
+
+/// Returns the name of a row, and the variations of the row that give `switches`, in words. This is
+/// a name for ZStanzaDialect_6_0::named().
+std::string spellDialect(Row const& row, Switches const& switches);
 
 }  // namespace zdialects
