@@ -97,8 +97,10 @@
 ///     zDialectBlankRuns        a run of whitespace in a value: 0 kept; 1 first: it reads as its
 ///                              first character, with zDialectQuoting 0 and without join 16
 ///     zDialectPaths            keys that are paths: 0 none; 1 dotsOrSlashes: "a/b.c" is "a.b/c":
-///     in
-///                              a key whose first separator is a slash, both are exchanged
+///                              in a key whose first separator is a slash, both are exchanged
+///     zDialectJoinedHeads      joined stanzas of a name that programs of the format may read:
+///                              0 all; 1 last; 2 first. findProblems() notes each header that
+///                              repeats a name, with 1 and 2
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -137,7 +139,8 @@ enum ZStanzaSwitch : int {
     zDialectNotPlainMore,
     zDialectNonAscii,
     zDialectBlankRuns,
-    zDialectPaths
+    zDialectPaths,
+    zDialectJoinedHeads
 };
 
 /// A dialect: a name and 64 bytes of switches.

@@ -71,7 +71,13 @@ public:
         quotedInPart = 35,       // note: a value with quotes that are not around all of it
 
         // In files of other dialects.
-        loneReturn = 36,  // error: a carriage return without a newline after it (zDialectReturns)
+        loneReturn = 36,      // error: a carriage return without a newline after it
+                              // (zDialectReturns)
+        repeatedHeader = 37,  // note: a header that is repeated; programs may read only the first
+                              // or the last of the stanzas (zDialectJoinedHeads)
+
+        // In a stanza file.
+        looksContinued = 38  // note: a key that is indented below another key
     };
 
     /// Creates a record.

@@ -58,6 +58,7 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.nonAscii = static_cast<zdialects::NonAscii>(rules.nonAscii);
     s.blankRuns = static_cast<zdialects::BlankRuns>(rules.blankRuns);
     s.paths = static_cast<zdialects::Paths>(rules.paths);
+    s.joinedHeads = static_cast<zdialects::JoinedHeads>(rules.joinedHeads);
     return s;
 }
 
@@ -103,6 +104,7 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.nonAscii = static_cast<NonAscii>(s.nonAscii);
     rules.blankRuns = static_cast<BlankRuns>(s.blankRuns);
     rules.paths = static_cast<Paths>(s.paths);
+    rules.joinedHeads = static_cast<JoinedHeads>(s.joinedHeads);
     return rules;
 }
 

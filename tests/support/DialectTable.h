@@ -167,6 +167,9 @@ enum class BlankRuns { kept, first };
 // Keys that are paths: "a/b.c" is "a.b/c", or not.
 enum class Paths { none, dotsOrSlashes };
 
+// The joined stanzas of a name that programs may read.
+enum class JoinedHeads { all, last, first };
+
 struct Switches {
     unsigned marks = hash;
     unsigned trailing = noMark;
@@ -206,6 +209,7 @@ struct Switches {
     NonAscii nonAscii = NonAscii::bytes;
     BlankRuns blankRuns = BlankRuns::kept;
     Paths paths = Paths::none;
+    JoinedHeads joinedHeads = JoinedHeads::all;
 };
 
 struct Dialect {
@@ -301,6 +305,7 @@ inline constexpr Switches kPhp = {
     .refusals = phpSyntax,
     .lone = Returns::lineEnd,
     .newStanzas = NewStanzas::php,
+    .joinedHeads = JoinedHeads::last,
 };
 
 // Names of stanzas are folded, but their spaces are kept; only keys drop them. Any line continues,
@@ -435,6 +440,7 @@ constexpr Switches windows()
     rules.foldKeys = true;
     rules.repeatedKey = RepeatedKey::first;
     rules.separatorStyle = SeparatorStyle::tightEquals;
+    rules.joinedHeads = JoinedHeads::first;
     return rules;
 }
 

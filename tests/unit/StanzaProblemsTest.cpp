@@ -107,6 +107,9 @@ std::string const kDropped =
     "a value\n";
 std::string const kMoved =
     " has values in other lines, and storing moves this line up to them; move it there\n";
+std::string const kContinued =
+    " looks like a continuation of the line above, but is a key of its own; remove the "
+    "indentation, or write one line\n";
 std::string const kLong =
     "the line exceeds 8190 bytes and would be split; shorten it or use a line per value\n";
 std::string const kZero =
@@ -181,6 +184,23 @@ TEST_F(StanzaProblems, EachProblemHasPlaceAndRemedy)
         {"carriage returns alone", "[a]\rk = v\r\n",
          "1:5: note: the text after \"]\" is ignored, and storing drops it; remove it, or make it "
          "a comment line\n"},
+        {"an indented key below a key", "[a]\nk = v,\n  w = x\n",
+         "3:1: note: " + kSpacing + "3:3: note: key \"w\"" + kContinued},
+        {"indented keys below a key", "[a]\n k = v,\n  w = x\n  y = z\n l = 1\n\tm = 1\n",
+         "2:1: note: storing changes the whitespace of 5 lines, this one first; write \"key = "
+         "value\" and \"[stanza]\" without indentation\n"
+         "3:3: note: key \"w\"" +
+             kContinued + "4:3: note: key \"y\"" + kContinued},
+        {"indented keys", "[a]\n  k = v\n  l = v\n k = v\n# c\n  m = v\n\n   n = v\n",
+         "2:1: note: storing changes the whitespace of 5 lines, this one first; write \"key = "
+         "value\" and \"[stanza]\" without indentation\n"
+         "4:2: note: key \"k\"" +
+             kMoved},
+        {"an indented line without a separator", "[a]\nk = v,\n  w\n  x = y\n",
+         "3:3: \"w\": neither a stanza header, a comment nor KEY = VALUE; add \"=\", or \"#\" at "
+         "the "
+         "start\n4:1: note: " +
+             kSpacing},
         {"whitespace", "[a]\nk=v\n", "2:2: note: " + kSpacing},
         {"whitespace of several lines", "# c \n [a]\nk =  v\nl = w\n  # d\n",
          "1:4: note: storing changes the whitespace of 4 lines, this one first; write \"key = "

@@ -168,6 +168,9 @@ enum class BlankRuns : uint8_t { kept, first };
 // compared as dots, and dots as slashes.
 enum class Paths : uint8_t { none, dotsOrSlashes };
 
+// The joined stanzas of a name that programs of the format may read.
+enum class JoinedHeads : uint8_t { all, last, first };
+
 struct Switches {
     uint8_t marks = markHash;
     uint8_t trailing = 0;
@@ -207,13 +210,14 @@ struct Switches {
     NonAscii nonAscii = NonAscii::bytes;
     BlankRuns blankRuns = BlankRuns::kept;
     Paths paths = Paths::none;
+    JoinedHeads joinedHeads = JoinedHeads::all;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 38;
+constexpr int kSwitchCount = 39;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

@@ -66,6 +66,7 @@ constexpr Switches windows()
     switches.foldKeys = true;
     switches.repeatedKey = RepeatedKey::first;
     switches.separatorStyle = SeparatorStyle::tightEquals;
+    switches.joinedHeads = JoinedHeads::first;
     return switches;
 }
 
@@ -125,6 +126,7 @@ constexpr Row kRows[] = {
          .refusals = refusalPhp,
          .returns = Returns::lineEnd,
          .newStanzas = NewStanzas::php,
+         .joinedHeads = JoinedHeads::last,
      }},
     {"samba",
      {
@@ -287,6 +289,7 @@ constexpr Form kForms[] = {
     {"nonAscii", false, "bytes escaped"},
     {"blankRuns", false, "kept first"},
     {"paths", false, "none dotsOrSlashes"},
+    {"joinedHeads", false, "all last first"},
 };
 static_assert(std::size(kForms) == kSwitchCount);
 
@@ -424,7 +427,6 @@ bool applyVariations(std::string_view text, Switches& switches)
     return true;
 }
 
-}  // namespace zdialects
 std::string spellDialect(Row const& row, Switches const& switches)
 {
     auto const before = std::bit_cast<Bytes>(row.switches);
@@ -451,3 +453,4 @@ std::string spellDialect(Row const& row, Switches const& switches)
     return spelled;
 }
 
+}  // namespace zdialects

@@ -48,6 +48,8 @@ constexpr Row kRows[] = {
      "# lines have CR LF at their ends, this one first, and storing writes LF",
      "convert the line endings"},
     {missingNewline, "the last line has no newline, and storing adds it", nullptr, "add it"},
+    {looksContinued, "key @ looks like a continuation of the line above, but is a key of its own",
+     nullptr, "remove the indentation, or write one line"},
     {reservedEntry, "storing changes this entry: the companion file $", nullptr,
      "store the file once to correct the entry"},
     {omitted, "one more problem is not listed", "# more problems are not listed",
@@ -82,6 +84,8 @@ constexpr Row kRows[] = {
      "join it with the earlier one", true},
     {quotedInPart, "programs that read this format drop the quotes within the value", nullptr,
      "write quotes around the whole value", true},
+    {repeatedHeader, "programs may read only the ^ of the stanzas with this name", nullptr,
+     "join it with the earlier one", true},
 };
 
 Row const& rowOf(Cause cause, bool isForeign)

@@ -45,7 +45,9 @@ enum Cause : int {
     refusedLine = 33,
     refusedRepetition = 34,
     quotedInPart = 35,
-    loneReturn = 36
+    loneReturn = 36,
+    repeatedHeader = 37,
+    looksContinued = 38
 };
 
 // Line and column, counted from 1.
@@ -63,7 +65,7 @@ struct Complaint {
     std::string_view stanza = {};  // borrowed, as the key
     std::string_view key = {};
     bool isForeign = false;   // in a file of another dialect
-    char const* reason = "";  // for passedOver, refusedLine and refusedRepetition
+    char const* reason = "";  // replaces "^" in the message
 
     /// Returns whether a load refuses the file because of it.
     bool refusesLoad() const { return isError && (cause < unknownStanza || cause == loneReturn); }

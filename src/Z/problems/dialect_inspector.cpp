@@ -215,6 +215,8 @@ std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
                     stanza = headers[known - 1] + 1;
                     if (refuses(zdialects::refusalRepeatedHeads) && name != kDefaults)
                         repetitions[i] = Repetition::refused;
+                    else if (dialect_.switches().joinedHeads != zdialects::JoinedHeads::all)
+                        repetitions[i] = Repetition::repeatedHeader;
                 } else {
                     headers.push_back(i);
                     headerIndex.add(hash, static_cast<zcache::Id>(headers.size()));
@@ -257,7 +259,8 @@ std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
 void DialectInspector::addRepetition(Line const& line, Repetition repetition)
 {
     bool const isRefused = repetition == Repetition::refused;
-    Cause const cause = isRefused ? refusedRepetition : shadowed;
+    bool const isHeader = repetition == Repetition::repeatedHeader;
+    Cause const cause = isRefused ? refusedRepetition : isHeader ? repeatedHeader : shadowed;
     size_t const at =
         line.isKey() ? line.nameBegin() : dialect_.characters().afterBlanks(text_, line.begin);
     Complaint complaint{placeAt(at), cause, isRefused, {}};
@@ -266,20 +269,23 @@ void DialectInspector::addRepetition(Line const& line, Repetition repetition)
         std::string space;
         if (line.isKey())
             complaint.key = own(dialect_.writtenKey(text_, line, space), space);
-        complaint.detail = isRefused ? lineAt(begin_) : complaint.key;
-        complaint.reason = line.isKey() ? "the key is repeated" : "the header is repeated";
+        complaint.detail = isRefused || isHeader ? lineAt(begin_) : complaint.key;
+        bool const readsLast = dialect_.switches().joinedHeads == zdialects::JoinedHeads::last;
+        complaint.reason = isHeader       ? (readsLast ? "last" : "first")
+                           : line.isKey() ? "the key is repeated"
+                                          : "the header is repeated";
         complaint.stanza = stanzaName();
     }
     complaints_.add(complaint);
 }
 
-// Records the lines of a key that are ignored because of another line of the key, and the lines
-// that are refused because they repeat a header or a key.
+// Records the lines of a key that are ignored because of another line of the key, the lines that
+// are refused because they repeat a header or a key, and headers of which programs may read one.
 void DialectInspector::findRepetitions()
 {
     if (dialect_.switches().repeatedKey == zdialects::RepeatedKey::values &&
-        !dialect_.hasResets() && !refuses(zdialects::refusalRepeatedHeads) &&
-        !refuses(zdialects::refusalRepeatedKeys))
+        dialect_.switches().joinedHeads == zdialects::JoinedHeads::all && !dialect_.hasResets() &&
+        !refuses(zdialects::refusalRepeatedHeads) && !refuses(zdialects::refusalRepeatedKeys))
         return;
     std::vector<uint32_t> firstOf;
     std::vector<Repetition> const repetitions = markRepetitions(firstOf);

@@ -34,7 +34,7 @@ public:
     std::vector<Complaint> const& complaints() { return complaints_.finish(); }
 
 private:
-    enum class Repetition : uint8_t { none, shadowed, refused };
+    enum class Repetition : uint8_t { none, shadowed, refused, repeatedHeader };
 
     void found(zdialects::Finding const& finding) override;
     void findRepetitions();

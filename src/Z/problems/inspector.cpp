@@ -221,7 +221,7 @@ void Inspector::compare(Write write)
 void Inspector::refuse(std::string_view line, size_t index)
 {
     size_t const offset = offsetOf(line.data()) + index;
-    previousKey_ = 0;
+    leaveKey();
     if (line.starts_with('[')) {
         refuse(unclosedHeader, offset);
         enterStanza(own(line.substr(1)));
@@ -238,7 +238,7 @@ void Inspector::addHeader(std::string_view parsed, int, int)
 {
     std::string_view const name = own(parsed);
     size_t const offset = offsetOf(parsed.data());
-    previousKey_ = 0;
+    leaveKey();
     if (!enterStanza(name))
         refuse(duplicateStanza, offset);
     size_t const bracket = offset + name.size() - offset_;
@@ -252,13 +252,13 @@ void Inspector::addHeader(std::string_view parsed, int, int)
 void Inspector::addComment(std::string_view parsed)
 {
     std::string_view const comment = own(parsed);
-    previousKey_ = 0;
+    leaveKey();
     compare([comment](zstanza::TextBuffer& text) { zstanza::writeLine(comment, text); });
 }
 
 void Inspector::addBlank()
 {
-    previousKey_ = 0;
+    leaveKey();
     compare([](zstanza::TextBuffer& text) { zstanza::writeLine("", text); });
 }
 
@@ -277,6 +277,7 @@ void Inspector::addKey(std::string_view parsedName, std::string_view parsedValue
         noteKey(movedLine, place, key);
     if (!isDropped)
         previousKey_ = id;
+    noteContinuation(place, offsetOf(parsedName.data()) - offset_, key);
     if (!value.empty()) {
         if (key.empty.line != 0)
             noteKey(droppedLine, key.empty, key);
@@ -293,6 +294,24 @@ void Inspector::addKey(std::string_view parsedName, std::string_view parsedValue
         else
             zstanza::writeValue(name, value, text);
     });
+}
+
+// Notes a key that is indented more than the keys above it. Other formats have continuations there.
+void Inspector::noteContinuation(Place place, size_t indent, Key const& key)
+{
+    if (isPart_ || hasZero_ || hasError_)
+        keyIndent_ = kNoKeyAbove;
+    else if (indent > keyIndent_)
+        noteKey(looksContinued, place, key);
+    else
+        keyIndent_ = indent;
+}
+
+// The line is no key line.
+void Inspector::leaveKey()
+{
+    previousKey_ = 0;
+    keyIndent_ = kNoKeyAbove;
 }
 
 // ---- Names -----------------------------------------------------------------------------------

@@ -84,6 +84,8 @@ private:
     void refuse(Cause cause, size_t offset);
     void addNote(Cause cause, Place place);
     void noteKey(Cause cause, Place place, Key const& key);
+    void noteContinuation(Place place, size_t indent, Key const& key);
+    void leaveKey();
     void countLine(Lines& lines, size_t offset);
     template <class Write>
     void compare(Write write);
@@ -122,6 +124,8 @@ private:
 
     zcache::Id stanza_ = 0;       // the current stanza
     zcache::Id previousKey_ = 0;  // of the line above; 0 if it is no key line
+    static constexpr size_t kNoKeyAbove = SIZE_MAX;
+    size_t keyIndent_ = kNoKeyAbove;  // of the key line above that looks like no continuation
     bool isReserved_ = false;
     std::vector<std::string_view> stanzas_;  // the stanza with id 1 is the first
     std::vector<Key> keys_;
