@@ -32,8 +32,8 @@
 ///     zDialectRepeatedHead     0 refused; 1 joined; 2 separate: each is a stanza of its own
 ///     zDialectSeparators       1 equals "="; 2 colon ":"; 4 tight: no space next to a separator
 ///     zDialectKeyAlone         a line without a separator or without a key: 0 refused;
-///                              1 passedOver; 2 passedOverOrNoName: refused without a key; 3
-///                              option: a key without values
+///                              1 passedOver; 2 passedOverOrNoName: refused without a key;
+///                              3 option: a key without values
 ///     zDialectJoin             lines that continue: 1 asBlank: after a backslash, read as a space;
 ///                              2 asNothing: after a backslash, read as nothing; 4 insideValue: as
 ///                              2, in values alone; 8 openQuote; 16 indented
@@ -62,22 +62,26 @@
 ///     zDialectIndentStyle      in new lines: 0 none; 1 tab
 ///     zDialectNotPlain         values that would read back plainly, but that programs of the
 ///                              format read as something else; they are written with escapes or
-///                              quotes,
-///                              or refused: 1 returns; 2 tabs; 4 controls: vertical tabs and form
-///                              feeds at an end; 8 unicode: spaces of Unicode at an end;
+///                              quotes, or refused: 1 returns; 2 tabs; 4 controls: vertical tabs
+///                              and form feeds at an end; 8 unicode: spaces of Unicode at an end;
 ///                              16 backslashes; 32 commas; 64 shell: all but letters, digits and
 ///                              "_./:,+@%=-"; 128 constants: operators and words of PHP, unless a
 ///                              constant replaces a constant
-///     zDialectNewKeys          names of new keys: 0 any; 1 shell: variables; 2 php: no operators
-///                              and words of PHP. zDialectNotPlain excludes names with carriage
-///                              returns, and with spaces at an end, if names are plain
+///     zDialectNewKeys          names that a setter can give to a key; a key of the file can have
+///                              any: 0 any; 1 shell: letters, digits and "_", no digit first;
+///                              2 php: no tab and none of !"$&();=^{|}~, "[" only as an index at
+///                              the end, and before it no word such as "null". Bits of
+///                              zDialectNotPlain exclude carriage returns and spaces at an end, if
+///                              names are plain; zDialectRefusals 8 excludes invalid UTF-8
 ///     zDialectCommentStyle     mark of new comments, if both are marks: 0 hash; 1 semicolon
 ///     zDialectLineLimit        length of written lines: 0 mebibyte; 1 bytes4094
 ///     zDialectRefusals         lines that load() accepts, although programs of the format refuse
 ///                              the whole file because of them; findProblems() lists them as
-///                              errors: 1 repeatedHeads, except [DEFAULT]; 2 repeatedKeys; 4
-///                              passedOver: lines that the dialect passes over; 8 notUtf8: all
-///                              lines but comments; 16 php: what PHP cannot parse
+///                              errors: 1 repeatedHeads: headers of a stanza above, except
+///                              [DEFAULT]; 2 repeatedKeys: further lines of a key in its stanza;
+///                              4 passedOver: lines that the dialect passes over, except
+///                              directives; 8 notUtf8: invalid UTF-8 outside comments, which
+///                              setters refuse; 16 php: lines that PHP cannot parse
 ///     zDialectNames            0 plain; 1 percent: "%20" and "%U20AC" are characters in names, and
 ///                              a backslash is "/"; 2 escaped: "\n" and "\x5b" are characters;
 ///                              not in headers with zDialectHeads 4
@@ -85,15 +89,17 @@
 ///                              refused except in quotes, since programs of the format end the line
 ///                              there. A file that has carriage returns, but no newline, is refused
 ///                              in either case
-///     zDialectNewStanzas       names of new stanzas: 0 any; 1 php: without quotes, ";" and
-///                              "${"; 2 trimmed: without spaces at the end
+///     zDialectNewStanzas       names that a setter can give to a stanza; a stanza of the file can
+///                              have any: 0 any; 1 php: no quotes, carriage returns, ";" and "${",
+///                              and no backslash or "$" that would belong to the bracket after the
+///                              name; 2 trimmed: no spaces at the end. zDialectRefusals 8 excludes
+///                              invalid UTF-8
 ///     zDialectNotPlainMore     as zDialectNotPlain: 1 latinSpace: the byte A0 at an end;
 ///                              2 lineSeparators: vertical tabs, form feeds and line separators of
 ///                              Unicode anywhere
 ///     zDialectNonAscii         characters beyond ASCII in values that are written: 0 bytes: as
-///     they
-///                              are; 1 escaped: as "\xe9", with zDialectEscapes 5. A value that is
-///                              not UTF-8 is written as it is
+///                              they are; 1 escaped: as "\xe9", with zDialectEscapes 5. A value
+///                              that is not UTF-8 is written as it is
 ///     zDialectBlankRuns        a run of whitespace in a value: 0 kept; 1 first: it reads as its
 ///                              first character, with zDialectQuoting 0 and without join 16
 ///     zDialectPaths            keys that are paths: 0 none; 1 dotsOrSlashes: "a/b.c" is "a.b/c":
