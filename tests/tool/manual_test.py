@@ -28,6 +28,24 @@ class ManualTest(tool.ToolTest):
     def test_the_page_of_dialects_is_that_of_the_document(self):
         subprocess.run([sys.executable, ROOT / "tools/dev/dialects_page.py", "--check"], check=True)
 
+    def test_the_page_of_dialects_spells_text_as_the_document_does(self):
+        sys.path.insert(0, str(ROOT / "tools/dev"))
+        import dialects_page  # pylint: disable=import-outside-toplevel,import-error
+        for text, expected in (
+                ("a  b", "a b"), ("it's **x** - y", r"it's x \- y"),
+                ("`/tmp/a  b` is `a b`", r"\fB/tmp/a\ \ b\fR is \fBa b\fR"),
+                ("`` ` `` and ` a`", r"\fB\(ga\fR and \fB\ a\fR"),
+                ("<code>! &#124; ~ &amp; '</code>", r"\fB! | \(ti & \(aq\fR"),
+                (r"`\${` &lt;", r"\fB\e${\fR <"), ("[a `b`](c.md)", r"a \fBb\fR")):
+            with self.subTest(text=text):
+                self.assertEqual(expected, dialects_page.inline(text))
+        self.assertEqual([["h", "g"], ["`a|b`", "c"]],
+                         dialects_page.rows_of(["| h | g |", "|---|---|", r"| `a\|b` | c |"]))
+        self.assertEqual(r"\&.TH \(aqa\(aq \- \e", dialects_page.verbatim(".TH 'a' - \\"))
+        tables = [[["Dialect", "A; b"], ["`x`", "1; 2"], ["`y`", "3"], ["all but `y`", "4; 5"]]]
+        self.assertEqual([".SH DIALECTS", ".TP", r"\fBx\fR", "A: 1; 4.", ".br", "B: 2; 5.",
+                          ".TP", r"\fBy\fR", "A; b: 3."], dialects_page.describe(tables))
+
     def test_the_page_of_dialects_has_an_entry_for_each_dialect(self):
         text = words_of("zstz-dialects.5")
         for name in self.run_tool("dialects").stdout.split():

@@ -5,6 +5,7 @@ usage: dialects_page.py [--check]
 
 With --check, changes nothing, and fails if the page differs from the document.
 """
+import html
 import pathlib
 import re
 import sys
@@ -24,18 +25,37 @@ END = '''.SH SEE ALSO
 '''
 
 
-def inline(text):
-    """Returns text with the escapes of roff, and code in bold."""
-    def escape(part):
-        return part.replace("\\", "\\e").replace("-", "\\-")
+# Characters that roff would typeset as others.
+PLAIN = {"\\": "\\e", "-": "\\-", "'": "\\(aq", "`": "\\(ga", "^": "\\(ha", "~": "\\(ti"}
 
-    parts = re.split(r"(`+)(.+?)\1", text)
-    out = ""
-    for index in range(0, len(parts), 3):
-        out += escape(re.sub(r"\[([^\]]+)\]\([^)]*\)", r"\1", parts[index]).replace("**", ""))
-        if index + 2 < len(parts):
-            out += "\\fB" + escape(parts[index + 2].strip()) + "\\fR"
-    return out
+
+def prose(text):
+    """Returns text outside code with the escapes of roff."""
+    text = html.unescape(re.sub(r"\[([^\]]+)\]\([^)]*\)", r"\1", text).replace("**", ""))
+    return re.sub(r"\s+", " ", text).replace("\\", "\\e").replace("-", "\\-")
+
+
+def code(text):
+    """Returns code in bold.."""
+    plain = "".join(PLAIN.get(character, character) for character in text)
+    return "\\fB" + re.sub(r"^ | $| (?= )|(?<= ) ", r"\\ ", plain) + "\\fR"
+
+
+def inline(text):
+    """Returns text of Markdown with the escapes of roff."""
+    spans = []
+
+    def take(span):
+        quoted = span[2]
+        if quoted is None:
+            quoted = html.unescape(span[3])
+        elif quoted[0] == quoted[-1] == " " and quoted.strip():
+            quoted = quoted[1:-1]  # they only separate a backquote from the quotes
+        spans.append(code(quoted))
+        return "\0"
+
+    text = re.sub(r"(?<!`)(`+)(?!`)(.+?)(?<!`)\1(?!`)|<code>(.*?)</code>", take, text)
+    return re.sub("\0", lambda _: spans.pop(0), prose(text))
 
 
 def line(text):
@@ -44,9 +64,15 @@ def line(text):
     return "\\&" + text if text.startswith((".", "'")) else text
 
 
+def verbatim(text):
+    """Returns a line of code that roff takes for no request."""
+    return "\\&" + "".join(PLAIN.get(character, character) for character in text)
+
+
 def rows_of(block):
-    """Returns the cells of each row of a table."""
-    rows = [[cell.strip() for cell in re.split(r"(?<!\\)\|", row)[1:-1]] for row in block]
+    """Returns the cells of each row of a table, in which "\\|" is a character."""
+    rows = [[cell.strip().replace("\\|", "|") for cell in re.split(r"(?<!\\)\|", row)[1:-1]]
+            for row in block]
     return [rows[0], *rows[2:]]
 
 
@@ -68,15 +94,18 @@ def describe(tables):
     entries = {}
     for header, *rows in tables:
         for cells in rows:
-            for name in dialects_of(cells[0]):
-                entries.setdefault(name, []).extend(
-                    f"{title}: {cell}." for column in zip(header[1:], cells[1:])
-                    for title, cell in parts_of(*column))
+            names = dialects_of(cells[0])
+            if cells[0].startswith("all but "):
+                names = [name for name in entries if name not in names]
+            for name in names:
+                for column in zip(header[1:], cells[1:]):
+                    for title, cell in parts_of(*column):
+                        entries.setdefault(name, {}).setdefault(title, []).append(cell)
     out = [".SH DIALECTS"]
     for name, sentences in entries.items():
-        out += [".TP", "\\fB" + inline(name) + "\\fR"]
-        for index, sentence in enumerate(sentences):
-            out += [".br"] * (index > 0) + [line(sentence)]
+        out += [".TP", code(name)]
+        for index, (title, cells) in enumerate(sentences.items()):
+            out += [".br"] * (index > 0) + [line(f"{title}: {'; '.join(cells)}.")]
     return out
 
 
@@ -97,13 +126,16 @@ def page():
     for kind, lines in blocks_of(section):
         if kind == "table":
             tables.append(rows_of(lines))
+            if rest and rest[-1].endswith(":"):
+                title = inline(tables[-1][0][1])
+                rest[-1] = f"{rest[-1][:-1]}. Each dialect above lists its own under \\(lq{title}\\(rq."
         elif kind == "heading":
             rest += [".SH " + inline(lines[0].lstrip("# ").upper())]
         elif kind == "list":
             for item in re.split(r"\n- ", "\n" + "\n".join(lines))[1:]:
-                rest += [".IP \\(bu 2", line(" ".join(item.split()))]
+                rest += [".IP \\(bu 2", line(" ".join(part.strip() for part in item.split("\n")))]
         elif kind == "code":
-            rest += [".PP", ".nf", *(line("    " + code) for code in lines[1:-1]), ".fi"]
+            rest += [".PP", ".nf", *(verbatim("    " + row) for row in lines[1:-1]), ".fi"]
         elif lines != ["Names and repeated keys:"]:
             text = re.sub(r"; the manual page .*?\.py`", "", " ".join(lines))
             rest += [".PP", line(text.replace("the table below gives", "the lists below give"))]
