@@ -15,6 +15,7 @@ from typing import Any
 
 from . import _library, errors
 from ._library import call, encoded, encoded_name, fetch_block, fetch_contents, fetch_number, fetch_text, library
+from .dialects import recognise
 
 __all__ = ["Store"]
 
@@ -41,6 +42,7 @@ class Store:
         self.lock = threading.RLock()
         self.path = ""  # of the file, for messages; empty if there is none
         self._handle: c_void_p | None = handle
+        self._opened_as: str | None = None  # the dialect that was asked for
         self._finalizer = weakref.finalize(self, library.zstzPropClose_6_0, handle)
         self._finalizer.atexit = False
         _stores.add(self)
@@ -61,14 +63,24 @@ class Store:
         handle = c_void_p()
         name = _optional(dialect)
         call(library.zstzPropOpenAs_6_0, ctypes.byref(handle), path, _library.OPEN_UPDATE, name)
-        return cls(handle)
+        return cls._created(handle, dialect)
 
     @classmethod
     def new(cls, dialect: str | None) -> Store:
         """Creates an empty store without a file."""
         handle = c_void_p()
         call(library.zstzPropNew_6_0, ctypes.byref(handle), _optional(dialect))
-        return cls(handle)
+        return cls._created(handle, dialect)
+
+    @classmethod
+    def _created(cls, handle: c_void_p, dialect: str | None) -> Store:
+        store = cls(handle)
+        store._opened_as = dialect
+        return store
+
+    def new_alike(self) -> Store:
+        """Creates an empty store of the same dialect, without a file."""
+        return Store.new(self.spelled_dialect())
 
     def close(self) -> None:
         with self.lock:
@@ -105,6 +117,14 @@ class Store:
     def dialect(self) -> str:
         with self.lock:
             return fetch_text(library.zstzPropGetDialect_6_0, self.handle()) or ""
+
+    def spelled_dialect(self) -> str:
+        """Returns the name of the dialect, with its switches."""
+        name = self.dialect()
+        spelled = self._opened_as
+        if spelled is None and self.path:
+            spelled = recognise(self.path)
+        return spelled if spelled is not None and spelled.partition(",")[0] == name else name
 
     def load_text(self, text: bytes) -> None:
         with self.lock:

@@ -9,7 +9,7 @@ import gc
 import os
 import threading
 from collections.abc import Callable, Iterator, Mapping, MutableMapping
-from contextlib import AbstractContextManager
+from contextlib import AbstractContextManager, contextmanager
 from types import TracebackType
 from typing import Any, TypeVar, Union, cast, overload
 
@@ -169,7 +169,11 @@ class Conf(MutableMapping[str, Stanza]):
                     file=self.path,
                     errno=errnos.ENOENT,
                 )
-            _explained(self.path, self._store.dialect(), lambda: patiently(self._wait, self._store.reload))
+            _explained(
+                self.path,
+                self._store.spelled_dialect(),
+                lambda: patiently(self._wait, self._store.reload),
+            )
             self._is_unsaved = False
 
     def close(self) -> None:
@@ -202,27 +206,28 @@ class Conf(MutableMapping[str, Stanza]):
         """
         with self._store.lock:
             found = self._resolved(name)
-            if is_empty_top(self._store, found):
-                return Stanza(self._store, found)
-            return Stanza(self._store, self._existing(name))
+            if not self._has(found) and not is_empty_top(self._store, found):
+                raise missing_stanza(self._store, found)
+            return Stanza(self._store, found)
 
     # The mapping has the type Stanza for its values, but takes every mapping.
     def __setitem__(self, name: Name, contents: Mapping[str, Values]) -> None:
         """Gives a stanza exactly these keys and values; adds the stanza if it is missing.
 
-        Keys that stay keep their lines. Raises Refused if a key is obfuscated, InvalidValue if a
-        line would not be read back. Nothing is changed then.
+        Keys that stay keep their lines, also in another spelling of a name that is the same in the
+        dialect. Raises Refused if a key is obfuscated; InvalidValue if a line would not be read
+        back, or if two keys are the same. Nothing is changed then.
         """
         with self._store.lock:
             wanted = listed(contents)
             found = self._resolved(name)
-            self._require_storable(found, wanted)
-            if not self._has(found):
-                self._store.add_stanza(found)
-            stanza = Stanza(self._store, found)
-            for key in stanza:
-                if key not in wanted:
-                    del stanza[key]
+            with self._tried(found, wanted) as trial:
+                if not self._has(found):
+                    self._store.add_stanza(found)
+                stanza = Stanza(self._store, found)
+                for key in stanza:
+                    if key not in trial:
+                        del stanza[key]
             for key, values in wanted.items():
                 stanza.set(key, values)
 
@@ -266,9 +271,10 @@ class Conf(MutableMapping[str, Stanza]):
     def setdefault(self, name: Name, default: Any = None) -> Stanza:
         """Returns a stanza; a missing one is added with the contents of `default`, a mapping."""
         with self._store.lock:
-            if name not in self:
-                self[name] = {} if default is None else default
-            return self[name]
+            found = self._resolved(name)
+            if not self._has(found):
+                self[found] = {} if default is None else default
+            return self[found]
 
     def pop(self, name: Name, default: Any = MISSING_ARGUMENT) -> Any:
         """Removes a stanza and returns a copy of it, which belongs to no file.
@@ -276,9 +282,11 @@ class Conf(MutableMapping[str, Stanza]):
         A missing one gives `default`, if it is passed. Raises NotFound.
         """
         with self._store.lock:
-            if name not in self and not isinstance(default, Missing):
+            found = self._resolved(name)
+            if not self._has(found):
+                if isinstance(default, Missing):
+                    raise missing_stanza(self._store, found)
                 return default
-            found = self._existing(name)
             copied = copied_stanza(self._store, found)
             self._store.remove_stanza(found)
             return copied
@@ -310,7 +318,7 @@ class Conf(MutableMapping[str, Stanza]):
             found = self._existing(name)
             if new_name == found:
                 return
-            if self._has(new_name):
+            if self._has(new_name) and not self._is_same(found, new_name):
                 raise errors.Refused(
                     in_file(self._store, f"stanza [{new_name}] exists"),
                     code=CHANGE_FAILED,
@@ -358,20 +366,47 @@ class Conf(MutableMapping[str, Stanza]):
             raise missing_stanza(self._store, found)
         return found
 
-    def _require_storable(self, name: str, contents: Mapping[str, list[str]]) -> None:
-        """Tries the contents in a store of its own, so that a refused change changes nothing."""
+    def _is_same(self, name: str, new_name: str) -> bool:
+        """Returns whether two names are one in a format that ignores their case."""
+        trial = self._store.new_alike()
+        try:
+            trial.add_stanza(without_number(name))
+            return trial.has_stanza(new_name)
+        finally:
+            trial.close()
+
+    @contextmanager
+    def _tried(self, name: str, contents: Mapping[str, list[str]]) -> Iterator[Stanza]:
+        """Gives a stanza with the contents in a store of its own, which is closed at the end.
+
+        So a refused change changes nothing.
+        """
         header = name
         if self._has(name):
             header = without_number(name)
             for key in contents:
                 require_plain(self._store, name, key)
-        trial = Store.new(self._store.dialect())
+        store = self._store.new_alike()
         try:
-            trial.add_stanza(header)
+            store.add_stanza(header)
+            trial = Stanza(store, header)
             for key, values in contents.items():
-                Stanza(trial, header).set(key, values)
+                if key in trial:
+                    raise self._same_keys(name, trial, key)
+                trial.set(key, values)
+            yield trial
         finally:
-            trial.close()
+            store.close()
+
+    def _same_keys(self, name: str, trial: Stanza, key: str) -> errors.InvalidValue:
+        first = next(known for known in trial if trial.line(known) == trial.line(key))
+        return errors.InvalidValue(
+            in_file(self._store, f"keys {first!r} and {key!r} in [{name}] are the same; leave out one"),
+            code=CHANGE_FAILED,
+            file=self.path,
+            stanza=name,
+            key=key,
+        )
 
 
 def _checked_name(name: object) -> Name:

@@ -470,7 +470,7 @@ def is_empty_top(store: Store, name: str) -> bool:
     """Returns whether a missing stanza is the part above the first header, without keys."""
     if name != _TOP or store.has_stanza(name):
         return False
-    trial = Store.new(store.dialect())
+    trial = store.new_alike()
     try:
         trial.add_stanza(_TOP)
         return trial.text() == b""  # it has no header
@@ -532,7 +532,7 @@ def without_number(name: str) -> str:
 def copied_stanza(store: Store, name: str) -> Stanza:
     """Returns a copy of a stanza in a store without a file."""
     stanza = Stanza(store, name)
-    copy = Store.new(store.dialect())
+    copy = store.new_alike()
     header = without_number(name)
     copy.add_stanza(header)
     copied = Stanza(copy, header)

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import pathlib
 import subprocess
+from collections.abc import Iterator
 from typing import Any
 
 import support
@@ -159,6 +160,111 @@ class Values(PackageTest):
         with self.assertRaises(zf.Refused):
             conf["core"].rename("case", "OTHER")
         self.assertEqual("1", conf["CORE"]["Case"])
+
+
+class FoldedNames(PackageTest):
+    """Names that differ as text, and are the same in the dialect."""
+
+    FOLDED = (
+        ("samba", "[s]\n# c\nPort  = 1\nl = 2\n", "S", "PO RT"),
+        ("windows", "[s]\n; c\nPort  = 1\nl = 2\n", "S", "PORT"),
+        ("python", "[s]\n# c\nPort  = 1\nl = 2\n", "s", "PORT"),
+        ("mysql", "[s]\n# c\nPo-rt  = 1\nl = 2\n", "s", "Po_rt"),
+    )
+
+    def test_assigned_contents_keep_the_lines_of_keys_in_another_spelling(self) -> None:
+        for dialect, text, stanza, key in self.FOLDED:
+            with self.subTest(dialect):
+                conf = zf.loads(text, dialect=dialect)
+                conf[stanza] = {key: "1"}
+                self.assertEqual(text.replace("l = 2\n", ""), conf.text())
+                conf[stanza] = {key: "3", "m": "4"}
+                self.assertEqual(
+                    text.replace("= 1", "= 3").replace("l = 2", "m  = 4"), conf.text()
+                )
+
+    def test_two_spellings_of_a_key_are_refused(self) -> None:
+        for dialect, text, stanza, key in self.FOLDED:
+            with self.subTest(dialect):
+                conf = zf.loads(text, dialect=dialect)
+                first = next(iter(conf["s"]))
+                with self.assertRaises(zf.InvalidValue) as caught:
+                    conf[stanza] = {first: "5", "n": "6", key: "7"}
+                self.assertIn(f"{first!r} and {key!r}", str(caught.exception))
+                self.assertEqual(text, conf.text())
+                with self.assertRaises(zf.InvalidValue):
+                    conf["new"] = {first: "5", key: "7"}
+                self.assertEqual(text, conf.text())
+        exact = zf.loads("[s]\nPort = 1\n")
+        exact["s"] = {"Port": "1", "PORT": "2"}
+        self.assertEqual("[s]\nPort = 1\nPORT = 2\n", exact.text())
+
+    def test_stanza_can_be_renamed_to_another_case_of_itself(self) -> None:
+        conf = zf.loads("[s]\nk = 1\n[t]\nk = 2\n", dialect="samba")
+        conf.rename("s", "S")
+        self.assertEqual("[S]\nk = 1\n[t]\nk = 2\n", conf.text())
+        for taken in ("t", "T"):
+            with self.assertRaises(zf.Refused):
+                conf.rename("S", taken)
+        self.assertEqual("[S]\nk = 1\n[t]\nk = 2\n", conf.text())
+
+    def test_key_can_be_renamed_to_another_spelling_of_itself(self) -> None:
+        for dialect, text, stanza, key in self.FOLDED:
+            with self.subTest(dialect):
+                conf = zf.loads(text, dialect=dialect)
+                first = next(iter(conf[stanza]))
+                conf[stanza].rename(key, key)
+                self.assertEqual(text, conf.text())
+                conf[stanza].rename(first, key)
+                self.assertEqual(text.replace(first, key), conf.text())
+                with self.assertRaises(zf.Refused):
+                    conf[stanza].rename("l", first)
+
+    def test_copies_and_defaults_have_the_same_key(self) -> None:
+        for dialect, text, stanza, key in self.FOLDED:
+            with self.subTest(dialect):
+                conf = zf.loads(text, dialect=dialect)
+                self.assertEqual("1", conf[stanza].setdefault(key, "9"))
+                self.assertEqual("1", conf.setdefault(stanza, {key: "9"})[key])
+                self.assertEqual(text, conf.text())
+                self.assertEqual("1", conf.pop(stanza)[key])
+
+
+class Variations(PackageTest):
+    """A dialect with switches, which its name lacks."""
+
+    TEXT = "[s]\nk = a ; b\nl = 1\n"
+
+    def confs(self) -> Iterator[zf.Conf]:
+        dialect = "python,trailing=;,trailingNeeds=blankBefore"
+        yield zf.loads(self.TEXT, dialect=dialect)
+        file = self.directory / "fail2ban" / "jail.local"
+        file.parent.mkdir()
+        file.write_text(self.TEXT)
+        yield zf.open(file)
+        other = self.directory / "jail.txt"
+        other.write_text(self.TEXT)
+        yield zf.open(other, dialect=dialect)
+
+    def test_values_are_tried_with_the_switches(self) -> None:
+        for conf in self.confs():
+            with self.subTest(conf.path), conf:
+                self.assertEqual(("python", "a"), (conf.dialect, conf["s"]["k"]))
+                with self.assertRaises(zf.InvalidValue):
+                    conf["s"] = {"m": "c ; d"}
+                with self.assertRaises(zf.InvalidValue):
+                    conf["t"] = {"m": "c ; d"}
+                self.assertEqual(self.TEXT, conf.text())
+                conf["s"] = {"k": "c", "n": "1"}
+                self.assertEqual("[s]\nk = c ; b\nn = 1\n", conf.text())
+
+    def test_reload_reads_with_the_switches(self) -> None:
+        file = self.directory / "a.txt"
+        file.write_text("[s]\nk = 1\n")
+        conf = zf.open(file, dialect="ini,top=refused")
+        file.write_text("k = 1\n[s]\n")
+        with self.assertRaisesRegex(zf.InvalidData, "a.txt:1:1: .*header"):
+            conf.reload()
 
 
 class RepeatedStanzas(PackageTest):
