@@ -318,7 +318,10 @@ TEST(DialectLines, ANewCommentOfTheFileIsAboveALineThatIsPassedOver)
     for (Case const& c : {Case{"systemd", "]\n[a]\nk=1\n", "# f\n\n]\n[a]\nk=1\n"},
                           {"networkd", "]\n[a]\nk=1\n", "# f\n\n]\n[a]\nk=1\n"},
                           {"ini", "# c\njunk\n[a]\nk=1\n", "# f\n\njunk\n[a]\nk=1\n"},
-                          {"ini", "junk\n; of a\n[a]\n", "; f\njunk\n; of a\n[a]\n"}}) {
+                          {"ini", "junk\n; of a\n[a]\n", "; f\njunk\n; of a\n[a]\n"},
+                          {"ini", "junk\nk=1\n", "; f\n\njunk\nk=1\n"},
+                          {"php", ";\nk\nl=\n", "; f\nk\nl=\n"},
+                          {"ini", ";\njunk\nk=1\n", "; f\njunk\nk=1\n"}}) {
         SCOPED_TRACE(c.before);
         EXPECT_EQ(c.after, textAfter(c.dialect, c.before, {ofFile}));
     }
@@ -345,4 +348,18 @@ TEST(DialectLines, AFurtherValueOfAKeyWithAMarkerHasItsColumn)
               textAfter("kconfig", "[a]\nk[$e]   = 1\nl       = 2\n", {add}));
     EXPECT_EQ("[a]\nk[$e] = 1\nk = 3\nlllll = 2\n",
               textAfter("kconfig", "[a]\nk[$e] = 1\nlllll = 2\n", {add}));
+}
+
+// Above a key that follows another line of a key above, and above such a key with a comment.
+TEST(DialectLines, ACommentOfAKeyIsBelowALineOfAKeyAbove)
+{
+    Change const ofKey = [](Store& store) { store.setComment("a", "m", " c"); };
+    EXPECT_EQ("[a]\nk=1\nl=2\nk=3\n# c\nm=4\n",
+              textAfter("systemd", "[a]\nk=1\nl=2\nk=3\nm=4\n", {ofKey}));
+    EXPECT_EQ("[a]\nk=1\nl=2\nk=3\n# c\nm=4\n",
+              textAfter("systemd", "[a]\nk=1\nl=2\nk=3\n# d\nm=4\n", {ofKey}));
+    EXPECT_EQ("[a]\nk=1\njunk\n# c\nm=4\n",
+              textAfter("systemd", "[a]\nk=1\njunk\n# d\nm=4\n", {ofKey}));
+    EXPECT_EQ("[a]\nk=1\njunk\n# c\nm=4\n",
+              textAfter("systemd", "[a]\nk=1\njunk\nm=4\n", {ofKey}));
 }

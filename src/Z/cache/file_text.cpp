@@ -90,6 +90,7 @@ void describe(Contents const& contents, bool keepsEmpty, zlines::Document& docum
             document.addKey(contents.text(line), isBelow);
             document.entries.back().hasNewName = contents.key(line.ref).hasNewName != 0;
             document.entries.back().isBelowRemoved = isBelowKey;
+            document.entries.back().isBelowGap = line.isBelowGap != 0;
             document.entries.back().oldName = contents.oldKeyName(line.ref);
             contents.forEachValue(line.ref, Contents::plain, [&](std::string_view value) {
                 if (keepsEmpty || !value.empty())

@@ -37,8 +37,8 @@ void Difference::place(Reordered const& stanza)
         Entry const& entry = stanza.entries[i];
         if (i == firstOfTop && topHeader_ != kNone)
             moveBelowTopHeader(at);
-        else if (i == firstOfTop && !at.comments.empty() && entry.isBelowBlank)
-            insertComments(at, at.position, at.after, otherLine, true);
+        else if (i == firstOfTop && !at.comments.empty() && entry.isParted())
+            insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
         uint32_t const line = stanza.lineOf[i];
         if (line == kNone) {
             if (entry.isComment)
@@ -47,7 +47,7 @@ void Difference::place(Reordered const& stanza)
                 placeKey(stanza, entry, i >= lastKnown, at);
             continue;
         }
-        if (!at.comments.empty() && !entry.isComment && !entry.isBelowBlank)
+        if (!at.comments.empty() && !entry.isComment && !entry.isParted())
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1, valueLine, false);
         else if (!at.comments.empty())
             insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
@@ -66,7 +66,7 @@ void Difference::moveBelowTopHeader(Placement& at)
     uint32_t const position = outline_.lines()[topHeader_].begin;
     uint32_t const after = topHeader_ == 0 ? kNone : topHeader_ - 1;
     Stanza const& headed = document_.stanzas[headed_];
-    if (!at.comments.empty() && (headed.isBelowBlank || headed.isBelowGap))
+    if (!at.comments.empty() && headed.isParted())
         insertComments(at, at.position, at.after, otherLine, true);
     else if (!at.comments.empty())
         insertComments(at, position, after, headerLine, false);
@@ -190,8 +190,7 @@ void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
         carried_ = std::move(at.comments);
         return;
     }
-    bool const isParted = next < readOf_.size() && (document_.stanzas[next].isBelowBlank ||
-                                                    document_.stanzas[next].isBelowGap);
+    bool const isParted = next < readOf_.size() && document_.stanzas[next].isParted();
     if (next >= readOf_.size() || readOf_[next] == 0 || isParted) {
         insertComments(at, at.position, at.after, otherLine, isParted);
         return;

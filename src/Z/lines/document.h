@@ -27,7 +27,10 @@ struct Entry {
 
     std::string_view oldName = {};  // the name in the text, if the key was renamed
 
-    bool isBelowGap = false;  // of a comment: a line that is no entry parts it from the line above
+    bool isBelowGap = false;  // a line that is no entry is right above
+
+    // Whether another line is between it and a comment above.
+    bool isParted() const { return isBelowBlank || isBelowGap; }
 };
 
 struct Stanza {
@@ -37,7 +40,9 @@ struct Stanza {
     bool isBelowBlank;
     bool hasNewName = false;        // as for a key
     std::string_view oldName = {};  // as for a key
-    bool isBelowGap = false;        // as for a comment
+    bool isBelowGap = false;        // as for a key
+
+    bool isParted() const { return isBelowBlank || isBelowGap; }
 };
 
 struct Document {

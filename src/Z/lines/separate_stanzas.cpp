@@ -86,11 +86,10 @@ uint32_t firstAboveNext(Document const& document, size_t stanza)
     Stanza const& above = document.stanzas[stanza];
     uint32_t const end = above.firstEntry + above.entryCount;
     uint32_t first = end;
-    auto const isParted = [](auto const& part) { return part.isBelowBlank || part.isBelowGap; };
-    if (stanza + 1 == document.stanzas.size() || isParted(document.stanzas[stanza + 1]))
+    if (stanza + 1 == document.stanzas.size() || document.stanzas[stanza + 1].isParted())
         return first;
     while (first > above.firstEntry && document.entries[first - 1].isComment &&
-           (first == end || !isParted(document.entries[first])))
+           (first == end || !document.entries[first].isParted()))
         --first;
     return first;
 }
