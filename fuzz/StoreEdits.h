@@ -53,6 +53,7 @@ public:
         check(textOf(store_) == text_, "a store without a change writes the file");
         if (!choose(place))
             return;
+        edit_ = "edit " + std::to_string(kind) + " to \"" + wanted + "\"";
         switch (kind) {
             case same:
                 return giveTheSame();
@@ -483,6 +484,7 @@ private:
         char const* const key = of == 2 ? key_->name.c_str() : nullptr;
         std::pair<std::string, std::string> const target(of == 0 ? "" : stanzaName_,
                                                          of == 2 ? key_->name : "");
+        edit_ += " of " + std::string(of == 0 ? "the file" : of == 1 ? "the stanza" : "the key");
         Comments const before = commentsOf(store_);
         Comments wantedComments;
         std::optional<std::string> const after = textAfter([&] {
@@ -569,8 +571,9 @@ private:
     void expect(bool holds, std::string const& after, char const* expectation) const
     {
         if (!holds)
-            fprintf(stderr, "[%s] %s, before:\n%s\nafter:\n%s\n", stanzaName_.c_str(),
-                    key_ == nullptr ? "" : key_->name.c_str(), text_.c_str(), after.c_str());
+            fprintf(stderr, "[%s] %s, %s, before:\n%s\nafter:\n%s\n", stanzaName_.c_str(),
+                    key_ == nullptr ? "" : key_->name.c_str(), edit_.c_str(), text_.c_str(),
+                    after.c_str());
         check(holds, expectation);
     }
 
@@ -584,4 +587,5 @@ private:
     dialect_model::Stanza const* stanza_ = nullptr;
     dialect_model::Key const* key_ = nullptr;
     std::string stanzaName_;
+    std::string edit_;  // for reports
 };
