@@ -9,6 +9,10 @@ ModelCluster::ModelCluster()
 {
     server_.handle("Range", [this](Request const& request) { return range(request); });
     server_.handle("Txn", [this](Request const& request) { return transact(request); });
+    server_.handle("LeaseGrant", [this](Request const& request) { return grantLease(request); });
+    server_.handle("LeaseKeepAlive",
+                   [this](Request const& request) { return renewLease(request); });
+    server_.handle("LeaseRevoke", [this](Request const& request) { return revokeLease(request); });
     server_.handle("Watch", [this](Request const& request) { return watch(request); });
 }
 
@@ -34,7 +38,8 @@ void ModelCluster::deliver()
 {
     Guard const guard(mutex_);
     for (wire::TxnRequest const& request : delayed_)
-        execute(request);
+        if (knowsLeases(request))
+            execute(request);
     delayed_.clear();
 }
 
@@ -104,11 +109,17 @@ ModelCluster::Version const* ModelCluster::find(std::string const& key, int64_t 
     return latest != nullptr && latest->exists ? latest : nullptr;
 }
 
-void ModelCluster::write(std::string const& key, bool exists, std::string const& value)
+void ModelCluster::write(std::string const& key, bool exists, std::string const& value,
+                         int64_t lease)
 {
-    history_[key].push_back({revision_, exists, value});
-    // The tests watch only the key "text".
-    if (key.size() > 5 && key.compare(key.size() - 5, 5, "/text") == 0 && !isSilent_)
+    std::vector<Version>& versions = history_[key];
+    bool const isNew = versions.empty() || !versions.back().exists;
+    versions.push_back(
+        {revision_, exists, value, isNew ? revision_ : versions.back().created, lease});
+    // The tests watch only configurations and queues of locks.
+    bool const isText = key.size() > 5 && key.compare(key.size() - 5, 5, "/text") == 0;
+    bool const isEntry = key.find("/q/") != std::string::npos;
+    if ((isText || isEntry) && !isSilent_)
         server_.push(eventOf(key, history_[key].back()));
 }
 
@@ -121,6 +132,103 @@ std::string ModelCluster::eventOf(std::string const& key, Version const& version
     event->mutable_kv()->set_mod_revision(version.revision);
     return response.SerializeAsString();
 }
+
+void ModelCluster::fillHeader(wire::Header& header) const
+{
+    header.set_cluster(id_);
+    header.set_revision(revision_);
+    header.set_term(1);
+}
+
+// ---- Leases ------------------------------------------------------------------------------------
+
+void ModelCluster::endLeases()
+{
+    Guard const guard(mutex_);
+    while (!leases_.empty())
+        endLease(leases_.begin()->first);
+}
+
+size_t ModelCluster::leases() const
+{
+    Guard const guard(mutex_);
+    return leases_.size();
+}
+
+void ModelCluster::refuseLeases(std::string const& method, int code)
+{
+    Guard const guard(mutex_);
+    leaseStatuses_[method] = code;
+}
+
+void ModelCluster::endLease(int64_t id)
+{
+    leases_.erase(id);
+    ++revision_;
+    for (auto& [key, versions] : history_)
+        if (versions.back().exists && versions.back().lease == id)
+            write(key, false, "");
+}
+
+ScriptedServer::Reply ModelCluster::grantLease(Request const& request)
+{
+    Guard const guard(mutex_);
+    if (isFull_)
+        return {8, "etcdserver: mvcc: database space exceeded"};
+    if (int const status = status_ != 0 ? status_ : leaseStatuses_["LeaseGrant"])
+        return {status, "refused"};
+    wire::LeaseGrantRequest form;
+    form.ParseFromString(request.bytes);
+    wire::LeaseGrantResponse response;
+    fillHeader(*response.mutable_header());
+    leases_[++lastLease_] = form.ttl();
+    response.set_id(lastLease_);
+    response.set_ttl(form.ttl());
+    return {0, response.SerializeAsString()};
+}
+
+ScriptedServer::Reply ModelCluster::renewLease(Request const& request)
+{
+    Guard const guard(mutex_);
+    if (int const status = status_ != 0 ? status_ : leaseStatuses_["LeaseKeepAlive"])
+        return {status, "refused"};
+    wire::LeaseKeepAliveRequest form;
+    form.ParseFromString(request.bytes);
+    wire::LeaseKeepAliveResponse response;
+    fillHeader(*response.mutable_header());
+    response.mutable_header()->set_term(renewalTerm_);
+    response.set_id(form.id());
+    auto const known = leases_.find(form.id());
+    if (known != leases_.end() && !deniesLeases_)
+        response.set_ttl(known->second);
+    return {0, response.SerializeAsString()};
+}
+
+ScriptedServer::Reply ModelCluster::revokeLease(Request const& request)
+{
+    Guard const guard(mutex_);
+    if (int const status = status_ != 0 ? status_ : leaseStatuses_["LeaseRevoke"])
+        return {status, "refused"};
+    wire::LeaseRevokeRequest form;
+    form.ParseFromString(request.bytes);
+    if (leases_.count(form.id()) == 0)
+        return {5, "etcdserver: requested lease not found"};
+    endLease(form.id());
+    wire::LeaseRevokeResponse response;
+    fillHeader(*response.mutable_header());
+    return {0, response.SerializeAsString()};
+}
+
+bool ModelCluster::knowsLeases(wire::TxnRequest const& request) const
+{
+    for (auto const* const operations : {&request.success(), &request.failure()})
+        for (wire::Operation const& operation : *operations)
+            if (operation.put().lease() != 0 && leases_.count(operation.put().lease()) == 0)
+                return false;
+    return true;
+}
+
+// ---- Keys --------------------------------------------------------------------------------------
 
 // The first message of a watch has the changes since its start revision.
 ScriptedServer::Reply ModelCluster::watch(Request const& request) const
@@ -138,11 +246,13 @@ ScriptedServer::Reply ModelCluster::watch(Request const& request) const
         response.set_compact_revision(compacted_);
         return {0, response.SerializeAsString(), Reply::stream};
     }
-    auto const found = history_.find(form.create().key());
-    if (found != history_.end())
-        for (Version const& version : found->second)
-            if (version.revision >= start)
-                response.MergeFromString(eventOf(form.create().key(), version));
+    std::string const& first = form.create().key();
+    std::string const& end = form.create().range_end();
+    for (auto const& [key, versions] : history_)
+        for (Version const& version : versions)
+            if ((end.empty() ? key == first : key >= first && key < end) &&
+                version.revision >= start)
+                response.MergeFromString(eventOf(key, version));
     return {0, response.SerializeAsString(), Reply::stream};
 }
 
@@ -151,8 +261,7 @@ bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeRespo
     int64_t const revision = request.revision() == 0 ? revision_ : request.revision();
     if (revision < compacted_)
         return false;
-    response.mutable_header()->set_cluster(id_);
-    response.mutable_header()->set_revision(revision_);
+    fillHeader(*response.mutable_header());
     std::vector<std::string> found;
     for (auto const& [key, versions] : history_) {
         bool const isInRange = request.range_end().empty()
@@ -174,6 +283,8 @@ bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeRespo
         entry->set_key(key);
         entry->set_value(version.value);
         entry->set_mod_revision(version.revision);
+        entry->set_create_revision(version.created);
+        entry->set_lease(version.lease);
     }
     return true;
 }
@@ -196,6 +307,8 @@ bool ModelCluster::holds(wire::Compare const& condition) const
     Version const* const version = find(condition.key(), revision_);
     if (condition.target() == wire::Compare::VALUE)
         return version != nullptr && condition.value() == version->value;
+    if (condition.target() == wire::Compare::CREATE)
+        return condition.create_revision() == (version == nullptr ? 0 : version->created);
     return condition.target() == wire::Compare::MOD &&
            condition.mod_revision() == (version == nullptr ? 0 : version->revision);
 }
@@ -214,7 +327,7 @@ bool ModelCluster::execute(google::protobuf::RepeatedPtrField<wire::Operation> c
             fillRange(operation.range(), *answer->mutable_range());
         } else if (operation.has_put()) {
             answer->mutable_put();
-            write(operation.put().key(), true, operation.put().value());
+            write(operation.put().key(), true, operation.put().value(), operation.put().lease());
         } else {
             answer->mutable_removal();
             std::string const& first = operation.removal().key();
@@ -225,8 +338,7 @@ bool ModelCluster::execute(google::protobuf::RepeatedPtrField<wire::Operation> c
                     write(key, false, "");
         }
     }
-    response.mutable_header()->set_cluster(id_);
-    response.mutable_header()->set_revision(revision_);
+    fillHeader(*response.mutable_header());
     return isWrite;
 }
 
@@ -265,11 +377,16 @@ ScriptedServer::Reply ModelCluster::transact(Request const& request)
         delayed_.push_back(form);
     if (fate == Fate::requestLost || fate == Fate::delayed)
         return {14, "request lost"};
-    if (fate == Fate::refused)
+    auto const& puts = form.success();
+    bool const hasPuts = std::any_of(puts.begin(), puts.end(),
+                                     [](auto const& operation) { return operation.has_put(); });
+    if (fate == Fate::refused || (isFull_ && hasPuts))
         return {8, "etcdserver: mvcc: database space exceeded"};
     for (auto const& operation : form.success())
         if (operation.range().revision() != 0 && operation.range().revision() < compacted_)
             return {11, "etcdserver: mvcc: required revision has been compacted"};
+    if (!knowsLeases(form))
+        return {5, "etcdserver: requested lease not found"};
     wire::TxnResponse const response = execute(form);
     if (fate == Fate::executed)
         return {0, response.SerializeAsString()};

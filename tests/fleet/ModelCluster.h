@@ -60,6 +60,25 @@ public:
     /// Returns the keys that start with `prefix`.
     std::vector<std::string> keys(std::string const& prefix) const;
 
+    /// Ends all leases, as if their time had passed, with their keys.
+    void endLeases();
+
+    /// Returns the number of leases.
+    size_t leases() const;
+
+    /// Replies to the next calls of a method for leases, such as "LeaseGrant", with a status; 0
+    /// ends this.
+    void refuseLeases(std::string const& method, int code);
+
+    /// Refuses puts and new leases, as a cluster whose database is full.
+    void setFull(bool isFull) { isFull_ = isFull; }
+
+    /// Replies to renewals that no lease exists, as a new leader can do.
+    void denyLeases(bool denies) { deniesLeases_ = denies; }
+
+    /// Sets the term of the replies to renewals, which is 1 for all other replies.
+    void setRenewalTerm(uint64_t term) { renewalTerm_ = term; }
+
     /// Drops the history before the current revision.
     void compact();
 
@@ -77,12 +96,18 @@ private:
         int64_t revision;
         bool exists;
         std::string value;
+        int64_t created;  // the revision that created the key
+        int64_t lease;
     };
 
     Version const* find(std::string const& key, int64_t revision) const;
     Reply watch(Request const& request) const;
     static std::string eventOf(std::string const& key, Version const& version);
     Reply range(Request const& request) const;
+    Reply grantLease(Request const& request);
+    Reply renewLease(Request const& request);
+    Reply revokeLease(Request const& request);
+    bool knowsLeases(zfleet::wire::TxnRequest const& request) const;
     Reply transact(Request const& request);
     zfleet::wire::TxnResponse execute(zfleet::wire::TxnRequest const& request);
     bool fillRange(zfleet::wire::RangeRequest const& request,
@@ -90,13 +115,21 @@ private:
     bool holds(zfleet::wire::Compare const& condition) const;
     bool execute(google::protobuf::RepeatedPtrField<zfleet::wire::Operation> const& operations,
                  zfleet::wire::TxnResponse& response);
-    void write(std::string const& key, bool exists, std::string const& value);
+    void fillHeader(zfleet::wire::Header& header) const;
+    void write(std::string const& key, bool exists, std::string const& value, int64_t lease = 0);
+    void endLease(int64_t id);
 
     mutable std::recursive_mutex mutex_;
     std::map<std::string, std::vector<Version>> history_;
     uint64_t id_ = 1;
     int64_t revision_ = 1;
     int64_t compacted_ = 0;
+    std::map<int64_t, int64_t> leases_;  // the times, in seconds, by their ids
+    int64_t lastLease_ = 0x1000;
+    std::map<std::string, int> leaseStatuses_;
+    std::atomic<bool> isFull_{false};
+    std::atomic<bool> deniesLeases_{false};
+    std::atomic<uint64_t> renewalTerm_{1};
     std::deque<Fate> fates_;
     std::deque<zfleet::wire::TxnRequest> delayed_;
     int readStatus_ = 0;

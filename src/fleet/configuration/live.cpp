@@ -78,10 +78,10 @@ void Live::takeNews(Cluster& cluster, int64_t revision)
     pause();
 }
 
-void Live::start(Cluster& cluster, std::string const& key, int64_t revision)
+void Live::start(Cluster& cluster, WatchedKeys const& keys, int64_t revision)
 {
     try {
-        watch_ = cluster.watch(endpoint_, key, revision + 1, event_);
+        watch_ = cluster.watch(endpoint_, keys, revision + 1, event_);
     } catch (CallError const& error) {
         if (error.error == ECHILD)
             throw;
@@ -101,7 +101,7 @@ void Live::setTimer() const
     timerfd_settime(timer_, 0, &time, nullptr);
 }
 
-bool Live::process(Cluster& cluster, std::string const& key, int64_t revision)
+bool Live::process(Cluster& cluster, WatchedKeys const& keys, int64_t revision)
 {
     requireOwnProcess("/Watch");
     event_->clear();
@@ -110,7 +110,7 @@ bool Live::process(Cluster& cluster, std::string const& key, int64_t revision)
     takeNews(cluster, revision);
     Clock::time_point const now = Clock::now();
     if (watch_ == nullptr && now >= startAt_)
-        start(cluster, key, revision);
+        start(cluster, keys, revision);
     bool const shouldLook = isHinted_ || now >= lookAt_;
     setTimer();
     return shouldLook;

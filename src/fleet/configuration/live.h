@@ -24,16 +24,16 @@ public:
     /// Returns a descriptor that is readable when process() has something to do.
     int descriptor() const { return epoll_; }
 
-    /// Takes the hints, and watches `key` for changes after `revision`, which the caller's contents
-    /// have. Returns whether the caller should read the configuration.
-    bool process(Cluster& cluster, std::string const& key, int64_t revision);
+    /// Takes the hints, and watches `keys` for changes after `revision`, which the caller's
+    /// contents have. Returns whether the caller should read the configuration.
+    bool process(Cluster& cluster, WatchedKeys const& keys, int64_t revision);
 
     /// Records whether the caller has read the configuration.
     void recordLook(Clock::duration interval, bool hasSucceeded);
 
 private:
     void takeNews(Cluster& cluster, int64_t revision);
-    void start(Cluster& cluster, std::string const& key, int64_t revision);
+    void start(Cluster& cluster, WatchedKeys const& keys, int64_t revision);
     void pause();
     void setTimer() const;
 

@@ -112,7 +112,7 @@ bool Session::processHints(char const* path, Live& live)
 {
     Cluster& cluster = sources_.at(path).connection->rep().cluster;
     RemoteConfiguration const remote(cluster, parsePath(path).name);
-    return live.process(cluster, remote.textKey(), revisionOf(path));
+    return live.process(cluster, {remote.textKey()}, revisionOf(path));
 }
 
 Clock::duration Session::lookInterval(char const* path) const

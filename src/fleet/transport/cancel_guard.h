@@ -13,6 +13,9 @@ public:
     CancelGuard& operator=(CancelGuard const&) = delete;
     ~CancelGuard() { pthread_setcancelstate(before_, nullptr); }
 
+    /// Returns the state outside of this scope.
+    int before() const { return before_; }
+
 private:
     int before_ = PTHREAD_CANCEL_ENABLE;
 };

@@ -41,6 +41,13 @@ void sleepFor(Clock::duration time)
 
 }  // namespace
 
+int64_t bootTime()
+{
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
 Clock::duration randomPause(unsigned pauses)
 {
     milliseconds const longest = std::min(kLongestPause, kFirstPause * (1 << std::min(pauses, 7u)));
@@ -185,13 +192,13 @@ void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition re
         attempts.fail(verdict.error, detail);
 }
 
-// Returns whether an attempt before the successful one may have been executed.
-bool Cluster::call(char const* method, Message const& request, Message& response,
-                   Repetition repetition, Budget& budget)
+Cluster::Call Cluster::call(char const* method, Message const& request, Message& response,
+                            Repetition repetition, Budget& budget)
 {
     requireOwnProcess(method);
     unsigned const first = current_.load(std::memory_order_relaxed);
     Attempts attempts{method, first, std::vector<bool>(endpoints_.size())};
+    int64_t sentAt = 0;
     for (;;) {
         Endpoint& endpoint = *endpoints_[attempts.endpoint];
         CallStatus status;
@@ -202,6 +209,7 @@ bool Cluster::call(char const* method, Message const& request, Message& response
             continue;
         }
         attempts.method = method;
+        sentAt = bootTime();
         status = endpoint.invoke(method, request, response, timeoutOf(budget), attempts.token);
         if (status.code == 0)
             break;
@@ -209,7 +217,7 @@ bool Cluster::call(char const* method, Message const& request, Message& response
     }
     if (attempts.endpoint != first)
         current_.store(attempts.endpoint, std::memory_order_relaxed);
-    return attempts.isDoubtful;
+    return {attempts.isDoubtful, sentAt};
 }
 
 RangeResult Cluster::read(Range const& range, Budget& budget)
@@ -227,14 +235,54 @@ TransactionResult Cluster::commit(Transaction const& transaction, Repetition rep
 {
     int64_t const earlier = revision_;
     wire::TxnResponse response;
-    bool const wasDoubtful = call(kTxnMethod, toWire(transaction), response, repetition, budget);
+    Call const done = call(kTxnMethod, toWire(transaction), response, repetition, budget);
     TransactionResult result = fromWire(response);
     recognise(kTxnMethod, result.header, earlier);
-    result.wasDoubtful = wasDoubtful;
+    result.wasDoubtful = done.wasDoubtful;
     return result;
 }
 
-std::unique_ptr<Watch> Cluster::watch(unsigned endpoint, std::string const& key, int64_t revision,
+// The replies for leases come from the node alone, whose revision may be earlier than the revision
+// of other nodes.
+LeaseResult Cluster::grantLease(int64_t seconds, Budget& budget)
+{
+    wire::LeaseGrantRequest request;
+    request.set_ttl(seconds);
+    wire::LeaseGrantResponse response;
+    Call const done = call(kLeaseGrantMethod, request, response, Repetition::isHarmless, budget);
+    Header const header = fromWire(response.header());
+    recognise(kLeaseGrantMethod, header, 0);
+    if (response.id() == 0 || response.ttl() <= 0)
+        throw CallError{nameOfMethod(kLeaseGrantMethod), EIO, false, "a reply without a lease"};
+    return {header, response.id(), response.ttl(), done.sentAt};
+}
+
+LeaseResult Cluster::renewLease(int64_t id, Budget& budget)
+{
+    wire::LeaseKeepAliveRequest request;
+    request.set_id(id);
+    wire::LeaseKeepAliveResponse response;
+    Call const done =
+        call(kLeaseKeepAliveMethod, request, response, Repetition::isHarmless, budget);
+    Header const header = fromWire(response.header());
+    recognise(kLeaseKeepAliveMethod, header, 0);
+    return {header, id, std::max<int64_t>(response.ttl(), 0), done.sentAt};
+}
+
+void Cluster::revokeLease(int64_t id, Budget& budget)
+{
+    wire::LeaseRevokeRequest request;
+    request.set_id(id);
+    wire::LeaseRevokeResponse response;
+    try {
+        call(kLeaseRevokeMethod, request, response, Repetition::isHarmless, budget);
+    } catch (CallError const& error) {
+        if (error.error != ENOENT)
+            throw;
+    }
+}
+
+std::unique_ptr<Watch> Cluster::watch(unsigned endpoint, WatchedKeys const& keys, int64_t revision,
                                       std::shared_ptr<Event> const& event)
 {
     requireOwnProcess(kAuthenticateMethod);
@@ -245,7 +293,7 @@ std::unique_ptr<Watch> Cluster::watch(unsigned endpoint, std::string const& key,
     if (status.code != 0)
         throw CallError{nameOfMethod(kAuthenticateMethod),
                         classify(status.code, status.message).error, false, status.message};
-    return std::make_unique<Watch>(*watched_[index], key, revision, std::move(token), event);
+    return std::make_unique<Watch>(*watched_[index], keys, revision, std::move(token), event);
 }
 
 Header Cluster::probe(unsigned endpoint, Budget& budget)

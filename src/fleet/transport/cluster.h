@@ -61,11 +61,24 @@ public:
     /// throws  CallError. The transaction may have been executed if `isDoubtful` is set.
     TransactionResult commit(Transaction const& transaction, Repetition repetition, Budget& budget);
 
-    /// Starts to watch a key for changes from `revision` on, at the endpoint with this number,
+    /// Creates a lease. After a lost reply, another lease may exist, which ends unused.
+    /// throws  CallError.
+    LeaseResult grantLease(int64_t seconds, Budget& budget);
+
+    /// Renews a lease, at a node that may have lost its leadership without noticing: the renewal is
+    /// valid only if a later read has the same term.
+    /// throws  CallError.
+    LeaseResult renewLease(int64_t id, Budget& budget);
+
+    /// Ends a lease, if it exists, and removes its keys.
+    /// throws  CallError.
+    void revokeLease(int64_t id, Budget& budget);
+
+    /// Starts to watch keys for changes from `revision` on, at the endpoint with this number,
     /// counted modulo their number. Watches have channels of their own, which large replies of
     /// other calls do not delay.
     /// throws  CallError without a token, and with ECHILD.
-    std::unique_ptr<Watch> watch(unsigned endpoint, std::string const& key, int64_t revision,
+    std::unique_ptr<Watch> watch(unsigned endpoint, WatchedKeys const& keys, int64_t revision,
                                  std::shared_ptr<Event> const& event);
 
     /// Forgets a token that the cluster has refused, unless another thread has replaced it.
@@ -80,7 +93,13 @@ private:
     struct Attempts;
     using Message = google::protobuf::MessageLite;
 
-    bool call(char const* method, Message const& request, Message& response, Repetition repetition,
+    // A call that has succeeded.
+    struct Call {
+        bool wasDoubtful;  // an earlier attempt may have been executed
+        int64_t sentAt;    // bootTime() before the successful attempt
+    };
+
+    Call call(char const* method, Message const& request, Message& response, Repetition repetition,
               Budget& budget);
     void handle(Attempts& attempts, CallStatus const& status, Repetition repetition,
                 Budget& budget);

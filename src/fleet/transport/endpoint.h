@@ -22,6 +22,9 @@ using Clock = std::chrono::steady_clock;
 // The names of the methods in the wire format.
 inline constexpr char kRangeMethod[] = "/etcdserverpb.KV/Range";
 inline constexpr char kTxnMethod[] = "/etcdserverpb.KV/Txn";
+inline constexpr char kLeaseGrantMethod[] = "/etcdserverpb.Lease/LeaseGrant";
+inline constexpr char kLeaseRevokeMethod[] = "/etcdserverpb.Lease/LeaseRevoke";
+inline constexpr char kLeaseKeepAliveMethod[] = "/etcdserverpb.Lease/LeaseKeepAlive";
 inline constexpr char kAuthenticateMethod[] = "/etcdserverpb.Auth/Authenticate";
 
 // The status of a call; the code 0 is success.

@@ -86,6 +86,17 @@ struct TransactionResult {
     bool wasDoubtful = false;         // an earlier attempt of the same call may have been executed
 };
 
+// A lease, as the cluster has granted or renewed it.
+struct LeaseResult {
+    Header header;
+    int64_t id = 0;
+    int64_t seconds = 0;  // from the execution of the request; 0: the lease does not exist
+    int64_t sentAt = 0;   // the time of bootTime() before the attempt that got the reply
+};
+
+/// Returns the nanoseconds since the start of the machine, with the time in which it was suspended.
+int64_t bootTime();
+
 /// Returns the first key past all keys that start with `prefix`.
 /// range   `prefix` has a byte other than 0xFF.
 std::string endOfPrefix(std::string prefix);

@@ -125,7 +125,7 @@ private:
     wire::WatchResponse response_;
 };
 
-Watch::Watch(Endpoint& endpoint, std::string const& key, int64_t revision, std::string token,
+Watch::Watch(Endpoint& endpoint, WatchedKeys const& keys, int64_t revision, std::string token,
              std::shared_ptr<Event> event)
     : token_(std::move(token))
 {
@@ -138,7 +138,8 @@ Watch::Watch(Endpoint& endpoint, std::string const& key, int64_t revision, std::
     if (!token_.empty())
         state_->context.AddMetadata("token", token_);
     wire::WatchRequest request;
-    request.mutable_create()->set_key(key);
+    request.mutable_create()->set_key(keys.key);
+    request.mutable_create()->set_range_end(keys.end);
     request.mutable_create()->set_start_revision(revision);
     new Stream(state_, endpoint.channel(), std::move(request));
 }

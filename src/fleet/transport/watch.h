@@ -1,4 +1,4 @@
-// watch: a stream of notices about changes of a key.
+// watch: a stream of notices about changes of keys.
 //
 // The threads of gRPC only record a notice and write to an event descriptor; the owner of the
 // watch takes the notices when it has been woken.
@@ -28,20 +28,25 @@ private:
     int const fd_;
 };
 
+struct WatchedKeys {
+    std::string key;
+    std::string end = {};  // the first key past the range; empty: only `key`
+};
+
 class Watch {
 public:
     // The notices since the last call of take().
     struct News {
         bool isStarted = false;  // the node has accepted the watch
-        int64_t revision = 0;    // of the latest change of the key; 0: none
+        int64_t revision = 0;    // of the latest change of the keys; 0: none
         bool isOver = false;     // the stream has ended, with this status
         CallStatus status = {};
     };
 
-    /// Starts to watch a key for changes from `revision` on. Does not wait for the node.
+    /// Starts to watch keys for changes from `revision` on. Does not wait for the node.
     /// range   `token` may be empty.
     /// throws  CallError with ECHILD in a child of a process that has used gRPC.
-    Watch(Endpoint& endpoint, std::string const& key, int64_t revision, std::string token,
+    Watch(Endpoint& endpoint, WatchedKeys const& keys, int64_t revision, std::string token,
           std::shared_ptr<Event> event);
     Watch(Watch const&) = delete;
     Watch& operator=(Watch const&) = delete;

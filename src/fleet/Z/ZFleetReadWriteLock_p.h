@@ -1,0 +1,23 @@
+// The hidden state of a lock.
+#pragma once
+
+#include <atomic>
+#include <optional>
+#include <string>
+
+#include "ZFleetReadWriteLock.h"
+#include "configuration/session.h"
+#include "locking/fleet_lock.h"
+
+struct ZFleetReadWriteLock_6_0::Rep {
+    explicit Rep(char const* lockPath);
+
+    std::string const path;
+    zfleet::Connection const connection;
+    zfleet::FleetLock lock;
+    std::atomic<int64_t> patience{-1};  // milliseconds; negative: forever
+
+    // Guarded by the mutex of the base, which acquires and releases.
+    std::string sequence;                  // as text, of the acquisition
+    std::optional<std::string> newNumber;  // that the release will write
+};

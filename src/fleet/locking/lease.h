@@ -1,0 +1,70 @@
+// lease: a lease of the cluster, with the time for which it is certain to exist.
+//
+// The time is counted from the moment before the request was sent, on the clock that includes
+// suspension, and is nine tenths of the lease: the clocks of two machines differ in speed.
+//
+// A node that has lost its leadership without noticing still renews leases. So a renewal is valid
+// only if a linearizable read after it has the same term: then the node that renewed the lease was
+// still the leader.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "transport/cluster.h"
+
+namespace zfleet {
+
+class Lease {
+public:
+    // The result of a renewal, which includes a read of a key.
+    struct Renewal {
+        bool isAlive;       // the lease exists
+        int64_t createdAt;  // create revision of the key, if it belongs to the lease; else 0
+    };
+
+    explicit Lease(Cluster& cluster) : cluster_(cluster) {}
+    Lease(Lease const&) = delete;
+    Lease& operator=(Lease const&) = delete;
+
+    /// Returns the id; 0 if there is no lease.
+    int64_t id() const;
+
+    /// Returns the nanoseconds for which the lease is certain to exist; 0 if it is not.
+    int64_t remaining() const;
+
+    /// Returns whether less than a third of the lease has passed.
+    bool isFresh() const;
+
+    /// Creates a lease, unless there is one for a third of its time; renews an older one.
+    /// throws  CallError.
+    void require(std::string const& key, Budget& budget);
+
+    /// Renews the lease. If it does not exist, forgets it.
+    /// throws  CallError.
+    Renewal renew(std::string const& key, Budget& budget);
+
+    /// Forgets the lease, which ends when its time has passed.
+    void forget();
+
+    /// Ends and forgets the lease, with the keys that belong to it. If the cluster does not reply,
+    /// the lease ends when its time has passed.
+    void revoke(Budget& budget);
+
+private:
+    struct State {
+        int64_t id = 0;
+        int64_t sentAt = 0;   // bootTime()
+        int64_t seconds = 0;  // granted by the cluster
+    };
+
+    State state() const;
+    void record(LeaseResult const& result);
+    void forget(int64_t id);
+
+    Cluster& cluster_;
+    mutable std::mutex mutex_;
+    State state_;  // guarded by mutex_
+};
+
+}  // namespace zfleet

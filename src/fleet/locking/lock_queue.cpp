@@ -1,0 +1,187 @@
+#include "locking/lock_queue.h"
+
+#include <errno.h>
+#include <inttypes.h>
+#include <limits.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "transport/failure.h"
+
+namespace zfleet {
+
+namespace {
+
+// The index of each result of readOperations().
+enum Read { readQueue, readSequence, readCount };
+
+// An entry is "MODE HOST PROCESS".
+std::string entryFor(LockMode mode)
+{
+    char host[HOST_NAME_MAX + 1] = "";
+    gethostname(host, sizeof host - 1);
+    return std::string(mode == LockMode::write ? "w " : "r ") + (*host == 0 ? "?" : host) + " " +
+           std::to_string(getpid());
+}
+
+// An entry that cannot be read counts as a writer's: a doubt excludes other programs.
+QueueEntry parseEntry(KeyValue const& entry)
+{
+    std::string mode;
+    QueueEntry parsed{entry.createRevision, LockMode::write, "?", "?"};
+    std::istringstream(entry.value) >> mode >> parsed.host >> parsed.process;
+    if (mode == "r")
+        parsed.mode = LockMode::read;
+    return parsed;
+}
+
+void requireReplies(TransactionResult const& result, size_t count)
+{
+    if (result.ranges.size() != count)
+        throw CallError{"Txn", EPROTO, false, "a reply without the requested keys"};
+}
+
+std::string valueOf(RangeResult const& range)
+{
+    return range.entries.empty() ? std::string() : range.entries[0].value;
+}
+
+LockQueue::View viewOf(TransactionResult const& result, std::string const& own, LockMode mode)
+{
+    requireReplies(result, readCount);
+    LockQueue::View view;
+    view.revision = result.header.revision;
+    view.wasDoubtful = result.wasDoubtful;
+    view.sequence = valueOf(result.ranges[readSequence]);
+    std::vector<KeyValue> const& entries = result.ranges[readQueue].entries;
+    for (KeyValue const& entry : entries)
+        if (entry.key == own)
+            view.ticket = entry.createRevision;
+    view.isFirst = std::none_of(entries.begin(), entries.end(), [&](KeyValue const& entry) {
+        return entry.createRevision < view.ticket &&
+               (mode == LockMode::write || parseEntry(entry).mode == LockMode::write);
+    });
+    return view;
+}
+
+}  // namespace
+
+LockQueue::LockQueue(Cluster& cluster, std::string const& name)
+    : cluster_(cluster), directory_(cluster.settings().prefix + "/lock/" + name + "/")
+{
+}
+
+std::string LockQueue::keyOf(int64_t lease) const
+{
+    char digits[17];
+    snprintf(digits, sizeof digits, "%016" PRIx64, static_cast<uint64_t>(lease));
+    return directory_ + "q/" + digits;
+}
+
+WatchedKeys LockQueue::keys() const
+{
+    return {directory_ + "q/", endOfPrefix(directory_ + "q/")};
+}
+
+std::vector<Operation> LockQueue::readOperations() const
+{
+    WatchedKeys const all = keys();
+    return {Range{all.key, all.end}, Range{directory_ + "seq"}};
+}
+
+LockQueue::View LockQueue::add(int64_t lease, LockMode mode, Budget& budget)
+{
+    std::string const key = keyOf(lease);
+    Transaction transaction;
+    transaction.conditions = {{key, Condition::createRevision, Condition::equal, 0}};
+    transaction.success = {Put{key, entryFor(mode), lease}};
+    transaction.failure = readOperations();
+    transaction.success.insert(transaction.success.end(), transaction.failure.begin(),
+                               transaction.failure.end());
+    View const view =
+        viewOf(cluster_.commit(transaction, Repetition::isHarmless, budget), key, mode);
+    if (view.ticket == 0)
+        throw CallError{"Txn", EIO, true, "a reply without the entry of the lock"};
+    return view;
+}
+
+LockQueue::View LockQueue::look(int64_t lease, LockMode mode, Budget& budget)
+{
+    return viewOf(cluster_.commit({{}, readOperations(), {}}, Repetition::isHarmless, budget),
+                  keyOf(lease), mode);
+}
+
+LockQueue::Removal LockQueue::remove(std::string const& key, int64_t ticket,
+                                     std::optional<std::string> const& number, bool isRepeated,
+                                     Budget& budget)
+{
+    Transaction transaction;
+    transaction.conditions = {{key, Condition::createRevision, Condition::equal, ticket}};
+    transaction.success = {Remove{key}};
+    if (number.has_value())
+        transaction.success.push_back(Put{directory_ + "seq", *number});
+    transaction.failure = {Range{directory_ + "seq"}};
+    TransactionResult const result = cluster_.commit(transaction, Repetition::isHarmless, budget);
+    if (result.hasSucceeded)
+        return Removal::done;
+    if (!result.wasDoubtful && !isRepeated)
+        return Removal::missing;
+    // Without a number, it makes no difference who has removed the entry.
+    if (!number.has_value())
+        return Removal::done;
+    requireReplies(result, 1);
+    std::vector<KeyValue> const& sequence = result.ranges[0].entries;
+    try {
+        return findRemoval(key, ticket, sequence.empty() ? 0 : sequence[0].modRevision, budget);
+    } catch (CallError& error) {
+        error.isDoubtful = true;
+        throw;
+    }
+}
+
+// Finds out whether this program has removed the entry. Only the holder of the lock writes the
+// sequence number, so the entry existed until a revision that wrote the number if and only if this
+// program has written it.
+LockQueue::Removal LockQueue::findRemoval(std::string const& key, int64_t ticket, int64_t written,
+                                          Budget& budget)
+{
+    while (written > ticket) {
+        Range entry{key};
+        Range sequence{directory_ + "seq"};
+        entry.revision = sequence.revision = written - 1;
+        TransactionResult before;
+        try {
+            before = cluster_.commit({{}, {entry, sequence}, {}}, Repetition::isHarmless, budget);
+        } catch (CallError const& error) {
+            if (error.error != ESTALE)
+                throw;
+            return Removal::unknown;
+        }
+        requireReplies(before, 2);
+        std::vector<KeyValue> const& found = before.ranges[0].entries;
+        if (!found.empty() && found[0].createRevision == ticket)
+            return Removal::done;
+        std::vector<KeyValue> const& earlier = before.ranges[1].entries;
+        written = earlier.empty() ? 0 : earlier[0].modRevision;
+    }
+    return Removal::missing;
+}
+
+std::vector<QueueEntry> LockQueue::list(std::string& sequence, Budget& budget)
+{
+    TransactionResult const result =
+        cluster_.commit({{}, readOperations(), {}}, Repetition::isHarmless, budget);
+    requireReplies(result, readCount);
+    sequence = valueOf(result.ranges[readSequence]);
+    std::vector<QueueEntry> entries;
+    for (KeyValue const& entry : result.ranges[readQueue].entries)
+        entries.push_back(parseEntry(entry));
+    std::sort(entries.begin(), entries.end(),
+              [](auto const& one, auto const& other) { return one.ticket < other.ticket; });
+    return entries;
+}
+
+}  // namespace zfleet

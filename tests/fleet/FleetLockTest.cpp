@@ -1,0 +1,913 @@
+// ZFleetReadWriteLock with a model of a cluster.
+#include <Z/ZException.h>
+#include <Z/ZFleetReadWriteLock.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "FleetFile.h"
+#include "LockStates.h"
+#include "ModelCluster.h"
+#include "Raised.h"
+#include "Threads.h"
+
+namespace {
+
+using Lock = ZFleetReadWriteLock_6_0;
+using Fate = ModelCluster::Fate;
+
+constexpr char kSource[] = "src/fleet/Z/ZFleetReadWriteLock";
+enum RaiseSite {
+    raiseForPath = 1,
+    raiseForDirectory,
+    raiseForFileName,
+    raiseInLock,
+    raiseInUnlock,
+    raiseForLoss,
+    raiseForFullDatabase,
+    raiseInReadSequence,
+    raiseInWriteSequence,
+    raiseInKeepAlive,
+};
+
+constexpr char kPath[] = "etcd://test/orders";
+constexpr char kQueue[] = "/zfleet/6/lock/orders/q/";
+constexpr char kSequence[] = "/zfleet/6/lock/orders/seq";
+
+// The entry of another program, which is before or after all entries of this one by its time.
+constexpr char kOther[] = "/zfleet/6/lock/orders/q/00000000000000ff";
+
+class Observer final : public ZObserverInterface_6_0 {
+public:
+    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
+    {
+        if (auto const* const lost = dynamic_cast<ZFleetLockLost_6_0 const*>(&parm))
+            seen += "lost " + std::to_string(lost->token()) + " ";
+        else if (auto const* const change = dynamic_cast<ZSequenceUpdate_6_0 const*>(&parm))
+            seen += std::to_string(change->getLastSequence()) + ">" +
+                    std::to_string(change->getSequence()) + " ";
+    }
+
+    std::string seen;
+};
+
+class FleetLock : public testing::Test {
+protected:
+    void setUpFile(std::string const& more)
+    {
+        file_.reset();
+        file_.emplace(FleetFile::textFor({cluster_.address()}) + more);
+    }
+
+    size_t entries() const { return cluster_.keys(kQueue).size(); }
+    size_t count(char const* method) const { return cluster_.server().count(method); }
+    std::string sequence() const { return cluster_.get(kSequence); }
+
+    void waitForEntries(size_t number) const
+    {
+        waitUntil([&] { return entries() == number; });
+    }
+
+    // Expects that the lock is free, and works.
+    void expectFree(Lock& lock) const
+    {
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ(0, lock.token());
+        EXPECT_EQ(0, lock.remaining());
+        EXPECT_EQ(0, lock.getReaderCount());
+        EXPECT_EQ(0u, entries());
+        lock.setPatience(0);
+        for (State const state : {kRead, kWrite}) {
+            std::thread([&] {
+                lock.lock(state);
+                lock.unlock(0);
+            }).join();
+        }
+        lock.setPatience(-1);
+    }
+
+    template <class Call>
+    static testing::AssertionResult isRefused(int error, Call call)
+    {
+        return raises<ZLockResourceException_6_0>(33, error, kSource, raiseInLock, call);
+    }
+
+    ModelCluster cluster_;
+    std::optional<FleetFile> file_{FleetFile::textFor({cluster_.address()}) +
+                                   "budget = 60\ncall = 1000\n"};
+};
+
+}  // namespace
+
+// ---- Ordinary use ------------------------------------------------------------------------------
+
+TEST_F(FleetLock, EntryNamesTheHolderAndEndsWithTheLock)
+{
+    char host[256];
+    ASSERT_EQ(0, gethostname(host, sizeof host));
+    std::string const holder = std::string(" ") + host + " " + std::to_string(getpid());
+    Lock lock(kPath);
+    EXPECT_STREQ(kPath, lock.getLockFileName());
+    for (State const state : {kRead, kProtect, kWrite}) {
+        EXPECT_EQ(0, lock.token());
+        lock.lock(state);
+        EXPECT_EQ(state == kRead ? kRead : kWrite, lock.getLockState());
+        std::vector<std::string> const keys = cluster_.keys(kQueue);
+        ASSERT_EQ(1u, keys.size());
+        EXPECT_EQ(16u, keys[0].size() - std::string(kQueue).size());
+        EXPECT_EQ((state == kRead ? "r" : "w") + holder, cluster_.get(keys[0]));
+        EXPECT_LT(0, lock.token());
+        lock.unlock(0);
+        EXPECT_EQ(0u, entries());
+    }
+    EXPECT_EQ("(missing)", sequence());
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, UncontendedUseTakesTwoTransactions)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    lock.unlock();
+    EXPECT_EQ(1u, count("LeaseGrant"));
+    size_t const before = cluster_.server().requests().size();
+    lock.writeLock();
+    lock.unlock();
+    EXPECT_EQ(before + 2, cluster_.server().requests().size());
+    EXPECT_EQ("2", sequence());
+}
+
+TEST_F(FleetLock, TokensRise)
+{
+    Lock first(kPath);
+    Lock second(kPath);
+    int64_t last = 0;
+    for (int i = 0; i < 3; ++i)
+        for (Lock* const lock : {&first, &second}) {
+            lock->writeLock();
+            EXPECT_LT(last, lock->token());
+            last = lock->token();
+            lock->unlock();
+        }
+}
+
+TEST_F(FleetLock, SequenceNumberIsToldToOtherObjects)
+{
+    Lock writer(kPath);
+    Lock reader(kPath);
+    Observer observer;
+    reader.addObserver(&observer);
+    reader.readLock();
+    reader.unlock();
+    EXPECT_EQ("", observer.seen);
+    writer.writeLock();
+    EXPECT_EQ("(missing)", sequence());
+    writer.unlock();
+    EXPECT_EQ("1", sequence());
+    EXPECT_EQ(1ul, writer.getSequence());
+    reader.readLock();
+    EXPECT_EQ("0>1 ", observer.seen);
+    EXPECT_EQ(kWrite, reader.getLockState());  // a reader that notifies has the write lock
+    reader.unlock();
+    EXPECT_EQ("1", sequence());
+    writer.writeLock();
+    writer.unlock(0);
+    EXPECT_EQ("1", sequence());
+}
+
+TEST_F(FleetLock, SequenceNumberWrapsAround)
+{
+    cluster_.put(kSequence, "4294967294");
+    Lock lock(kPath);
+    lock.writeLock();
+    EXPECT_EQ(4294967294ul, lock.getSequence());
+    EXPECT_EQ(0ul, lock.incSequence());
+    unsigned long number = 7;
+    lock.readSequenceNumber(&number);
+    EXPECT_EQ(0ul, number);
+    lock.unlock(0);
+    EXPECT_EQ("0", sequence());
+    lock.readSequenceNumber(&number);
+    EXPECT_EQ(0ul, number);
+}
+
+TEST_F(FleetLock, WriterExcludesAndReadersShare)
+{
+    Lock first(kPath);
+    Lock second(kPath);
+    second.setPatience(0);
+    struct Case {
+        State held;
+        State wanted;
+        bool isFree;
+    };
+    for (Case const c : {Case{kRead, kRead, true}, Case{kRead, kWrite, false},
+                         Case{kWrite, kRead, false}, Case{kWrite, kWrite, false}}) {
+        SCOPED_TRACE(std::to_string(c.held) + std::to_string(c.wanted));
+        first.lock(c.held);
+        std::thread([&] {
+            if (!c.isFree) {
+                EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { second.lock(c.wanted); }));
+                EXPECT_EQ(kUnset, second.getLockState());
+                return;
+            }
+            second.lock(c.wanted);
+            EXPECT_EQ(2u, entries());
+            second.unlock(0);
+        }).join();
+        EXPECT_EQ(1u, entries());
+        first.unlock(0);
+    }
+    expectFree(second);
+}
+
+TEST_F(FleetLock, RequestsAreServedInTheirOrder)
+{
+    Lock reader(kPath);
+    Lock writer(kPath);
+    Lock late(kPath);
+    reader.readLock();
+    std::string order;
+    std::thread writing([&] {
+        writer.writeLock();
+        order += "w";
+        writer.unlock();
+    });
+    waitForEntries(2);
+    late.setPatience(0);
+    EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { late.readLock(); }));  // it would overtake the writer
+    late.setPatience(-1);
+    std::thread reading([&] {
+        late.readLock();
+        order += "r";
+        late.unlock();
+    });
+    waitForEntries(3);
+    reader.unlock();
+    writing.join();
+    reading.join();
+    EXPECT_EQ("wr", order);
+    EXPECT_EQ(0u, entries());
+}
+
+TEST_F(FleetLock, ThreadsOfAnObjectShareAnEntry)
+{
+    Lock lock(kPath);
+    lock.readLock();
+    std::thread([&] {
+        lock.readLock();
+        EXPECT_EQ(1u, entries());
+        lock.unlock();
+    }).join();
+    EXPECT_EQ(1u, entries());
+    lock.unlock();
+    EXPECT_EQ(0u, entries());
+}
+
+TEST_F(FleetLock, EntryThatCannotBeReadExcludes)
+{
+    cluster_.put(kOther, "?");
+    Lock lock(kPath);
+    lock.setPatience(0);
+    EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { lock.readLock(); }));
+    cluster_.put(kOther, "r elsewhere 1");
+    lock.readLock();
+    lock.unlock();
+}
+
+// ---- Waiting -----------------------------------------------------------------------------------
+
+TEST_F(FleetLock, WaitsUntilAnotherProgramLeaves)
+{
+    cluster_.put(kOther, "w elsewhere 1");
+    Lock lock(kPath);
+    std::thread thread([&] {
+        lock.readLock();
+        EXPECT_EQ("(missing)", cluster_.get(kOther));
+        lock.unlock();
+    });
+    waitUntil([&] { return cluster_.server().streams() == 1; });
+    cluster_.put(kOther, "");
+    thread.join();
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, LooksWithoutANotice)
+{
+    cluster_.put(kOther, "w elsewhere 1");
+    Lock lock(kPath);
+    std::thread thread([&] {
+        lock.writeLock();
+        lock.unlock();
+    });
+    waitUntil([&] { return cluster_.server().streams() == 1; });
+    cluster_.silenceWatches();
+    cluster_.put(kOther, "");
+    thread.join();
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, PatienceEnds)
+{
+    cluster_.put(kOther, "w elsewhere 1");
+    Lock lock(kPath);
+    lock.setPatience(150);
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { lock.writeLock(); }));
+    EXPECT_LE(std::chrono::milliseconds(150), std::chrono::steady_clock::now() - start);
+    EXPECT_EQ(1u, entries());
+    EXPECT_EQ(1u, cluster_.leases());  // kept: nothing is in doubt
+    cluster_.put(kOther, "");
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, EntryThatEndedWhileWaitingIsAddedAgain)
+{
+    cluster_.put(kOther, "w elsewhere 1");
+    Lock lock(kPath);
+    std::thread thread([&] {
+        lock.writeLock();
+        EXPECT_EQ(1u, entries());
+        lock.unlock();
+    });
+    waitUntil([&] { return cluster_.server().streams() == 1; });
+    std::string const entry = cluster_.keys(kQueue).back();
+    cluster_.endLeases();
+    waitUntil([&] { return entries() == 2 && cluster_.keys(kQueue).back() != entry; });
+    cluster_.put(kOther, "");
+    thread.join();
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, WaitContinuesWhileTheClusterIsSilent)
+{
+    cluster_.put(kOther, "w elsewhere 1");
+    setUpFile("budget = 3\ncall = 1000\n");
+    Lock lock(kPath);
+    std::thread thread([&] {
+        lock.writeLock();
+        lock.unlock();
+    });
+    waitUntil([&] { return cluster_.server().streams() == 1; });
+    cluster_.refuse(14);
+    cluster_.put(kOther, "");  // the notice leads to reads that fail
+    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+    cluster_.refuse(0);
+    thread.join();
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, LostRightEndsTheWait)
+{
+    cluster_.put(kOther, "w elsewhere 1");
+    Lock lock(kPath);
+    std::thread thread([&] { EXPECT_TRUE(isRefused(EACCES, [&] { lock.writeLock(); })); });
+    waitUntil([&] { return cluster_.server().streams() == 1; });
+    cluster_.refuse(7);
+    cluster_.put(kOther, "w elsewhere 2");
+    thread.join();
+    EXPECT_EQ(kUnset, lock.getLockState());
+}
+
+TEST_F(FleetLock, SignalHandlerEndsTheWaitUnlessItRestartsCalls)
+{
+    static std::atomic<int> handled;
+    handled = 0;
+    struct sigaction action = {};
+    action.sa_handler = [](int) { ++handled; };
+    struct sigaction before1;
+    struct sigaction before2;
+    ASSERT_EQ(0, sigaction(SIGUSR1, &action, &before1));
+    action.sa_flags = SA_RESTART;
+    ASSERT_EQ(0, sigaction(SIGUSR2, &action, &before2));
+    cluster_.put(kOther, "w elsewhere 1");
+    Lock lock(kPath);
+    std::thread thread([&] { EXPECT_TRUE(isRefused(EINTR, [&] { lock.writeLock(); })); });
+    waitUntil([&] { return cluster_.server().streams() == 1; });
+    ASSERT_EQ(0, pthread_kill(thread.native_handle(), SIGUSR2));
+    waitUntil([] { return handled == 1; });
+    EXPECT_EQ(2u, entries());
+    ASSERT_EQ(0, pthread_kill(thread.native_handle(), SIGUSR1));
+    thread.join();
+    EXPECT_EQ(2, handled);
+    cluster_.put(kOther, "");
+    expectFree(lock);
+    sigaction(SIGUSR1, &before1, nullptr);
+    sigaction(SIGUSR2, &before2, nullptr);
+}
+
+TEST_F(FleetLock, CancelledThreadLeavesTheQueue)
+{
+    cluster_.put(kOther, "w elsewhere 1");
+    Lock lock(kPath);
+    CancellableThread thread([&] { lock.writeLock(); });
+    waitUntil([&] { return cluster_.server().streams() == 1; });
+    thread.cancel();
+    EXPECT_TRUE(thread.endsCancelled());
+    EXPECT_EQ(1u, entries());
+    cluster_.put(kOther, "");
+    expectFree(lock);
+}
+
+// ---- Replies that are lost, late or doubled ----------------------------------------------------
+
+TEST_F(FleetLock, LostReplyToARequestIsRepeated)
+{
+    for (Fate const fate : {Fate::replyLost, Fate::requestLost, Fate::noReply}) {
+        SCOPED_TRACE(static_cast<int>(fate));
+        Lock lock(kPath);
+        cluster_.setFates({fate});
+        lock.writeLock();
+        EXPECT_EQ(1u, entries());
+        lock.unlock();
+        EXPECT_EQ(0u, cluster_.leases());  // a late request cannot add the entry again
+        expectFree(lock);
+    }
+    EXPECT_EQ("3", sequence());
+}
+
+TEST_F(FleetLock, LateRequestAddsNoEntry)
+{
+    Lock lock(kPath);
+    cluster_.setFates({Fate::delayed});
+    lock.writeLock();
+    EXPECT_EQ(1u, entries());
+    lock.unlock();
+    cluster_.deliver();
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, RequestThatWasGivenUpAddsNoEntryLater)
+{
+    setUpFile("budget = 1\ncall = 300\n");
+    Lock lock(kPath);
+    cluster_.setFates(std::deque<Fate>(200, Fate::delayed));
+    EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { lock.writeLock(); }));
+    EXPECT_EQ(0u, cluster_.leases());
+    cluster_.setFates({});
+    cluster_.deliver();
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, LeaseThatCannotBeRevokedIsNotRenewed)
+{
+    setUpFile("budget = 1\ncall = 300\n");
+    Lock lock(kPath);
+    cluster_.setFates(std::deque<Fate>(200, Fate::delayed));
+    cluster_.refuseLeases("LeaseRevoke", 14);
+    EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { lock.writeLock(); }));
+    cluster_.setFates({});
+    cluster_.deliver();
+    EXPECT_EQ(1u, entries());
+    lock.setPatience(0);
+    EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { lock.writeLock(); }));  // until the lease ends
+    EXPECT_EQ(0u, count("LeaseKeepAlive"));
+    cluster_.refuseLeases("LeaseRevoke", 0);
+    cluster_.endLeases();
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, LeaseThatEndedBetweenAcquisitionsIsReplaced)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    lock.unlock();
+    cluster_.endLeases();
+    expectFree(lock);
+    EXPECT_EQ(2u, count("LeaseGrant"));
+}
+
+TEST_F(FleetLock, ReleaseWithoutReplyCountsOnce)
+{
+    Lock lock(kPath);
+    int expected = 0;
+    for (Fate const fate : {Fate::replyLost, Fate::requestLost, Fate::noReply, Fate::delayed}) {
+        SCOPED_TRACE(static_cast<int>(fate));
+        lock.writeLock();
+        cluster_.setFates({fate});
+        lock.unlock();
+        cluster_.deliver();
+        EXPECT_EQ(std::to_string(++expected), sequence());
+        expectFree(lock);
+    }
+}
+
+TEST_F(FleetLock, LateReleaseDoesNotRemoveALaterHolder)
+{
+    Lock lock(kPath);
+    Observer observer;
+    lock.addObserver(&observer);
+    lock.writeLock();
+    cluster_.setFates({Fate::delayed});
+    lock.unlock();
+    lock.writeLock();  // the key of the entry is the same
+    cluster_.deliver();
+    EXPECT_EQ(1u, entries());
+    EXPECT_EQ(1, lock.keepAlive());
+    lock.unlock();
+    EXPECT_EQ("2", sequence());
+    EXPECT_EQ("", observer.seen);
+}
+
+TEST_F(FleetLock, ReleaseIsFoundInTheHistory)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    cluster_.setFates({Fate::replyLost});
+    cluster_.setInterlude([&] {
+        cluster_.put(kSequence, "2");  // two later holders
+        cluster_.put(kSequence, "3");
+    });
+    lock.unlock();
+    EXPECT_EQ("3", sequence());
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, LossDuringAReleaseIsFoundInTheHistory)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    cluster_.setFates({Fate::requestLost});
+    cluster_.setPrelude([&] {
+        cluster_.endLeases();
+        cluster_.put(kSequence, "1");  // the same number, by another holder
+    });
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss,
+                                                    [&] { lock.unlock(); }));
+    lock.unlock(0);
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, ReleaseWithoutHistoryHasAnUnknownOutcome)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    cluster_.setFates({Fate::replyLost});
+    cluster_.setInterlude([&] {
+        cluster_.put(kSequence, "2");
+        cluster_.put("unrelated", "x");
+        cluster_.compact();
+    });
+    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(34, EINPROGRESS, kSource, raiseInUnlock,
+                                                     [&] { lock.unlock(); }));
+    EXPECT_EQ(kWrite, lock.getLockState());
+    EXPECT_EQ(0, lock.remaining());
+    lock.unlock(0);
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, FailedReleaseKeepsTheLock)
+{
+    setUpFile("budget = 1\ncall = 300\n");
+    Lock lock(kPath);
+    lock.writeLock();
+    cluster_.refuse(14);
+    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(34, ETIMEDOUT, kSource, raiseInUnlock,
+                                                     [&] { lock.unlock(); }));
+    EXPECT_EQ(kWrite, lock.getLockState());
+    EXPECT_EQ(0ul, lock.getSequence());
+    EXPECT_EQ(0, lock.remaining());  // the request may still arrive
+    cluster_.refuse(0);
+    lock.unlock();
+    EXPECT_EQ("1", sequence());
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, RefusedReleaseKeepsTheLockForSure)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    cluster_.refuse(7);
+    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(34, EACCES, kSource, raiseInUnlock,
+                                                     [&] { lock.unlock(); }));
+    EXPECT_LT(0, lock.remaining());
+    cluster_.refuse(0);
+    EXPECT_EQ(1, lock.keepAlive());
+    lock.unlock();
+    expectFree(lock);
+}
+
+// ---- Leases ------------------------------------------------------------------------------------
+
+TEST_F(FleetLock, RemainingTimeIsNineTenthsOfTheLease)
+{
+    Lock lock(kPath);
+    EXPECT_EQ(0, lock.remaining());
+    lock.readLock();
+    EXPECT_GE(27000, lock.remaining());
+    EXPECT_LT(20000, lock.remaining());
+    lock.unlock();
+    EXPECT_EQ(0, lock.remaining());
+}
+
+TEST_F(FleetLock, RenewalExtendsTheTime)
+{
+    setUpFile("lease = 2\n");
+    Lock lock(kPath);
+    lock.writeLock();
+    waitUntil([&] { return lock.remaining() < 1000; });
+    EXPECT_EQ(1, lock.keepAlive());
+    EXPECT_LT(1000, lock.remaining());
+    waitUntil([&] { return lock.remaining() == 0; });
+    EXPECT_EQ(0, lock.isLost());
+    EXPECT_EQ(1, lock.keepAlive());  // the cluster still has the lease, so nothing was lost
+    EXPECT_LT(0, lock.remaining());
+    lock.unlock();
+    EXPECT_EQ("1", sequence());
+}
+
+TEST_F(FleetLock, OldLeaseIsRenewedBeforeTheNextAcquisition)
+{
+    setUpFile("lease = 2\n");
+    Lock lock(kPath);
+    lock.writeLock();
+    lock.unlock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    lock.writeLock();
+    EXPECT_EQ(1u, count("LeaseKeepAlive"));
+    EXPECT_LT(1000, lock.remaining());
+    lock.unlock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+    lock.writeLock();
+    EXPECT_EQ(2u, count("LeaseGrant"));
+    EXPECT_LT(1000, lock.remaining());
+    lock.unlock();
+}
+
+TEST_F(FleetLock, RenewalByAnOldLeaderIsNotValid)
+{
+    setUpFile("call = 200\n");
+    Lock lock(kPath);
+    lock.writeLock();
+    int64_t const before = lock.remaining();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    cluster_.setRenewalTerm(0);
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ETIMEDOUT, kSource, raiseInKeepAlive,
+                                                   [&] { lock.keepAlive(); }));
+    EXPECT_GE(before - 50, lock.remaining());
+    cluster_.setRenewalTerm(1);
+    cluster_.denyLeases(true);  // but the entry exists
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ETIMEDOUT, kSource, raiseInKeepAlive,
+                                                   [&] { lock.keepAlive(); }));
+    EXPECT_EQ(0, lock.isLost());
+    cluster_.denyLeases(false);
+    EXPECT_EQ(1, lock.keepAlive());
+    lock.unlock();
+}
+
+TEST_F(FleetLock, FreeLockIsNotRenewed)
+{
+    Lock lock(kPath);
+    EXPECT_EQ(0, lock.keepAlive());
+    lock.writeLock();
+    lock.unlock();
+    EXPECT_EQ(0, lock.keepAlive());
+    EXPECT_EQ(0u, count("LeaseKeepAlive"));
+}
+
+TEST_F(FleetLock, LeaseEndsWithTheObject)
+{
+    {
+        Lock lock(kPath);
+        lock.writeLock();
+        lock.unlock();
+        EXPECT_EQ(1u, cluster_.leases());
+    }
+    EXPECT_EQ(0u, cluster_.leases());
+}
+
+TEST_F(FleetLock, DestroyedHeldLockKeepsItsLease)
+{
+    auto lock = std::make_unique<Lock>(kPath);
+    lock->writeLock();
+    EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(32, "src/Z/ZProcessReadWriteLock", 64,
+                                                           [&] { delete lock.release(); }));
+    EXPECT_EQ(1u, entries());
+    EXPECT_EQ(1u, cluster_.leases());
+}
+
+// ---- Losses ------------------------------------------------------------------------------------
+
+TEST_F(FleetLock, RenewalFindsALoss)
+{
+    Lock lock(kPath);
+    Observer observer;
+    lock.addObserver(&observer);
+    lock.writeLock();
+    std::string const token = std::to_string(lock.token());
+    cluster_.endLeases();
+    EXPECT_EQ(0, lock.keepAlive());
+    EXPECT_EQ(1, lock.isLost());
+    EXPECT_EQ(0, lock.remaining());
+    EXPECT_EQ("lost " + token + " ", observer.seen);
+    EXPECT_EQ(0, lock.keepAlive());
+    EXPECT_EQ(kWrite, lock.getLockState());
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss,
+                                                    [&] { lock.unlock(); }));
+    EXPECT_EQ(kWrite, lock.getLockState());
+    EXPECT_EQ(0ul, lock.getSequence());
+    lock.unlock(0);
+    EXPECT_EQ(0, lock.isLost());
+    EXPECT_EQ("lost " + token + " ", observer.seen);
+    EXPECT_EQ("(missing)", sequence());
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, ReleaseFindsALoss)
+{
+    for (State const state : {kRead, kWrite})
+        for (int const update : {0, 1}) {
+            SCOPED_TRACE(std::to_string(state) + std::to_string(update));
+            Lock lock(kPath);
+            Observer observer;
+            lock.addObserver(&observer);
+            lock.lock(state);
+            std::string const token = std::to_string(lock.token());
+            cluster_.endLeases();
+            if (update != 0) {
+                EXPECT_TRUE(raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss,
+                                                                [&] { lock.unlock(1); }));
+                EXPECT_EQ(1, lock.isLost());
+                EXPECT_EQ(state, lock.getLockState());
+            }
+            lock.unlock(0);
+            EXPECT_EQ("lost " + token + " ", observer.seen);
+            EXPECT_EQ("(missing)", sequence());
+            lock.deleteObservers();
+            expectFree(lock);
+        }
+}
+
+TEST_F(FleetLock, EntryThatSomeoneRemovedIsALoss)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    cluster_.put(cluster_.keys(kQueue).at(0), "");
+    EXPECT_EQ(0, lock.keepAlive());
+    EXPECT_EQ(1, lock.isLost());
+    lock.unlock(0);
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, LockIsLostIfItCannotBeRenewedInTime)
+{
+    setUpFile("lease = 1\nbudget = 1\ncall = 100\n");
+    Lock lock(kPath);
+    Observer observer;
+    lock.addObserver(&observer);
+    lock.writeLock();
+    cluster_.refuse(14);
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ETIMEDOUT, kSource, raiseInKeepAlive,
+                                                   [&] { lock.keepAlive(); }));
+    EXPECT_EQ(0, lock.isLost());
+    waitUntil([&] { return lock.remaining() == 0; });
+    EXPECT_EQ("", observer.seen);
+    EXPECT_EQ(0, lock.keepAlive());
+    EXPECT_EQ(1, lock.isLost());
+    EXPECT_EQ(0u, observer.seen.find("lost"));
+    cluster_.refuse(0);
+    EXPECT_EQ(0, lock.keepAlive());  // a loss that was reported stays
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss,
+                                                    [&] { lock.unlock(); }));
+    lock.unlock(0);
+    expectFree(lock);  // the entry is removed, though the lease lasts
+}
+
+TEST_F(FleetLock, GuardReleasesALostLock)
+{
+    Lock lock(kPath);
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss, [&] {
+        ZStackReadWriteLock_6_0 guard(lock, 1);
+        guard.writeLock();
+        cluster_.endLeases();
+    }));
+    expectFree(lock);
+}
+
+// ---- Failures of the cluster -------------------------------------------------------------------
+
+TEST_F(FleetLock, FullDatabaseGivesNoNewLock)
+{
+    cluster_.setFull(true);
+    Lock lock(kPath);
+    EXPECT_TRUE(isRefused(ENOSPC, [&] { lock.writeLock(); }));
+    cluster_.setFull(false);
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, FullDatabaseReleasesWithoutTheNumber)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    cluster_.setFull(true);
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(33, ENOSPC, kSource, raiseForFullDatabase,
+                                                    [&] { lock.unlock(); }));
+    EXPECT_EQ(0u, entries());
+    EXPECT_EQ(0, lock.remaining());
+    EXPECT_EQ(kWrite, lock.getLockState());
+    EXPECT_EQ(0ul, lock.getSequence());
+    lock.unlock(0);
+    EXPECT_EQ("(missing)", sequence());
+    cluster_.setFull(false);
+    expectFree(lock);
+}
+
+TEST_F(FleetLock, AcquisitionFailsWithTheErrnoOfTheCluster)
+{
+    setUpFile("budget = 1\ncall = 200\n");
+    struct Case {
+        int status;
+        int error;
+    };
+    for (Case const c : {Case{14, ETIMEDOUT}, Case{7, EACCES}, Case{16, EACCES}, Case{13, EIO}}) {
+        SCOPED_TRACE(c.status);
+        Lock lock(kPath);
+        cluster_.refuse(c.status);
+        EXPECT_TRUE(isRefused(c.error, [&] { lock.writeLock(); }));
+        cluster_.refuse(0);
+        expectFree(lock);
+    }
+}
+
+TEST_F(FleetLock, BadSequenceNumberIsRefused)
+{
+    for (char const* const text : {"x", "1x", "-1", "4294967295", "99999999999", " 1"}) {
+        SCOPED_TRACE(text);
+        cluster_.put(kSequence, text);
+        Lock lock(kPath);
+        EXPECT_TRUE(raises<ZReadResourceException_6_0>(35, -1, kSource, raiseInReadSequence,
+                                                       [&] { lock.writeLock(); }));
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ(0u, entries());
+        EXPECT_EQ(text, sequence());
+    }
+}
+
+// ---- Arguments ---------------------------------------------------------------------------------
+
+TEST_F(FleetLock, PathNamesAFleetAndALock)
+{
+    for (char const* const path : {static_cast<char const*>(nullptr), "", "orders", "/tmp/x"})
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, raiseForPath,
+                                                           [&] { Lock const lock(path); }));
+    for (char const* const path :
+         {"etcd://test", "etcd://test/", "etcd:///orders", "etcd://test/a/b", "etcd://test/a b"}) {
+        SCOPED_TRACE(path);
+        try {
+            Lock const lock(path);
+            FAIL() << "nothing was thrown";
+        } catch (ZPropertiesIOException_6_0 const& e) {
+            EXPECT_EQ(EINVAL, e.excerrno());
+        }
+    }
+    EXPECT_THROW(Lock const lock("etcd://unknown/orders"), ZPropertiesException_6_0);
+}
+
+TEST_F(FleetLock, LockHasNoDirectory)
+{
+    Lock lock(kPath);
+    EXPECT_STREQ("", lock.getLockDirName());
+    lock.setLockDirName(nullptr);
+    lock.setLockDirName("");
+    EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, raiseForDirectory,
+                                                       [&] { lock.setLockDirName("/tmp"); }));
+    lock.setLockFileName(kPath);
+    EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(
+        22, kSource, raiseForFileName, [&] { lock.setLockFileName("etcd://test/other"); }));
+    EXPECT_STREQ(kPath, lock.getLockFileName());
+    EXPECT_EQ(0, lock.compare(Lock(kPath)));
+    EXPECT_NE(0, lock.compare(Lock("etcd://test/other")));
+}
+
+TEST_F(FleetLock, NumberIsOnlyWrittenByAWriter)
+{
+    Lock lock(kPath);
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(33, EBADF, kSource, raiseInWriteSequence,
+                                                    [&] { lock.writeSequenceNumber(1); }));
+    lock.readLock();
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(33, EBADF, kSource, raiseInWriteSequence,
+                                                    [&] { lock.writeSequenceNumber(1); }));
+    lock.unlock();
+    EXPECT_EQ("(missing)", sequence());
+}
+
+TEST_F(FleetLock, UnlockByAStrangerChangesNothing)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    std::thread([&] {
+        EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(6, "src/Z/ZReadWriteLock", 104,
+                                                         [&] { lock.unlock(); }));
+    }).join();
+    EXPECT_EQ(1u, entries());
+    EXPECT_EQ(kWrite, lock.getLockState());
+    lock.unlock();
+    EXPECT_EQ("1", sequence());
+}
