@@ -1,10 +1,13 @@
 // The threads of gRPC in a program without a server.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 
 #include "transport/cluster.h"
@@ -53,4 +56,30 @@ TEST(FleetThreads, ThreadsOfGrpcReceiveNoSignals)
     }
     for (int const signal : {SIGUSR1, SIGTERM, SIGSEGV})
         EXPECT_FALSE(blocks("/proc/self/task/" + std::to_string(getpid()), signal));
+}
+
+// gRPC ends its threads with the last channel. A thread of gRPC that released this channel would
+// wait for itself.
+TEST(FleetThreads, WatchMayOutliveItsCluster)
+{
+    // A node that never replies.
+    int const silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof place;
+    ASSERT_EQ(0, bind(silent, reinterpret_cast<sockaddr*>(&place), length));
+    ASSERT_EQ(0, listen(silent, 64));
+    ASSERT_EQ(0, getsockname(silent, reinterpret_cast<sockaddr*>(&place), &length));
+    Settings settings;
+    settings.fleet = "test";
+    settings.endpoints = {"127.0.0.1:" + std::to_string(ntohs(place.sin_port))};
+    auto const event = std::make_shared<Event>();
+    for (int i = 0; i < 150; ++i) {
+        auto cluster = std::make_unique<Cluster>(settings);
+        std::unique_ptr<Watch> watch = cluster->watch(0, "k", 1, event);
+        cluster = nullptr;
+        watch = nullptr;
+    }
+    close(silent);
 }

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
 
 #include "fleet_messages.pb.h"
@@ -51,7 +52,7 @@ void Event::clear() const
     eventfd_read(fd_, &ignored);
 }
 
-// Shared by a watch and its stream. The stream uses it until its last reaction.
+// Used by the stream until its last reaction.
 struct Watch::State {
     explicit State(std::shared_ptr<Event> wake) : event(std::move(wake)) {}
 
@@ -63,21 +64,29 @@ struct Watch::State {
         event->signal();
     }
 
+    // Waits for the last reaction.
+    void waitForEnd()
+    {
+        std::unique_lock<std::mutex> guard(mutex);
+        ended.wait(guard, [this] { return hasEnded; });
+    }
+
     std::shared_ptr<Event> const event;
     grpc::ClientContext context;
     std::mutex mutex;
-    News news;  // guarded by mutex
+    std::condition_variable ended;
+    News news;              // guarded by mutex
+    bool hasEnded = false;  // guarded by mutex
 };
 
 // The reactions run on threads of gRPC. The object deletes itself after the last one.
 class Watch::Stream : public grpc::ClientBidiReactor<wire::WatchRequest, wire::WatchResponse> {
 public:
-    Stream(std::shared_ptr<State> state, std::shared_ptr<grpc::Channel> const& channel,
-           wire::WatchRequest request)
-        : state_(std::move(state)), request_(std::move(request))
+    Stream(State& state, std::shared_ptr<grpc::Channel> const& channel, wire::WatchRequest request)
+        : state_(state), request_(std::move(request))
     {
         grpc::TemplatedGenericStub<wire::WatchRequest, wire::WatchResponse> stub(channel);
-        stub.PrepareBidiStreamingCall(&state_->context, kWatchMethod, {}, this);
+        stub.PrepareBidiStreamingCall(&state_.context, kWatchMethod, {}, this);
         StartWrite(&request_);
         StartRead(&response_);
         StartCall();
@@ -91,7 +100,7 @@ public:
         for (wire::WatchEvent const& event : response_.events())
             revision = std::max(revision, event.kv().mod_revision());
         bool const isCanceled = response_.canceled();
-        state_->record([&](News& news) {
+        state_.record([&](News& news) {
             news.isStarted = true;
             news.revision = std::max(news.revision, revision);
             if (isCanceled)
@@ -99,7 +108,7 @@ public:
                            response_.reason()});
         });
         if (isCanceled)
-            state_->context.TryCancel();
+            state_.context.TryCancel();
         else
             StartRead(&response_);
     }
@@ -107,7 +116,11 @@ public:
     void OnDone(grpc::Status const& status) override
     {
         CallStatus const reason{static_cast<int>(status.error_code()), status.error_message()};
-        state_->record([&](News& news) { end(news, reason); });
+        std::lock_guard<std::mutex> const guard(state_.mutex);
+        end(state_.news, reason);
+        state_.event->signal();
+        state_.hasEnded = true;
+        state_.ended.notify_all();
         delete this;
     }
 
@@ -120,7 +133,7 @@ private:
         news.status = status;
     }
 
-    std::shared_ptr<State> const state_;
+    State& state_;
     wire::WatchRequest const request_;
     wire::WatchResponse response_;
 };
@@ -132,7 +145,7 @@ Watch::Watch(Endpoint& endpoint, WatchedKeys const& keys, int64_t revision, std:
     CancelGuard const uncancelled;
     requireOwnProcess(kWatchMethod);
     SignalGuard const unsignalled;
-    state_ = std::make_shared<State>(std::move(event));
+    state_ = std::make_unique<State>(std::move(event));
     // An isolated node would stay silent otherwise.
     state_->context.AddMetadata("hasleader", "true");
     if (!token_.empty())
@@ -141,17 +154,22 @@ Watch::Watch(Endpoint& endpoint, WatchedKeys const& keys, int64_t revision, std:
     request.mutable_create()->set_key(keys.key);
     request.mutable_create()->set_range_end(keys.end);
     request.mutable_create()->set_start_revision(revision);
-    new Stream(state_, endpoint.channel(), std::move(request));
+    new Stream(*state_, endpoint.channel(), std::move(request));
 }
 
 Watch::~Watch()
 {
     if (isForeignProcess()) {
-        new std::shared_ptr<State>(state_);
+        static_cast<void>(state_.release());
         return;
     }
+    CancelGuard const uncancelled;
     SignalGuard const unsignalled;
     state_->context.TryCancel();
+    // The context has a reference to the channel. If a thread of gRPC released the last one, gRPC
+    // would wait for this thread in itself, and free the queue that the thread reads.
+    state_->waitForEnd();
+    state_.reset();
 }
 
 Watch::News Watch::take()

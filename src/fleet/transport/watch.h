@@ -11,7 +11,7 @@
 
 namespace zfleet {
 
-// An event descriptor, closed with the last reference: a stream may end later than its watch.
+// An event descriptor, closed with the last reference.
 class Event {
 public:
     /// throws  CallError with "eventfd()".
@@ -51,7 +51,8 @@ public:
     Watch(Watch const&) = delete;
     Watch& operator=(Watch const&) = delete;
 
-    /// Ends the stream, without waiting. In a child of the process that started it, leaks it.
+    /// Ends the stream, and waits for its last reaction, but not for the node. In a child of the
+    /// process that started the stream, leaks it.
     ~Watch();
 
     /// Returns the notices since the last call.
@@ -64,7 +65,7 @@ private:
     class Stream;
 
     std::string const token_;
-    std::shared_ptr<State> state_;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace zfleet
