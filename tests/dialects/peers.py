@@ -10,6 +10,7 @@ its lines counts. Keys above the first header are in the stanza ".".
 import configparser
 import ctypes
 import ctypes.util
+import functools
 import glob
 import json
 import os
@@ -74,6 +75,7 @@ def find_glib():
     return None if ctypes.util.find_library("glib-2.0") else "libglib2.0-0 is not installed"
 
 
+@functools.cache
 def glib():
     library = ctypes.CDLL(ctypes.util.find_library("glib-2.0"))
     for name in ("new", "get_groups", "get_keys", "get_string"):
@@ -183,11 +185,20 @@ def php_values(scanned):
     return values(found)
 
 
+def read_php_files(paths):
+    """Readings of several files by one process."""
+    run = subprocess.run(["php", "-n", "-r", PHP], input=os.fsencode("\n".join(paths)),
+                         capture_output=True, check=True)
+    lines = run.stdout.splitlines()
+    if len(lines) != len(paths):
+        raise subprocess.CalledProcessError(run.returncode, "php", run.stdout, run.stderr)
+    for line in lines:
+        normal, raw = (php_values(scanned) for scanned in json.loads(line))
+        yield {**(raw if "refused" in normal else normal), "raw": raw, "normal": normal}
+
+
 def read_php(path):
-    run = subprocess.run(["php", "-n", "-r", PHP], input=path.encode(), capture_output=True,
-                         check=True)
-    normal, raw = (php_values(scanned) for scanned in json.loads(run.stdout))
-    return {**(raw if "refused" in normal else normal), "raw": raw, "normal": normal}
+    return next(read_php_files([path]))
 
 
 # MySQL and MariaDB
@@ -422,11 +433,12 @@ def read_qsettings_latin1(path):
 class Peer:
     """A reader, and the dialects that it defines."""
 
-    def __init__(self, name, dialects, find, read):
+    def __init__(self, name, dialects, find, read, read_all=None):
         self.name = name
         self.dialects = dialects
         self.find = find
         self.read = read
+        self.read_all = read_all or (lambda paths: map(read, paths))  # yields a reading of each file
 
 
 PEERS = [
@@ -435,7 +447,7 @@ PEERS = [
     Peer("git config", ["git"], find_git, read_git),
     Peer("configparser", ["python"], lambda: None, read_python),
     Peer("configparser, inline", ["python-inline"], lambda: None, read_python_inline),
-    Peer("php", ["php"], find_php, read_php),
+    Peer("php", ["php"], find_php, read_php, read_php_files),
     Peer("my_print_defaults", ["mysql"], find_mysql, read_mysql),
     Peer("testparm", ["samba"], find_samba, read_samba),
     Peer("kreadconfig5", ["kconfig"], find_kconfig, read_kconfig),
@@ -449,8 +461,8 @@ PEERS = [
 
 def main():
     peer = next(peer for peer in PEERS if peer.name == sys.argv[1])
-    for path in sys.argv[2:]:
-        print(json.dumps(peer.read(path)), flush=True)
+    for reading in peer.read_all(sys.argv[2:]):
+        print(json.dumps(reading), flush=True)
 
 
 if __name__ == "__main__":

@@ -73,8 +73,8 @@ def refusal_by(peer):
     return refusal
 
 
-def php_refusal(path):
-    return peers.read_php(path)["normal"].get("refused")
+def php_refusals(paths):
+    return [reading["normal"].get("refused") for reading in peers.read_php_files(paths)]
 
 
 def shell_refusal(path):
@@ -82,14 +82,18 @@ def shell_refusal(path):
     return peers.text(run.stderr) if run.returncode != 0 else None
 
 
-# Functions that return why a reader refuses a file, or None, if the reading of the peer has another
-# rule. Supervisor, the user of "python-inline", reads with strict=False.
+def each(refusal):
+    return lambda paths: map(refusal, paths)
+
+
+# Functions that return why a reader refuses each file, or None, if the reading of the peer has
+# another rule, or if one process reads them all. Supervisor, the user of "python-inline", reads with strict=False.
 REFUSALS = {
-    "configparser": python_refusal,
-    "configparser, inline": lambda path: python_refusal(
-        path, strict=False, inline_comment_prefixes=("#", ";")),
-    "php": php_refusal,
-    "sh": shell_refusal,
+    "configparser": each(python_refusal),
+    "configparser, inline": each(lambda path: python_refusal(
+        path, strict=False, inline_comment_prefixes=("#", ";"))),
+    "php": php_refusals,
+    "sh": each(shell_refusal),
 }
 
 # The share of the files that a reader which is a slow process gets.
@@ -153,7 +157,7 @@ def main():
             if missing:
                 print(f"{peer.name}: left out, {missing}")
                 continue
-            refusal = REFUSALS.get(peer.name) or refusal_by(peer)
+            refusals = REFUSALS.get(peer.name) or each(refusal_by(peer))
             for dialect in peer.dialects:
                 rng = random.Random(len(dialect))
                 texts = [pathlib.Path(path).read_bytes() for path in samples[dialect]]
@@ -166,8 +170,7 @@ def main():
                         paths.append(path)
                 errors = lint(zstz, dialect, paths)
                 both = alone = silent = 0
-                for path in paths:
-                    message = refusal(path)
+                for path, message in zip(paths, refusals(paths)):
                     both += message is not None and errors[path]
                     alone += message is None and errors[path]
                     if message is None or errors[path]:
