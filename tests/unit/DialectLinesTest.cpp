@@ -363,3 +363,10 @@ TEST(DialectLines, ACommentOfAKeyIsBelowALineOfAKeyAbove)
     EXPECT_EQ("[a]\nk=1\njunk\n# c\nm=4\n",
               textAfter("systemd", "[a]\nk=1\njunk\nm=4\n", {ofKey}));
 }
+
+// The first line of the new comment is equal to the comment of the key.
+TEST(DialectLines, ACommentWithALineOfAnotherCommentIsAboveIt)
+{
+    Change const ofFile = [](Store& store) { store.setComment(nullptr, nullptr, ";\n; a"); };
+    EXPECT_EQ(";\n; a\n\n;\nk=1\n", textAfter("php", "\n;\nk=1\n", {ofFile}));
+}

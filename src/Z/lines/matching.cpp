@@ -76,6 +76,15 @@ private:
 
     bool isComment(uint32_t line) const { return outline_.lines()[line].kind == commentLine; }
 
+    // Returns whether a blank line is above a comment, perhaps with lines of no meaning between.
+    bool isBelowBlank(uint32_t line) const
+    {
+        std::vector<Line> const& lines = outline_.lines();
+        while (line > 0 && lines[line - 1].kind == otherLine)
+            --line;
+        return line > 0 && lines[line - 1].kind == blankLine;
+    }
+
     bool isWithoutLine(Entry const& entry) const
     {
         return !entry.isComment && entry.valueCount == 0 && !entry.needsLine;
@@ -86,7 +95,8 @@ private:
         if (isComment(line) != entry.isComment)
             return false;
         Dialect const& dialect = outline_.dialect();
-        return entry.isComment ? dialect.commentText(entry.text) == outline_.comment(line)
+        return entry.isComment ? dialect.commentText(entry.text) == outline_.comment(line) &&
+                                     isBelowBlank(line) == entry.isBelowBlank
                                : dialect.comparableKey(entry.text, entrySpace_) ==
                                      outline_.keyName(line, space_);
     }
@@ -301,34 +311,70 @@ private:
         }
     }
 
+    // Preferably, equal comments match if both or neither are below a blank line, and others match
+    // between these.
     void matchGap(Gap read, Gap wanted)
     {
         while (!read.isEmpty() && !wanted.isEmpty() && areEqual(read.first, wanted.first))
             pair(read.first++, wanted.first++);
         while (!read.isEmpty() && !wanted.isEmpty() && areEqual(read.end - 1, wanted.end - 1))
             pair(--read.end, --wanted.end);
+        Pairs const all = commonItems(read, wanted, textsAlone);
+        Pairs const preferred = commonItemsByBlanks(read, wanted);
+        for (auto const& [a, b] : preferred.size() < all.size() ? all : preferred)
+            pair(a, b);
+    }
+
+    Pairs commonItemsByBlanks(Gap read, Gap wanted)
+    {
+        Pairs all;
+        Pairs anchors = commonItems(read, wanted, withBlanks);
+        anchors.push_back({read.end, wanted.end});
+        for (auto const& [a, b] : anchors) {
+            Pairs const between = commonItems({read.first, a}, {wanted.first, b}, textsAlone);
+            all.insert(all.end(), between.begin(), between.end());
+            if (a < read.end)
+                all.push_back({a, b});
+            read.first = a + 1;
+            wanted.first = b + 1;
+        }
+        return all;
+    }
+
+    // Returns the longest common subsequence of two gaps.
+    enum Equality { withBlanks, textsAlone };
+    Pairs commonItems(Gap read, Gap wanted, Equality equality)
+    {
         if (read.isEmpty() || wanted.isEmpty())
-            return;
+            return {};
         tokens_.clear();
         joined_.clear();
         // Keys that match by name are in another order: they match nothing else.
-        auto const tokensOf = [&](std::vector<Item> const& all, Gap gap, auto textOf,
+        auto const tokensOf = [&](std::vector<Item> const& all, Gap gap, auto textOf, auto isBelow,
                                   std::vector<uint32_t>& items) {
             std::vector<uint32_t> tokens;
-            for (uint32_t i = gap.first; i < gap.end; ++i)
-                if (isFree(all[i])) {
-                    tokens.push_back(tokens_.of(textOf(all[i])));
-                    items.push_back(i);
-                }
+            for (uint32_t i = gap.first; i < gap.end; ++i) {
+                if (!isFree(all[i]))
+                    continue;
+                bool const isMarked = equality == withBlanks && !all[i].isKey && isBelow(all[i]);
+                tokens.push_back(2 * tokens_.of(textOf(all[i])) + (isMarked ? 1 : 0));
+                items.push_back(i);
+            }
             return tokens;
         };
         std::vector<uint32_t> items[2];
         auto const before = tokensOf(
-            read_, read, [&](Item const& item) { return readText(item); }, items[0]);
+            read_, read, [&](Item const& item) { return readText(item); },
+            [&](Item const& item) { return isBelowBlank(item.at); }, items[0]);
         auto const after = tokensOf(
-            wanted_, wanted, [&](Item const& item) { return wantedText(item); }, items[1]);
-        for (auto const& [a, b] : align(before, after, tokens_.count()))
-            pair(items[0][a], items[1][b]);
+            wanted_, wanted, [&](Item const& item) { return wantedText(item); },
+            [&](Item const& item) { return entries_[item.at].isBelowBlank; }, items[1]);
+        Pairs pairs = align(before, after, 2 * tokens_.count());
+        for (auto& [a, b] : pairs) {
+            a = items[0][a];
+            b = items[1][b];
+        }
+        return pairs;
     }
 
     bool isFree(Item const& item) const
@@ -343,7 +389,8 @@ private:
         if (a.isKey != b.isKey || !isFree(a) || !isFree(b))
             return false;
         joined_.clear();
-        return readText(a) == wantedText(b);
+        return (a.isKey || isBelowBlank(a.at) == entries_[b.at].isBelowBlank) &&
+               readText(a) == wantedText(b);
     }
 
     void pair(uint32_t read, uint32_t wanted)
