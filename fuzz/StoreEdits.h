@@ -545,13 +545,23 @@ private:
         return first == line.npos ? std::string() : line.substr(first);
     }
 
+    static std::string withoutBlanksAtEnd(std::string const& line)
+    {
+        return line.substr(0, line.find_last_not_of(" \t\r") + 1);
+    }
+
     void expectOtherLines(Model const& now, std::string const& after, std::string const& old) const
     {
         auto [lines, comments] = linesOf(old_, text_);
         auto [newLines, newComments] = linesOf(now, after);
         expect(lines == newLines, after, "a comment changes no other line");
         for (std::string const& line : dialect_model::splitLines(old)) {
-            auto const found = comments.find(withoutIndentation(line));
+            // A store has comments without the blanks at their ends.
+            auto const found =
+                std::find_if(comments.begin(), comments.end(), [&](std::string const& comment) {
+                    return withoutBlanksAtEnd(comment) ==
+                           withoutBlanksAtEnd(withoutIndentation(line));
+                });
             if (found != comments.end())
                 comments.erase(found);
         }
