@@ -110,7 +110,8 @@ bool Difference::addsAfterRemovals()
             if (stanza.lineOf[i] != kNone || isWithoutLine(entry))
                 continue;
             uint32_t const above = i == 0 ? kNone : stanza.lineOf[i - 1];
-            if (!entry.isComment && above != kNone && removedKeyBelow(above) != kNone)
+            if (!entry.isComment &&
+                removedKeyBelow(above, outline_.stanzas()[stanza.read], entry.text) != kNone)
                 return false;
             if (entry.isComment
                     ? stanza.movedFrom[i] != kNone || removesComments_
@@ -122,19 +123,34 @@ bool Difference::addsAfterRemovals()
     return isAdding;
 }
 
-// Returns the removed key line below a comment if only blank lines and lines that are passed over,
-// at least one of them, are between; otherwise kNone.
-uint32_t Difference::removedKeyBelow(uint32_t comment) const
+// Returns the removed key line of a stanza below the entry `after`, a comment, if only blank lines,
+// lines that are passed over and a repeated header are between, and at least one of them. Returns
+// kNone if the comment is a template of the new key, which is right below it then.
+uint32_t Difference::removedKeyBelow(uint32_t after, ReadStanza const& stanza,
+                                     std::string_view key) const
 {
     std::vector<Line> const& lines = outline_.lines();
-    if (gone_.empty() || lines[comment].kind != commentLine)
+    if (gone_.empty() || after == kNone || lines[after].kind != commentLine)
         return kNone;
-    bool isBelowOther = false;
-    uint32_t line = comment + 1;
-    for (; line < lines.size() && (isBlank(line) || lines[line].kind == otherLine); ++line)
-        isBelowOther = isBelowOther || lines[line].kind == otherLine;
-    return isBelowOther && line < lines.size() && lines[line].isKey() && isGone(line) ? line
-                                                                                      : kNone;
+    uint32_t line = after + 1;
+    while (line < lines.size() &&
+           (isBlank(line) || lines[line].kind == otherLine || lines[line].kind == headerLine))
+        ++line;
+    if (line == after + 1 || line == lines.size() || !lines[line].isKey() || !isGone(line))
+        return kNone;
+    uint32_t const section = outline_.sectionIndexOf(line);
+    uint32_t own = stanza.firstSection;
+    while (own != kNone && own != section)
+        own = outline_.sections()[own].next;
+    if (own == kNone)
+        return kNone;
+    for (uint32_t above = after; lines[above].kind == commentLine; --above) {
+        if (isTemplateOf(outline_, above, key))
+            return kNone;
+        if (above == 0)
+            break;
+    }
+    return line;
 }
 
 // Returns the name of a wanted stanza. The lines above the first header may have one, too.
@@ -249,7 +265,7 @@ void Difference::insertTopHeader()
         ++topHeader_;
     topHeader_ = outline_.firstCommentAbove(0, topHeader_);
     record(name, {}, {});
-    if (!headerComments_.empty())
+    if (hasHeaderComments())
         renamedStanzas_[dialect_.topStanza()] = dialect_.comparableStanza(name, nameSpace_);
     std::string_view const ending =
         outline_.lineEndingAfter(topHeader_ == 0 ? kNone : topHeader_ - 1);
@@ -307,10 +323,16 @@ bool Difference::hasOtherName(ReadStanza const& stanza, std::string_view name)
                                    : withoutNumber(stanza.name) != withoutNumber(wanted);
 }
 
+// Returns whether the text after the changes can have comments whose stanzas must be known.
+bool Difference::hasHeaderComments() const
+{
+    return !headerComments_.empty() || outline_.sectionCount() != outline_.stanzas().size();
+}
+
 void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
 {
     record(name, {}, {});
-    if (!headerComments_.empty())
+    if (hasHeaderComments())
         renamedStanzas_[stanza.name] = dialect_.comparableStanza(name, nameSpace_);
     for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
         uint32_t const header = outline_.sections()[i].header;
@@ -320,7 +342,8 @@ void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
 }
 
 // Removes stanzas, but not the comments right above the next header: they join the lines of the
-// stanza before. Those above a repeated header of the stanza itself stay as lines of no meaning.
+// stanza before. Those above a repeated header of the stanza itself stay as lines of no meaning,
+// unless a stanza that is removed after it would have them.
 void Difference::removeStanzas()
 {
     std::vector<ReadStanza>& stanzas = outline_.stanzas();
@@ -328,18 +351,26 @@ void Difference::removeStanzas()
                     [](ReadStanza const& stanza) { return stanza.isKept; }))
         return;
     gone_.resize(outline_.lines().size());
+    std::vector<uint32_t> stanzaOf(outline_.sectionCount());
+    for (uint32_t i = 0; i < stanzas.size(); ++i)
+        for (uint32_t part = stanzas[i].firstSection; part != kNone;
+             part = outline_.sections()[part].next)
+            if (part < stanzaOf.size())
+                stanzaOf[part] = i;
     uint32_t kept = 0;
     for (uint32_t i = 1; i < stanzas.size(); ++i) {
         if (stanzas[i].isKept)
             kept = i;
         else
-            removeStanza(stanzas[i], stanzas[kept]);
+            removeStanza(i, kept, stanzaOf);
     }
     removeRanges();
 }
 
-void Difference::removeStanza(ReadStanza const& stanza, ReadStanza& before)
+void Difference::removeStanza(uint32_t removed, uint32_t kept,
+                              std::vector<uint32_t> const& stanzaOf)
 {
+    ReadStanza const& stanza = outline_.stanzas()[removed];
     record(stanza.name, {}, {});
     for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
         Section const section = outline_.sections()[i];
@@ -349,49 +380,89 @@ void Difference::removeStanza(ReadStanza const& stanza, ReadStanza& before)
         uint32_t const comment =
             hasNextComment ? outline_.firstCommentAbove(section.first, section.end) : section.end;
         uint32_t const first = section.header == kNone ? section.first : section.header;
-        if (first < comment) {
-            std::fill(gone_.begin() + first, gone_.begin() + comment, true);
-            removedRanges_.push_back({first, comment});
+        bool const hasComment = comment < section.end;
+        uint32_t const around =
+            hasComment ? stanzaOf[outline_.sectionIndexOf(comment)] : uint32_t{0};
+        bool const isInLater = !isLast && around > removed && !outline_.stanzas()[around].isKept;
+        uint32_t const end = isInLater ? section.end : comment;
+        dropsComments_ = dropsComments_ || isInLater;
+        if (first < end) {
+            std::fill(gone_.begin() + first, gone_.begin() + end, true);
+            removedRanges_.push_back({first, end, removed});
         }
-        if (isLast && comment < section.end)
-            outline_.appendSection(before, before.lastSection, comment, section.end);
-        for (uint32_t line = comment; !isLast && line < section.end; ++line)
+        if (isLast && hasComment)
+            moveToEnd(outline_.stanzas()[kept], comment, section.end);
+        for (uint32_t line = end; !isLast && line < section.end; ++line)
             leftComments_.push_back(outline_.lines()[line].begin);
     }
 }
 
+// Moves the comment from the line `first` to the header `end`, which can be removed, to the end of
+// a stanza. That stanza can have lines below.
+void Difference::moveToEnd(ReadStanza& stanza, uint32_t first, uint32_t end)
+{
+    std::vector<Line> const& lines = outline_.lines();
+    if (hasHeaderComments()) {
+        HeaderComment comment{lines[first].begin, lines[end].begin, std::string(stanza.name),
+                              false};
+        auto const isBefore = [](HeaderComment const& a, HeaderComment const& b) {
+            return a.end < b.end;
+        };
+        auto const known =
+            std::lower_bound(headerComments_.begin(), headerComments_.end(), comment, isBefore);
+        if (known != headerComments_.end() && known->end == comment.end)
+            *known = std::move(comment);
+        else
+            headerComments_.insert(known, std::move(comment));
+    }
+    outline_.appendSection(stanza, stanza.lastSection, first, end);
+}
+
 // Removes the lines of removed stanzas. A blank line stays between a comment above them and a
 // comment or header below, which the comment would otherwise describe: their last blank line, or a
-// new one.
+// new one. If a comment is removed with the second of two stanzas, the blank line also stays above
+// the lines of the second.
 void Difference::removeRanges()
 {
     std::vector<Line> const& lines = outline_.lines();
-    std::sort(removedRanges_.begin(), removedRanges_.end());
+    std::sort(removedRanges_.begin(), removedRanges_.end(),
+              [](RemovedRange const& a, RemovedRange const& b) { return a.first < b.first; });
     for (size_t i = 0; i < removedRanges_.size(); ++i) {
-        auto [first, end] = removedRanges_[i];
-        while (i + 1 < removedRanges_.size() && removedRanges_[i + 1].first == end)
-            end = removedRanges_[++i].second;
-        bool const joins = first > 0 && lines[first - 1].kind == commentLine &&
-                           end < lines.size() &&
-                           (lines[end].kind == commentLine || lines[end].kind == headerLine);
-        if (joins && isBlank(end - 1)) {
-            gone_[--end] = false;
-        } else if (joins) {
-            blanks_.push_back(end - 1);
-            edits_.replace({lines[end].begin, lines[end].begin,
-                            std::string(outline_.lineEndingAfter(first - 1))});
+        uint32_t first = removedRanges_[i].first;
+        uint32_t end = removedRanges_[i].end;
+        uint32_t const stanza = removedRanges_[i].stanza;
+        auto const hasNext = [&] {
+            return i + 1 < removedRanges_.size() && removedRanges_[i + 1].first == end;
+        };
+        while (hasNext() && (!dropsComments_ || removedRanges_[i + 1].stanza <= stanza))
+            end = removedRanges_[++i].end;
+        if (first > 0 && lines[first - 1].kind == commentLine && end < lines.size() &&
+            (lines[end].kind == commentLine || lines[end].kind == headerLine)) {
+            bool const isLastBlank = isBlank(end - 1);
+            edits_.removeStanza(lines[first].begin, lines[isLastBlank ? end - 1 : end].begin);
+            if (isLastBlank) {
+                gone_[end - 1] = false;
+            } else {
+                blanks_.push_back(end - 1);
+                edits_.replace({lines[end].begin, lines[end].begin,
+                                std::string(outline_.lineEndingAfter(first - 1))});
+            }
+            first = end;
         }
-        edits_.removeStanza(lines[first].begin, outline_.endOf(end - 1));
+        while (hasNext())
+            end = removedRanges_[++i].end;
+        if (first < end)
+            edits_.removeStanza(lines[first].begin, outline_.endOf(end - 1));
     }
 }
 
 // Returns whether a line is removed with its stanza.
 bool Difference::isInRemovedStanza(uint32_t line) const
 {
-    auto const next = std::upper_bound(
-        removedRanges_.begin(), removedRanges_.end(), line,
-        [](uint32_t at, std::pair<uint32_t, uint32_t> const& range) { return at < range.first; });
-    return next != removedRanges_.begin() && line < next[-1].second;
+    auto const next =
+        std::upper_bound(removedRanges_.begin(), removedRanges_.end(), line,
+                         [](uint32_t at, RemovedRange const& range) { return at < range.first; });
+    return next != removedRanges_.begin() && line < next[-1].end;
 }
 
 // Returns whether a blank line replaces the removed lines up to a line.

@@ -90,6 +90,13 @@ private:
         uint32_t movedFrom;  // its old line, or kNone
     };
 
+    // Lines of a removed stanza of the text.
+    struct RemovedRange {
+        uint32_t first;
+        uint32_t end;
+        uint32_t stanza;
+    };
+
     // New keys that follow one another at a position.
     struct NewKeyRun {
         uint32_t position = kNone;
@@ -115,14 +122,16 @@ private:
     void matchRenamedStanzas();
     uint32_t findRenamedTop();
     void insertTopHeader();
+    bool hasHeaderComments() const;
     void renameHeaders(ReadStanza const& stanza, std::string_view name);
     bool hasOtherName(ReadStanza const& stanza, std::string_view name);
     void respellHeaders(ReadStanza const& stanza, std::string_view name);
     void removeStanzas();
     void removeBlankAtStart();
     bool addsAfterRemovals();
-    uint32_t removedKeyBelow(uint32_t comment) const;
-    void removeStanza(ReadStanza const& stanza, ReadStanza& before);
+    uint32_t removedKeyBelow(uint32_t after, ReadStanza const& stanza, std::string_view key) const;
+    void removeStanza(uint32_t removed, uint32_t kept, std::vector<uint32_t> const& stanzaOf);
+    void moveToEnd(ReadStanza& stanza, uint32_t first, uint32_t end);
     void removeRanges();
     bool isInRemovedStanza(uint32_t line) const;
     bool becomesBlank(uint32_t line) const;
@@ -164,7 +173,7 @@ private:
     void insertComments(Placement& at, uint32_t position, uint32_t after, LineKind below,
                         bool needsBlankBelow);
     void appendComments(std::vector<NewComment> const& comments, uint32_t after, bool isAtBlank,
-                        LineKind below, std::string& out) const;
+                        LineKind below, std::string& out);
     void appendMoved(NewComment const& comment, uint32_t after, std::string& out) const;
     bool isBelowComment(uint32_t after) const;
     enum Lines { stayingLines, allLines };
@@ -214,11 +223,13 @@ private:
     std::vector<Reordered> reordered_;
     std::vector<uint32_t> leftComments_;  // positions of the comments of removed stanzas
     std::vector<bool> gone_;              // lines that are removed; empty: none
-    std::vector<std::pair<uint32_t, uint32_t>> removedRanges_;  // lines of removed stanzas
-    std::vector<uint32_t> blanks_;     // removed lines that a blank line replaces, ascending
-    std::vector<NewComment> carried_;  // above the header of the next new stanza
-    uint32_t lastAbove_ = kNone;       // the line above the stanza that was added last
-    uint32_t lastAdded_ = kNone;       // the line below the stanza that was added last
+    std::vector<RemovedRange> removedRanges_;
+    bool dropsComments_ = false;    // of removed stanzas, with stanzas that are removed after them
+    std::vector<uint32_t> blanks_;  // removed lines that a blank line replaces, ascending
+    std::vector<NewComment> carried_;           // above the header of the next new stanza
+    std::vector<InsertedComment> newComments_;  // that show the style of those below
+    uint32_t lastAbove_ = kNone;                // the line above the stanza that was added last
+    uint32_t lastAdded_ = kNone;                // the line below the stanza that was added last
     std::string keySpace_;
     std::string nameSpace_;
     std::string valueSpace_;

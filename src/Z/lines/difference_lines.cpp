@@ -94,7 +94,9 @@ uint32_t Difference::firstStaying(uint32_t first)
 // they follow the last key of the stanza; below a line that continues, they are above it.
 void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at)
 {
-    uint32_t const removed = at.after == kNone || at.isAfterKey ? kNone : removedKeyBelow(at.after);
+    uint32_t const removed =
+        at.isAfterKey ? kNone
+                      : removedKeyBelow(at.after, outline_.stanzas()[stanza.read], entry.text);
     if (removed != kNone) {
         at.after = removed;
         at.position = outline_.endOf(removed);
@@ -218,18 +220,27 @@ void Difference::insertComments(Placement& at, uint32_t position, uint32_t after
 // Appends new comments. A blank line parts them from a comment above. Above others it is written
 // only where the comments of the file have it, too. The removal of a stanza right above removes it.
 void Difference::appendComments(std::vector<NewComment> const& comments, uint32_t after,
-                                bool isAtBlank, LineKind below, std::string& out) const
+                                bool isAtBlank, LineKind below, std::string& out)
 {
     bool isAtComment = isBelowComment(after);
+    uint32_t const above = lineAbove(after);
+    bool const isBelowKey =
+        !isAtBlank && !isAtComment && above != kNone && outline_.lines()[above].kind != headerLine;
+    // A blank line at the start of the file parts the comment from nothing.
+    bool hasBlankAbove = isAtBlank && above != kNone && above > 0;
     isAtBlank = isAtBlank || (after != kNone && isGone(after) && isInRemovedStanza(after));
     for (NewComment const& comment : comments) {
         if (comment.isBelowBlank && !isAtBlank &&
-            (isAtComment || haveBlankAbove(outline_, after, below)))
+            (isAtComment || haveBlankAbove(outline_, after, below, newComments_))) {
             out += outline_.lineEndingAfter(after);
+            hasBlankAbove = true;
+        }
         appendMoved(comment, after, out);
         isAtBlank = false;
         isAtComment = true;
     }
+    if (!comments.empty() && (hasBlankAbove || isBelowKey))
+        newComments_.push_back({after == kNone ? 0 : after + 1, below, hasBlankAbove});
 }
 
 // Appends a new comment. A comment that moves keeps its bytes.
@@ -375,8 +386,8 @@ void Difference::addStanza(uint32_t index)
             carried_.push_back({entry.text, entry.isBelowBlank, kNone});
             continue;
         }
-        addBlank(entry.isBelowBlank &&
-                 (!entry.isComment || isAtComment || haveBlankAbove(outline_, above, valueLine)));
+        addBlank(entry.isBelowBlank && (!entry.isComment || isAtComment ||
+                                        haveBlankAbove(outline_, above, valueLine, newComments_)));
         isAtComment = entry.isComment;
         if (entry.isComment)
             appendComment(outline_, above, entry.text, lines);

@@ -77,12 +77,12 @@ uint32_t Outline::find(std::string_view name, size_t guess)
     return found == index_.end() ? kNone : found->second;
 }
 
-Section const& Outline::sectionOf(uint32_t line) const
+uint32_t Outline::sectionIndexOf(uint32_t line) const
 {
     auto const next = std::upper_bound(
         sections_.begin() + 1, sections_.end() - static_cast<ptrdiff_t>(appended_), line,
         [](uint32_t at, Section const& section) { return at < section.header; });
-    return *(next - 1);
+    return static_cast<uint32_t>(next - sections_.begin()) - 1;
 }
 
 std::vector<uint32_t> const& Outline::keyLines() const
@@ -125,7 +125,9 @@ void Outline::findHeaderComments(std::vector<uint32_t> const& previous,
         auto const known = std::lower_bound(comments.begin(), comments.end(), end, isBefore);
         if (known != comments.end() && known->end == end)
             continue;
-        uint32_t const first = firstCommentAbove(sections_[i - 1].first, header);
+        // The comment of a header that was removed can be right above it.
+        uint32_t const above = known == comments.begin() ? 0 : lineAt(known[-1].end);
+        uint32_t const first = firstCommentAbove(std::max(sections_[i - 1].first, above), header);
         added.push_back({lines_[first].begin, end, std::string(owner.name), isRepeated});
     }
     comments.insert(comments.end(), added.begin(), added.end());
@@ -146,24 +148,31 @@ void Outline::moveHeaderComments(std::vector<HeaderComment>& comments)
                 previous[sections_[i].next] = i;
         }
     findHeaderComments(previous, stanzaOf, comments);
+    uint32_t const count = sectionCount();
+    std::vector<uint32_t> restOf(count);  // of each section: its part below the last comment
+    for (uint32_t i = 0; i < count; ++i)
+        restOf[i] = i;
     for (HeaderComment const& comment : comments) {
         uint32_t const end = lineAt(comment.end);
         uint32_t const first = firstCommentAbove(lineAt(comment.begin), end);
         uint32_t const owner = comment.stanza.empty() ? 0 : find(comment.stanza, stanzas_.size());
         if (first == end || owner == kNone)
             continue;
-        auto const section = static_cast<uint32_t>(&sectionOf(first) - sections_.data());
+        uint32_t const around = sectionIndexOf(first);
+        uint32_t const section = restOf[around];
         if (first < sections_[section].first || end > sections_[section].end)
             continue;
         // Its header may have been removed, so that further lines follow it.
         if (end < sections_[section].end)
-            appendSection(stanzas_[stanzaOf[section]], section, end, sections_[section].end);
+            restOf[around] =
+                appendSection(stanzas_[stanzaOf[around]], section, end, sections_[section].end);
         sections_[section].end = first;
-        bool const hasHeader = section + 1 < sectionCount() && sections_[section + 1].header == end;
-        bool const isRepeated = comment.isRepeated && hasHeader && stanzaOf[section + 1] == owner &&
-                                previous[section + 1] != kNone;
-        appendSection(stanzas_[owner],
-                      isRepeated ? previous[section + 1] : stanzas_[owner].lastSection, first, end);
+        uint32_t const next = around + 1;
+        bool const hasHeader = next < count && sections_[next].header == end;
+        bool const isRepeated =
+            comment.isRepeated && hasHeader && stanzaOf[next] == owner && previous[next] != kNone;
+        appendSection(stanzas_[owner], isRepeated ? previous[next] : stanzas_[owner].lastSection,
+                      first, end);
     }
 }
 

@@ -87,8 +87,9 @@ public:
                                                                         : section.header;
     }
 
-    /// Returns the section that has a line, or whose header it is.
-    Section const& sectionOf(uint32_t line) const;
+    /// Return the section that has a line, or whose header it is.
+    Section const& sectionOf(uint32_t line) const { return sections_[sectionIndexOf(line)]; }
+    uint32_t sectionIndexOf(uint32_t line) const;
 
     /// Gives the comment right above each header to the stanza whose lines end above that header
     /// in a cache: the stanza before it, or its own if the header is repeated. Call this once.

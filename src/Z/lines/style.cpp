@@ -236,6 +236,11 @@ uint32_t findNear(Outline const& outline, uint32_t after, IsModel isModel)
 
 }  // namespace
 
+bool isTemplateOf(Outline const& outline, uint32_t line, std::string_view key)
+{
+    return !separatorInTemplate(outline, line, key).empty();
+}
+
 Style styleOf(Outline const& outline, uint32_t model)
 {
     Line const& line = outline.lines()[model];
@@ -366,7 +371,8 @@ std::string_view spacesOf(Dialect const& dialect, std::string_view comment)
     return mark == prefix.npos ? std::string_view() : prefix.substr(mark + 1);
 }
 
-bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below)
+bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below,
+                    std::span<InsertedComment const> inserted)
 {
     auto const isOfKind = [&](uint32_t line) {
         LineKind const kind = static_cast<LineKind>(outline.lines()[line].kind);
@@ -383,8 +389,19 @@ bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below)
         bool const isAtStart = first == 0 || (first == 1 && outline.lines()[0].kind == blankLine);
         return !isAtStart && outline.lines()[first - 1].kind != headerLine;
     };
-    return findNear(outline, after, isModel) != kNone &&
-           outline.lines()[first - 1].kind == blankLine;
+    uint32_t const position = after == kNone ? 0 : after + 1;
+    uint32_t const found = findNear(outline, after, isModel);
+    uint32_t const distance = found == kNone      ? kFarthest
+                              : found >= position ? found - position
+                                                  : position - 1 - found;
+    for (size_t i = inserted.size(); i-- > 0;) {
+        InsertedComment const& comment = inserted[i];
+        if (comment.line > position || position - comment.line > distance)
+            break;
+        if (comment.below == below)
+            return comment.hasBlankAbove;
+    }
+    return found != kNone && outline.lines()[first - 1].kind == blankLine;
 }
 
 void appendComment(Outline const& outline, uint32_t after, std::string_view comment,

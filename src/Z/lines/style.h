@@ -24,6 +24,9 @@ struct Style {
 Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
                  std::string_view key);
 
+/// Returns whether a line is a comment such as "# key = default" for the key.
+bool isTemplateOf(Outline const& outline, uint32_t line, std::string_view key);
+
 /// Returns the style of the line `model`, a key line.
 Style styleOf(Outline const& outline, uint32_t model);
 
@@ -62,9 +65,18 @@ private:
 /// Returns the spaces of a comment between its mark and its text. Empty: it has none, or no mark.
 std::string_view spacesOf(Dialect const& dialect, std::string_view comment);
 
+// A comment that was inserted above a line of the text.
+struct InsertedComment {
+    uint32_t line;
+    LineKind below;  // kind of that line
+    bool hasBlankAbove;
+};
+
 /// Returns whether the nearest comment above a line of the kind `below`, a key or header, has a
-/// blank line above it. `after` is the line above the new comment.
-bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below);
+/// blank line above it. `after` is the line above the new comment. `inserted` has comments above
+/// it that the text does not have yet.
+bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below,
+                    std::span<InsertedComment const> inserted);
 
 /// Appends a wanted comment, with its line ending, with the indentation and mark of the comments
 /// around the position after the line `after`. If it has no spaces after its mark, or no mark, it
