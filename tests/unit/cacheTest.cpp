@@ -3,13 +3,18 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+#include <set>
 #include <string>
 
+#include "Z/cache/compact_index.h"
 #include "Z/cache/file_text.h"
 #include "Z/cache/reader.h"
 #include "Z/stanza/comment_template.h"
 
+using zcache::CompactIndex;
 using zcache::Contents;
+using zcache::Id;
 using zcache::Policy;
 using zcache::Reader;
 
@@ -79,6 +84,119 @@ std::string described(Contents const& contents)
 std::string textOf(Contents const& contents, Contents::CommentBlock const& block)
 {
     return block.first == 0 ? "" : std::string(contents.text(contents.line(block.first)));
+}
+
+// An index and a model of it, with hashes that collide.
+class IndexAndModel {
+public:
+    explicit IndexAndModel(unsigned hashBits) : hashBits_(hashBits) {}
+
+    static uint32_t hashOf(Id id, unsigned bits)
+    {
+        return id * 2654435761u << (32 - bits);  // of the top bits, which select the slot
+    }
+    uint32_t hashOf(Id id) const { return hashOf(id, hashBits_); }
+
+    void add(Id id)
+    {
+        index_.reserve(1, id, [this](Id known) { return hashOf(known); });
+        index_.add(hashOf(id), id);
+        model_.insert(id);
+    }
+    void remove(Id id)
+    {
+        index_.remove(hashOf(id), id, [this](Id known) { return hashOf(known); });
+        model_.erase(id);
+    }
+    bool has(Id id) const
+    {
+        return index_.find(hashOf(id), [id](Id found) { return found == id; }) == id;
+    }
+    void shrinkToFit()
+    {
+        index_.shrinkToFit([this](Id known) { return hashOf(known); });
+    }
+    size_t bytes() const { return index_.bytes(); }
+    std::set<Id> const& model() const { return model_; }
+
+private:
+    CompactIndex index_;
+    std::set<Id> model_;
+    unsigned hashBits_;
+};
+
+TEST(CompactIndex, FindsWhatWasAddedAndNotRemoved)
+{
+    for (unsigned const hashBits : {2u, 9u, 32u}) {
+        SCOPED_TRACE(hashBits);
+        std::mt19937 random(hashBits);
+        IndexAndModel index(hashBits);
+        constexpr Id kIds = 3000;
+        Id const ids = hashBits == 2 ? 60 : kIds;  // long probes take long
+        for (int i = 0; i < 20000; ++i) {
+            // Phases of more additions and of more removals, and ids of any size.
+            Id const id = 1 + random() % ids * (i < 10000 ? 1 : 997);
+            bool const adds = random() % 8 < (i / 2000 % 2 == 0 ? 6u : 2u);
+            ASSERT_EQ(index.model().count(id) != 0, index.has(id));
+            if (adds && index.model().count(id) == 0)
+                index.add(id);
+            else if (!adds && index.model().count(id) != 0)
+                index.remove(id);
+            if (i % 1000 == 999) {
+                index.shrinkToFit();
+                for (Id const known : index.model())
+                    ASSERT_TRUE(index.has(known)) << known;
+            }
+        }
+        while (!index.model().empty())
+            index.remove(*index.model().begin());
+        index.shrinkToFit();
+        EXPECT_EQ(0u, index.bytes());
+    }
+}
+
+TEST(CompactIndex, TakesAtMostSixBytesAnIdInALargeTable)
+{
+    CompactIndex index;
+    constexpr size_t kCount = 100000;
+    auto const hashOf = [](Id id) { return id * 2654435761u; };
+    index.reserve(kCount, kCount, hashOf);
+    for (Id id = 1; id <= kCount; ++id)
+        index.add(hashOf(id), id);
+    EXPECT_GE(6 * kCount, index.bytes());
+}
+
+TEST(CompactIndex, RefusesIdsThatDoNotFitIntoASlot)
+{
+    CompactIndex index;
+    auto const hashOf = [](Id id) { return id; };
+    EXPECT_THROW(index.reserve(1, size_t{zcache::kMaxRecords} + 1, hashOf),
+                 ZOutOfMemoryException_6_0);
+    index.reserve(0, 0, hashOf);
+    index.reserve(1, zcache::kMaxRecords, hashOf);
+    index.add(0xFFFFFFFFu, zcache::kMaxRecords);
+    EXPECT_EQ(zcache::kMaxRecords, index.find(0xFFFFFFFFu, [](Id) { return true; }));
+}
+
+// The names of keys in the index depend on the name of their category.
+TEST(Cache, KeysOfARenamedCategoryAreFoundAndRemoved)
+{
+    Contents contents;
+    constexpr int kKeys = 2000;
+    for (int i = 0; i < kKeys; ++i)
+        for (char const* category : {"a", "b"})
+            contents.set(category, "k" + std::to_string(i), "v", Contents::plain);
+    contents.renameCategory("a", "c");
+    for (int i = 0; i < kKeys; ++i) {
+        std::string const key = "k" + std::to_string(i);
+        ASSERT_EQ(0u, contents.liveKey("a", key.c_str())) << key;
+        Id const renamed = contents.liveKey("c", key.c_str());
+        ASSERT_NE(0u, renamed) << key;
+        ASSERT_NE(0u, contents.liveKey("b", key.c_str())) << key;
+        contents.removeKey(renamed);
+    }
+    for (int i = 0; i < kKeys; ++i)
+        ASSERT_NE(0u, contents.liveKey("b", ("k" + std::to_string(i)).c_str())) << i;
 }
 
 }  // namespace

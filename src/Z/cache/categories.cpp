@@ -4,7 +4,7 @@
 
 namespace zcache {
 
-// Creates a detached category. Its name is in the arena.
+// Creates a detached category. Its name is in the arena. Requires reserveCategories().
 Id Contents::createCategory(std::string_view name, uint32_t hash)
 {
     Id const id = categories_.allocate();
@@ -39,7 +39,7 @@ Id Contents::reviveCategory(Id id, std::string_view name, uint32_t hash, Storage
     return id;
 }
 
-// Creates a detached key. Its name is in the arena.
+// Creates a detached key. Its name is in the arena. Requires reserveKeys().
 Id Contents::createKey(Id category, std::string_view name, uint32_t hash)
 {
     Id const id = keys_.allocate();
@@ -98,7 +98,7 @@ void Contents::unlinkKey(Id id)
 
 void Contents::freeKey(Id id, uint32_t hash)
 {
-    keyIndex_.remove(hash, id);
+    removeKeyFromIndex(id, hash);
     arena_.drop(name(keys_[id]));
     oldKeyNames_.erase(id);
     keys_.free(id);
@@ -148,7 +148,7 @@ void Contents::dropCategoryExtra(Id id)
 void Contents::freeCategory(Id id)
 {
     std::string_view const name = this->name(categories_[id]);
-    categoryIndex_.remove(categoryHash(name), id);
+    removeFromIndex(id, categoryHash(name));
     arena_.drop(name);
     oldCategoryNames_.erase(id);
     categories_.free(id);

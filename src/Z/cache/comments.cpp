@@ -9,8 +9,7 @@ namespace zcache {
 void Contents::reserveComments(CommentSplitter const& comments, size_t lines, size_t bytes)
 {
     reserveLines(comments.count() + lines);
-    templates_.reserve(comments.count());
-    templateIndex_.reserve(comments.count());
+    reserveTemplates(comments.count());
     arena_.reserve(comments.bytes() * 2 + bytes);  // a template also stores its key
 }
 

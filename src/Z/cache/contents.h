@@ -22,7 +22,7 @@
 #include "../ZArrayList.h"
 #include "../stanza/comment_splitter.h"
 #include "arena.h"
-#include "hash_index.h"
+#include "compact_index.h"
 #include "line_treap.h"
 #include "policy.h"
 #include "records.h"
@@ -284,6 +284,41 @@ private:
     {
         return policy_.keepsEmpty ? value.data() != nullptr : !value.empty();
     }
+    uint32_t hashOfCategory(Id id) const { return categoryHash(name(categories_[id])); }
+    uint32_t hashOfKey(Id id) const
+    {
+        return keyHash(name(keys_[id]), hashOfCategory(keys_[id].category));
+    }
+    uint32_t hashOfTemplate(Id id) const
+    {
+        Template const& record = templates_[id];
+        return policy_.keys.hash(arena_.view(record.key), record.category);
+    }
+    void reserveCategories(size_t count)
+    {
+        categories_.reserve(count);
+        categoryIndex_.reserve(count, categories_.end() + count,
+                               [this](Id id) { return hashOfCategory(id); });
+    }
+    void reserveKeys(size_t count)
+    {
+        keys_.reserve(count);
+        keyIndex_.reserve(count, keys_.end() + count, [this](Id id) { return hashOfKey(id); });
+    }
+    void reserveTemplates(size_t count)
+    {
+        templates_.reserve(count);
+        templateIndex_.reserve(count, templates_.end() + count,
+                               [this](Id id) { return hashOfTemplate(id); });
+    }
+    void removeFromIndex(Id category, uint32_t hash)
+    {
+        categoryIndex_.remove(hash, category, [this](Id id) { return hashOfCategory(id); });
+    }
+    void removeKeyFromIndex(Id key, uint32_t hash)
+    {
+        keyIndex_.remove(hash, key, [this](Id id) { return hashOfKey(id); });
+    }
     Id findCategory(std::string_view name, uint32_t hash) const;
     Id findKey(Id category, std::string_view name, uint32_t hash) const;
     Id findKey(std::string_view category, std::string_view name, uint32_t hash) const;
@@ -360,9 +395,9 @@ private:
     SlotPool<Value> values_;
     SlotPool<Line> lines_;
     SlotPool<Template> templates_;
-    HashIndex categoryIndex_;
-    HashIndex keyIndex_;
-    HashIndex templateIndex_;
+    CompactIndex categoryIndex_;
+    CompactIndex keyIndex_;
+    CompactIndex templateIndex_;
     LineTreap treap_;
     std::unordered_map<Id, std::string> oldCategoryNames_;
     std::unordered_map<Id, std::string> oldKeyNames_;

@@ -57,8 +57,7 @@ void Contents::readHeader(std::string_view name)
 void Contents::readComment(std::string_view comment)
 {
     reserveLines(1);
-    templates_.reserve(1);
-    templateIndex_.reserve(1);
+    reserveTemplates(1);
     arena_.reserve((comment.size() + 1) * 2);  // a template also stores its key
     std::string_view const kept = arena_.add(comment);
     createLine(commentLine, arena_.idOf(kept.data()), lastHeader_, lastLine_);

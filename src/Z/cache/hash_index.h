@@ -1,7 +1,8 @@
-// hash_index: finds records by the hash of their names, with linear probing.
+// hash_index: finds records by the hash of their names, which the slots hold. compact_index has the
+// index of a cache, in half the memory.
 //
-// Slots are in hash order except where probing displaced them, so growing the table is one
-// sequential pass.
+// Linear probing: slots are in hash order except where probing displaced them, so growing the table
+// is one sequential pass.
 #pragma once
 
 #include <stddef.h>
@@ -16,9 +17,6 @@ public:
     HashIndex() = default;
     HashIndex(HashIndex const&) = delete;
     HashIndex& operator=(HashIndex const&) = delete;
-
-    /// Copies `other` into this empty index.
-    void copy(HashIndex const& other);
 
     /// Returns the id with `hash` for which `matches(id)` is true, or 0.
     template <class Matches>
@@ -35,13 +33,6 @@ public:
         }
     }
 
-    /// Prefetches the slot at which find() will start.
-    void prefetch(uint32_t hash) const
-    {
-        if (size_ != 0)
-            __builtin_prefetch(&slots_[home(hash)]);
-    }
-
     /// Ensures that the next `count` calls of add() do not throw.
     void reserve(size_t count)
     {
@@ -51,18 +42,6 @@ public:
 
     /// Adds `id`, which is not in the index. Does not throw after reserve().
     void add(uint32_t hash, Id id);
-
-    /// Removes `id`, which is in the index.
-    void remove(uint32_t hash, Id id);
-
-    /// Replaces `old`, which is in the index, by `id`.
-    void replace(uint32_t hash, Id old, Id id) { slots_[find(hash, old)].id = id; }
-
-    /// Frees slots if most of them are unused.
-    void shrinkToFit();
-
-    size_t bytes() const { return size_ * sizeof(Slot); }
-    void swap(HashIndex& other);
 
 private:
     struct Slot {
@@ -75,9 +54,7 @@ private:
         return static_cast<size_t>((static_cast<uint64_t>(hash) * size_) >> 32);
     }
     size_t next(size_t at) const { return at + 1 == size_ ? 0 : at + 1; }
-    size_t find(uint32_t hash, Id id) const;
     void grow(size_t count);
-    bool resize(size_t size);
     static void put(Slot* slots, size_t size, size_t home, Slot slot);
 
     zmemory::MallocPtr<Slot[]> slots_;

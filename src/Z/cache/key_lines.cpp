@@ -37,7 +37,8 @@ void Contents::forgetTemplate(Id category, Id line)
     Id const id = key.empty() ? 0 : findTemplate(category, key);
     if (id == 0)
         return;
-    templateIndex_.remove(policy_.keys.hash(key, category), id);
+    templateIndex_.remove(policy_.keys.hash(key, category), id,
+                          [this](Id other) { return hashOfTemplate(other); });
     arena_.drop(arena_.view(templates_[id].key));
     templates_[id].line = 0;
     templates_.free(id);
@@ -66,8 +67,7 @@ void Contents::indexSection(Id id)
         }
     }
     treap_.reserve(lines_);
-    templates_.reserve(comments);
-    templateIndex_.reserve(comments);
+    reserveTemplates(comments);
     arena_.reserve(bytes);
 
     categories_[id].root = treap_.build(lines_, first, end);

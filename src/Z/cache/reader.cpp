@@ -37,10 +37,8 @@ void Reader::adopt(Arena::Block& block, size_t bytes)
 void Reader::reserve(zstanza::LineCounts const& lines)
 {
     try {
-        contents_.categories_.reserve(lines.headers);
-        contents_.categoryIndex_.reserve(lines.headers);
-        contents_.keys_.reserve(lines.keys);
-        contents_.keyIndex_.reserve(lines.keys);
+        contents_.reserveCategories(lines.headers);
+        contents_.reserveKeys(lines.keys);
         contents_.lines_.reserve(lines.headers + lines.keys + lines.comments + lines.blanks);
     } catch (ZOutOfMemoryException_6_0 const&) {
         // The estimate may be too high: memory is reserved again for each line.
@@ -84,14 +82,13 @@ void Reader::insertHeader(QueuedLine const& line)
         duplicate_ = {line.text, line.lineNumber, line.indent};
         return;
     }
-    contents.categories_.reserve(1);
+    contents.reserveCategories(1);
     contents.categoryExtras_.reserve(known == 0 ? 0 : 1);
-    contents.categoryIndex_.reserve(1);
     contents.lines_.reserve(1);
 
     // A detached category of that name is out of the index until finish() frees it.
     if (known != 0)
-        contents.categoryIndex_.remove(line.hash, known);
+        contents.removeFromIndex(known, line.hash);
     Id const id = contents.createCategory(line.text, line.hash);
     if (known != 0)
         contents.categoryExtraOf(id).replaced = known;
@@ -248,8 +245,7 @@ Id Reader::append(LineKind kind, uint32_t ref)
 void Reader::insertKey(QueuedLine const& line)
 {
     Contents& contents = contents_;
-    contents.keys_.reserve(1);
-    contents.keyIndex_.reserve(1);
+    contents.reserveKeys(1);
     contents.keyExtras_.reserve(1);
     contents.values_.reserve(1);
     contents.lines_.reserve(1);
@@ -299,7 +295,7 @@ void Reader::undo()
         contents.removeCategory(id);
         contents.removeSection(id);
         if (old == 0)
-            contents.categoryIndex_.remove(hash, id);
+            contents.removeFromIndex(id, hash);
         else
             contents.categoryIndex_.replace(hash, id, old);
         contents.categories_.free(id);
@@ -322,8 +318,8 @@ void Reader::undo()
     contents.keyExtras_.truncate(sizes_.keyExtras);
     contents.values_.truncate(sizes_.values);
     contents.lines_.truncate(sizes_.lines);
-    contents.categoryIndex_.shrinkToFit();
-    contents.keyIndex_.shrinkToFit();
+    contents.categoryIndex_.shrinkToFit([&](Id id) { return contents.hashOfCategory(id); });
+    contents.keyIndex_.shrinkToFit([&](Id id) { return contents.hashOfKey(id); });
 }
 
 }  // namespace zcache

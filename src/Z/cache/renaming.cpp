@@ -63,7 +63,7 @@ void Contents::renameKey(std::string_view categoryName, std::string_view oldName
         deleteLine(categoryName, newName);
     LookupResult const found = find(categoryName, oldName);
     Key& key = keys_[found.key];
-    keyIndex_.remove(found.hash, found.key);
+    removeKeyFromIndex(found.key, found.hash);
     arena_.drop(name(key));
     std::string_view const kept = arena_.add(newName);
     key.name = arena_.idOf(kept.data());
@@ -85,19 +85,17 @@ void Contents::renameCategory(std::string_view oldName, std::string_view newName
     uint32_t const newHash = categoryHash(newName);
     Id const id = findCategory(oldName, oldHash);
     bool const wasTop = isTop(id);
-    // The index of keys contains the names of their categories.
-    forEachKeyOf(id, [&](Id key) {
-        keyIndex_.remove(keyHash(name(keys_[key]), oldHash), key);
-        keyIndex_.add(keyHash(name(keys_[key]), newHash), key);
-    });
+    // The hash of a key depends on the name of its category, so remove every key before the change.
+    forEachKeyOf(id, [&](Id key) { removeKeyFromIndex(key, keyHash(name(keys_[key]), oldHash)); });
     Category& category = categories_[id];
-    categoryIndex_.remove(oldHash, id);
+    removeFromIndex(id, oldHash);
     arena_.drop(name(category));
     std::string_view const kept = arena_.add(newName);
     category.name = arena_.idOf(kept.data());
     category.nameLength = Arena::encodeLength(kept);
     category.hasNewName = true;
     categoryIndex_.add(newHash, id);
+    forEachKeyOf(id, [&](Id key) { keyIndex_.add(keyHash(name(keys_[key]), newHash), key); });
     if (category.extra != 0)
         delete std::exchange(categoryExtras_[category.extra].name, nullptr);
     if (wasTop && !isTop(id))

@@ -3,6 +3,7 @@
 #include "../ZException.h"
 #include "../stanza/companion_records.h"
 #include "contents.h"
+#include "hash_index.h"
 #include "new_string.h"
 
 namespace zcache {
@@ -118,10 +119,8 @@ void Contents::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
     // Reserve for the distinct names, not for the number of records: a few KiB of compressed data
     // can expand to millions of empty records.
     DistinctNames const names(block.chars(), records);
-    categories_.reserve(names.categories);
-    categoryIndex_.reserve(names.categories);
-    keys_.reserve(names.keys);
-    keyIndex_.reserve(names.keys);
+    reserveCategories(names.categories);
+    reserveKeys(names.keys);
     keyExtras_.reserve(names.keys);
     values_.reserve(names.values);
     arena_.reserveBlock(bytes);

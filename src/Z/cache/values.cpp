@@ -17,10 +17,8 @@ size_t Contents::valueCount(Id id, Kind kind) const
 // Ensures that creating category, key and value does not throw.
 void Contents::reserveFor(std::string_view category, std::string_view key, std::string_view value)
 {
-    categories_.reserve(1);
-    categoryIndex_.reserve(1);
-    keys_.reserve(1);
-    keyIndex_.reserve(1);
+    reserveCategories(1);
+    reserveKeys(1);
     keyExtras_.reserve(1);
     values_.reserve(1);
     arena_.reserve(category.size() + key.size() + value.size() + 3);
