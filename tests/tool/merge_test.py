@@ -93,6 +93,12 @@ DIALECT_MERGE = [
                b"-a.b = 2\na.c = 3\n"),
     of_dialect("env", b'A="x y"\nB=1\n', b'export A="x y"\nB=1\n', b"A='x y'\nB=3\n",
                b'export A="x y"\nB=3\n'),
+    *[of_dialect(dialect, f"[s]\na=1\n[u]\nx=1\n{middle}# c\n[s]\nb=2\n".encode(),
+                 f"[s]\na=9\n[u]\nx=1\n{middle}# c\n[s]\nb=2\n".encode(),
+                 f"[s]\na=1\n[u]\nx=1\ny=2\n{middle}# c\n[s]\nb=3\n".encode(),
+                 f"[s]\na=9\n[u]\nx=1\ny=2\n{middle}# c\n[s]\nb=3\n".encode())
+      for dialect in ["git", "systemd", "desktop", "samba", "mysql", "kconfig", "ini", "editorconfig"]
+      for middle in ["", "# u\n\n", "[t]\n# d\n", "# d\n# e\n", "# u\n\n# d\n", "[u]\n"]],
     of_dialect("git", b"[a]\n\tk = 1\n", b"[a]\n\tk = 2\n", b"[a]\n\tk = \"3\"\n",
                b"[a]\n<<<<<<< ours\n\tk = 2\n=======\n\tk = \"3\"\n>>>>>>> theirs\n", DIFFERS),
 ]

@@ -321,11 +321,16 @@ public:
         for (auto at = entries.begin(); at != entries.end(); ++at) {
             if (at->kind != SideEntry::header)
                 continue;
-            sections[current].emplace_back(first, at);
+            bool const isNew = at->stanza != kTopOfText && at->stanza != current &&
+                               !sections.contains(at->stanza);
+            // The comments above a repeated header belong to its stanza.
+            auto const end = isNew ? at : firstCommentOf(at, first);
+            sections[current].emplace_back(first, end);
             current = at->stanza;
-            bool const isNew = current != kTopOfText && !sections.contains(current);
             if (isNew)
                 order.emplace_back(current);
+            else
+                sections[current].emplace_back(end, at);
             first = isNew ? at : std::next(at);
         }
         sections[current].emplace_back(first, entries.end());
@@ -338,6 +343,20 @@ public:
 
 private:
     using Section = std::pair<EntryList::const_iterator, EntryList::const_iterator>;
+
+    // Returns the position of the first comment right above a header, from `first` on.
+    static EntryList::const_iterator firstCommentOf(EntryList::const_iterator header,
+                                                    EntryList::const_iterator first)
+    {
+        auto const isComment = [&](SideEntry const& entry) {
+            return entry.kind == SideEntry::comment && entry.stanza == header->stanza &&
+                   entry.name.empty();
+        };
+        auto at = header;
+        while (at != first && !at->isBelowBlank && isComment(*std::prev(at)))
+            --at;
+        return at;
+    }
 
     void write(SideEntry const& entry)
     {
