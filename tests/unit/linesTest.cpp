@@ -425,7 +425,7 @@ TEST(lines, KeysAboveTheFirstHeaderAreMerged)
     EXPECT_EQ("; c\nk: 3\n[s]\na: 2\n", merged(base, {"; c", "[.]", "k=3", "[s]", "a=1"}, there));
     EXPECT_EQ("; c\nk: 1\nl: 2\n; d\nm: 3\n[s]\na: 2\n",
               merged(base, {"; c", "[.]", "k=1", "l=2", "; d", "m=3", "[s]", "a=1"}, there));
-    EXPECT_EQ("\tk: 3\n[s]\n", merged("[s]\na: 1\n", {"[.]", "k=3", "[s]", "a=1"}, "[s]\n"));
+    EXPECT_EQ("k: 3\n[s]\n", merged("[s]\na: 1\n", {"[.]", "k=3", "[s]", "a=1"}, "[s]\n"));
     EXPECT_EQ("overlap", merged(base, {"; c", "[.]", "k=3", "l=2", "[s]", "a=1"}, "k: 2\n"));
 }
 

@@ -564,13 +564,14 @@ bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
     for (uint32_t at = first, index = 0; at < line; ++at) {
         if (outline_.lines()[at].kind != valueLine)
             continue;
+        std::string_view const copied = lineOf(entry, index);
         std::string_view const value = valueOf(entry, index++);
         if (outline_.value(at, valueSpace_) == value)
             continue;
         if (count > 1)
             return false;
         try {
-            setValue(at, value);
+            setValue(at, value, copied);
         } catch (Refusal const&) {
             return false;  // the key may have further lines below other keys
         }

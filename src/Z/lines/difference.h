@@ -152,9 +152,13 @@ private:
     void alignValues(Entry const& entry, std::vector<uint32_t> const& read);
     void removeValues(Entry const& entry, std::vector<uint32_t> const& lines);
     std::string_view valueOf(Entry const& entry, size_t index) const;
-    void setValue(uint32_t line, std::string_view value);
+    std::string_view lineOf(Entry const& entry, size_t index) const;
+    void setValue(uint32_t line, std::string_view value, std::string_view copied = {});
+    bool copyLine(uint32_t line, std::string_view key, std::string_view value,
+                  std::string_view copied);
     void removeLine(uint32_t line);
-    void insertValue(uint32_t model, uint32_t position, Edits::Order order, std::string_view value);
+    void insertValue(uint32_t model, uint32_t position, Edits::Order order, std::string_view value,
+                     std::string_view copied = {});
     void keepCommentColumn(uint32_t line, Replacement& change) const;
     Replacement splitComments(Line const& line, uint32_t begin, Replacement& change) const;
     std::string lineAfter(uint32_t line, Replacement const& change) const;
@@ -185,7 +189,8 @@ private:
     void appendNewKey(Section const& section, uint32_t after, Entry const& entry,
                       std::string const& header, std::string& out) const;
     bool appendLine(Style const& style, std::string_view key, std::string_view value,
-                    std::string context, uint32_t below, std::string& out) const;
+                    std::string context, uint32_t below, std::string& out,
+                    std::string_view copied = {}) const;
     void addStanza(uint32_t stanza);
     bool isAboveNextHeader(uint32_t stanza, uint32_t entry) const;
 

@@ -246,15 +246,17 @@ void Difference::appendComments(std::vector<NewComment> const& comments, uint32_
 // Appends a new comment. A comment that moves keeps its bytes.
 void Difference::appendMoved(NewComment const& comment, uint32_t after, std::string& out) const
 {
+    if (std::string_view const copied = document_.ownLineOf(comment.text); !copied.empty()) {
+        (out += copied) += outline_.lineEndingAfter(after);
+        return;
+    }
     std::string_view const spaces = spacesOf(dialect_, comment.text);
     uint32_t const from = comment.movedFrom;
     if (from == kNone || (!spaces.empty() && spaces != slice(text_, outline_.lines()[from].nameEnd,
                                                              outline_.lines()[from].valueBegin)))
         return appendComment(outline_, after, comment.text, out);
-    std::string_view line = slice(text_, outline_.lines()[from].begin, outline_.endOf(from));
-    line.remove_suffix(line.ends_with('\n') ? 1 : 0);
-    line.remove_suffix(line.ends_with('\r') ? 1 : 0);
-    (out += line) += outline_.lineEndingAfter(after);
+    std::string_view const line = slice(text_, outline_.lines()[from].begin, outline_.endOf(from));
+    (out += withoutLineEnding(line)) += outline_.lineEndingAfter(after);
 }
 
 // Appends the lines of a key, inserted between `context` and the line `below`. Returns false if a
@@ -262,27 +264,40 @@ void Difference::appendMoved(NewComment const& comment, uint32_t after, std::str
 bool Difference::appendKey(Style const& style, std::string_view key, Entry const& entry,
                            std::string const& context, uint32_t below, std::string& out) const
 {
-    if (entry.valueCount == 0) {
+    std::string_view const own = document_.ownLineOf(entry.text);
+    if (entry.valueCount == 0 && !own.empty()) {
+        (out += own) += style.lineEnding;
+    } else if (entry.valueCount == 0) {
         out += style.indent;
         out += key;
         out += dialect_.keyOnlyEnd(separatorFor(style, key));
         out += style.lineEnding;
     }
     for (size_t i = 0; i < entry.valueCount; ++i)
-        if (!appendLine(style, key, valueOf(entry, i), context, below, out))
+        if (!appendLine(style, key, valueOf(entry, i), context, below, out, lineOf(entry, i)))
             return false;
     return true;
 }
 
-// Appends the line of a key with a value, inserted between `context` and the line `below`. Returns
-// false, and appends nothing, if it does not read back.
+// Appends the line of a key with a value, inserted between `context` and the line `below`: the line
+// `copied` of another text, or a new one. Returns false, and appends nothing, if neither reads
+// back.
 bool Difference::appendLine(Style const& style, std::string_view key, std::string_view value,
-                            std::string context, uint32_t below, std::string& out) const
+                            std::string context, uint32_t below, std::string& out,
+                            std::string_view copied) const
 {
     if (!context.empty() && !context.ends_with('\n'))
         context += style.lineEnding;
     std::string space;
     std::string line;
+    if (!copied.empty() && hasLineEndings(copied, style.lineEnding)) {
+        (line = copied) += style.lineEnding;
+        Line const name{0, valueLine, 0, static_cast<uint32_t>(key.size()), 0, 0};
+        if (readsBack(context, 0, line, below, dialect_.keyName(key, name, space), value)) {
+            out += line;
+            return true;
+        }
+    }
     for (unsigned spelling = 0; spelling < dialect_.spellingCount(); ++spelling) {
         std::string spelled;
         if (!dialect_.appendValue(value, spelling, {style.indent, style.lineEnding}, spelled))
@@ -371,8 +386,9 @@ void Difference::addStanza(uint32_t index)
         carried_.front().isBelowBlank = false;
     appendComments(carried_, above, false, headerLine, lines);
     carried_.clear();
-    std::string header;
-    dialect_.appendHeader(stanza.name, header);
+    std::string header(document_.ownLineOf(stanza.name));
+    if (header.empty())
+        dialect_.appendHeader(stanza.name, header);
     header += ending;
     lines += header;
     Section const here{kNone, below, below, kNone};
@@ -390,7 +406,7 @@ void Difference::addStanza(uint32_t index)
                                         haveBlankAbove(outline_, above, valueLine, newComments_)));
         isAtComment = entry.isComment;
         if (entry.isComment)
-            appendComment(outline_, above, entry.text, lines);
+            appendMoved({entry.text, false, kNone}, above, lines);
         else
             appendNewKey(here, above, entry, header, lines);
     }

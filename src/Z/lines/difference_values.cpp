@@ -30,6 +30,12 @@ std::string_view Difference::valueOf(Entry const& entry, size_t index) const
     return document_.values[entry.firstValue + index];
 }
 
+// Returns the line that a value is copied from; empty: none.
+std::string_view Difference::lineOf(Entry const& entry, size_t index) const
+{
+    return document_.lineOf(entry.firstValue + index);
+}
+
 // Changes and removes the lines of keys and comments, and finds the lines of the entries.
 void Difference::compareLines(Reordered& stanza)
 {
@@ -92,14 +98,14 @@ void Difference::compareValues(Entry const& entry, std::vector<uint32_t> const& 
     if (entry.valueCount == 0) {
         removeValues(entry, lines);
     } else if (read.empty()) {
-        setValue(lines.front(), valueOf(entry, 0));
+        setValue(lines.front(), valueOf(entry, 0), lineOf(entry, 0));
         for (size_t i = 1; i < entry.valueCount; ++i)
             insertValue(lines.front(), outline_.endOf(lines.front()), Edits::valuesOfLineAbove,
-                        valueOf(entry, i));
+                        valueOf(entry, i), lineOf(entry, i));
     } else if (read.size() == entry.valueCount && hasValues(entry, read)) {
         return;
     } else if (read.size() == 1 && entry.valueCount == 1) {
-        setValue(read.front(), valueOf(entry, 0));
+        setValue(read.front(), valueOf(entry, 0), lineOf(entry, 0));
     } else {
         alignValues(entry, read);
     }
@@ -150,16 +156,18 @@ void Difference::alignValues(Entry const& entry, std::vector<uint32_t> const& re
     for (auto const& [read_, value] : pairs) {
         while (nextRead < read_ && nextValue < value) {
             last = read[nextRead];
-            setValue(read[nextRead++], after[nextValue++]);
+            setValue(read[nextRead++], after[nextValue], lineOf(entry, nextValue));
+            ++nextValue;
         }
         while (nextRead < read_)
             removeLine(read[nextRead++]);
         for (; nextValue < value; ++nextValue) {
             if (last != kNone)
-                insertValue(last, outline_.endOf(last), Edits::valuesOfLineAbove, after[nextValue]);
+                insertValue(last, outline_.endOf(last), Edits::valuesOfLineAbove, after[nextValue],
+                            lineOf(entry, nextValue));
             else
                 insertValue(read[0], outline_.lines()[read[0]].begin, Edits::valuesOfLineBelow,
-                            after[nextValue]);
+                            after[nextValue], lineOf(entry, nextValue));
         }
         if (read_ == before.size())
             break;
@@ -168,10 +176,13 @@ void Difference::alignValues(Entry const& entry, std::vector<uint32_t> const& re
     }
 }
 
-void Difference::setValue(uint32_t line, std::string_view value)
+// range   `copied` is the line of the value in another text; empty: none.
+void Difference::setValue(uint32_t line, std::string_view value, std::string_view copied)
 {
     std::string const key(outline_.keyName(line, keySpace_));
     record(stanzaName_, key, value);
+    if (!copied.empty() && copyLine(line, key, value, copied))
+        return;
     Line const& record = outline_.lines()[line];
     std::string const above = contextAbove(line == 0 ? kNone : line - 1);
     for (unsigned spelling = 0; spelling < dialect_.spellingCount(); ++spelling) {
@@ -202,6 +213,24 @@ void Difference::setValue(uint32_t line, std::string_view value)
         }
     }
     throw Refusal{std::string(stanzaName_), key, std::string(value)};
+}
+
+// Replaces a whole line by the line of its value in another text. Returns false if that line does
+// not read back here.
+bool Difference::copyLine(uint32_t line, std::string_view key, std::string_view value,
+                          std::string_view copied)
+{
+    uint32_t const begin = outline_.lines()[line].begin;
+    std::string_view const old = withoutLineEnding(slice(text_, begin, outline_.endOf(line)));
+    std::string changed(copied);
+    changed += slice(text_, begin + static_cast<uint32_t>(old.size()), outline_.endOf(line));
+    if (renamedKey_ != nullptr || outline_.sharesLine(line) ||
+        !hasLineEndings(copied, outline_.lineEndingOf(line)) ||
+        !readsBack(contextAbove(line == 0 ? kNone : line - 1), 0, changed, line + 1, key, value))
+        return false;
+    edits_.replaceName({begin, begin + static_cast<uint32_t>(old.size()), std::string(copied)});
+    ++provenEdits_;
+    return true;
 }
 
 // Returns the part of a change that inserts comments above a line. Leaves the rest to `change`,
@@ -285,8 +314,9 @@ void Difference::removeLine(uint32_t line)
 }
 
 // Inserts a line for a further value of a key, in the style of the line `model`.
+// range   `copied` is the line of the value in another text; empty: none.
 void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order order,
-                             std::string_view value)
+                             std::string_view value, std::string_view copied)
 {
     record(stanzaName_, outline_.keyName(model, keySpace_), value);
     uint32_t const below = order == Edits::valuesOfLineAbove ? model + 1 : model;
@@ -305,7 +335,8 @@ void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order ord
     Style const style =
         renamedKey_ != nullptr ? styleOf(outline_, model) : styleOfValue(outline_, model, key);
     std::string line;
-    if (!appendLine(style, key, value, contextAbove(below == 0 ? kNone : below - 1), below, line))
+    if (!appendLine(style, key, value, contextAbove(below == 0 ? kNone : below - 1), below, line,
+                    copied))
         throw refusalBelow(below == 0 ? kNone : below - 1, outline_.keyName(model, keySpace_),
                            value);
     edits_.insertLines(position, std::move(line), style.lineEnding, order);

@@ -6,6 +6,7 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace zlines {
@@ -51,6 +52,11 @@ struct Document {
     std::vector<std::string_view> values;
     std::deque<std::string> owned;  // strings that the views above refer to, if nothing else does
 
+    // Lines of another text, without their line endings, that new lines are copied from. A value
+    // that replaces another takes its whole line from there.
+    std::vector<std::string_view> lines;                         // of values; "": none
+    std::unordered_map<char const*, std::string_view> ownLines;  // by the name or comment
+
     Document() { stanzas.push_back({{}, 0, 0, false}); }
     Document(Document const&) = delete;
     Document& operator=(Document const&) = delete;
@@ -82,10 +88,33 @@ struct Document {
         ++stanzas.back().entryCount;
     }
 
-    void addValue(std::string_view value)
+    void addValue(std::string_view value, std::string_view line = {})
     {
+        if (!line.empty()) {
+            lines.resize(values.size());
+            lines.push_back(line);
+        }
         values.push_back(value);
         ++entries.back().valueCount;
+    }
+
+    /// Returns the line that a value is copied from; empty: none.
+    std::string_view lineOf(size_t value) const
+    {
+        return value < lines.size() ? lines[value] : std::string_view();
+    }
+
+    /// Returns the line that a header, a comment or a key without values is copied from.
+    std::string_view ownLineOf(std::string_view text) const
+    {
+        auto const found = ownLines.find(text.data());
+        return found == ownLines.end() ? std::string_view() : found->second;
+    }
+
+    void dropLines()
+    {
+        lines.clear();
+        ownLines.clear();
     }
 
     void dropOldNames()

@@ -56,4 +56,19 @@ inline std::string_view slice(std::string_view text, uint32_t begin, uint32_t en
     return {text.data() + begin, end - begin};
 }
 
+inline std::string_view withoutLineEnding(std::string_view line)
+{
+    line.remove_suffix(line.ends_with('\n') ? 1 : 0);
+    line.remove_suffix(line.ends_with('\r') ? 1 : 0);
+    return line;
+}
+
+/// Returns whether the line endings inside a line that continues are as given.
+inline bool hasLineEndings(std::string_view line, std::string_view ending)
+{
+    size_t const newline = line.find('\n');
+    bool const hasReturn = newline != 0 && newline != line.npos && line[newline - 1] == '\r';
+    return newline == line.npos || hasReturn == (ending.size() == 2);
+}
+
 }  // namespace zlines

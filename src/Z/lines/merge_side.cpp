@@ -354,4 +354,20 @@ bool SideKey::hasSameValues(SideKey const& other) const
     return values() == other.values();
 }
 
+bool SideKey::hasSameLines(SideKey const& other) const
+{
+    if (side_ == nullptr || other.side_ == nullptr)
+        return side_ == other.side_;
+    std::vector<uint32_t> const lines = valueLines();
+    std::vector<uint32_t> const others = other.valueLines();
+    return std::equal(
+        lines.begin(), lines.end(), others.begin(), others.end(),
+        [&](uint32_t line, uint32_t another) { return textOf(line) == other.textOf(another); });
+}
+
+std::string_view SideKey::textOf(uint32_t line) const
+{
+    return side_->outline_.wholeLine(line);
+}
+
 }  // namespace zlines

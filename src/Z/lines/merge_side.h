@@ -50,6 +50,13 @@ public:
     /// Returns whether both have the same values; a missing key differs from every other key.
     bool hasSameValues(SideKey const& other) const;
 
+    /// Returns whether the lines with a value are the same, too; line endings after them are not
+    /// compared.
+    bool hasSameLines(SideKey const& other) const;
+
+    /// Returns the line with a value, without its line ending. Empty: a header is on the line, too.
+    std::string_view textOf(uint32_t line) const;
+
 private:
     MergeSide const* side_ = nullptr;
     uint32_t index_ = 0;

@@ -69,13 +69,15 @@ bool mergeKey(Dialect const& dialect, SideKey const& base, SideKey const& ours,
     bool const isRemovedByOne = base && !ours != !theirs;
     bool const hasValues = !our.empty() || !their.empty();
     if ((hasValues && isMixedChange(dialect, base, ours, theirs)) ||
-        (isRemovedByOne && (ours ? our : their) != before && before.empty()))
+        (isRemovedByOne && (ours ? our : their) != before && before.empty())) {
         merged.values = {{our, their, true}};
-    else if (ours && theirs && (our == their || their == before))
+    } else if (ours && theirs && (our == their || their == before)) {
         merged.side = ours;
-    else if (theirs && our == before)
+    } else if (theirs && our == before) {
         merged.side = theirs;
-    else {
+        merged.takesLines =
+            !ours || (ours.spelled() == theirs.spelled() && ours.hasSameLines(base));
+    } else {
         merged.values = mergeValues(before, our, their);
         if (isWholeConflict(dialect, before, our, their, merged))
             merged.values = {{our, their, true}};

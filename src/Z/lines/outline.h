@@ -80,6 +80,15 @@ public:
                text_[lines_[line].begin - 1] != '\n';
     }
 
+    /// Returns a line without its line ending; empty if another is on the same line of the file.
+    std::string_view wholeLine(uint32_t line) const
+    {
+        bool const isShared =
+            sharesLine(line) || (line + 1 < lines_.size() && sharesLine(line + 1));
+        return isShared ? std::string_view()
+                        : withoutLineEnding(slice(text_, lines_[line].begin, endOf(line)));
+    }
+
     /// Returns the header of a section, or the key on the header's line of the file.
     uint32_t lastOnHeader(Section const& section) const
     {

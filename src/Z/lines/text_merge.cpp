@@ -296,6 +296,20 @@ private:
     std::map<Name, std::vector<Position>> comments_;  // of the first side
 };
 
+bool isPartOf(std::string_view text, std::string_view part)
+{
+    return std::less_equal<>()(text.data(), part.data()) &&
+           std::less_equal<>()(part.data() + part.size(), text.data() + text.size());
+}
+
+// Returns the line of the text that has a part, without its line ending.
+std::string_view wholeLine(std::string_view text, std::string_view part)
+{
+    size_t const at = static_cast<size_t>(part.data() - text.data());
+    size_t const begin = at == 0 ? 0 : text.rfind('\n', at - 1) + 1;
+    return withoutLineEnding(text.substr(begin, text.find('\n', at) - begin));
+}
+
 // Writes the entries as a document. The document has views of the contents of both versions, but
 // not of the objects of the sides.
 class Writer {
@@ -321,8 +335,8 @@ public:
         for (auto at = entries.begin(); at != entries.end(); ++at) {
             if (at->kind != SideEntry::header)
                 continue;
-            bool const isNew = at->stanza != kTopOfText && at->stanza != current &&
-                               !sections.contains(at->stanza);
+            bool const isNew =
+                at->stanza != kTopOfText && at->stanza != current && !sections.contains(at->stanza);
             // The comments above a repeated header belong to its stanza.
             auto const end = isNew ? at : firstCommentOf(at, first);
             sections[current].emplace_back(first, end);
@@ -362,6 +376,9 @@ private:
     {
         if (entry.kind == SideEntry::comment) {
             document_.addComment(entry.text, entry.isBelowBlank);
+            std::string_view const text = theirs_.outline().text();
+            if (isPartOf(text, entry.text))
+                document_.ownLines[entry.text.data()] = wholeLine(text, entry.text);
             return;
         }
         if (entry.kind == SideEntry::header) {
@@ -371,6 +388,9 @@ private:
             bool const isName = !dialect_.joinsHeaders() ||
                                 dialect_.comparableStanza(spelled, space_) == entry.stanza;
             document_.addStanza(keep(isName ? spelled : entry.stanza), entry.isBelowBlank);
+            if (ours == nullptr && isName && !spelled.empty())
+                document_.ownLines[spelled.data()] =
+                    theirs_.outline().wholeLine(theirs_.find(entry.stanza)->header);
             return;
         }
         SideKey const ours = ours_.find(entry.stanza, entry.name);
@@ -379,8 +399,16 @@ private:
         bool const isName = dialect_.comparableKey(spelled, space_) == entry.name;
         document_.addKey(keep(isName ? spelled : entry.name), entry.isBelowBlank);
         MergedKey const& key = *contents_.find(entry.stanza, entry.name);
+        if (key.takesLines && isName && !key.side.hasValues() && !ours)
+            document_.ownLines[spelled.data()] = key.side.textOf(key.side.firstLine());
+        std::vector<uint32_t> const lines =
+            key.takesLines ? key.side.valueLines() : std::vector<uint32_t>();
+        size_t next = 0;
         if (key.side)
-            key.side.eachValue([this](std::string_view text) { document_.addValue(keep(text)); });
+            key.side.eachValue([&](std::string_view text) {
+                document_.addValue(keep(text), lines.empty() ? std::string_view()
+                                                             : key.side.textOf(lines[next++]));
+            });
         for (MergedValue const& value : key.values)
             for (std::string const& text : value.ours.empty() ? value.theirs : value.ours)
                 document_.addValue(keep(text));
@@ -389,11 +417,9 @@ private:
     // Returns a string that lives as long as both versions and the document.
     std::string_view keep(std::string_view view)
     {
-        for (std::string_view const text : {ours_.outline().text(), theirs_.outline().text()})
-            if (std::less_equal<>()(text.data(), view.data()) &&
-                std::less_equal<>()(view.data() + view.size(), text.data() + text.size()))
-                return view;
-        return document_.own(view);
+        bool const isKept =
+            isPartOf(ours_.outline().text(), view) || isPartOf(theirs_.outline().text(), view);
+        return isKept ? view : document_.own(view);
     }
 
     Dialect const& dialect_;
@@ -403,6 +429,24 @@ private:
     Document& document_;
     std::string space_;
 };
+
+// As rewrite(), with lines that are copied from the other side. If the result does not read back,
+// no line is copied.
+bool rewriteByLines(std::string_view ours, Dialect const& dialect, Document& document,
+                    std::string& out)
+{
+    if (!document.lines.empty() || !document.ownLines.empty()) {
+        try {
+            TextHistory history;
+            return rewrite(ours, dialect, document, history, out);
+        } catch (Refusal const&) {
+            document.dropLines();
+            out.clear();
+        }
+    }
+    TextHistory history;
+    return rewrite(ours, dialect, document, history, out);
+}
 
 // Returns whether two versions have the same values in a stanza.
 bool haveSameStanza(MergeSide const& ours, MergeSide const& theirs, std::string_view name)
@@ -466,8 +510,7 @@ MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_
         our.reset();
     }
     MergedText merged = {};
-    TextHistory history;
-    if (!rewrite(ours, dialect, document, history, merged.text))
+    if (!rewriteByLines(ours, dialect, document, merged.text))
         merged.text = ours;
     if (hasConflicts)
         merged.text =
