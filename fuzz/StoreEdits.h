@@ -556,7 +556,7 @@ private:
         auto [newLines, newComments] = linesOf(now, after);
         expect(lines == newLines, after, "a comment changes no other line");
         for (std::string const& line : dialect_model::splitLines(old)) {
-            // A store has comments without the blanks at their ends.
+            // A store has comments without the spaces at their ends.
             auto const found =
                 std::find_if(comments.begin(), comments.end(), [&](std::string const& comment) {
                     return withoutBlanksAtEnd(comment) ==

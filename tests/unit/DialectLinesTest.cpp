@@ -370,3 +370,10 @@ TEST(DialectLines, ACommentWithALineOfAnotherCommentIsAboveIt)
     Change const ofFile = [](Store& store) { store.setComment(nullptr, nullptr, ";\n; a"); };
     EXPECT_EQ(";\n; a\n\n;\nk=1\n", textAfter("php", "\n;\nk=1\n", {ofFile}));
 }
+
+TEST(DialectLines, ACommentAboveARepeatedHeaderWithoutANameStays)
+{
+    std::string const text = "[a]\n[]\n[a]\n#\n[]\n";
+    EXPECT_EQ(text, textAfter("systemd", text, {}));
+    EXPECT_EQ(text + "\n[b]\nk=1\n", textAfter("systemd", text, {set("b", "k", "1")}));
+}

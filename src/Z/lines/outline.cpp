@@ -155,7 +155,9 @@ void Outline::moveHeaderComments(std::vector<HeaderComment>& comments)
     for (HeaderComment const& comment : comments) {
         uint32_t const end = lineAt(comment.end);
         uint32_t const first = firstCommentAbove(lineAt(comment.begin), end);
-        uint32_t const owner = comment.stanza.empty() ? 0 : find(comment.stanza, stanzas_.size());
+        // A header can have an empty name, too.
+        uint32_t const named = find(comment.stanza, stanzas_.size());
+        uint32_t const owner = named == kNone && comment.stanza.empty() ? 0 : named;
         if (first == end || owner == kNone)
             continue;
         uint32_t const around = sectionIndexOf(first);
