@@ -377,3 +377,11 @@ TEST(DialectLines, ACommentAboveARepeatedHeaderWithoutANameStays)
     EXPECT_EQ(text, textAfter("systemd", text, {}));
     EXPECT_EQ(text + "\n[b]\nk=1\n", textAfter("systemd", text, {set("b", "k", "1")}));
 }
+
+// The line begins above its key.
+TEST(DialectLines, ARenamedKeyDoesNotRepeatACommentAboveItsName)
+{
+    Change const rename = [](Store& store) { store.renameKey("a", "k l", "m"); };
+    EXPECT_EQ("[a]\n# d\n\\\n# c\nm=1\n",
+              textAfter("systemd", "[a]\n\\\n# c\nk\\\n# d\nl=1\n", {rename}));
+}

@@ -663,7 +663,7 @@ Replacement SwitchedDialect::renameKey(std::string_view text, Line const& line,
 {
     Replacement change{line.nameBegin(), line.nameEnd, {}};
     if (slice(text, change.begin, change.end).find('\n') != std::string_view::npos) {
-        std::string comments = ValueLines(*this, text, line, line.begin, line.nameEnd).comments();
+        std::string comments = ValueLines(*this, text, line, change.begin, line.nameEnd).comments();
         change.commentBytes = comments.size();
         if (!comments.empty()) {
             comments += slice(text, line.begin, change.begin);
