@@ -68,7 +68,14 @@ CONVERT_ROWS = [
     convert("to, two values", {"f": b"[a]\nk = 1\nk = 2\n"}, ["f", "a", "--to", "j"], b"has 2 values",
             REFUSED),
     convert("to, another dialect", {"smb.conf": b"[A b]\n  Guest OK = yes\n"},
-            ["smb.conf", "a B", "--to", "j"], b"invalid key \"Guest OK\" of a Java file", INVALID_VALUE),
+            ["smb.conf", "a B", "--to", "j"], b'key "Guest OK" in [a B] is invalid in a Java file, whose '
+            b'keys have no whitespace, "=", ":" or backslash, and no "#" or "!" at the start; rename it '
+            b"with 'zstz rename smb.conf \"a B\" \"Guest OK\" GuestOK'", INVALID_VALUE),
+    convert("to, keys with spaces", {"setup.cfg": b"[s]\na key = 1\nb.c = 2\nb c = 3\nd = 4\n#e = 5\n"},
+            ["setup.cfg", "s", "--to", "j", "--drop-comments"],
+            b"'zstz rename setup.cfg s \"a key\" a.key'\nzstz: setup.cfg: key \"b c\" in [s] is invalid in a "
+            b"Java file, whose keys have no whitespace, \"=\", \":\" or backslash, and no \"#\" or \"!\" at "
+            b"the start; rename it with 'zstz rename setup.cfg s \"b c\" NEW'\n", INVALID_VALUE),
     convert("to, the values that are valid", {"u.service": b"[S]\nE=1\nE=\nE=2\n"},
             ["u.service", "S", "--to", "j"], b"", DONE, {"j": b"#\nE = 2\n"}),
     convert("to, the same file", BOTH, ["f", "a", "--to", "f", "--overwrite"], b"is the same file as f",

@@ -198,6 +198,49 @@ void deleteOtherKeys(Store& store, std::string const& stanza, std::set<std::stri
     }
 }
 
+// Returns a similar name that a Java file can have; NEW if the stanza cannot have it.
+std::string javaNameFor(Request const& request, Store const& store,
+                        zdialects::LineRules const& rules, std::string const& key)
+{
+    std::string name;
+    for (char const c : key)
+        if (std::string_view(" \t\v\f\\:=\n\r").find(c) == std::string_view::npos)
+            name += c;
+        else if (!rules.dropsBlanks() || (c != ' ' && c != '\t'))
+            name += '.';
+    name.erase(0, name.find_first_not_of("#!"));
+    char const* const stanza = request.stanza.c_str();
+    bool const isTaken = rules.keyIdentity(name) != rules.keyIdentity(key) &&
+                         store.contents().contains(stanza, name.c_str()) != 0;
+    bool const isValid =
+        isJavaKey(name) && !isTaken && store.contents().validKey(stanza, name.c_str()) != 0;
+    return isValid ? name : "NEW";
+}
+
+// Refuses all keys that a Java file cannot have.
+void requireJavaKeys(Request const& request, Store const& store, zdialects::LineRules const& rules,
+                     std::vector<std::string> const& keys)
+{
+    std::vector<Failure> failures;
+    for (std::string const& key : keys)
+        if (!isJavaKey(key))
+            failures.push_back(
+                {exitInvalidValue,
+                 request.file,
+                 {nameKey(key, request.stanza) +
+                      " is invalid in a Java file, whose keys have no whitespace, \"=\", \":\" or "
+                      "backslash, and no \"#\" or \"!\" at the start",
+                  "rename it with 'zstz rename " + shellWord(request.file) + ' ' +
+                      shellWord(request.stanza) + ' ' + shellWord(key) + ' ' +
+                      shellWord(javaNameFor(request, store, rules, key)) + "'"}});
+    if (failures.empty())
+        return;
+    Failure first = std::move(failures.front());
+    first.further.assign(std::make_move_iterator(failures.begin() + 1),
+                         std::make_move_iterator(failures.end()));
+    throw first;
+}
+
 // Returns the entries of a stanza in UTF-8, checked for a Java file.
 Entries makeJavaEntries(Request const& request)
 {
@@ -217,6 +260,7 @@ Entries makeJavaEntries(Request const& request)
                       {"stanza [" + request.stanza + "] has comments, which would be lost",
                        "pass --drop-comments"}};
     Entries entries;
+    std::vector<std::string> keys;
     for (Stanza const& stanza : stanzas) {
         if (rules.stanzaIdentity(stanza.name) != wanted)
             continue;
@@ -237,8 +281,10 @@ Entries makeJavaEntries(Request const& request)
                                "replace them by one with 'zstz set --all'"}};
             std::string const value = values.empty() ? "" : values.front();
             entries[toUTF8(request.file, key, key)] = toUTF8(request.file, key, value);
+            keys.push_back(key);
         }
     }
+    requireJavaKeys(request, store, rules, keys);
     for (auto const& [key, value] : entries)
         checkJavaEntry(request.file, key, value);
     return entries;

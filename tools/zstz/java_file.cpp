@@ -159,13 +159,16 @@ bool isOneOf(char c, char const* characters)
     return std::string_view(characters).find(c) != std::string_view::npos;
 }
 
-// Returns whether a line that starts with `key` reads back as that key.
+}  // namespace
+
 bool isJavaKey(std::string const& key)
 {
     if (key.empty() || isOneOf(key[0], " \t\v\f#!\n\r"))
         return false;
     return key.find_first_of(" \t\v\f\\:=\n\r", 1) == key.npos;
 }
+
+namespace {
 
 // Returns the length of the UTF-8 character at the start of `text`; 0 if it would not read back:
 // DEL, a character of four bytes, and invalid or overlong sequences.

@@ -38,6 +38,9 @@ private:
 /// Describes a lost line.
 Failure describeLostLine(ExitCode code, std::string const& path, LostLine const& line);
 
+/// Returns whether a line of a Java file that starts with the key reads back as the key.
+bool isJavaKey(std::string const& key);
+
 /// Refuses a key or value that would not read back unchanged from a Java file.
 /// throws  Failure.
 void checkJavaEntry(std::string const& path, std::string const& key, std::string const& value);
