@@ -46,26 +46,10 @@ size_t indentOf(std::string_view line)
     return std::min(line.find_first_not_of(" \t"), line.size());
 }
 
-// Returns whether these bytes are one line of a file, perhaps with continuations. The line is at
-// the end of the text that `whole` gets.
-bool readsAsOneLine(zlines::Dialect const& dialect, std::string_view bytes, std::string& whole,
-                    std::vector<Line>& lines)
-{
-    whole.clear();
-    dialect.appendHeader("a", whole);
-    whole += '\n';
-    size_t const begin = whole.size();
-    (whole += bytes) += '\n';
-    lines.clear();
-    dialect.split(whole, lines);
-    return !lines.empty() && lines.back().begin == begin;
-}
-
+// Returns whether these bytes are one line of a file, perhaps with continuations.
 bool readsAsOneLine(zlines::Dialect const& dialect, std::string_view bytes)
 {
-    std::string whole;
-    std::vector<Line> lines;
-    return readsAsOneLine(dialect, bytes, whole, lines);
+    return zdialects::LoneText(dialect, bytes).isOneLine();
 }
 
 // Decides whether a line that alone continues no value can be followed by a line that does.
@@ -528,13 +512,11 @@ namespace {
 // Returns whether these bytes are a line of the key, perhaps with continuations.
 bool isLineOf(zlines::Dialect const& dialect, std::string const& text, Request const& request)
 {
-    std::string whole;
-    std::vector<Line> lines;
-    if (!readsAsOneLine(dialect, text, whole, lines))
-        return false;
+    zdialects::LoneText const lone(dialect, text);
     LineRules const rules(dialect);
-    return lines.back().isKey() &&
-           rules.keyIdentity(rules.keyName(whole, lines.back())) == rules.keyIdentity(request.key);
+    return lone.isOneLine() && lone.lines.back().isKey() &&
+           rules.keyIdentity(rules.keyName(lone.text, lone.lines.back())) ==
+               rules.keyIdentity(request.key);
 }
 
 // Returns a comment line without its mark, and without the spaces that the first line of the

@@ -1,5 +1,7 @@
 #include "dialect_style.h"
 
+#include <Z/dialects/line_rules.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -78,17 +80,11 @@ private:
     // Returns the value of a key line, which can have several lines.
     std::string valueOf(std::string_view line) const
     {
-        std::string text;
-        dialect_.appendHeader("a", text);
-        text += '\n';
-        size_t const begin = text.size();
-        (text += line) += '\n';
-        std::vector<Line> lines;
-        dialect_.split(text, lines);
+        zdialects::LoneText const lone(dialect_, line);
+        if (!lone.isOneLine() || lone.lines.back().kind != zlines::valueLine)
+            return "";
         std::string space;
-        bool const isValue =
-            !lines.empty() && lines.back().begin == begin && lines.back().kind == zlines::valueLine;
-        return isValue ? std::string(dialect_.value(text, lines.back(), space)) + '=' : "";
+        return std::string(dialect_.value(lone.text, lone.lines.back(), space)) + '=';
     }
 
     // Returns the value of a key line and the rest of the line, without the spaces at the ends of

@@ -88,6 +88,12 @@ private:
     std::array<uint8_t, 256> classes_;
 };
 
+/// Returns the name in a header without its spaces at the end, as isspace() knows them in Latin-1.
+constexpr std::string_view trimmedName(std::string_view name)
+{
+    return name.substr(0, name.find_last_not_of(" \t\v\f\r\xa0") + 1);
+}
+
 constexpr char foldedCase(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;

@@ -28,11 +28,9 @@ size_t findLanguage(std::string_view key)
     return open == 0 ? key.npos : open;
 }
 
-void appendHex(char c, std::string& out)
+void appendEscape(char c, std::string& out)
 {
-    static char const digits[] = "0123456789abcdef";
-    auto const byte = static_cast<unsigned char>(c);
-    ((out += "\\x") += digits[byte >> 4]) += digits[byte & 0xf];
+    appendHex(static_cast<unsigned char>(c), 2, kLowerDigits, out += "\\x");
 }
 
 // Returns the meaning of the escapes in a group or a key.
@@ -52,7 +50,7 @@ std::string decode(std::string_view spelled, bool keepsBrackets)
         } else {
             auto const c = static_cast<char>(escape.code);
             if (keepsBrackets && startsWithBracket(rest))
-                appendHex(c, name);
+                appendEscape(c, name);
             else if (c == '\\' && startsWithBracket(spelled.substr(escape.end - 1)))
                 name += "\\\\";
             else
@@ -85,7 +83,7 @@ void append(std::string_view name, bool isKey, std::string& out)
             out += "\\s";
         } else if (c == '[' || c == ']' || (c >= 0 && c < ' ') || (isKey && c == '=') ||
                    (isKey && c == '#' && isFirst)) {
-            appendHex(c, out);
+            appendEscape(c, out);
         } else {
             out += c;
         }

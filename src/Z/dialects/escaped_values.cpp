@@ -44,13 +44,10 @@ char letterFor(Escapes escapes, char c)
 // Appends a UTF-16 unit.
 void appendNumber(uint32_t unit, std::string& out)
 {
-    static char const digits[] = "0123456789abcdef";
-    out += "\\x";
-    int shift = 12;
-    while (shift > 0 && unit >> shift == 0)
-        shift -= 4;
-    for (; shift >= 0; shift -= 4)
-        out += digits[unit >> shift & 0xf];
+    int count = 4;
+    while (count > 1 && unit >> 4 * (count - 1) == 0)
+        --count;
+    appendHex(unit, count, kLowerDigits, out += "\\x");
 }
 
 // Appends a value in UTF-8, with numbers for the characters that are not ASCII. A digit after a

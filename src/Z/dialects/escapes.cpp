@@ -69,6 +69,12 @@ unsigned digitOf(char c)
     return letter >= 'a' && letter <= 'f' ? static_cast<unsigned>(letter - 'a' + 10) : 16;
 }
 
+void appendHex(uint32_t number, int count, char const* digits, std::string& out)
+{
+    while (count-- > 0)
+        out += digits[number >> 4 * count & 0xf];
+}
+
 void appendUtf8(uint32_t code, std::string& out)
 {
     auto const append = [&out](uint32_t byte) { out += static_cast<char>(byte); };

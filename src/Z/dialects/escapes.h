@@ -11,6 +11,12 @@ namespace zdialects {
 /// Returns the value of a hexadecimal digit; 16 for any other character.
 unsigned digitOf(char c);
 
+constexpr char kLowerDigits[] = "0123456789abcdef";
+constexpr char kUpperDigits[] = "0123456789ABCDEF";
+
+/// Appends the last hexadecimal digits of a number.
+void appendHex(uint32_t number, int count, char const* digits, std::string& out);
+
 /// Appends a code point as UTF-8.
 void appendUtf8(uint32_t code, std::string& out);
 

@@ -132,8 +132,7 @@ Head findAnyHead(Switches const& switches, Characters const& characters, std::st
         return {Head::isUnclosed};
     std::string_view const name = line.substr(begin, close - begin);
     if (switches.heads == Heads::toBracketTrimmed)
-        return {Head::valid, begin, begin + (name.find_last_not_of(" \t\v\f\r\xa0") + 1),
-                close + 1};
+        return {Head::valid, begin, begin + trimmedName(name).size(), close + 1};
     bool const hasControl = std::any_of(name.begin(), name.end(), isControl);
     if (switches.heads == Heads::alone &&
         (name.empty() || hasControl || name.find_first_of("[]") != name.npos))

@@ -1,6 +1,6 @@
 #include "line_rules.h"
 
-#include <vector>
+#include <algorithm>
 
 #include "switched_dialect.h"
 
@@ -17,6 +17,22 @@ SwitchedDialect const* switched(zlines::Dialect const& dialect)
 }
 
 }  // namespace
+
+LoneText::LoneText(zlines::Dialect const& dialect, std::string_view bytes)
+{
+    dialect.appendHeader("a", text);
+    text += '\n';
+    begin = text.size();
+    text.append(bytes).append("\n");
+    dialect.split(text, lines);
+}
+
+Line const* LoneText::firstLine() const
+{
+    auto const found = std::find_if(lines.begin(), lines.end(),
+                                    [&](Line const& line) { return line.begin == begin; });
+    return found != lines.end() ? &*found : nullptr;
+}
 
 std::string LineRules::stanzaName(std::string_view text, Line const& header) const
 {
@@ -63,26 +79,18 @@ bool LineRules::dropsBlanks() const
 
 LineRules::LoneLine LineRules::readAlone(std::string_view line) const
 {
-    std::string text;
-    dialect_.appendHeader("a", text);
-    text += '\n';
-    size_t const begin = text.size();
-    text.append(line).append("\n");
-    std::vector<Line> lines;
-    dialect_.split(text, lines);
-    for (Line const& read : lines) {
-        if (read.begin != begin)
-            continue;
-        std::string space;
-        auto const kind = static_cast<zlines::LineKind>(read.kind);
-        std::string const name = kind == zlines::headerLine ? stanzaName(text, read)
-                                 : read.isKey()             ? keyName(text, read)
-                                                            : "";
-        std::string_view const value =
-            kind == zlines::valueLine ? dialect_.value(text, read, space) : "";
-        return {kind, name, std::string(value)};
-    }
-    return {zlines::otherLine, "", ""};
+    LoneText const lone(dialect_, line);
+    Line const* const read = lone.firstLine();
+    if (read == nullptr)
+        return {zlines::otherLine, "", ""};
+    std::string space;
+    auto const kind = static_cast<zlines::LineKind>(read->kind);
+    std::string const name = kind == zlines::headerLine ? stanzaName(lone.text, *read)
+                             : read->isKey()            ? keyName(lone.text, *read)
+                                                        : "";
+    std::string_view const value =
+        kind == zlines::valueLine ? dialect_.value(lone.text, *read, space) : "";
+    return {kind, name, std::string(value)};
 }
 
 }  // namespace zdialects

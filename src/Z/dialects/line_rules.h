@@ -3,10 +3,27 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "../lines/dialect.h"
 
 namespace zdialects {
+
+// The contents of a file with a header, and bytes below, as a dialect reads them.
+struct LoneText {
+    /// range   `bytes` have no line ending at the end.
+    LoneText(zlines::Dialect const& dialect, std::string_view bytes);
+
+    /// Returns the line that starts with the bytes; null if the header has the bytes.
+    zlines::Line const* firstLine() const;
+
+    /// Returns whether the bytes are one line, perhaps with continuations. It is the last line.
+    bool isOneLine() const { return !lines.empty() && lines.back().begin == begin; }
+
+    std::string text;
+    size_t begin;  // of the bytes
+    std::vector<zlines::Line> lines;
+};
 
 class LineRules {
 public:

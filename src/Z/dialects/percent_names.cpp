@@ -53,10 +53,8 @@ size_t readCharacter(std::string_view spelled, size_t at, uint32_t& code)
 
 void appendUnit(uint32_t unit, std::string& out)
 {
-    static char const digits[] = "0123456789ABCDEF";
-    out += unit > 0xff ? "%U" : "%";
-    for (int shift = unit > 0xff ? 12 : 4; shift >= 0; shift -= 4)
-        out += digits[unit >> shift & 0xf];
+    bool const isLong = unit > 0xff;
+    appendHex(unit, isLong ? 4 : 2, kUpperDigits, out += isLong ? "%U" : "%");
 }
 
 }  // namespace

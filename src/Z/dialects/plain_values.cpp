@@ -63,8 +63,8 @@ bool isRefused(Switches const& switches, std::string_view text)
     return (switches.refusals & refusalNotUtf8) != 0 && !isUtf8(text);
 }
 
-// Returns whether programs of the format keep the ends of a line of text.
-bool isTrimmed(Switches const& switches, std::string_view text)
+// Returns whether programs of the format read a line of text up to both ends.
+bool isReadWhole(Switches const& switches, std::string_view text)
 {
     unsigned const bits = switches.notPlain;
     return !((bits & notPlainReturns) && text.find('\r') != text.npos) &&
@@ -195,7 +195,7 @@ bool isPlainText(std::string_view spelled)
 bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string_view before)
 {
     unsigned const bits = switches.notPlain;
-    if (isNumbered(switches, spelled) || !isTrimmed(switches, spelled))
+    if (isNumbered(switches, spelled) || !isReadWhole(switches, spelled))
         return false;
     if ((bits & notPlainTabs) && spelled.find('\t') != spelled.npos)
         return false;
@@ -229,7 +229,7 @@ bool isNewStanzaSafe(Switches const& switches, std::string_view name)
         case NewStanzas::any:
             return true;
         case NewStanzas::trimmed:
-            return name.find_last_not_of(" \t\v\f\r\xa0") + 1 == name.size();
+            return trimmedName(name).size() == name.size();
         case NewStanzas::php:
             break;
     }
@@ -244,7 +244,8 @@ bool isNewStanzaSafe(Switches const& switches, std::string_view name)
 
 bool isNewKeySafe(Switches const& switches, std::string_view name)
 {
-    if (isRefused(switches, name) || (switches.names == Names::plain && !isTrimmed(switches, name)))
+    if (isRefused(switches, name) ||
+        (switches.names == Names::plain && !isReadWhole(switches, name)))
         return false;
     switch (switches.newKeys) {
         case NewKeys::any:
