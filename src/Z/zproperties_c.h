@@ -597,7 +597,8 @@ int zstzPropRecognise_6_0(char const* file, char const* text, size_t length, cha
 /// codes   0 also with conflicts, whose number is in `*conflicts`; 55 if an argument is missing; 58
 ///         if the dialect is unknown; 51 if a version is invalid, memory is exhausted, a value
 ///         does not fit into its line, or `theirs` changes bytes after a zero byte, which are not
-///         read. zstzPropGetLastError_6_0 has the name of the argument as the file then.
+///         read, or lines that are passed over, or comments above them. zstzPropGetLastError_6_0
+///         has the name of the argument as the file then.
 /// cost    O(n log n) in the bytes of the three versions.
 int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours, size_t oursLength,
                           char const* theirs, size_t theirsLength, char const* dialect, char** text,

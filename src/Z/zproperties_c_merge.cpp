@@ -43,6 +43,10 @@ zlines::MergedText merge(Input const (&inputs)[3], ZStanzaDialect_6_0 const& dia
             .throwException(zstanza::kSource, zstanza::raiseAtLine);
     zlines::Dialect const& reader =
         isStanzaFile ? zstanza::stanzaDialect() : static_cast<zlines::Dialect const&>(*other);
+    if (zlines::changesLinesPassedOver(inputs[0].view(), inputs[1].view(), inputs[2].view(),
+                                       reader))
+        ZPropertiesInvalidDataException_6_0(inputs[2].name, "", 0)
+            .throwException(zstanza::kSource, zstanza::raiseAtLine);
     try {
         return zlines::mergeTexts(inputs[0].view(), inputs[1].view(), inputs[2].view(), reader,
                                   isStanzaFile ? zstanza::kReservedCategory : "");

@@ -202,6 +202,23 @@ class MergeTest(tool.ToolTest):
             run = self.run_in_directory("merge", "base", "ours", "theirs", "--path=x")
             self.assertEqual((code, merged), (run.returncode, self.read_files()["ours"]))
 
+    def test_changed_lines_that_are_passed_over_are_not_lost(self):
+        base = b"[a]\nk=1\nl=1\nm=1\n# c\n!includedir /x\n"
+        ours = base.replace(b"k=1", b"k=2")
+        for theirs in (base.replace(b"/x", b"/y"), base + b"!include /z\n",
+                       base.replace(b"# c\n", b"# c\n# d\n"), base.replace(b"!includedir /x\n", b""),
+                       base.replace(b"m=1", b"# m=1")):
+            self.write_files({"base": base, "ours": ours, "theirs": theirs})
+            run = self.run_in_directory("merge", "--dialect=mysql", "base", "ours", "theirs")
+            self.assertEqual((INVALID_DATA, ours), (run.returncode, self.read_files()["ours"]))
+            self.assertIn(b": lines that are passed over, or comments above them, have changed; ", run.stderr)
+            run = self.run_in_directory("merge", "--dialect=mysql", "base", "ours", "theirs", "--path=x")
+            self.assertEqual((DONE, theirs.replace(b"k=1", b"k=2")), (run.returncode, self.read_files()["ours"]))
+            both = theirs.replace(b"k=1", b"k=2")
+            self.write_files({"base": base, "ours": both, "theirs": theirs})
+            run = self.run_in_directory("merge", "--dialect=mysql", "base", "ours", "theirs")
+            self.assertEqual((DONE, b"", both), (run.returncode, run.stderr, self.read_files()["ours"]))
+
     def test_a_large_merge_needs_little_memory(self):
         lines = [b"[main]\n"] + [b"key%06d = value%06d\n" % (i, i) for i in range(100000)]
 

@@ -72,6 +72,11 @@ Result mergeKeys(Request const& request, Versions const& versions,
     auto const other = switches.isStanzaFormat() ? nullptr : zdialects::dialectWith(switches);
     zlines::Dialect const& reader =
         other == nullptr ? zstanza::stanzaDialect() : static_cast<zlines::Dialect const&>(*other);
+    if (zlines::changesLinesPassedOver(versions.base, versions.ours, versions.theirs, reader))
+        throw Failure{
+            exitInvalidData,
+            nameOf(request, request.other, "theirs"),
+            {"lines that are passed over, or comments above them, have changed", "merge by hand"}};
     try {
         zlines::MergedText merged =
             zlines::mergeTexts(versions.base, versions.ours, versions.theirs, reader,

@@ -474,12 +474,45 @@ std::string unreadBytes(std::string_view text)
     return unread;
 }
 
+// Returns the lines that are passed over, each with its stanza and the comments above it.
+std::vector<std::string> linesPassedOver(std::string_view text, Dialect const& dialect)
+{
+    std::vector<std::string> found;
+    Outline const outline(text, dialect);
+    std::string stanza;
+    std::string comments;
+    std::string space;
+    for (uint32_t line = 0; line < outline.lines().size(); ++line) {
+        Line const& record = outline.lines()[line];
+        if (record.kind == commentLine) {
+            (comments += outline.comment(line)) += '\n';
+            continue;
+        }
+        if (record.kind == blankLine)
+            continue;
+        if (record.kind == headerLine)
+            (stanza = dialect.stanzaName(text, record, space)) += '\n';
+        else if (record.kind == otherLine)
+            found.push_back(stanza + comments + std::string(outline.wholeLine(line)));
+        comments.clear();
+    }
+    return found;
+}
+
 }  // namespace
 
 bool changesUnreadBytes(std::string_view base, std::string_view ours, std::string_view theirs)
 {
     std::string const unread = unreadBytes(theirs);
     return unread != unreadBytes(base) && unread != unreadBytes(ours);
+}
+
+bool changesLinesPassedOver(std::string_view base, std::string_view ours, std::string_view theirs,
+                            Dialect const& dialect)
+{
+    std::vector<std::string> const passedOver = linesPassedOver(theirs, dialect);
+    return passedOver != linesPassedOver(base, dialect) &&
+           passedOver != linesPassedOver(ours, dialect);
 }
 
 MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,

@@ -23,6 +23,11 @@ struct MergedText {
 /// file can have such bytes, and a merge would lose the change, because they are not read.
 bool changesUnreadBytes(std::string_view base, std::string_view ours, std::string_view theirs);
 
+/// Returns whether `theirs` changes lines that are passed over, or comments above them, in another
+/// way than `ours`. They have no stanza and key, so a merge would lose the change.
+bool changesLinesPassedOver(std::string_view base, std::string_view ours, std::string_view theirs,
+                            Dialect const& dialect);
+
 /// Merges the contents of a file. Two different changes of a value are a conflict; the result has
 /// the lines of both sides then, between marks as git writes them. A change in a stanza or key that
 /// the other side removed is a conflict, too, and the result has the whole stanza between marks.
