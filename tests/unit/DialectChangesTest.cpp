@@ -396,18 +396,33 @@ TEST(DialectChanges, NamesOfKconfigAreSpelledWithEscapes)
     auto const rename = [](Store& store) { store.renameStanza("a]1", "][b[]"); };
     expectChanges({
         {"kconfig", "[a\\x5d1]\nk\\x3d=1\n", set("a]1", "k=", "2"), "[a\\x5d1]\nk\\x3d=2\n"},
-        {"kconfig", "[a]\nk=1\n", set("a", "#[=\\\t ", "2"),
-         "[a]\nk=1\n\\x23\\x5b\\x3d\\\\\\t\\s=2\n"},
+        {"kconfig", "[a]\nk=1\n", set("a", "#[=\t ", "2"), "[a]\nk=1\n\\x23\\x5b\\x3d\\t\\s=2\n"},
         {"kconfig", "[a]\nk=1\n", set("a", "l[m]n", "2"), "[a]\nk=1\nl\\x5bm\\x5dn=2\n"},
         {"kconfig", "[a]\nk=1\n", set("a", "l[m][de]", "2"), "[a]\nk=1\nl\\x5bm\\x5d[de]=2\n"},
         {"kconfig", "[a]\nl\\x5Bm\\x5D=1\n", set("a", "l\\x5bm\\x5d", "2"),
          "[a]\nl\\x5Bm\\x5D=2\n"},
         {"kconfig", "[a]\nl\\x5bm\\x5d=1\n", set("a", "l[m]", "2"),
          "[a]\nl\\x5bm\\x5d=1\nl[m]=2\n"},
-        {"kconfig", "[a]\nk=1\n", set("a", "l\\\\x5b", "2"), "[a]\nk=1\nl\\\\x5b=2\n"},
+        {"kconfig", "[a]\nl\\\\x5b=1\n", set("a", "l\\\\x5b", "2"), "[a]\nl\\\\x5b=2\n"},
         {"kconfig", "[a]\nk=1\n", set("b]c][d\re", "k", "2"),
          "[a]\nk=1\n\n[b\\x5dc][d\\re]\nk=2\n"},
         {"kconfig", "[a\\x5d1]\nk=1\n", rename, "[][b\\x5b\\x5d]\nk=1\n"},
+    });
+}
+
+TEST(DialectChanges, ANewKeyOfKconfigHasNoBackslash)
+{
+    auto const rename = [](Store& store) { store.renameKey("a", "k", "l\\m"); };
+    auto const renameBack = [](Store& store) { store.renameKey("a", "k\\l", "m"); };
+    expectChanges({
+        {"kconfig", "[a]\nk=1\n", set("a", "l\\m", "2"), "refused"},
+        {"kconfig", "[a]\nk=1\n", set("a", "l\\\\x5b", "2"), "refused"},
+        {"kconfig", "[a]\nk=1\n", set("b", "l\\", "2"), "refused"},
+        {"kconfig", "[a]\nk=1\n", rename, "refused"},
+        {"kconfig", "[a]\nk=1\n", set("a", "l\\x5bm\\x5d", "2"), "[a]\nk=1\nl\\x5bm\\x5d=2\n"},
+        {"kconfig", "[a]\nk=1\n", set("b\\c", "k", "2"), "[a]\nk=1\n\n[b\\\\c]\nk=2\n"},
+        {"kconfig", "[a]\nk\\\\l=1\n", set("a", "k\\l", "2"), "[a]\nk\\\\l=2\n"},
+        {"kconfig", "[a]\nk\\\\l=1\n", renameBack, "[a]\nm=1\n"},
     });
 }
 

@@ -142,4 +142,12 @@ void appendEscapedKey(std::string_view name, std::string& out)
     out += name.substr(language);
 }
 
+bool hasBackslash(std::string_view key)
+{
+    for (size_t at = 0; (at = key.find('\\', at)) != key.npos; ++at)
+        if (!startsWithBracket(key.substr(at)))
+            return true;
+    return false;
+}
+
 }  // namespace zdialects

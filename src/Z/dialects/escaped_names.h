@@ -21,4 +21,8 @@ std::string_view decodeEscapedKey(std::string_view spelled, std::string& space);
 void appendEscapedStanza(std::string_view name, std::string& out);
 void appendEscapedKey(std::string_view name, std::string& out);
 
+/// Returns whether a key of a cache has a backslash apart from escaped brackets. KConfig decodes
+/// keys twice, so its programs do not find such a key.
+bool hasBackslash(std::string_view key);
+
 }  // namespace zdialects

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "characters.h"
+#include "escaped_names.h"
 #include "escapes.h"
 
 namespace zdialects {
@@ -246,6 +247,8 @@ bool isNewKeySafe(Switches const& switches, std::string_view name)
 {
     if (isRefused(switches, name) ||
         (switches.names == Names::plain && !isReadWhole(switches, name)))
+        return false;
+    if (switches.names == Names::escaped && hasBackslash(name))
         return false;
     switch (switches.newKeys) {
         case NewKeys::any:
