@@ -3,10 +3,11 @@
 
     edit_values.py SHARE ZSTZ...
 
-Sets each of VALUES in each line of FILES, in a file of its own; if SHARE is more than 1,
-only one of SHARE values in each line, and another in the next line. The own reader of the format
-must read the value that the store has, and the other keys as before. A refused value is allowed only
-if REFUSED has a reason. A reader that is not installed is left out.
+Sets each of VALUES in each line of FILES, in a file of its own, and adds a key with each of KEYS to
+each file; if SHARE is more than 1, only one of SHARE values in each line, and another in the next
+line. The own reader of the format must read the value that the store has, and the other keys as
+before. A refused value is allowed only if REFUSED has a reason; each dialect refuses some of KEYS. A
+reader that is not installed is left out.
 """
 
 import collections
@@ -29,6 +30,13 @@ VALUES = [
     "a\\tb", "'$x'", "\"${x}\"", "x'\"y", "a\\\"b", "~", "*", "x y # z \\", "@x", "\\\\",
     "\u20ac5", "\u00e9a\u00e90g\u00f61", "\U0001F600d", "\u00e9, \u00e9", "\u00e9;\u00e9",
     "it's ${HOME}", "\\${x} 'a'", "it's $x; \\$y",
+]
+
+# Names of new keys, with characters that have a meaning in some formats.
+KEYS = [
+    "two words", "a.b", "a/b", "/a", "a-b", "a_b", "\u00e4", "a#b", "#a", "a;b", ";a", "a:b", "a[b]", "[a]",
+    "a[]", "a'b", "'a'", '"a"', "no", "null", "1a", "-a", "export a", "a\\b", "a\\", "a%20b", "%41", "$a", "${a}",
+    "a!b", "!a", "a&b", "a{b}", "a?", "~a", "a|b", "a(b)", "\u00a0a", "a\u2028", "a\tb", "a,b", "*", "A",
 ]
 
 # The files before, each with the line of the key K, and its stanza. {} is a spelling of the old value.
@@ -87,18 +95,25 @@ DIFFERENT = [
      value == "E_ALL & ~E_NOTICE"),
 ]
 
+# The same for new keys, whose value is read, but not by this name.
+DIFFERENT_KEYS = [
+    ("kreadconfig5", "it decodes keys twice", lambda key: "\\" in key),
+    ("kreadconfig5", "brackets at the end are a language", lambda key: key.endswith("]")),
+]
+
 
 def bytes_as_text(value):
     return value.encode().decode("latin-1")
 
 
 class Case:
-    """A value set in a file."""
+    """A value set in a file, of the key K or of a new key."""
 
-    def __init__(self, dialect, start, value):
+    def __init__(self, dialect, start, value, key=None):
         self.dialect, self.start, self.value = dialect, start, value
         before, self.stanza = FILES[dialect]
-        self.key = "x:k" if dialect == "samba" else "K"
+        self.has_new_name = key is not None
+        self.key = ("x:" if dialect == "samba" else "") + (key or ("k" if dialect == "samba" else "K"))
         self.after = "x:after" if dialect == "samba" else "After"
         self.before = (before.format(start) if start is not None else
                        re.sub(r"[^\n]*\{\}\n", "", before))
@@ -109,13 +124,13 @@ class Case:
         self.path = path
         with open(path, "w", encoding="utf-8", newline="") as file:
             file.write(self.before)
-        return subprocess.run([*zstz, "set", "--dialect", self.dialect, path, self.stanza, self.key,
-                               self.value], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+        return subprocess.run([*zstz, "set", "--dialect", self.dialect, "--", path,
+                               self.stanza, self.key, self.value], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                               check=False).returncode
 
     def text(self):
         with open(self.path, encoding="utf-8", newline="") as file:
-            return f"{self.dialect}: {self.value!r} in {self.before!r} gives {file.read()!r}"
+            return f"{self.dialect}: {self.key!r}, {self.value!r} in {self.before!r} gives {file.read()!r}"
 
     def reason_to_refuse(self):
         return next((reason for dialects, reason, applies in REFUSED
@@ -128,18 +143,29 @@ def cases(share):
     for i, (dialect, start) in enumerate(starts):
         for value in VALUES[i % share::share]:
             yield Case(dialect, start, value)
+    for i, dialect in enumerate(FILES):
+        for key in KEYS[i % share::share]:
+            yield Case(dialect, None, "v", key)
+
+
+def ascii_lower(text):
+    return re.sub("[A-Z]", lambda letter: letter[0].lower(), text)
 
 
 def differs(peer, case, result):
     """Describes a different reading of the peer. Agreement gives None."""
     if result is None or "values" not in result:
         return f"refused: {result}"
-    fold = str.lower if case.dialect in ("git", "python", "python-inline", "editorconfig") else str
+    folds = case.dialect in ("git", "samba", "python", "python-inline", "editorconfig")
+    fold = ascii_lower if folds else str
     found = collections.defaultdict(list)
     for stanza, key, value in result["values"]:
         found[stanza.lower(), fold(key)].append(value)
     stanza = case.stanza.lower()
-    wanted = {(stanza, fold(case.key)): [bytes_as_text(case.value)],
+    key = bytes_as_text(case.key)
+    if case.dialect == "php":
+        key = re.sub(r"\[[^]]*\]$", "[]", key)  # all that the peer prints of an index
+    wanted = {(stanza, fold(key)): [bytes_as_text(case.value)],
               (stanza, fold(case.after)): ["x"]}
     if peer.name == "testparm":
         found = {name: values for name, values in found.items() if name[1].startswith("x:")}
@@ -162,7 +188,7 @@ def main():
                 made[case.dialect].append(case)
             elif code not in (6, 7):
                 bad.append(f"{case.text()}: exit code {code}")
-            elif not case.reason_to_refuse():
+            elif not case.has_new_name and not case.reason_to_refuse():
                 bad.append(f"{case.text()}: refused")
         print(*bad, sep="\n")
         for peer in peers.PEERS:
@@ -180,6 +206,8 @@ def main():
 
 
 def judge(peer, chosen):
+    if peer.name.startswith("QSettings"):  # its names are paths, and it sorts them by their slashes
+        chosen = [case for case in chosen if not case.has_new_name]
     program = os.path.join(os.path.dirname(os.path.abspath(__file__)), "peers.py")
     command = [sys.executable, program, peer.name] + [case.path for case in chosen]
     run = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False)
@@ -190,7 +218,9 @@ def judge(peer, chosen):
     for case, line in zip(chosen, lines):
         difference = differs(peer, case, json.loads(line))
         expected = any(name == peer.name and applies(case.start, case.value)
-                       for name, _, applies in DIFFERENT)
+                       for name, _, applies in DIFFERENT) or (
+            case.has_new_name and any(name == peer.name and applies(case.key)
+                                      for name, _, applies in DIFFERENT_KEYS))
         if difference and not expected:
             bad.append(f"{peer.name}: {case.text()}, {difference}")
     return bad

@@ -282,9 +282,11 @@ def read_kconfig(path):
             if not key or (tuple(groups), key) in seen:
                 continue
             seen.add((tuple(groups), key))
-            args = [word for group in groups or ["<default>"] for word in ("--group", group)]
+            args = [word for group in groups or ["<default>"]
+                    for word in ("--group", group.encode("latin-1"))]
             run = subprocess.run(
-                ["kreadconfig5", "--file", os.path.abspath(path), "--key", key, "--default", "\x01"]
+                ["kreadconfig5", "--file", os.path.abspath(path), "--key",
+                 key.encode("latin-1"), "--default", "\x01"]
                 + args, capture_output=True, check=False,
                 env={**os.environ, "HOME": "/nonexistent", "LC_ALL": "C.UTF-8"})
             value = text(run.stdout).removesuffix("\n")
