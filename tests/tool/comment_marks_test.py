@@ -166,6 +166,19 @@ class CommentMarksTest(tool.ToolTest):
             with self.subTest(option):
                 self.expect_linear_time(10000, prepare)
 
+    def test_a_value_of_too_many_lines_is_refused_at_once(self):
+        for dialect, first, line in (("systemd", "k=0", " \\\n %d"), ("python", "k =", "\n  %d")):
+            for count, code in ((1000, DONE), (1001, REFUSED), (20000, REFUSED)):
+                text = "[s]\n" + first + "".join(line % i for i in range(count)) + "\n"
+                self.write_files({"f": text.encode()})
+                with self.subTest(f"{dialect} {count}"):
+                    returned, report = self.comment(dialect, "s", "k", "--off")
+                    self.assertEqual(code, returned)
+                    self.assertEqual(code == REFUSED, "has more than 1001 lines in a value" in report)
+                    if code == DONE:
+                        self.assertEqual((DONE, ""), self.comment(dialect, "s", "k", "--on"))
+                    self.assertEqual({"f": text.encode()}, self.read_files())
+
     def test_the_time_is_linear_in_the_comments_of_a_file(self):
         def prepare(count):
             self.path.write_text("[s]\n# k = 1\n" + "# words of a comment\n" * count)

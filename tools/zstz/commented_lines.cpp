@@ -469,7 +469,13 @@ void turnOff(EditedFile& file, Request const& request)
         throw refuse(request, name + " has obfuscated values, which cannot be in a comment",
                      "remove the key with 'zstz unset'");
     for (KeyLine const& line : lines) {
-        if (hasEmptyLine(bytesOf(outline, line.index)))
+        std::string_view const bytes = bytesOf(outline, line.index);
+        if (std::count(bytes.begin(), bytes.end(), '\n') > kMaxContinuations)
+            throw refuse(request,
+                         name + " has more than " + std::to_string(kMaxContinuations + 1) +
+                             " lines in a value",
+                         "turn its lines into comments with an editor");
+        if (hasEmptyLine(bytes))
             throw refuse(request, name + " has an empty line in its value",
                          "turn its lines into comments with an editor");
         if (outline.sharesLine(line.index))
