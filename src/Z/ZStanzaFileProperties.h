@@ -65,14 +65,14 @@ public:
     ///
     ///  - Only the lines of changed values change, and a store without a change writes nothing.
     ///  - A null value means no value; an empty one is a value. Names are found as the dialect
-    ///  compares
-    ///    them. getValue() and the like return the value that counts: the last, the first, or the
-    ///    last after a reset. Values that no line can have are refused by the setters or, if they
-    ///    do not fit into their place in the file, by store().
+    ///    compares them. getValue() and the like return the value that counts: the last, the
+    ///    first, or the last after a reset. The setters refuse values that no line can have. If a
+    ///    value, or none, does not fit into the line of its key or between its neighbours, only
+    ///    store() refuses, with ZPropertiesInvalidValueException_6_0; file and store are unchanged
+    ///    then. An example is none before a comment in "git".
     ///  - Where each header starts a stanza of its own, NAME]2 is the second of a name. NAME alone
-    ///  is
-    ///    the first for reading; changes throw ZInvalidParameterException_6_0 if there are several,
-    ///    unless they name it NAME]1. A removed stanza leaves its number to the next.
+    ///    is the first for reading; changes throw ZInvalidParameterException_6_0 if there are
+    ///    several, unless they name it NAME]1. A removed stanza leaves its number to the next.
     ///  - There are no obfuscated values, and no entry names a companion file.
     ///  - load() into a store with contents throws ZUnsupportedException_6_0; reload() does not.
     /// range   `keepComments` is ignored except for "stanza".

@@ -542,3 +542,41 @@ TEST(DialectStores, ANewCommentShowsWhetherABlankLineIsAboveTheNext)
     EXPECT_EQ(both, stored(dialect, text, {o, q}));
     EXPECT_EQ(both, storedOneByOne(dialect, text, o, q));
 }
+
+// The setters do not know the line of a key, only the store does.
+TEST(DialectStores, ARefusedValueForALineLeavesTheFileAndTheValuesOfTheStore)
+{
+    using Step = void (*)(Store&);
+    struct Case {
+        char const* name;
+        char const* dialect;
+        char const* before;
+        Step change;
+        Step remedy;
+        char const* after;
+    };
+    for (Case const& c :
+         {Case{"no value before a comment", "git", "[a]\n\tk = v ; c\n\tl = w\n",
+               [](Store& store) { store.setValues("a", "k", nullptr, 0); },
+               [](Store& store) { store.setValue("a", "k", "x"); }, "[a]\n\tk = x ; c\n\tl = w\n"},
+          Case{"a stanza below a comment that continues at the end of the file", "samba",
+               "[a]\nk = v\n# c \\\n", [](Store& store) { store.setValue("b", "l", "x"); },
+               [](Store& store) { store.deleteStanza("b"); }, "[a]\nk = v\n# c \\\n"}}) {
+        SCOPED_TRACE(c.name);
+        TestDirectory const directory;
+        std::string const path = directory.write("conf", c.before);
+        Store store(path.c_str(), 1, dialectNamed(c.dialect));
+        c.change(store);
+        store.setValue("a", "k2", "y");
+        EXPECT_THROW(store.store(nullptr), ZPropertiesInvalidValueException_6_0);
+        EXPECT_EQ(c.before, directory.read("conf"));
+        ZLCString_6_0 value;
+        store.getValue("a", "k2", value, 0, nullptr);
+        EXPECT_STREQ("y", value.getChars());
+        EXPECT_NE(0, store.isModified());
+        store.deleteKey("a", "k2");
+        c.remedy(store);
+        store.store(nullptr);
+        EXPECT_EQ(c.after, directory.read("conf"));
+    }
+}
