@@ -510,6 +510,8 @@ bool changesUnreadBytes(std::string_view base, std::string_view ours, std::strin
 bool changesLinesPassedOver(std::string_view base, std::string_view ours, std::string_view theirs,
                             Dialect const& dialect)
 {
+    if (ours == base || theirs == base)
+        return false;  // the merge takes a whole text
     std::vector<std::string> const passedOver = linesPassedOver(theirs, dialect);
     return passedOver != linesPassedOver(base, dialect) &&
            passedOver != linesPassedOver(ours, dialect);
