@@ -385,3 +385,12 @@ TEST(DialectLines, ARenamedKeyDoesNotRepeatACommentAboveItsName)
     EXPECT_EQ("[a]\n# d\n\\\n# c\nm=1\n",
               textAfter("systemd", "[a]\n\\\n# c\nk\\\n# d\nl=1\n", {rename}));
 }
+
+// Without the comment of the file, a comment of no key would be at the start.
+TEST(DialectLines, AnotherCommentIsNotThatOfTheFileAfterItsRemoval)
+{
+    Change const remove = [](Store& store) { store.setComment(nullptr, nullptr, nullptr); };
+    EXPECT_EQ("\n; d\n\nk=1\n", textAfter("php", "; c\n\n; d\n\nk=1\n", {remove}));
+    EXPECT_EQ("\n; d\njunk\nk=1\n", textAfter("php", "; c\n\n; d\njunk\nk=1\n", {remove}));
+    EXPECT_EQ("; d\nk=1\n", textAfter("php", "; c\n\n; d\nk=1\n", {remove}));
+}

@@ -61,7 +61,8 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
 }
 
 // Removes the blank lines between the comment of the file and the rest, if the comment was removed
-// and nothing takes its place.
+// and nothing takes its place. They stay above a comment of no key or header, which would else be
+// that of the file.
 void Difference::removeBlankAtStart()
 {
     std::vector<Line> const& lines = outline_.lines();
@@ -73,6 +74,12 @@ void Difference::removeBlankAtStart()
         ++below;
     if (end == 0 || below == end || below == lines.size() || isGone(below) ||
         edits_.writesUpTo(lines[below].begin))
+        return;
+    uint32_t next = below;
+    while (next < lines.size() && lines[next].kind == commentLine)
+        ++next;
+    if (next > below &&
+        (next == lines.size() || !(lines[next].isKey() || lines[next].kind == headerLine)))
         return;
     edits_.replace({lines[end].begin, outline_.endOf(below - 1), {}});
 }
