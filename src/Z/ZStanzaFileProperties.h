@@ -69,7 +69,7 @@ public:
     ///    first, or the last after a reset. The setters refuse values that no line can have. If a
     ///    value, or none, does not fit into the line of its key or between its neighbours, only
     ///    store() refuses, with ZPropertiesInvalidValueException_6_0; file and store are unchanged
-    ///    then. An example is none before a comment in "git".
+    ///    then. For example, a key of "git" cannot lose its value before a comment in the line.
     ///  - Where each header starts a stanza of its own, NAME]2 is the second of a name. NAME alone
     ///    is the first for reading; changes throw ZInvalidParameterException_6_0 if there are
     ///    several, unless they name it NAME]1. A removed stanza leaves its number to the next.

@@ -9,10 +9,12 @@
 #include <Z/ZStanzaFileProperties.h>
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
+#include <link.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cinttypes>
@@ -618,20 +620,43 @@ TEST_F(ZPropertiesSnapshot, ReadersSeeWholeGenerations)
 
 namespace {
 
-// Makes the writable memory of this process read-only, apart from what belongs to its only thread:
-// its stack and the page of its `errno`.
+struct Range {
+    uintptr_t begin;
+    uintptr_t end;
+};
+
+// The pages with the thread-local data of the calling thread. The data can span several pages.
+Range threadLocalPages()
+{
+    Range data = {reinterpret_cast<uintptr_t>(&errno), reinterpret_cast<uintptr_t>(&errno + 1)};
+    dl_iterate_phdr(
+        [](dl_phdr_info* module, size_t, void* found) {
+            Range& all = *static_cast<Range*>(found);
+            for (unsigned i = 0; i < module->dlpi_phnum; ++i) {
+                if (module->dlpi_phdr[i].p_type != PT_TLS || module->dlpi_tls_data == nullptr)
+                    continue;
+                uintptr_t const begin = reinterpret_cast<uintptr_t>(module->dlpi_tls_data);
+                all = {std::min(all.begin, begin),
+                       std::max<uintptr_t>(all.end, begin + module->dlpi_phdr[i].p_memsz)};
+            }
+            return 0;
+        },
+        &data);
+    uintptr_t const pageSize = static_cast<uintptr_t>(getpagesize());
+    return {data.begin & ~(pageSize - 1), (data.end + pageSize - 1) & ~(pageSize - 1)};
+}
+
+// Makes the writable memory of this process read-only, apart from the stack and the thread-local
+// data of its only thread.
 bool protectSharedMemory()
 {
     constexpr size_t kMaxRanges = 4096;
-    struct Range {
-        uintptr_t begin;
-        uintptr_t end;
-    };
     Range ranges[kMaxRanges];
     size_t count = 0;
-    uintptr_t const pageSize = static_cast<uintptr_t>(getpagesize());
     uintptr_t const stack = reinterpret_cast<uintptr_t>(&count);
-    uintptr_t const own = reinterpret_cast<uintptr_t>(&errno) & ~(pageSize - 1);
+    Range const own = threadLocalPages();
+    if (own.end - own.begin > 16u * static_cast<uintptr_t>(getpagesize()))
+        return false;
     FILE* const maps = fopen("/proc/self/maps", "r");
     if (maps == nullptr)
         return false;
@@ -642,9 +667,9 @@ bool protectSharedMemory()
         if (sscanf(line, "%" SCNxPTR "-%" SCNxPTR " %4s", &range.begin, &range.end, rights) != 3 ||
             rights[1] != 'w' || (stack >= range.begin && stack < range.end))
             continue;
-        if (own >= range.begin && own < range.end) {
-            ranges[count++] = {range.begin, own};
-            range.begin = own + pageSize;
+        if (own.begin < range.end && own.end > range.begin) {
+            ranges[count++] = {range.begin, std::max(range.begin, own.begin)};
+            range.begin = std::min(range.end, own.end);
         }
         ranges[count++] = range;
     }

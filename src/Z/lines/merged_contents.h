@@ -16,7 +16,7 @@ struct MergedKey {
     std::string_view name = {};
     SideKey side = {};
     std::vector<MergedValue> values = {};
-    bool takesLines = false;  // `ours` has no lines of the key, or those of the base
+    bool takesLines = false;  // `ours` has no lines of the key, or the lines of the base
 
     bool hasValues() const { return side ? side.hasValues() : !values.empty(); }
 };

@@ -162,7 +162,7 @@ std::vector<std::string_view> spellingsOf(Outline const& outline,
 
 using Spellings = std::map<uint32_t, std::string_view>;  // by lines of the merged text
 
-// The value lines of a key in one of three texts.
+// The value lines of a key in one of the three versions.
 struct KeyText {
     KeyText(Outline const& outline, std::vector<uint32_t> const& keyLines)
         : lines(keyLines),
@@ -232,7 +232,7 @@ bool readsAs(Outline const& outline, Outline const& other)
     return true;
 }
 
-// Gives lines of a text other spellings, without those that would change how a line reads.
+// Changes the spellings of lines, except where a line would read otherwise.
 class Respelling {
 public:
     Respelling(std::string const& text, Outline const& outline) : text_(text), outline_(outline) {}
