@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <memory>
@@ -362,6 +363,22 @@ TEST_F(FleetLock, WaitContinuesWhileTheClusterIsSilent)
     cluster_.refuse(0);
     thread.join();
     expectFree(lock);
+}
+
+TEST_F(FleetLock, WaitTakesNoProcessorTime)
+{
+    auto const used = [] {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return time.tv_sec * 1000 + time.tv_nsec / 1'000'000;
+    };
+    cluster_.put(kOther, "w elsewhere 1");
+    setUpFile("budget = 60\ncall = 1000\nlease = 1\n");
+    Lock lock(kPath);
+    lock.setPatience(2000);
+    auto const before = used();
+    EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { lock.writeLock(); }));
+    EXPECT_GT(500, used() - before);  // milliseconds
 }
 
 TEST_F(FleetLock, LostRightEndsTheWait)

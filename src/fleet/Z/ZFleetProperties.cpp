@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "ZFleetConnection.h"
+#include "ZFleetReadWriteLock_p.h"
 #include "configuration/live.h"
 #include "configuration/parsing.h"
 #include "configuration/path.h"
@@ -20,11 +22,22 @@
 namespace {
 
 constexpr char kSource[] = "src/fleet/Z/ZFleetProperties";
-enum RaiseSite { raiseForPath = 1, raiseForPolicy, raiseForLocal, raiseForUnsaved };
+enum RaiseSite {
+    raiseForPath = 1,
+    raiseForPolicy,
+    raiseForLocal,
+    raiseForUnsaved,
+    raiseForFence,
+};
 
 bool isEmpty(char const* text)
 {
     return text == nullptr || *text == 0;
+}
+
+[[noreturn]] void throwFence(char const* path, int error)
+{
+    ZPropertiesIOException_6_0(path, "setFence()", error).throwException(kSource, raiseForFence);
 }
 
 // Appends an object, which an owning list takes over.
@@ -42,6 +55,10 @@ struct ZFleetProperties_6_0::Rep {
     static char const* chooseFleetPath(ZFleetProperties_6_0 const& store, char const* path);
     static ZSCFData_6_0& cacheOf(ZFleetProperties_6_0 const& store);
     static void load(ZFleetProperties_6_0& store, char const* path);
+    static void store(ZFleetProperties_6_0& store, char const* path);
+    void prepareFence(char const* path);
+    template <class Action>
+    static void notifyLossAfter(ZFleetProperties_6_0& store, Action action);
     template <class Action>
     static void change(ZFleetProperties_6_0& store, char const* path, Action action);
     static void sendDifferences(ZFleetProperties_6_0& store, zfleet::AllValues const& before,
@@ -53,6 +70,7 @@ struct ZFleetProperties_6_0::Rep {
     zfleet::Session session;
     std::vector<zfleet::Conflict> conflicts;  // of the last store
     std::unique_ptr<zfleet::Live> live;       // null: nothing is watched
+    ZFleetReadWriteLock_6_0* lock = nullptr;  // of setFence()
     bool isBehind = false;
     int64_t badRevision = 0;  // of contents that cannot be read
     int lastError = 0;        // errno of the last look
@@ -138,6 +156,41 @@ bool ZFleetProperties_6_0::Rep::look(ZFleetProperties_6_0& store, char const* pa
     return true;
 }
 
+// Sets the fence of the next store to `path`.
+void ZFleetProperties_6_0::Rep::prepareFence(char const* path)
+{
+    session.fence.reset();
+    if (lock == nullptr)
+        return;
+    ZFleetReadWriteLock_6_0::Rep& state = lock->rep();
+    if (!zfleet::isFleetPath(path) || zfleet::parsePath(path).fleet != state.connection->fleet())
+        throwFence(path, EXDEV);
+    zfleet::Fence fence = state.lock.fence();
+    if (fence.createRevision == 0)
+        throwFence(path, EBADF);
+    if (state.lock.isLost())
+        throwFence(path, ESTALE);
+    session.fence = std::move(fence);
+}
+
+// Runs `action`, which locks the store. If it fails because the fence was lost, notifies the
+// observers of the fence, without the lock of the store.
+template <class Action>
+void ZFleetProperties_6_0::Rep::notifyLossAfter(ZFleetProperties_6_0& store, Action action)
+{
+    ZFleetReadWriteLock_6_0* const lock = [&] {
+        Hold const hold(store);
+        return store.rep_->lock;
+    }();
+    try {
+        action();
+    } catch (ZException_6_0 const&) {
+        if (lock != nullptr)
+            ZFleetReadWriteLock_6_0::Rep::reportLoss(*lock);
+        throw;
+    }
+}
+
 // Changes the configuration at `path`, and takes over the contents that `action` returns, if any.
 template <class Action>
 void ZFleetProperties_6_0::Rep::change(ZFleetProperties_6_0& store, char const* path, Action action)
@@ -146,6 +199,7 @@ void ZFleetProperties_6_0::Rep::change(ZFleetProperties_6_0& store, char const* 
     ZSCFData_6_0& cache = cacheOf(store);
     zfleet::translateFailures(kSource, path, [&] {
         rep.conflicts.clear();
+        rep.prepareFence(path);
         try {
             std::optional<zfleet::Contents> const contents = action();
             store.setFileName(path);
@@ -162,6 +216,9 @@ void ZFleetProperties_6_0::Rep::change(ZFleetProperties_6_0& store, char const* 
         } catch (zfleet::ConflictError const& error) {
             rep.conflicts = error.conflicts;
             throw;
+        } catch (zfleet::FenceError const& error) {
+            rep.lock->rep().lock.recordLoss(error.fence.createRevision);
+            throwFence(path, ESTALE);
         }
     });
 }
@@ -242,16 +299,23 @@ void ZFleetProperties_6_0::reload(char const* path)
 
 void ZFleetProperties_6_0::store(char const* path)
 {
-    Hold const hold(*this);
-    char const* const chosen = Rep::choosePath(*this, path);
+    Rep::notifyLossAfter(*this, [&] { Rep::store(*this, path); });
+}
+
+void ZFleetProperties_6_0::Rep::store(ZFleetProperties_6_0& store, char const* path)
+{
+    Hold const hold(store);
+    Rep& rep = *store.rep_;
+    char const* const chosen = choosePath(store, path);
     if (!zfleet::isFleetPath(chosen)) {
-        ZStanzaFileProperties_6_0::store(chosen);
+        rep.prepareFence(chosen);
+        store.ZStanzaFileProperties_6_0::store(chosen);
         return;
     }
-    Rep::change(*this, chosen, [&]() -> std::optional<zfleet::Contents> {
-        ZSCFData_6_0 const& cache = Rep::cacheOf(*this);
+    change(store, chosen, [&]() -> std::optional<zfleet::Contents> {
+        ZSCFData_6_0 const& cache = cacheOf(store);
         zfleet::Session::Stored stored =
-            rep_->session.store(chosen, zfleet::formatContents(cache), cache);
+            rep.session.store(chosen, zfleet::formatContents(cache), cache);
         if (!stored.isMerged)
             return std::nullopt;
         return std::move(stored.contents);
@@ -363,6 +427,12 @@ void ZFleetProperties_6_0::setConflictPolicy(ConflictPolicy policy)
     ZInvalidParameterException_6_0().throwException(kSource, raiseForPolicy);
 }
 
+void ZFleetProperties_6_0::setFence(ZFleetReadWriteLock_6_0* lock)
+{
+    Hold const hold(*this);
+    rep_->lock = lock;
+}
+
 void ZFleetProperties_6_0::conflicts(ZArrayList_6_0& out) const
 {
     Hold const hold(*this);
@@ -400,13 +470,15 @@ void ZFleetProperties_6_0::loadGeneration(char const* path, uint64_t generation)
 
 void ZFleetProperties_6_0::undo(char const* path, uint64_t generation)
 {
-    Hold const hold(*this);
-    char const* const chosen = Rep::chooseFleetPath(*this, path);
-    if (isModified() != 0)
-        ZPropertiesIOException_6_0(chosen, "undo()", EBUSY)
-            .throwException(kSource, raiseForUnsaved);
-    Rep::change(*this, chosen,
-                [&] { return rep_->session.undo(chosen, generation, Rep::cacheOf(*this)); });
+    Rep::notifyLossAfter(*this, [&] {
+        Hold const hold(*this);
+        char const* const chosen = Rep::chooseFleetPath(*this, path);
+        if (isModified() != 0)
+            ZPropertiesIOException_6_0(chosen, "undo()", EBUSY)
+                .throwException(kSource, raiseForUnsaved);
+        Rep::change(*this, chosen,
+                    [&] { return rep_->session.undo(chosen, generation, Rep::cacheOf(*this)); });
+    });
 }
 
 ZFleetProperties_6_0::ZFleetPropertiesFactory::ZFleetPropertiesFactory() = default;

@@ -16,6 +16,8 @@
 #include "ZFleetConflict.h"
 #include "ZFleetGeneration.h"
 
+class ZFleetReadWriteLock_6_0;
+
 /// A configuration store whose file is in a cluster, or a local stanza file.
 class ZFleetProperties_6_0 : public ZStanzaFileProperties_6_0 {
 public:
@@ -62,15 +64,18 @@ public:
     /// not loaded or stored is replaced, whatever it contains. After a load() that failed with
     /// ENOENT, the configuration is created.
     /// range   null or empty: the file name. Text and companion have at most 1 MiB.
-    /// throws  as load(); ZFleetConflictException_6_0, which is a ZPropertiesIOException_6_0 with
-    ///         "merge()" and ESTALE, for conflicts; "merge()" with ESTALE also without merges, if
-    ///         another program has removed the configuration, or if the store has worked with many
-    ///         others since; "store()" with ENOTCONN if the contents were loaded from the replica;
-    ///         "write()" with EFBIG for a too large store; "Txn" with EINPROGRESS if
-    ///         it is unknown whether the configuration was stored, and with ETIMEDOUT if no
-    ///         majority of the cluster replies; EAGAIN if 16 other programs were faster. The store
-    ///         is unchanged then, and the modified flag stays set. After ETIMEDOUT and EINPROGRESS
-    ///         the configuration may have been stored; the next store() finds out.
+    /// throws  as load(); "setFence()" with EBADF if the lock is not held, with ESTALE if it was
+    ///         lost, and with EXDEV if it is not a lock of the fleet of `path`; if the store finds
+    ///         the loss, the observers of the lock are notified; ZFleetConflictException_6_0, which
+    ///         is a ZPropertiesIOException_6_0 with "merge()" and ESTALE, for conflicts; "merge()"
+    ///         with ESTALE also without merges, if another program has removed the configuration,
+    ///         or if the store has worked with many others since; "store()" with ENOTCONN if the
+    ///         contents were loaded from the replica; "write()" with EFBIG for a too large store;
+    ///         "Txn" with EINPROGRESS if it is unknown whether the configuration was stored, and
+    ///         with ETIMEDOUT if no majority of the cluster replies; EAGAIN if 16 other programs
+    ///         were faster. The store is unchanged then, and the modified flag stays set. After
+    ///         ETIMEDOUT and EINPROGRESS the configuration may have been stored; the next store()
+    ///         finds out.
     void store(char const* path) override;
 
     /// Returns whether `path` names a configuration in a cluster: 1 or 0.
@@ -128,6 +133,11 @@ public:
     /// Makes store() merge changes of other programs, which is the default, or refuse them all if
     /// `merge` is 0.
     void setMerge(int merge);
+
+    /// Ties the next stores and undo() to a lock of the same fleet: the cluster executes them only
+    /// while the lock is held by this acquisition of `lock`. Null unties the store.
+    /// owns    `lock` is borrowed until the next call, and as long as the store exists.
+    void setFence(ZFleetReadWriteLock_6_0* lock);
 
     /// Appends the conflicts for which the last store() was refused, as ZFleetConflict_6_0; none
     /// if it succeeded, or failed for another reason.

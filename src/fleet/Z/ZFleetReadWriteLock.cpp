@@ -115,12 +115,7 @@ void ZFleetReadWriteLock_6_0::lock(zlockstate state)
     try {
         ZAbstractProcessReadWriteFileLock_6_0::lock(state);
     } catch (ZException_6_0 const&) {
-        // The first failure is thrown; an exception of an observer is reported.
-        try {
-            notifyLoss();
-        } catch (ZException_6_0& failure) {
-            failure.dumpException();
-        }
+        Rep::reportLoss(*this);  // the first failure is thrown
         throw;
     }
     notifyLoss();
@@ -275,6 +270,15 @@ int ZFleetReadWriteLock_6_0::keepAlive()
 int ZFleetReadWriteLock_6_0::isLost() const
 {
     return rep_->lock.isLost() ? 1 : 0;
+}
+
+void ZFleetReadWriteLock_6_0::Rep::reportLoss(ZFleetReadWriteLock_6_0& lock)
+{
+    try {
+        lock.notifyLoss();
+    } catch (ZException_6_0& failure) {
+        failure.dumpException();
+    }
 }
 
 void ZFleetReadWriteLock_6_0::notifyLoss()

@@ -12,6 +12,10 @@
 struct ZFleetReadWriteLock_6_0::Rep {
     explicit Rep(char const* lockPath);
 
+    /// Notifies the observers of a lock of its loss, if they do not know it. Reports their
+    /// exceptions by the message service.
+    static void reportLoss(ZFleetReadWriteLock_6_0& lock);
+
     std::string const path;
     zfleet::Connection const connection;
     zfleet::FleetLock lock;

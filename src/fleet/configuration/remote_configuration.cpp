@@ -29,6 +29,17 @@ std::string digitsOf(uint64_t generation)
     return digits;
 }
 
+// Removes the last range, of one key, from the result. Returns the create revision of the key; 0 if
+// it does not exist.
+int64_t takeEntry(TransactionResult& result)
+{
+    if (result.ranges.empty())
+        return 0;  // snapshotOf() reports it
+    RangeResult const entry = std::move(result.ranges.back());
+    result.ranges.pop_back();
+    return entry.entries.empty() ? 0 : entry.entries[0].createRevision;
+}
+
 std::string valueOf(RangeResult& result)
 {
     return result.entries.empty() ? std::string() : std::move(result.entries[0].value);
@@ -140,21 +151,31 @@ Transaction RemoteConfiguration::writeTransaction(Contents const& contents, Snap
 }
 
 WriteResult RemoteConfiguration::write(Contents const& contents, Snapshot const& guard,
-                                       Metadata const& metadata,
+                                       Metadata const& metadata, Fence const* fence,
                                        std::vector<Attempt> const& earlier, Budget& budget)
 {
-    TransactionResult result = cluster_.commit(writeTransaction(contents, guard, metadata),
-                                               Repetition::isHarmless, budget);
+    Transaction transaction = writeTransaction(contents, guard, metadata);
+    if (fence != nullptr) {
+        transaction.conditions.push_back(
+            {fence->key, Condition::createRevision, Condition::equal, fence->createRevision});
+        transaction.failure.emplace_back(Range{fence->key});
+    }
+    TransactionResult result = cluster_.commit(transaction, Repetition::isHarmless, budget);
     if (result.hasSucceeded)
         return {WriteResult::stored, result.header.revision};
+    bool const isHeld = fence == nullptr || takeEntry(result) == fence->createRevision;
+    auto const refused = isHeld ? WriteResult::overtaken : WriteResult::fenced;
     std::vector<Attempt> attempts = earlier;
     if (result.wasDoubtful)
         attempts.push_back({metadata.id, metadata.base, metadata.generation});
     Snapshot current = snapshotOf(result);
     if (attempts.empty())
-        return {WriteResult::overtaken, 0, std::move(current)};
+        return {refused, 0, std::move(current)};
     try {
-        return find(attempts, metadata.id, std::move(current), budget);
+        WriteResult found = find(attempts, metadata.id, std::move(current), budget);
+        if (found.outcome == WriteResult::overtaken)
+            found.outcome = refused;
+        return found;
     } catch (CallError& error) {
         error.isDoubtful = true;
         throw;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "configuration/fence.h"
 #include "configuration/metadata.h"
 #include "transport/cluster.h"
 
@@ -53,6 +54,7 @@ struct WriteResult {
         stored,
         storedEarlier,  // the earlier write `id` was executed; `current` is its state
         overtaken,      // another program has written first; `current` is its state
+        fenced,         // the lock is not held; nothing was written
         unknown         // the cluster has dropped the history that would show the outcome
     };
 
@@ -85,12 +87,12 @@ public:
     /// throws  CallError with ESTALE if the cluster has dropped the revision.
     Snapshot readAt(int64_t revision, Budget& budget);
 
-    /// Writes `contents` if the configuration has the state `guard`. `earlier` are writes by the
-    /// caller whose outcome is unknown.
+    /// Writes `contents` if the configuration has the state `guard`, and if the lock of `fence`,
+    /// which may be null, is held. `earlier` are writes by the caller whose outcome is unknown.
     /// range   at most kMaxConfigurationSize bytes.
     /// throws  CallError. If `isDoubtful` is set, the outcome is unknown.
     WriteResult write(Contents const& contents, Snapshot const& guard, Metadata const& metadata,
-                      std::vector<Attempt> const& earlier, Budget& budget);
+                      Fence const* fence, std::vector<Attempt> const& earlier, Budget& budget);
 
 private:
     std::string keyOf(uint64_t generation) const;

@@ -244,7 +244,8 @@ WriteResult Session::send(Target& target, Operation const& operation, Source& so
     };
     try {
         WriteResult result =
-            target.remote.write(operation.sent, operation.guard, metadata, earlier, target.budget);
+            target.remote.write(operation.sent, operation.guard, metadata,
+                                fence.has_value() ? &*fence : nullptr, earlier, target.budget);
         if (result.outcome == WriteResult::unknown)
             addDoubt();
         if (result.outcome == WriteResult::stored)
@@ -314,6 +315,8 @@ Session::Stored Session::write(Target& target, Operation& operation, Source& sou
                 ZPropertiesIOException_6_0(path, "Txn", EINPROGRESS)
                     .throwException(kSource, raiseForUnknown);
                 break;
+            case WriteResult::fenced:
+                throw FenceError{*fence};
             case WriteResult::storedEarlier: {
                 auto const found =
                     std::find_if(doubts.begin(), doubts.end(),

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -76,7 +77,7 @@ public:
     void accept(char const* path, Loaded loaded);
 
     /// Writes `mine`, or the result of a merge. `prototype` has the attributes of the store.
-    /// throws  as load(); ConflictError; ZPropertiesIOException_6_0 as
+    /// throws  as load(); ConflictError; FenceError; ZPropertiesIOException_6_0 as
     /// ZFleetProperties_6_0::store().
     Stored store(char const* path, Contents const& mine, ZSCFData_6_0 const& prototype);
 
@@ -104,7 +105,8 @@ public:
     int64_t revision() const { return revision_; }  // of the text last loaded or stored; or 0
     uint64_t generation() const { return generation_; }
 
-    std::string reason;  // of the next stores
+    std::string reason;          // of the next stores
+    std::optional<Fence> fence;  // of the next store
     ConflictPolicy policy = ConflictPolicy::refuse;
     bool merges = true;  // else each lost race is refused
 

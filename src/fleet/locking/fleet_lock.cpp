@@ -57,6 +57,11 @@ void FleetLock::changeHold(Change change)
     change(hold_);
 }
 
+Clock::duration FleetLock::leaseTime() const
+{
+    return std::chrono::seconds(cluster_.settings().leaseSeconds);
+}
+
 // The patience limits the time for other programs. A call to the cluster always has time for an
 // attempt.
 Budget FleetLock::budgetUntil(Clock::time_point deadline) const
@@ -96,7 +101,7 @@ bool FleetLock::waitForTurn(LockMode mode, LockQueue::View& view, Clock::time_po
 {
     std::unique_ptr<InterruptibleWait> wait;
     std::unique_ptr<Live> live;
-    Clock::duration const third = std::chrono::seconds(cluster_.settings().leaseSeconds) / 3;
+    Clock::duration const third = leaseTime() / 3;
     while (!view.isFirst) {
         if (Clock::now() >= deadline)
             throw CallError{"lock", ETIMEDOUT, false, "other programs hold the lock"};
@@ -254,14 +259,30 @@ void FleetLock::drop()
 
 // ---- The state ---------------------------------------------------------------------------------
 
+bool FleetLock::isCertain(Hold const& hold)
+{
+    return hold.ticket != 0 && !hold.isLost && !hold.isDoubted && !hold.isRemoved;
+}
+
+// A renewal does not last longer than the lease, so that a loss is reported in time. After that
+// time, the lease may still exist: there is no hurry then.
+Clock::duration FleetLock::renewalTime() const
+{
+    Clock::duration const longest = cluster_.settings().callTimeout * 2;
+    Clock::duration const left = std::chrono::nanoseconds(lease_.remaining());
+    if (left == Clock::duration::zero())
+        return longest;
+    return std::min(longest, std::max(left, leaseTime() / 10));
+}
+
 bool FleetLock::keepAlive()
 {
     CancelGuard const uncancelled;
     Hold const held = hold();
-    if (held.ticket == 0 || held.isLost || held.isDoubted || held.isRemoved)
+    if (!isCertain(held))
         return false;
     try {
-        Budget budget(cluster_.settings().callTimeout * 2);
+        Budget budget(renewalTime());
         if (lease_.renew(held.key, budget).createdAt == held.ticket)
             return token() == held.ticket;
     } catch (CallError const&) {
@@ -280,7 +301,7 @@ int64_t FleetLock::token() const
 int64_t FleetLock::remaining() const
 {
     Hold const held = hold();
-    if (held.ticket == 0 || held.isLost || held.isDoubted || held.isRemoved)
+    if (!isCertain(held))
         return 0;
     return lease_.remaining();
 }
@@ -290,9 +311,17 @@ bool FleetLock::isLost() const
     return hold().isLost;
 }
 
-std::string FleetLock::entryKey() const
+Fence FleetLock::fence() const
 {
-    return hold().key;
+    Hold const held = hold();
+    return {held.key, held.ticket};
+}
+
+// The program may acquire the lock in the meantime, so the caller asks again soon.
+Clock::duration FleetLock::untilRenewal() const
+{
+    Clock::duration const soon = leaseTime() / 6;
+    return isCertain(hold()) ? std::min(lease_.untilRenewal(), soon) : soon;
 }
 
 void FleetLock::recordLoss(int64_t token)

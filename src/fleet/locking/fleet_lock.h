@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 
+#include "configuration/fence.h"
 #include "locking/lease.h"
 #include "locking/lock_queue.h"
 
@@ -61,7 +62,14 @@ public:
     int64_t token() const;      // 0: not held
     int64_t remaining() const;  // nanoseconds for which the lock is certain to be held
     bool isLost() const;
-    std::string entryKey() const;
+
+    /// Returns the entry of the queue that exists as long as the lock is held.
+    /// range   the lock is held.
+    Fence fence() const;
+
+    /// Returns the time until the lease of a held lock should be renewed, or until the next
+    /// question, if that is earlier.
+    Clock::duration untilRenewal() const;
 
     /// Records that the entry of a token has ended.
     /// threads any.
@@ -84,6 +92,9 @@ private:
         bool isRemoved = false;  // the entry has ended
     };
 
+    static bool isCertain(Hold const& hold);
+    Clock::duration leaseTime() const;
+    Clock::duration renewalTime() const;
     Budget budgetUntil(Clock::time_point deadline) const;
     LockQueue::View enter(LockMode mode, Clock::time_point deadline);
     bool waitForTurn(LockMode mode, LockQueue::View& view, Clock::time_point deadline,

@@ -33,8 +33,14 @@ int64_t Lease::remaining() const
 
 bool Lease::isFresh() const
 {
+    return untilRenewal() > Clock::duration::zero();
+}
+
+Clock::duration Lease::untilRenewal() const
+{
     State const now = state();
-    return now.id != 0 && bootTime() - now.sentAt < now.seconds * kSecond / 3;
+    int64_t const left = now.sentAt + now.seconds * kSecond / 3 - bootTime();
+    return std::chrono::nanoseconds(now.id == 0 ? 0 : std::max<int64_t>(0, left));
 }
 
 // Takes over a grant.

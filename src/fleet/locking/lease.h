@@ -36,6 +36,9 @@ public:
     /// Returns whether less than a third of the lease has passed.
     bool isFresh() const;
 
+    /// Returns the time until a third of the lease has passed; 0 if it has, or without a lease.
+    Clock::duration untilRenewal() const;
+
     /// Creates a lease, unless there is one for a third of its time; renews an older one.
     /// throws  CallError.
     void require(std::string const& key, Budget& budget);
