@@ -323,6 +323,11 @@ private:
             });
             expect(valuesOf(now) == expected, *after, "a file without a stanza reads back");
         }
+        LibraryHeaders const headers(dialect_, text_);
+        if (std::any_of(headers.begins.begin(), headers.begins.end(), [&](size_t begin) {
+                return old_.lines[lineAt(begin)].begin < begin && text_[begin - 1] != '\n';
+            }))
+            return;  // one of several headers of a line can go
         // A store does not know which of several equal stanzas was removed.
         Runs const left = runsOf(*after);
         bool isLocal = false;
