@@ -114,6 +114,9 @@ TEST_F(DialectProblems, HaveAPlaceACauseAndARemedy)
          "1:3 error 36 [] : \"[a\rk = \"1\r\": a carriage return is not followed by a newline; end "
          "each line with a newline, and remove other carriage returns\n"},
         {"php", "k = \"1\r2\"\r\n", ""},
+        {"env", "k=\"\r\"\r",
+         "1:6 error 36 [] : \"k=\"\r\"\r\": a carriage return is not followed by a newline; end "
+         "each line with a newline, and remove other carriage returns\n"},
         {"php", "a = 1\nb = \"x\n\n",
          "2:5 error 22 [.] : \"b = \"x\": a quote is not closed; close it\n"},
         {"systemd", "<?xml?>\n<service/>\n",

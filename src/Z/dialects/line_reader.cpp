@@ -90,8 +90,9 @@ void LineReader::report(Finding finding)
         // All lines were read as one, so the carriage return is the cause of any other error.
         if (hasErrorInLine_)
             return;
+        if (finding.fault != Fault::loneReturn)
+            finding.at = static_cast<uint32_t>(loneReturn(text_, finding.line, text_.size()));
         finding.fault = Fault::loneReturn;
-        finding.at = static_cast<uint32_t>(loneReturn(text_, finding.line, text_.size()));
     }
     hasError_ |= finding.isError;
     hasErrorInLine_ |= finding.isError;
