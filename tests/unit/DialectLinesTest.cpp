@@ -360,8 +360,7 @@ TEST(DialectLines, ACommentOfAKeyIsBelowALineOfAKeyAbove)
               textAfter("systemd", "[a]\nk=1\nl=2\nk=3\n# d\nm=4\n", {ofKey}));
     EXPECT_EQ("[a]\nk=1\njunk\n# c\nm=4\n",
               textAfter("systemd", "[a]\nk=1\njunk\n# d\nm=4\n", {ofKey}));
-    EXPECT_EQ("[a]\nk=1\njunk\n# c\nm=4\n",
-              textAfter("systemd", "[a]\nk=1\njunk\nm=4\n", {ofKey}));
+    EXPECT_EQ("[a]\nk=1\njunk\n# c\nm=4\n", textAfter("systemd", "[a]\nk=1\njunk\nm=4\n", {ofKey}));
 }
 
 // The first line of the new comment is equal to the comment of the key.
@@ -393,4 +392,15 @@ TEST(DialectLines, AnotherCommentIsNotThatOfTheFileAfterItsRemoval)
     EXPECT_EQ("\n; d\n\nk=1\n", textAfter("php", "; c\n\n; d\n\nk=1\n", {remove}));
     EXPECT_EQ("\n; d\njunk\nk=1\n", textAfter("php", "; c\n\n; d\njunk\nk=1\n", {remove}));
     EXPECT_EQ("; d\nk=1\n", textAfter("php", "; c\n\n; d\nk=1\n", {remove}));
+}
+
+// The old comment is the last line of the new one.
+TEST(DialectLines, ACommentThatEndsWithTheOldCommentIsAtItsPlace)
+{
+    Change const ofStanza = [](Store& store) { store.setComment("a", nullptr, "# d\n# e\n# c"); };
+    EXPECT_EQ("# f\n\n# d\n# e\n# c\n[a]\nk=1\n",
+              textAfter("systemd", "# f\n\n# c\n[a]\nk=1\n", {ofStanza}));
+    Change const ofKey = [](Store& store) { store.setComment("a", "k", "# d\n# e\n# c"); };
+    EXPECT_EQ("[a]\nl=1\n\n# d\n# e\n# c\nk=1\n",
+              textAfter("systemd", "[a]\nl=1\n\n# c\nk=1\n", {ofKey}));
 }

@@ -47,8 +47,11 @@ void Difference::place(Reordered const& stanza)
                 placeKey(stanza, entry, i >= lastKnown, at);
             continue;
         }
-        if (!at.comments.empty() && !entry.isComment && !entry.isParted())
-            insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1, valueLine, false);
+        // A comment of the text can be a part of the new comment, without the blank line above it.
+        bool const isBelowBlankLine = line > 0 && isBlank(line - 1);
+        if (!at.comments.empty() && !entry.isParted() && (!entry.isComment || isBelowBlankLine))
+            insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1,
+                           entry.isComment ? otherLine : valueLine, false);
         else if (!at.comments.empty())
             insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
         at.after = entry.isComment ? line : firstStaying(line);
