@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <algorithm>
 #include <memory>
@@ -14,6 +15,7 @@
 #include "ZException.h"
 #include "containers/hash_table.h"
 #include "containers/list_rollback.h"
+#include "files/bytes.h"
 #include "java/byte_source.h"
 #include "java/characters.h"
 #include "java/inline_string.h"
@@ -124,6 +126,7 @@ struct ZJavaProperties_6_0::Rep {
 
     static bool hasOwnHandlers(ZJavaProperties_6_0 const& store);
     void put(std::unique_ptr<ZObject_6_0> key, std::unique_ptr<ZObject_6_0> value, uint32_t hash);
+    zfiles::Bytes render(size_t expected) const;
 
     HashTable entries{kCapacity, 1};
     Reading* reading = nullptr;   // the innermost running read
@@ -565,6 +568,53 @@ int ZJavaProperties_6_0::endEntry()
 
 // ---- Writing -----------------------------------------------------------------------------------
 
+// Returns the text of a file that has all entries. `expected` is its likely length.
+zfiles::Bytes ZJavaProperties_6_0::Rep::render(size_t expected) const
+{
+    constexpr std::string_view kStart = "#\n";
+    constexpr std::string_view kSeparator = " = ";
+    constexpr size_t kLikelyEntry = 32;
+    constexpr size_t kSpare = 4096;
+    size_t const likely = std::max(expected, kLikelyEntry * entries.size());
+    zfiles::Bytes text(likely + likely / 16 + kSpare);
+    size_t length = kStart.copy(text.data(), kStart.size());
+    auto const append = [&](std::string_view key, std::string_view value) {
+        size_t const room =
+            key.size() + kSeparator.size() + roomForValue(value.size()) + sizeof '\n';
+        if (text.length() - length < room)
+            text.grow(2 * (length + room));
+        char* at = text.data() + length;
+        memcpy(at, key.data(), key.size());
+        at += key.size();
+        at += kSeparator.copy(at, kSeparator.size());
+        at = writeValue(at, value.data(), value.size());
+        *at++ = '\n';
+        length = static_cast<size_t>(at - text.data());
+    };
+    // KEPT: a key is not escaped and may be read back differently. A program that searches the file
+    // for its key would no longer find the line. Test: ZJavaProperties.KeepsKeysUnescaped
+    auto const prefetch = [](HashTable::Node const& node) {
+        constexpr ptrdiff_t kLine = 64;
+        for (ZObject_6_0 const* const object : {node.key, node.value}) {
+            auto const* const bytes = reinterpret_cast<char const*>(object);
+            __builtin_prefetch(bytes);
+            __builtin_prefetch(bytes + kLine);
+        }
+    };
+    entries.forEachPrefetched(prefetch, [&](HashTable::Node const& node) {
+        if (node.placement == HashTable::kAnyOrder) {
+            append(static_cast<InlineString const&>(*node.key).text(),
+                   static_cast<InlineString const&>(*node.value).text());
+            return;
+        }
+        auto const& key = static_cast<ZAbstractString_6_0 const&>(*node.key);
+        auto const& value = static_cast<ZAbstractString_6_0 const&>(*node.value);
+        append({key.getChars(), key.getLength()}, {value.getChars(), value.getLength()});
+    });
+    text.setLength(length);
+    return text;
+}
+
 void ZJavaProperties_6_0::store(char const* path)
 {
     if (isEmpty(path))
@@ -572,18 +622,8 @@ void ZJavaProperties_6_0::store(char const* path)
     zreporting::CancelGuard const uncancelled;
     zstore::translateErrors(kSource, raiseInStore, throwStoreFailure, [&] {
         zstore::JournaledFile file(path, zstore::JournaledFile::Mode::store);
-        std::string text = "#\n";
-        rep_->entries.forEach([&text](HashTable::Node const& node) {
-            auto const& key = static_cast<ZAbstractString_6_0 const&>(*node.key);
-            auto const& value = static_cast<ZAbstractString_6_0 const&>(*node.value);
-            // KEPT: a key is not escaped and may be read back differently. A program that searches
-            // the file for its key would no longer find the line. Test:
-            // ZJavaProperties.KeepsKeysUnescaped
-            text.append(key.getChars(), key.getLength()).append(" = ");
-            zjava::appendValue(text, value.getChars(), value.getLength());
-            text += '\n';
-        });
-        file.commit({text.data(), text.size()}, {});
+        zfiles::Bytes const text = rep_->render(file.text().size());
+        file.commit(text.view(), {});
         file.close();
     });
 }

@@ -9,6 +9,8 @@
 #include <time.h>
 
 #include <memory>
+#include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -442,6 +444,42 @@ TEST(ZJavaProperties, WritesValues)
         SCOPED_TRACE(c.name);
         EXPECT_EQ(std::string("a = ") + c.written + "\n", writtenOf("a", c.value));
     }
+}
+
+// Plain bytes are copied in blocks.
+TEST(ZJavaProperties, WritesEscapesAtEachPositionOfAValue)
+{
+    constexpr size_t kLongest = 50;
+    struct Case {
+        char const* text;
+        char const* written;
+    };
+    Case const cases[] = {{"", ""},         {":", "\\:"},
+                          {"\\", "\\\\"},   {"\x7F", "\\u"},
+                          {"\x80", "\\u"},  {"\xC3\xA9", "\\u00e9"},
+                          {"\xFF", "\\u"},  {"\xE2\x82\xAC", "\\u20ac"},
+                          {"::", "\\:\\:"}, {"~\x01", "~\x01"}};
+    TestDirectory const directory(TestDirectory::Place::memory);
+    Store store;
+    std::set<std::string> expected = {"#"};
+    int keys = 0;
+    for (Case const& c : cases) {
+        for (size_t length = 0; length <= kLongest; ++length) {
+            for (size_t at = 0; at <= length; ++at) {
+                std::string const before(at, 'x');
+                std::string const after(length - at, '9');
+                std::string const key = "k" + std::to_string(++keys);
+                setBytes(store, key, before + c.text + after);
+                expected.insert(key + " = " + before + c.written + after);
+            }
+        }
+    }
+    store.store(directory.at("f").c_str());
+    std::istringstream lines(directory.read("f"));
+    std::set<std::string> written;
+    for (std::string line; std::getline(lines, line);)
+        written.insert(line);
+    EXPECT_EQ(expected, written);
 }
 
 TEST(ZJavaProperties, ReadsNoByteAfterTheEndOfAValue)

@@ -79,6 +79,9 @@ public:
     /// Calls `visit(node)` for every node, bucket by bucket.
     template <class Visit>
     void forEach(Visit visit) const;
+    /// As forEach(), but calls `prefetch(node)` for each node some nodes before `visit(node)`.
+    template <class Prefetch, class Visit>
+    void forEachPrefetched(Prefetch prefetch, Visit visit) const;
     /// Calls `visit(first)` for every bucket that is not empty, with the index of its first node.
     template <class Visit>
     void forEachBucket(Visit visit) const;
@@ -269,6 +272,29 @@ void HashTable::forEach(Visit visit) const
     forEachBucket([&](NodeIndex first) {
         for (NodeIndex index = first; index != 0; index = at(index).next)
             visit(at(index));
+    });
+}
+
+template <class Prefetch, class Visit>
+void HashTable::forEachPrefetched(Prefetch prefetch, Visit visit) const
+{
+    constexpr int kAhead = 12;
+    forEachBucket([&](NodeIndex first) {
+        NodeIndex ahead = first;
+        auto const step = [&] {
+            if (ahead == 0)
+                return;
+            prefetch(at(ahead));
+            ahead = at(ahead).next;
+            if (ahead != 0)
+                __builtin_prefetch(&at(ahead));
+        };
+        for (int i = 0; i < kAhead; ++i)
+            step();
+        for (NodeIndex index = first; index != 0; index = at(index).next) {
+            step();
+            visit(at(index));
+        }
     });
 }
 

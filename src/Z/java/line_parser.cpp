@@ -6,6 +6,7 @@
 
 #include "../zqvrutil.h"
 #include "byte_source.h"
+#include "byte_vector.h"
 #include "characters.h"
 
 namespace zjava {
@@ -54,25 +55,16 @@ int digitAt(char const* at)
     return kDigits[static_cast<unsigned char>(*at)];
 }
 
-using Vector [[gnu::vector_size(16)]] = char;
-
 // Returns the first line ending or `other` from `at` on; `end` without one.
 template <char other>
 inline char const* endOfRun(char const* at, char const* end)
 {
-    while (end - at >= static_cast<ptrdiff_t>(sizeof(Vector))) {
-        Vector bytes;
-        memcpy(&bytes, at, sizeof bytes);
-        auto const isEnd = (bytes == other) | (bytes == '\n') | (bytes == '\r');
-        uint64_t halves[2];
-        memcpy(halves, &isEnd, sizeof halves);
-        if ((halves[0] | halves[1]) != 0) {
-            if constexpr (std::endian::native == std::endian::little)
-                return at + (halves[0] != 0 ? std::countr_zero(halves[0]) / 8
-                                            : 8 + std::countr_zero(halves[1]) / 8);
-            break;
-        }
-        at += sizeof bytes;
+    constexpr ptrdiff_t kSize = sizeof(ByteVector);
+    for (; end - at >= kSize; at += kSize) {
+        ByteVector const bytes = loadVector(at);
+        ptrdiff_t const first = firstFound((bytes == other) | (bytes == '\n') | (bytes == '\r'));
+        if (first != kSize)
+            return at + first;
     }
     while (at != end && *at != other && !isLineEnd(*at))
         ++at;

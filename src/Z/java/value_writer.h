@@ -3,13 +3,21 @@
 
 #include <stddef.h>
 
-#include <string>
-
 namespace zjava {
 
-/// Appends a value of `length` bytes, with "\uXXXX" for every character that is not ASCII.
-/// throws  std::bad_alloc.
+/// Returns a number of bytes that writeValue() does not exceed for a value of `length` bytes. It
+/// writes whole blocks, past the end of the value too.
+constexpr size_t roomForValue(size_t length)
+{
+    constexpr size_t kMaxGrowth = 3;  // "\uXXXX" for a character of two bytes
+    constexpr size_t kBlocks = 32;
+    return kMaxGrowth * length + kBlocks;
+}
+
+/// Writes a value of `length` bytes to `out`, with "\uXXXX" for every character that is not ASCII.
+/// Returns the end of the written value.
+/// range   `out` has roomForValue(length) bytes.
 /// kept    writes only "\u" for a byte that does not start a character of two or three bytes.
-void appendValue(std::string& text, char const* value, size_t length);
+char* writeValue(char* out, char const* value, size_t length);
 
 }  // namespace zjava
