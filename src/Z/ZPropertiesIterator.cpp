@@ -25,6 +25,10 @@ enum RaiseSite {
     raiseForConversion = 240
 };
 
+// Keys are prefetched this number of steps ahead, and their records twice the number.
+constexpr int kAhead = 6;
+constexpr int kLargeCategory = 1000;  // keys
+
 using Cache = ZPCategoryBasedCache_6_0;
 using Text = Cache::Text;
 
@@ -116,6 +120,15 @@ void ZPropertiesIterator_6_0::nextEntry()
             .throwException(kSource, raiseInNextEntry);
     getValues(nameAt(position_ + 1));
     ++position_;
+    Cache const* const direct = store_.rep_->direct;
+    if (count_ < kLargeCategory || count_ - position_ <= 2 * kAhead || keys_ == nullptr ||
+        direct == nullptr || !placesHold_ || changes_ != direct->changes() ||
+        generation_ != ZProperties_6_0::Rep::generation(store_))
+        return;
+    // The keys of a large category are far apart, and a caller waits for memory.
+    zcache::Contents const& contents = Cache::Visit::contentsOf(*direct);
+    __builtin_prefetch(&contents.key(keys_[position_ + 2 * kAhead].place));
+    __builtin_prefetch(contents.text(contents.key(keys_[position_ + kAhead].place)).data());
 }
 
 void ZPropertiesIterator_6_0::getValues(char const* name)

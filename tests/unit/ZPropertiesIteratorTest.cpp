@@ -5,7 +5,9 @@
 #include <Z/ZPropertiesIterator.h>
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
+#include <string.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -224,6 +226,41 @@ TEST_F(ZPropertiesIterator, ReturnsTheKeysAtItsCreationWithTheirCurrentValues)
         }
     }
     EXPECT_EQ(3, count);
+}
+
+// Keys of large categories are prefetched.
+TEST_F(ZPropertiesIterator, VisitsTheKeysOfALargeCategoryThatChanges)
+{
+    constexpr int kKeys = 3000;
+    std::string text = "[large]\n";
+    for (int i = 0; i < kKeys; ++i)
+        text += "key" + std::to_string(i) + " = value" + std::to_string(i) + "\n";
+    Store store;
+    std::string const path = directory_.write("large", text);
+    store.load(path.c_str());
+    Keys keys(store, "large");
+    ASSERT_EQ(kKeys, keys.keyCount());
+    std::vector<bool> isVisited(kKeys);
+    for (int step = 0; keys.hasMore(); ++step) {
+        keys.nextEntry();
+        int const number = std::stoi(keys.entryName() + strlen("key"));
+        EXPECT_FALSE(isVisited[static_cast<size_t>(number)]);
+        isVisited[static_cast<size_t>(number)] = true;
+        if (step == 500) {
+            for (int i = 0; i < kKeys; i += 2)
+                store.setValue("large", ("key" + std::to_string(i)).c_str(), "");
+        }
+        if (step == 2000)
+            store.setValue("large", "other", "1");
+        if (step == 500 || step == 2000)
+            continue;
+        bool const isMissing = step > 500 && number % 2 == 0;
+        EXPECT_EQ(isMissing ? 0 : 1, keys.valueCount());
+        if (!isMissing) {
+            EXPECT_EQ("value" + std::to_string(number), keys.entryValue(0));
+        }
+    }
+    EXPECT_EQ(isVisited.end(), std::find(isVisited.begin(), isVisited.end(), false));
 }
 
 TEST_F(ZPropertiesIterator, KeyInTheSlotOfARemovedKeyIsNotMistakenForIt)
