@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <stdio.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -185,4 +186,38 @@ void EtcdCluster::waitUntilReady()
                 << directory_.read(nameOf(i) + ".log");
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
+}
+
+std::string EtcdCluster::control(std::string const& arguments) const
+{
+    std::string all;
+    for (std::string const& endpoint : endpoints())
+        all += (all.empty() ? "" : ",") + endpoint;
+    std::string const command =
+        "ETCDCTL_API=3 etcdctl --endpoints=" + all + " " + arguments + " 2>/dev/null";
+    FILE* const pipe = popen(command.c_str(), "re");
+    std::string output;
+    char bytes[4096];
+    for (size_t length; (length = fread(bytes, 1, sizeof bytes, pipe)) > 0;)
+        output.append(bytes, length);
+    EXPECT_EQ(0, pclose(pipe)) << command;
+    return output;
+}
+
+unsigned EtcdCluster::leader() const
+{
+    for (;;) {
+        for (unsigned node = 0; node < size(); ++node) {
+            // ENDPOINT, ID, VERSION, SIZE, LEADER, …
+            FILE* const pipe = popen(("ETCDCTL_API=3 etcdctl --command-timeout=2s --endpoints=" +
+                                      endpoints()[node] + " endpoint status 2>/dev/null")
+                                         .c_str(),
+                                     "re");
+            char line[512] = "";
+            bool const isRead = fgets(line, sizeof line, pipe) != nullptr;
+            if (pclose(pipe) == 0 && isRead &&
+                std::string(line).find(", true,") != std::string::npos)
+                return node;
+        }
+    }
 }

@@ -37,6 +37,13 @@ public:
     /// Waits until every running node replies.
     void waitUntilReady();
 
+    /// Returns the number of the leader; waits until there is one.
+    unsigned leader() const;
+
+    /// Runs etcdctl with these arguments at all nodes. Returns its output; adds a failure if it
+    /// fails.
+    std::string control(std::string const& arguments) const;
+
 private:
     struct Node {
         pid_t process = 0;  // 0: not running
@@ -47,7 +54,7 @@ private:
     std::vector<std::string> commandFor(unsigned node) const;
     bool isReady(unsigned node) const;
 
-    TestDirectory const directory_;
+    TestDirectory const directory_{TestDirectory::Place::memory};
     std::vector<std::string> const options_;
     std::vector<Node> nodes_;
 };
