@@ -3,6 +3,7 @@
 
 #include <Z/ZException.h>
 
+#include "arguments.h"
 #include "failures.h"
 #include "request.h"
 #include "stanza_file.h"
@@ -29,6 +30,13 @@ int runFleetShow(Request const& request);
 
 /// Undoes the change of a generation, by default of the latest.
 int runFleetUndo(Request const& request);
+
+/// Runs a command under a lock, or prints the state of the lock. Returns the exit code.
+int runFleetLock(Request const& request);
+
+/// Checks the arguments of `lock`.
+/// throws  UsageError.
+void checkFleetLock(Request const& request, PassedNames const& names);
 
 /// Prints the state of each endpoint of a fleet. Returns exitDiffers if one of them does not reply.
 int runFleetStatus(Request const& request);

@@ -60,6 +60,14 @@ constexpr Option kPushOptions[] = {
     kQuiet,
     kWait,
 };
+constexpr Option kLockOptions[] = {
+    {"--read", 0, nullptr, "lock for reading; other readers may hold the lock too", &Request::read},
+    {"--write", 0, nullptr, "lock exclusively, and increment the sequence number afterwards",
+     &Request::write},
+    {"--wait", 0, "SECONDS", "wait for the lock; default: fail immediately", &Request::lockWait},
+    {"--show", 0, nullptr, "print the queue and the sequence number; run no command",
+     &Request::show},
+};
 constexpr Option kPullOptions[] = {kDryRun, kQuiet, kWait};
 
 constexpr char kForms[] = "plain|json|sh|lines";
@@ -114,6 +122,12 @@ constexpr Verb kVerbs[] = {
      "undo the change of a generation, by default of the latest; later changes stay",
      "zfleet undo etcd://main/gateway\nzfleet undo etcd://main/gateway --generation 12",
      kUndoOptions, noOptions, false, "", "", nullptr, runFleetUndo, nullptr, nullptr},
+    {"lock", "NAME [-- COMMAND...]", "run a command under a lock between machines",
+     "zfleet lock --write --wait 10 etcd://main/routes -- make -C /etc/gateway routes\n"
+     "zfleet lock --show etcd://main/routes",
+     kLockOptions, noOptions, false,
+     "--write --read; --show --read; --show --write; --show --wait; --show COMMAND...", "",
+     checkFleetLock, runFleetLock, nullptr, nullptr},
     {"status", "NAME", "print the state of each endpoint of the fleet NAME", "zfleet status main",
      kListOptions, noOptions, false, "", kNameForms, nullptr, runFleetStatus, nullptr, nullptr},
 };
@@ -129,13 +143,15 @@ usage: zfleet VERB [OPTION...] etcd://FLEET/NAME [STANZA [KEY [VALUE]]]
   log FILE                     the generations, the latest first
   show FILE [STANZA [KEY]]     an earlier generation; --generation N
   undo FILE                    undoes the last change; --generation N another change. Later ones stay
+  lock NAME -- COMMAND...      runs a command under a lock; --read, --write, --wait SECONDS, --show
   status FLEET                 the state of each endpoint
 
 FILE is etcd://FLEET/NAME, or the path of a local stanza file. FLEET is a stanza of the file of the
-fleets, which ZFLEETCONF can name.
+fleets, which ZFLEETCONF can name. The NAME of a lock is etcd://FLEET/NAME.
 exit     0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot reach, read or write, 5 other
-         programs were faster, 6 invalid value, 7 change refused, 8 an endpoint does not reply,
-         9 internal
+         programs were faster, or hold the lock, or the lock was lost, 6 invalid value, 7 change
+         refused, 8 an endpoint does not reply, 9 internal; of lock also the code of COMMAND, or
+         126, 127, or 128 plus a signal
 zfleet VERB --help has examples
 )";
 
