@@ -404,3 +404,16 @@ TEST(DialectLines, ACommentThatEndsWithTheOldCommentIsAtItsPlace)
     EXPECT_EQ("[a]\nl=1\n\n# d\n# e\n# c\nk=1\n",
               textAfter("systemd", "[a]\nl=1\n\n# c\nk=1\n", {ofKey}));
 }
+
+// Only headers with subsections fold the part of a name before a subsection.
+TEST(DialectLines, HeadersWithoutSubsectionsKeepTheirCase)
+{
+    for (char const* const heads : {"toBracket", "endsLine", "alone"}) {
+        std::string const dialect = std::string("git,heads=") + heads;
+        EXPECT_EQ("[a]\n[A]\n", textAfter(dialect, "[a]\n[A]\n", {})) << heads;
+        EXPECT_EQ("[a]\nk = 1\n[A]\nk = 3\n",
+                  textAfter(dialect, "[a]\nk = 1\n[A]\nk = 2\n", {set("A", "k", "3")}))
+            << heads;
+    }
+    EXPECT_EQ("[a]\nk = 3\n[A]\n", textAfter("git", "[a]\nk = 1\n[A]\n", {set("A", "k", "3")}));
+}

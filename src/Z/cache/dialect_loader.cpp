@@ -167,8 +167,11 @@ Policy policyOf(SwitchedDialect const& dialect)
     policy.joinsHeads = switches.repeatedHead == RepeatedHead::joined;
     policy.hasGaps = true;
     policy.hasTop = !dialect.topStanza().empty();
-    policy.categories.foldsCase = switches.foldStanzas != FoldStanzas::none;
-    policy.categories.foldsUpToDot = switches.foldStanzas == FoldStanzas::beforeSubsection;
+    // foldStanza() folds nothing if headers have no subsections.
+    policy.categories.foldsUpToDot = switches.foldStanzas == FoldStanzas::beforeSubsection &&
+                                     switches.heads == zdialects::Heads::subsection;
+    policy.categories.foldsCase =
+        switches.foldStanzas == FoldStanzas::all || policy.categories.foldsUpToDot;
     policy.categories.dropsFirstNumber = !dialect.joinsHeaders();
     policy.keys.foldsCase = switches.foldKeys;
     policy.keys.dropsBlanks = switches.dropBlanks;
