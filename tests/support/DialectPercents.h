@@ -28,9 +28,10 @@ inline int number(std::string const& text, std::size_t& length)
 {
     bool const isLong = text.substr(0, 2) == "%U";
     length = isLong ? 6 : 3;
+    if (text.size() < length || text[0] != '%')
+        return -1;
     std::string const digits = text.substr(isLong ? 2 : 1, isLong ? 4 : 2);
-    if (text.empty() || text[0] != '%' || text.size() < length ||
-        digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+    if (digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
         return -1;
     return static_cast<int>(std::strtol(digits.c_str(), nullptr, 16));
 }

@@ -177,6 +177,14 @@ TEST(DialectModel, HasASampleOfEachRuleOfEachDialect)
     }
 }
 
+// Half a character stands for itself.
+TEST(DialectModel, ASurrogateAtTheEndOfANameIsItsText)
+{
+    for (std::string const name : {"", "%", "%2", "%U", "%Uded5", "%Ud83d", "%Ud83d%"})
+        EXPECT_EQ(name, percentDecoded(name));
+    EXPECT_EQ("a b\xe2\x82\xac", percentDecoded("a%20b%U20AC"));
+}
+
 TEST(DialectModel, LinesCoverEachSampleHoweverItIsCut)
 {
     for (Sample const& sample : samples()) {
