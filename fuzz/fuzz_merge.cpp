@@ -283,9 +283,19 @@ bool areSame(Values const* one, Values const* other)
     return one == nullptr || other == nullptr ? one == other : *one == *other;
 }
 
+// Refusals do not change the spelling of values. Without notPlainConstants, values that PHP cannot
+// parse are written.
+zdialects::Switches writableSwitches(Choices& choices)
+{
+    zdialects::Switches switches = switchesOf(choices);
+    if ((switches.notPlain & zdialects::notPlainConstants) == 0)
+        switches.refusals &= static_cast<uint8_t>(~zdialects::refusalPhp);
+    return switches;
+}
+
 void mergeDialectFiles(Choices& choices)
 {
-    zdialects::SwitchedDialect const dialect(switchesOf(choices));
+    zdialects::SwitchedDialect const dialect(writableSwitches(choices));
     if (!dialect.joinsHeaders() && !dialect.topStanza().empty())
         return;  // no dialect of the table is like this
     std::string const base = makeDialectFile(choices);

@@ -81,7 +81,8 @@
 ///                              [DEFAULT]; 2 repeatedKeys: further lines of a key in its stanza;
 ///                              4 passedOver: lines that the dialect passes over, except
 ///                              directives; 8 notUtf8: invalid UTF-8 outside comments, which
-///                              setters refuse; 16 php: lines that PHP cannot parse
+///                              setters refuse; 16 php: lines that PHP cannot parse. Values that
+///                              PHP cannot parse are written unless zDialectNotPlain has 128
 ///     zDialectNames            0 plain; 1 percent: "%20" and "%U20AC" are characters in names, and
 ///                              a backslash is "/"; 2 escaped: "\n" and "\x5b" are characters;
 ///                              not in headers with zDialectHeads 4
