@@ -156,6 +156,50 @@ TEST(DialectContinued, CommentsStayBetweenTheLinesThatStay)
     });
 }
 
+// The line breaks mean nothing in these formats: the lines that stay show where the others begin.
+TEST(DialectContinued, TheLinesBetweenChangedLinesStay)
+{
+    expectCases({
+        {"samba, without spaces", "samba", "[s]\nk = a,\\\nb,\\\nc,\\\nd\n", "a,b,c,d", "X,b,c,Y",
+         "[s]\nk = X,\\\nb,\\\nc,\\\nY\n"},
+        {"samba", "samba", "[s]\nk=a, \\\n\tb, \\\n\tc d, \\\n\te\n", "a, b, c d", "X, b, Y",
+         "[s]\nk=X, \\\n\tb, \\\n\tY, \\\n\te\n"},
+        {"samba, three", "samba", "[s]\nk = a\\\n  b\\\n  c\\\n  d\\\n  e\n", "a b c d e",
+         "X b Y d Z", "[s]\nk = X\\\n  b\\\n  Y\\\n  d\\\n  Z\n"},
+        {"git", "git", "[s]\n\tk = /a/ \\\n\t/b/ \\\n\t\"/c/ ; \" \\\n\t/d/ # c\n", "/a/", "x y",
+         "[s]\n\tk = x y \\\n\t/b/ \\\n\t\"/c/ ; \" \\\n\t/d/ # c\n"},
+        {"qt", "qt", "[s]\r\nk=a, \\\r\nb, \\\r\nc, \\\r\nd\r\n", "a, b, c", "X, b, Y",
+         "[s]\r\nk=X, \\\r\nb, \\\r\nY, \\\r\nd\r\n"},
+        {"env", "env", "k=\"a:\\\nb:\\\nc:\\\nd\" # c\n", "a:b:c", "X:b:Y",
+         "k=\"X:\\\nb:\\\nY:\\\nd\" # c\n"},
+    });
+}
+
+TEST(DialectContinued, ExchangedLinesRemainTwoLines)
+{
+    expectCases({
+        {"samba", "samba", "[s]\nk = a\\\n\t/p/1\\\n\t/p/2\\\n\tb\n", "\t/p/1\t/p/2",
+         "\t/p/2\t/p/1", "[s]\nk = a\\\n\t/p/2\\\n\t/p/1\\\n\tb\n"},
+        {"git", "git", "[s]\n\tk = a \\\n  b c \\\n  \"d ; \" \\\n  e\n", "  b c   d ;  ",
+         "  d ;    b c ", "[s]\n\tk = a \\\n  \"d ; \" \\\n  b c \\\n  e\n"},
+        {"qt, words in two lines", "qt", "[s]\nk=\"/p/1\\\n/p/2\\\nw 1\\\n x\"\n", "/p/2w 1",
+         "w 1/p/2", "[s]\nk=\"/p/1\\\nw 1\\\n/p/2\\\n x\"\n"},
+        {"systemd", "systemd", "[s]\nk=a \\\n  b \\\n  c \\\n  d\n", "b    c", "c    b",
+         "[s]\nk=a \\\n  c \\\n  b \\\n  d\n"},
+    });
+}
+
+// A line that would begin or end inside a word has not stayed.
+TEST(DialectContinued, AWordThatContainsAnOldLineIsInOneLine)
+{
+    expectCases({
+        {"at its start", "samba", "[s]\nk = 1 \\\n  2 \\\n  3 \\\n  4\n", "1 2 3", "12 x",
+         "[s]\nk = 12 \\\n  x \\\n  4\n"},
+        {"at its end", "samba", "[s]\nk = 1,\\\n2\\\n,3\\\n,4\n", "1,2,3", "x,21,y",
+         "[s]\nk = x,21,y\\\n,4\n"},
+    });
+}
+
 // A comment after the value keeps its column if its line changes.
 TEST(DialectContinued, ACommentAfterTheLastLineKeepsItsColumn)
 {

@@ -1,8 +1,12 @@
 #include "continued_value.h"
 
 #include <algorithm>
+#include <numeric>
+#include <set>
+#include <unordered_map>
 
 #include "../lines/alignment.h"
+#include "../lines/name_hash.h"
 #include "escaped_values.h"
 #include "escapes.h"
 #include "plain_values.h"
@@ -136,14 +140,14 @@ std::string ContinuedValue::meaningOf(Part const& part, std::string_view before)
     return meaning += part.join;
 }
 
-std::optional<std::string> ContinuedValue::replaced(std::string_view value,
+std::optional<std::string> ContinuedValue::replaced(std::string_view value, Comparison comparison,
                                                     std::string& comments) const
 {
     comments.clear();
     if (parts_.size() < 2 || value.empty() ||
         (switches_.quoting == Quoting::none && !isPlainSafe(switches_, value, {})))
         return {};
-    std::vector<Segment> const segments = segmentsOf(value);
+    std::vector<Segment> const segments = segmentsOf(value, comparison);
     if (segments.size() < 2)
         return {};
     std::string out;
@@ -169,7 +173,8 @@ std::optional<std::string> ContinuedValue::replaced(std::string_view value,
 
 // Returns the line breaks of the old value that are in the new one, and new ones where the new
 // value has spaces like those around the old breaks.
-std::vector<ContinuedValue::Break> ContinuedValue::breaksOf(std::string_view value) const
+std::vector<ContinuedValue::Break> ContinuedValue::breaksOf(std::string_view value,
+                                                            Comparison comparison) const
 {
     size_t first = 0;
     while (first + 1 < parts_.size() &&
@@ -183,11 +188,128 @@ std::vector<ContinuedValue::Break> ContinuedValue::breaksOf(std::string_view val
     for (size_t part = 1; part <= first; ++part)
         breaks.push_back({starts_[part], part});
     Break const last{starts_[first] + middle.size(), end};
-    if (!middle.empty())
-        alignBreaks({starts_[first], first}, last, value, breaks);
+    if (!middle.empty()) {
+        BreakRuns const runs = breakRuns();
+        Break above{starts_[first], first};
+        if (comparison == byLines) {
+            for (Break const& found : findParts(above, last, value)) {
+                std::string_view const between = value.substr(above.at, found.at - above.at);
+                if (!between.empty() && between.find_first_not_of(" \t") == between.npos)
+                    continue;  // no line has spaces alone
+                alignBreaks(above, found, value, runs, breaks);
+                breaks.push_back(found);
+                above = {found.at + parts_[found.part].meaning.size(), found.part + 1};
+                breaks.push_back(above);
+            }
+        }
+        alignBreaks(above, last, value, runs, breaks);
+    }
     for (size_t part = std::max<size_t>(end, 1); part < parts_.size(); ++part)
         breaks.push_back({last.at + starts_[part] - starts_[end], part});
     return breaks;
+}
+
+// Returns where bytes with the meanings of the old parts between two breaks are in the new value.
+// Returns nothing if that takes too long.
+std::map<std::string_view, std::vector<size_t>> ContinuedValue::placesOfParts(
+    Break first, Break end, std::string_view value) const
+{
+    constexpr size_t kMaxBytes = size_t{1} << 28;  // that are compared
+    std::unordered_map<std::string_view, std::vector<size_t>, zlines::NameHash> places;
+    std::set<size_t> sizes;
+    bool isFirstByte[256] = {};
+    for (size_t part = first.part; part < end.part; ++part) {
+        std::string_view const meaning = parts_[part].meaning;
+        if (meaning.find_first_not_of(" \t\n") == meaning.npos)
+            continue;
+        places.try_emplace(meaning);
+        sizes.insert(meaning.size());
+        isFirstByte[static_cast<unsigned char>(meaning.front())] = true;
+    }
+    if (std::accumulate(sizes.begin(), sizes.end(), size_t{0}) > kMaxBytes / (end.at - first.at))
+        return {};
+    for (size_t at = first.at; at < end.at; ++at) {
+        if (!isFirstByte[static_cast<unsigned char>(value[at])])
+            continue;
+        for (size_t const size : sizes) {
+            if (size > end.at - at)
+                break;
+            auto const found = places.find(value.substr(at, size));
+            if (found != places.end())
+                found->second.push_back(at);
+        }
+    }
+    return {places.begin(), places.end()};
+}
+
+// Returns the positions of old parts between two breaks of the new value: of as many as possible,
+// in their order. Returns nothing if that takes too long.
+std::vector<ContinuedValue::Break> ContinuedValue::findParts(Break first, Break end,
+                                                             std::string_view value) const
+{
+    constexpr size_t kMaxPlaces = size_t{1} << 22;
+    constexpr size_t kNone = SIZE_MAX;
+    // The first line has the key, and the last one has no mark.
+    first.part = std::max<size_t>(first.part, 1);
+    end.part = std::min(end.part, parts_.size() - 1);
+    auto const places = placesOfParts(first, end, value);
+    struct Found {
+        Break at;
+        size_t above;  // the part above, an index of `all`
+    };
+    std::vector<Found> all;
+    // Of sequences of 1, 2, 3, … parts: the first end in the value, and the last part in `all`.
+    std::vector<std::pair<size_t, size_t>> ends;
+    size_t count = 0;
+    for (size_t part = first.part; part < end.part; ++part) {
+        size_t const size = parts_[part].meaning.size();
+        auto const known = places.find(parts_[part].meaning);
+        if (known == places.end())
+            continue;
+        count += known->second.size();
+        if (count > kMaxPlaces)
+            return {};
+        for (auto at = known->second.rbegin(); at != known->second.rend(); ++at) {
+            if (!isLineStart(value, *at, part) || !isLineStart(value, *at + size, part + 1))
+                continue;
+            auto const next =
+                std::upper_bound(ends.begin(), ends.end(), *at,
+                                 [](size_t place, auto const& last) { return place < last.first; });
+            std::pair<size_t, size_t> const last{*at + size, all.size()};
+            size_t const above = next == ends.begin() ? kNone : std::prev(next)->second;
+            if (next == ends.end())
+                ends.push_back(last);
+            else if (last.first < next->first)
+                *next = last;
+            else
+                continue;
+            all.push_back({{*at, part}, above});
+        }
+    }
+    std::vector<Break> found;
+    for (size_t at = ends.empty() ? kNone : ends.back().second; at != kNone; at = all[at].above)
+        found.push_back(all[at].at);
+    std::reverse(found.begin(), found.end());
+    return found;
+}
+
+// Returns whether an old part can begin at a position of the new value: between bytes of the same
+// kinds as in the old value, or not inside a word.
+bool ContinuedValue::isLineStart(std::string_view value, size_t at, size_t part) const
+{
+    if (at == 0 || at == value.size())
+        return true;
+    size_t const old = starts_[part];
+    auto const isWordByte = [](char c) {
+        return static_cast<unsigned char>(c) >= 0x80 || c == '_' || (c >= '0' && c <= '9') ||
+               (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    };
+    auto const isInWord = [&](std::string_view text, size_t position) {
+        return isWordByte(text[position - 1]) && isWordByte(text[position]);
+    };
+    return value.substr(0, at).ends_with(parts_[part - 1].join) &&
+           isBlank(value[at - 1]) == (old > 0 && isBlank(before_[old - 1])) &&
+           (!isInWord(value, at) || (old > 0 && old < before_.size() && isInWord(before_, old)));
 }
 
 // Returns the runs of spaces that have a line break in each of their places.
@@ -218,9 +340,8 @@ ContinuedValue::BreakRuns ContinuedValue::breakRuns() const
 
 // Finds the breaks between two others.
 void ContinuedValue::alignBreaks(Break first, Break end, std::string_view value,
-                                 std::vector<Break>& breaks) const
+                                 BreakRuns const& runs, std::vector<Break>& breaks) const
 {
-    BreakRuns const runs = breakRuns();
     size_t const oldBegin = starts_[first.part];
     auto const from = tokensOf(before_.substr(oldBegin, starts_[end.part] - oldBegin));
     auto const to = tokensOf(value.substr(first.at, end.at - first.at));
@@ -274,9 +395,10 @@ void ContinuedValue::alignBreaks(Break first, Break end, std::string_view value,
     takeCarried(kNone);
 }
 
-std::vector<ContinuedValue::Segment> ContinuedValue::segmentsOf(std::string_view value) const
+std::vector<ContinuedValue::Segment> ContinuedValue::segmentsOf(std::string_view value,
+                                                                Comparison comparison) const
 {
-    std::vector<Break> const breaks = breaksOf(value);
+    std::vector<Break> const breaks = breaksOf(value, comparison);
     std::vector<Segment> segments;
     Segment next{0, {}, 0, 0, false};
     for (size_t i = 0; i <= breaks.size(); ++i) {

@@ -21,12 +21,17 @@ public:
     ContinuedValue(LineJoining const& joining, std::string_view text, zlines::Line const& line,
                    std::string_view before);
 
+    /// byLines: lines that are in both values stay, then words between them. byWords: words alone.
+    enum Comparison { byLines, byWords };
+
     /// Returns the bytes that replace the value as spelled. They may read as something else.
     /// Returns nothing if the new value has no line break of the old one, or if programs of the
     /// format would read its lines otherwise. Stores in `comments` those between old lines that
     /// have no line break between them now.
-    /// cost    O(n log n) in the length of the values, apart from repeated words.
-    std::optional<std::string> replaced(std::string_view value, std::string& comments) const;
+    /// cost    O(n log n) in the length of the values, apart from repeated words. The comparison by
+    ///         lines adds a limited time; it is left out if the values are too long for that.
+    std::optional<std::string> replaced(std::string_view value, Comparison comparison,
+                                        std::string& comments) const;
 
 private:
     // The part of the value that is in one line.
@@ -61,11 +66,15 @@ private:
     void split(std::string_view spelled);
     bool continues(Part& part, bool isFirst) const;
     std::string meaningOf(Part const& part, std::string_view before) const;
-    std::vector<Break> breaksOf(std::string_view value) const;
+    std::vector<Break> breaksOf(std::string_view value, Comparison comparison) const;
+    std::map<std::string_view, std::vector<size_t>> placesOfParts(Break first, Break end,
+                                                                  std::string_view value) const;
+    std::vector<Break> findParts(Break first, Break end, std::string_view value) const;
+    bool isLineStart(std::string_view value, size_t at, size_t part) const;
     BreakRuns breakRuns() const;
-    void alignBreaks(Break first, Break end, std::string_view value,
+    void alignBreaks(Break first, Break end, std::string_view value, BreakRuns const& runs,
                      std::vector<Break>& breaks) const;
-    std::vector<Segment> segmentsOf(std::string_view value) const;
+    std::vector<Segment> segmentsOf(std::string_view value, Comparison comparison) const;
     bool isDropped(Segment const& segment) const;
     bool isKept(Segment const& segment) const;
     Part const& partAbove(Segment const& segment) const;

@@ -26,6 +26,7 @@ namespace {
 
 enum class Form {
     unchangedLines,  // lines of the value that stay are verbatim; plain if there are no such lines
+    unchangedWords,  // lines of the value whose words stay are verbatim
     plain,           // a value of several lines is indented, if the dialect has such values
     escaped,
     doubleQuoted,       // with an escape for a newline
@@ -39,8 +40,10 @@ struct Forms {
     constexpr Forms(Switches const& switches, Form old)
     {
         bool const hasQuotes = switches.quoting != Quoting::none;
-        if (switches.join != 0)
+        if (switches.join != 0) {
             add(Form::unchangedLines);
+            add(Form::unchangedWords);
+        }
         if (old == Form::plain)
             addUnquoted(switches);
         if (hasQuotes && old == Form::singleQuoted)
@@ -64,7 +67,7 @@ struct Forms {
 
     constexpr void add(Form form) { all[count++] = form; }
 
-    Form all[6] = {};
+    Form all[7] = {};
     unsigned count = 0;
 };
 
@@ -118,6 +121,7 @@ bool appendSpelled(Switches const& switches, std::string_view value, Form form,
     std::string spelled;
     switch (form) {
         case Form::unchangedLines:
+        case Form::unchangedWords:
             return false;
         case Form::plain:
             if ((switches.notPlain & notPlainBackslashes) && value.find('\\') != value.npos)
@@ -420,12 +424,13 @@ bool replaceQuoted(Switches const& switches, std::string_view text, Line const& 
 
 // Stores the change of a value in other lines. Returns false if all lines change.
 bool replaceContinued(SwitchedDialect const& dialect, std::string_view text, Line const& line,
-                      std::string_view before, std::string_view value, Replacement& change)
+                      std::string_view before, std::string_view value,
+                      ContinuedValue::Comparison comparison, Replacement& change)
 {
     LineJoining const joining(dialect.switches(), dialect.characters());
     std::string comments;
     std::optional<std::string> const spelled =
-        ContinuedValue(joining, text, line, before).replaced(value, comments);
+        ContinuedValue(joining, text, line, before).replaced(value, comparison, comments);
     if (!spelled)
         return false;
     change = {line.valueBegin, line.valueEnd, {}};
@@ -585,7 +590,9 @@ std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, 
     Form const old = formOf(characters_, spelled);
     Form const form = Forms(switches_, old).all[spelling];
     Replacement change{begin, line.valueEnd, {}};
-    if (form == Form::unchangedLines) {
+    if (form == Form::unchangedLines || form == Form::unchangedWords) {
+        auto const comparison =
+            form == Form::unchangedLines ? ContinuedValue::byLines : ContinuedValue::byWords;
         if (line.kind != zlines::valueLine || spelled.find('\n') == spelled.npos)
             return {};
         std::string space;
@@ -595,7 +602,7 @@ std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, 
                 ? isPlainSafe(switches_, value, {}) &&
                       replaceIndented(text, line, lines, before, value, change)
                 : replaceQuoted(switches_, text, line, lines.ending(), before, value, change) ||
-                      replaceContinued(*this, text, line, before, value, change);
+                      replaceContinued(*this, text, line, before, value, comparison, change);
         return isReplaced ? std::optional(std::move(change)) : std::nullopt;
     }
     std::string const comments = lines.comments();
