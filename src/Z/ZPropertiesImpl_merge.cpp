@@ -112,6 +112,9 @@ bool ZPCategoryBasedCache_6_0::KeptLines::mergeText(Cache const& ours, Base cons
             // setSpelling() has replaced the kept text.
             if (kept != nullptr && kept->text != before && ours.rep().dialect != nullptr)
                 merged = zlines::withSpellings(merged, before, kept->text, dialect);
+            // A removed stanza can have lines without a key that have changed there.
+            if (zlines::losesLinesPassedOver(before, present, wanted, merged, dialect))
+                return false;
         } catch (zlines::Refusal const& refusal) {
             ZPropertiesInvalidValueException_6_0(path, refusal.stanza.c_str(), refusal.key.c_str(),
                                                  refusal.value.c_str())

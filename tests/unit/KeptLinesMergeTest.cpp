@@ -146,6 +146,54 @@ TEST_F(KeptLinesMerge, ChangesOfCommentsMeetInTheFile)
     }
 }
 
+// Lines without a meaning have no key, but a change of one is a change.
+TEST_F(KeptLinesMerge, ChangesOfLinesPassedOverMeetInTheFile)
+{
+    std::string const before = "[s]\nk = 1\n; c\njunk\nl = 1\n\n[t]\nm = 1\nstray\n";
+    auto const replaced = [](std::string text, std::string const& old, std::string const& now) {
+        return text.replace(text.find(old), old.size(), now);
+    };
+    auto const removeStanza = [](Store& store) { store.deleteStanza("t"); };
+    auto const renameStanza = [](Store& store) { store.renameStanza("t", "u"); };
+    auto const changed = replaced(before, "junk", "junk there");
+    auto const changedLast = replaced(before, "stray", "stray there");
+    Meeting const meetings[] = {
+        {"changed", changed, setTo("k", "2"), replaced(changed, "k = 1", "k = 2")},
+        {"removed", replaced(before, "junk\n", ""), setTo("k", "2"),
+         replaced(replaced(before, "junk\n", ""), "k = 1", "k = 2")},
+        {"new", before + "junk\n", setTo("k", "2"), replaced(before, "k = 1", "k = 2") + "junk\n"},
+        {"its comment", replaced(before, "; c", "; d"), setTo("k", "2"),
+         replaced(replaced(before, "; c", "; d"), "k = 1", "k = 2")},
+        {"below a removed key", changed, removeKey("k"), replaced(changed, "k = 1\n", "")},
+        {"in another stanza than a removed one", changed, removeStanza,
+         "[s]\nk = 1\n; c\njunk there\nl = 1\n\n"},
+        {"in a removed stanza", changedLast, removeStanza, ""},
+        {"in a stanza that is removed and has none now", replaced(before, "stray\n", ""),
+         removeStanza, "[s]\nk = 1\n; c\njunk\nl = 1\n\n"},
+        {"in a renamed stanza", changedLast, renameStanza, replaced(changedLast, "[t]", "[u]")},
+        {"in a stanza that is removed there", "[s]\nk = 1\n; c\njunk\nl = 1\n", setTo("k", "2"),
+         "[s]\nk = 2\n; c\njunk\nl = 1\n"},
+    };
+    for (Meeting const& c : meetings) {
+        SCOPED_TRACE(c.name);
+        std::string const path = directory_.write("conf.ini", before);
+        ZStanzaDialect_6_0 dialect;
+        ASSERT_EQ(1, ZStanzaDialect_6_0::named("ini", dialect));
+        Store store(1, dialect);
+        store.load(path.c_str());
+        directory_.write("conf.ini", c.there);
+        c.change(store);
+        try {
+            store.store(nullptr);
+            EXPECT_EQ(c.after, directory_.read("conf.ini"));
+        } catch (ZPropertiesIOException_6_0 const& e) {
+            EXPECT_EQ("", c.after);
+            EXPECT_EQ(ESTALE, e.excerrno());
+            EXPECT_EQ(c.there, directory_.read("conf.ini"));
+        }
+    }
+}
+
 TEST_F(KeptLinesMerge, TheStanzaWithoutANameKeepsItsKeys)
 {
     load("[]\na=1\n[s]\nk=v\nl=w\n");

@@ -474,8 +474,11 @@ std::string unreadBytes(std::string_view text)
     return unread;
 }
 
-// Returns the lines that are passed over, each with its stanza and the comments above it.
-std::vector<std::string> linesPassedOver(std::string_view text, Dialect const& dialect)
+enum class Place { withStanza, anywhere };
+
+// Returns the lines that are passed over, each with the comments above it and, if wanted, with its
+// stanza.
+std::vector<std::string> linesPassedOver(std::string_view text, Dialect const& dialect, Place place)
 {
     std::vector<std::string> found;
     Outline const outline(text, dialect);
@@ -490,7 +493,7 @@ std::vector<std::string> linesPassedOver(std::string_view text, Dialect const& d
         }
         if (record.kind == blankLine)
             continue;
-        if (record.kind == headerLine)
+        if (record.kind == headerLine && place == Place::withStanza)
             (stanza = dialect.stanzaName(text, record, space)) += '\n';
         else if (record.kind == otherLine)
             found.push_back(stanza + comments + std::string(outline.wholeLine(line)));
@@ -512,9 +515,29 @@ bool changesLinesPassedOver(std::string_view base, std::string_view ours, std::s
 {
     if (ours == base || theirs == base)
         return false;  // the merge takes a whole text
-    std::vector<std::string> const passedOver = linesPassedOver(theirs, dialect);
-    return passedOver != linesPassedOver(base, dialect) &&
-           passedOver != linesPassedOver(ours, dialect);
+    std::vector<std::string> const passedOver = linesPassedOver(theirs, dialect, Place::withStanza);
+    return passedOver != linesPassedOver(base, dialect, Place::withStanza) &&
+           passedOver != linesPassedOver(ours, dialect, Place::withStanza);
+}
+
+bool losesLinesPassedOver(std::string_view base, std::string_view ours, std::string_view theirs,
+                          std::string_view merged, Dialect const& dialect)
+{
+    std::vector<std::string> const before = linesPassedOver(base, dialect, Place::anywhere);
+    std::vector<std::string> const our = linesPassedOver(ours, dialect, Place::anywhere);
+    if (our == before)
+        return false;
+    std::map<std::string, ptrdiff_t> wanted;
+    for (std::string const& line : our)
+        ++wanted[line];
+    for (std::string const& line : linesPassedOver(theirs, dialect, Place::anywhere))
+        ++wanted[line];
+    for (std::string const& line : before)
+        --wanted[line];
+    for (std::string const& line : linesPassedOver(merged, dialect, Place::anywhere))
+        --wanted[line];
+    return std::any_of(wanted.begin(), wanted.end(),
+                       [](auto const& line) { return line.second > 0; });
 }
 
 MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,

@@ -28,6 +28,11 @@ bool changesUnreadBytes(std::string_view base, std::string_view ours, std::strin
 bool changesLinesPassedOver(std::string_view base, std::string_view ours, std::string_view theirs,
                             Dialect const& dialect);
 
+/// Returns whether `merged` lacks lines that are passed over, or comments above them, although
+/// `ours` changes such lines: lines of `ours` or `theirs` that neither removed.
+bool losesLinesPassedOver(std::string_view base, std::string_view ours, std::string_view theirs,
+                          std::string_view merged, Dialect const& dialect);
+
 /// Merges the contents of a file. Two different changes of a value are a conflict; the result has
 /// the lines of both sides then, between marks as git writes them. A change in a stanza or key that
 /// the other side removed is a conflict, too, and the result has the whole stanza between marks.
