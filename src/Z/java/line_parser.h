@@ -54,6 +54,8 @@ private:
         void clear() { length_ = 0; }
         void append(char const* bytes, size_t count)
         {
+            if (count == 0)
+                return;  // without a block yet, memcpy() would get a null pointer
             reserve(count);
             memcpy(chars_.get() + length_, bytes, count);
             length_ += count;
