@@ -72,7 +72,11 @@ private:
             memcpy(chars_.get() + length_, bytes, kBlock);
             length_ += count;
         }
-        std::string_view view() const { return {chars_.get(), length_}; }
+        // Never a view of a null pointer.
+        std::string_view view() const
+        {
+            return length_ == 0 ? std::string_view("") : std::string_view(chars_.get(), length_);
+        }
 
     private:
         static constexpr size_t kBlock = 16;
