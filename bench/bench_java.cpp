@@ -2,7 +2,7 @@
 //
 // The Java platform runs in a process of its own, which is warmed up before it is timed and reports
 // the processor time of each load or store itself; destroying the properties costs it nothing here.
-// It writes to the file directly, and a crash leaves a part of the file.
+// It writes to the file directly, and a crash leaves an incomplete file.
 #include <Z/ZJavaProperties.h>
 #include <benchmark/benchmark.h>
 #include <unistd.h>

@@ -79,7 +79,7 @@ void serve(Published& published, Totals& totals)
     }
 }
 
-// Waits for a change of the configuration, and takes it in.
+// Waits for a change of the configuration, and loads it.
 void waitForChange(ZFleetProperties_6_0& store, char const* path)
 {
     // A local file has no descriptor: poll() only waits then.
@@ -110,7 +110,7 @@ int main(int argc, char** argv)
     try {
         auto& store = dynamic_cast<ZFleetProperties_6_0&>(
             *ZProperties_6_0::getPropertiesFor(argv[1], *ZFleetProperties_6_0::getFactory(), 0));
-        store.descriptor();  // changes from now on are taken in
+        store.descriptor();  // changes from now on wake poll()
         Published published(store);
         Totals totals;
         std::vector<std::thread> threads;

@@ -1,6 +1,6 @@
 // StoreEdits: renames, comments and removals of stanzas in a store of any dialect. The new file
 // reads as the old one with the edit, and no line changes that the edit does not concern. A refused
-// edit changes nothing; neither does an edit that gives a value, name or comment that is there.
+// edit changes nothing; neither does an edit that sets the present value, name or comment.
 #pragma once
 
 #include <Z/ZBuffer.h>
@@ -75,8 +75,9 @@ public:
 private:
     using Store = ZStanzaFileProperties_6_0;
     using Model = dialect_model::DialectModel;
-    using Values = std::map<std::pair<std::string, std::string>,
-                            std::vector<std::optional<std::string>>>;  // nothing: a key alone
+    using Values =
+        std::map<std::pair<std::string, std::string>,
+                 std::vector<std::optional<std::string>>>;  // nothing: a key without a value
     using Lines = std::vector<std::string>;
 
     // The dialect of the switches. Some switches can be set only after others.
@@ -224,7 +225,7 @@ private:
         std::string space;
         bool const isTop = !isKey && stanza_->name == dialect_.topStanza();
         if (!dialect_.joinsHeaders())
-            return expectValuesInOrder(now, *after);  // numbers are parts of the names
+            return expectValuesInOrder(now, *after);  // names contain numbers
         std::string const newStanza(isKey ? stanza_->identity
                                           : dialect_.comparableStanza(name, space));
         std::string const newKey(isKey ? dialect_.comparableKey(name, space) : "");
@@ -256,7 +257,7 @@ private:
         expect(!now.refused() && list(old_) == list(now), after, "a renamed file reads back");
     }
 
-    // Returns the text with a zero byte for the names of a key, or of a stanza if there is no key:
+    // Returns the text with a zero byte for the names of a key or, without a key, of a stanza:
     // without its headers if `dropsHeaders`. Lines inside a name are above it.
     std::string masked(std::string const& text, std::string const& stanza, std::string const& key,
                        bool dropsHeaders) const
@@ -327,8 +328,8 @@ private:
         if (std::any_of(headers.begins.begin(), headers.begins.end(), [&](size_t begin) {
                 return old_.lines[lineAt(begin)].begin < begin && text_[begin - 1] != '\n';
             }))
-            return;  // one of several headers of a line can go
-        // A store does not know which of several equal stanzas was removed.
+            return;  // a header can go that shares its line with others
+        // A store does not know which stanza was removed if others are equal.
         Runs const left = runsOf(*after);
         bool isLocal = false;
         for (dialect_model::Stanza const& stanza : old_.stanzas)
@@ -383,7 +384,7 @@ private:
     {
         bool isLeft = kept.size() == left.size();
         for (size_t i = 0; isLeft && i < kept.size(); ++i) {
-            // A blank line can be new at each place, and the last lines can lose their endings.
+            // A blank line can be new anywhere, and the last lines can lose their endings.
             bool const isLast = i + 1 == kept.size();
             isLeft = kept[i].line == left[i].line &&
                      (isLast || (left[i].blanks >= kept[i].blanks &&

@@ -401,7 +401,7 @@ private:
     uint32_t count_ = 0;
 };
 
-// Reserves memory for as many entries as a sample of `text` lets expect.
+// Reserves memory for the number of entries that a sample of `text` suggests.
 void ZJavaProperties_6_0::Rep::Reading::reserve(std::string_view text)
 {
     constexpr size_t kSample = 4096;

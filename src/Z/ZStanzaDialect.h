@@ -106,8 +106,8 @@
 ///     zDialectPaths            keys that are paths: 0 none; 1 dotsOrSlashes: "a/b.c" is "a.b/c":
 ///                              in a key whose first separator is a slash, both are exchanged
 ///     zDialectJoinedHeads      joined stanzas of a name that programs of the format may read:
-///                              0 all; 1 last; 2 first. findProblems() notes each header that
-///                              repeats a name, with 1 and 2
+///                              0 all; 1 last; 2 first. with 1 and 2, findProblems() reports
+///                              each header that repeats a name
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -167,7 +167,7 @@ public:
 
     /// Stores the dialect of the file in `out` and returns 1 if only one format uses such a name;
     /// returns 0 otherwise, with `out` unchanged. Some switches of the dialect can differ from the
-    /// dialect that name() alone means. Opens no file. A relative path starts at the working
+    /// dialect of that name(). Opens no file. A relative path starts at the working
     /// directory; symbolic links are not resolved. A copy has the dialect of the original: names
     /// with an ending such as "~", ".bak", ".orig", ".dpkg-old", ".rpmnew" or ".example".
     /// range   `text` has the contents of the file, at least up to the first header. It matters

@@ -186,7 +186,7 @@ def php_values(scanned):
 
 
 def read_php_files(paths):
-    """Readings of several files by one process."""
+    """Readings of files by a single process."""
     run = subprocess.run(["php", "-n", "-r", PHP], input=os.fsencode("\n".join(paths)),
                          capture_output=True, check=True)
     lines = run.stdout.splitlines()

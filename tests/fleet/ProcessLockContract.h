@@ -1,5 +1,5 @@
-// ProcessLockContract: what every read-write lock between processes promises, whatever it stands
-// on.
+// ProcessLockContract: the promises of every read-write lock between processes, in files or in a
+// cluster.
 //
 // The tests are instantiated for a class Kind with
 //

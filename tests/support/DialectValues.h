@@ -156,7 +156,8 @@ private:
         keepSpaceBeforeComment(value);
     }
 
-    // A line that joins the value and has only a comment, which starts at `at`, is no part of it.
+    // A line that joins the value and has only a comment, which starts at `at`, does not belong to
+    // it.
     void findCommentLine(std::size_t line, std::size_t at, Value const& value)
     {
         if (value.valueEnd <= lines[line].begin && at < lines[line].end)

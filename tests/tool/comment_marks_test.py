@@ -223,7 +223,7 @@ class CommentMarksTest(tool.ToolTest):
                 return refused + keys  # the file cannot be saved
             if (run.returncode, after, run.stderr) == (DONE, text, b""):
                 break
-            # The script has several keys: find the one with the fault.
+            # The script has several keys: find the key with the fault.
             for words in keys:
                 with self.subTest(stanza=words[0], key=words[1]):
                     self.write_files({"f": text})

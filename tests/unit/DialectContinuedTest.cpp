@@ -1,4 +1,4 @@
-// Changes of values in several lines: the lines whose part of the value stays are verbatim.
+// Changes of values in several lines: the lines whose contents stay are verbatim.
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
@@ -156,7 +156,7 @@ TEST(DialectContinued, CommentsStayBetweenTheLinesThatStay)
     });
 }
 
-// The line breaks mean nothing in these formats: the lines that stay show where the others begin.
+// The line breaks mean nothing in these formats: the lines that stay show where the others start.
 TEST(DialectContinued, TheLinesBetweenChangedLinesStay)
 {
     expectCases({
@@ -189,7 +189,7 @@ TEST(DialectContinued, ExchangedLinesRemainTwoLines)
     });
 }
 
-// A line that would begin or end inside a word has not stayed.
+// A line that would start or end inside a word has not stayed.
 TEST(DialectContinued, AWordThatContainsAnOldLineIsInOneLine)
 {
     expectCases({
@@ -286,7 +286,7 @@ TEST(DialectContinued, APartOfRandomBytesChangesItsLineOnly)
         char const* stanza;
         char const* start;
         char const* end;
-        char const* lineBreak;  // without meaning, or with the meaning of the blank in `join`
+        char const* lineBreak;  // without meaning, or with the meaning of the space in `join`
         char const* join;
         char const* bytes;  // which mean themselves
     };

@@ -340,7 +340,7 @@ TEST(DialectLines, AValueIsRemovedIfTheNextIsBelowAnotherKey)
                         {[](Store& store) { store.removeValue("b", "k", "v"); }}));
 }
 
-// The marker takes a part of the column. Without spaces before "=", there is no column.
+// The marker fills some of the column. Without spaces before "=", no column exists.
 TEST(DialectLines, AFurtherValueOfAKeyWithAMarkerHasItsColumn)
 {
     Change const add = [](Store& store) { store.addValue("a", "k", "3", 0); };
@@ -377,7 +377,7 @@ TEST(DialectLines, ACommentAboveARepeatedHeaderWithoutANameStays)
     EXPECT_EQ(text + "\n[b]\nk=1\n", textAfter("systemd", text, {set("b", "k", "1")}));
 }
 
-// The line begins above its key.
+// The line starts above its key.
 TEST(DialectLines, ARenamedKeyDoesNotRepeatACommentAboveItsName)
 {
     Change const rename = [](Store& store) { store.renameKey("a", "k l", "m"); };

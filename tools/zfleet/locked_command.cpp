@@ -20,7 +20,7 @@ constexpr int kCannotRun = 126;
 constexpr int kNotFound = 127;
 constexpr int kBySignal = 128;
 
-// All but SIGCHLD are forwarded to the command.
+// Each except SIGCHLD is forwarded to the command.
 constexpr int kAwaitedSignals[] = {SIGCHLD, SIGHUP,  SIGINT,  SIGQUIT,
                                    SIGTERM, SIGUSR1, SIGUSR2, SIGALRM};
 

@@ -95,7 +95,7 @@ void printDifference(Request const& request, std::string const& path, bool isNew
                             : "the obfuscated values have changed");
 }
 
-// Reads a configuration. Without a reply of a node, there is no replica of it to use.
+// Reads a configuration. It has no replica to use if no node replies.
 Session::Loaded loadFrom(Session& session, char const* path)
 {
     Session::Loaded loaded = session.load(path);

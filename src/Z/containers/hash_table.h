@@ -93,7 +93,7 @@ public:
     /// while the table grows.
     /// throws  ZOutOfMemoryException_6_0; the table is unchanged then.
     void reserveAll(uint32_t size);
-    /// Starts to load the slot at which a find() for `hash` begins.
+    /// Starts to load the first slot that find() compares for `hash`.
     void prefetch(uint32_t hash) const
     {
         if (slotCount_ != 0)

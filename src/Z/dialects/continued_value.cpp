@@ -171,8 +171,8 @@ std::optional<std::string> ContinuedValue::replaced(std::string_view value, Comp
     return out;
 }
 
-// Returns the line breaks of the old value that are in the new one, and new ones where the new
-// value has spaces like those around the old breaks.
+// Returns the line breaks of the old value that are in the new one, and new ones at spaces of the
+// new value that are like the spaces around old breaks.
 std::vector<ContinuedValue::Break> ContinuedValue::breaksOf(std::string_view value,
                                                             Comparison comparison) const
 {
@@ -195,7 +195,7 @@ std::vector<ContinuedValue::Break> ContinuedValue::breaksOf(std::string_view val
             for (Break const& found : findParts(above, last, value)) {
                 std::string_view const between = value.substr(above.at, found.at - above.at);
                 if (!between.empty() && between.find_first_not_of(" \t") == between.npos)
-                    continue;  // no line has spaces alone
+                    continue;  // no line has only spaces
                 alignBreaks(above, found, value, runs, breaks);
                 breaks.push_back(found);
                 above = {found.at + parts_[found.part].meaning.size(), found.part + 1};
@@ -242,8 +242,8 @@ std::map<std::string_view, std::vector<size_t>> ContinuedValue::placesOfParts(
     return {places.begin(), places.end()};
 }
 
-// Returns the positions of old parts between two breaks of the new value: of as many as possible,
-// in their order. Returns nothing if that takes too long.
+// Returns the positions of old lines between two breaks of the new value: of the longest sequence
+// that keeps their order. Returns nothing if that takes too long.
 std::vector<ContinuedValue::Break> ContinuedValue::findParts(Break first, Break end,
                                                              std::string_view value) const
 {
@@ -293,7 +293,7 @@ std::vector<ContinuedValue::Break> ContinuedValue::findParts(Break first, Break 
     return found;
 }
 
-// Returns whether an old part can begin at a position of the new value: between bytes of the same
+// Returns whether an old line can start at a position of the new value: between bytes of the same
 // kinds as in the old value, or not inside a word.
 bool ContinuedValue::isLineStart(std::string_view value, size_t at, size_t part) const
 {
@@ -312,7 +312,7 @@ bool ContinuedValue::isLineStart(std::string_view value, size_t at, size_t part)
            (!isInWord(value, at) || (old > 0 && old < before_.size() && isInWord(before_, old)));
 }
 
-// Returns the runs of spaces that have a line break in each of their places.
+// Returns the runs of spaces that have a line break wherever they occur.
 ContinuedValue::BreakRuns ContinuedValue::breakRuns() const
 {
     BreakRuns runs;

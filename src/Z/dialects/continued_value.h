@@ -1,5 +1,5 @@
 // continued_value: a value in several lines, which a backslash or an open quote continues. A change
-// keeps the lines whose part of the value stays.
+// keeps the lines whose contents stay.
 #pragma once
 
 #include <stdint.h>
@@ -21,7 +21,7 @@ public:
     ContinuedValue(LineJoining const& joining, std::string_view text, zlines::Line const& line,
                    std::string_view before);
 
-    /// byLines: lines that are in both values stay, then words between them. byWords: words alone.
+    /// byLines: lines that are in both values stay, then words between them. byWords: only words.
     enum Comparison { byLines, byWords };
 
     /// Returns the bytes that replace the value as spelled. They may read as something else.
@@ -34,7 +34,7 @@ public:
                                         std::string& comments) const;
 
 private:
-    // The part of the value that is in one line.
+    // The contents of one line.
     struct Part {
         std::string_view chars;      // as spelled, without the mark
         std::string_view mark = {};  // the bytes up to the next line, comments excluded
@@ -54,7 +54,7 @@ private:
     // Runs of spaces around line breaks, and the position of the break in each.
     using BreakRuns = std::map<std::string_view, size_t>;
 
-    // A part of the new value, which replaces the old parts in [first, end).
+    // A substring of the new value, which replaces the old lines [first, end).
     struct Segment {
         size_t at;
         std::string_view meaning;

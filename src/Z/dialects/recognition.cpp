@@ -20,7 +20,7 @@ struct NameRule {
     char const* variation = nullptr;  // the dialect with its switches, if some differ from the row
 };
 
-// Comments after values start with a semicolon alone.
+// Only a semicolon starts a comment after a value.
 constexpr char kPythonSemicolon[] = "python,trailing=semicolon,trailingNeeds=blankBefore";
 
 constexpr NameRule kNames[] = {

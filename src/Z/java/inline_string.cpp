@@ -45,7 +45,7 @@ void InlineString::Pool::closeBlock()
     std::exchange(block_, nullptr)->release();
 }
 
-// Opens a block that has room for a string of `size` bytes.
+// Opens a block with space for a string of `size` bytes.
 void InlineString::Pool::openBlock(size_t size)
 {
     size_t const whole =

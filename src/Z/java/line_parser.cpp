@@ -115,8 +115,8 @@ inline LineParser::Line LineParser::skipTo(char const* at)
     return Line::empty;
 }
 
-// Returns the number of bytes that the key at `at` begins with as the key before. None of them ends
-// a key, and their hashes are known.
+// Returns the length of the common prefix of the key at `at` and the key before. None of its bytes
+// ends a key, and their hashes are known.
 inline uint32_t LineParser::commonPrefix(char const* at) const
 {
     size_t const most = std::min(prefix_.size(), static_cast<size_t>(end_ - at));

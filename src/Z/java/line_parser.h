@@ -60,8 +60,8 @@ private:
             memcpy(chars_.get() + length_, bytes, count);
             length_ += count;
         }
-        // As append(), for bytes that are followed by others up to `end`. Mostly copies a constant
-        // number of bytes, which needs no call.
+        // As append(), for bytes that are followed by others up to `end`. Mostly copies a block of
+        // constant size, which needs no call.
         void appendRun(char const* bytes, size_t count, char const* end)
         {
             if (count > kBlock || end - bytes < static_cast<ptrdiff_t>(kBlock)) {
@@ -107,7 +107,7 @@ private:
     Decoded decodedKey_;
     Decoded decodedValue_;
     uint32_t hash_ = 0;
-    // Keys often begin like the key before. The hash of a prefix is known then.
+    // Keys often have a common prefix with the key before. The hash of a prefix is known then.
     std::string_view prefix_;  // of the last key, up to an escape
     uint32_t prefixHashes_[kMaxPrefix];
     bool endsInEmptyLine_ = false;

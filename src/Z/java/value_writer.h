@@ -5,8 +5,8 @@
 
 namespace zjava {
 
-/// Returns a number of bytes that writeValue() does not exceed for a value of `length` bytes. It
-/// writes whole blocks, past the end of the value too.
+/// Returns the most bytes that writeValue() writes for a value of `length` bytes. They include the
+/// rest of a block past the end of the value.
 constexpr size_t roomForValue(size_t length)
 {
     constexpr size_t kMaxGrowth = 3;  // "\uXXXX" for a character of two bytes

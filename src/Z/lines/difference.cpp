@@ -61,7 +61,7 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
 }
 
 // Removes the blank lines between the comment of the file and the rest, if the comment was removed
-// and nothing takes its place. They stay above a comment of no key or header, which would become
+// and not replaced. They stay above a comment of no key or header, which would become
 // the comment of the file without them.
 void Difference::removeBlankAtStart()
 {

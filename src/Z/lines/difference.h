@@ -40,7 +40,7 @@ struct Refusal {
 class Difference {
 public:
     /// range   the arguments but `history` outlive the object.
-    ///         `names` is oldNames if the text has the old names of the document.
+    ///         `names` is oldNames if the text has the names from before renames.
     ///         `steps` is removalsFirst if additions after removals may be left out.
     enum Names { oldNames, presentNames };
     enum Steps { removalsFirst, oneStep };

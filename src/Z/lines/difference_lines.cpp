@@ -47,7 +47,7 @@ void Difference::place(Reordered const& stanza)
                 placeKey(stanza, entry, i >= lastKnown, at);
             continue;
         }
-        // A comment of the text can be a part of the new comment, without the blank line above it.
+        // A comment of the text can be some lines of the new comment, without the blank line above.
         bool const isBelowBlankLine = line > 0 && isBlank(line - 1);
         if (!at.comments.empty() && !entry.isParted() && (!entry.isComment || isBelowBlankLine))
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1,

@@ -28,7 +28,7 @@ struct Entry {
 
     std::string_view oldName = {};  // the name in the text, if the key was renamed
 
-    bool isBelowGap = false;  // a line that is no entry is right above
+    bool isBelowGap = false;  // the line right above is not an entry
 
     // Whether another line is between it and a comment above.
     bool isParted() const { return isBelowBlank || isBelowGap; }

@@ -179,7 +179,7 @@ struct KeyText {
 };
 
 // Finds the lines of `present` that get another spelling, because `wanted` has it and `old` has
-// not. A line keeps its identity by its place among equal values and by its spelling.
+// not. A line is identified by its index among equal values and by its spelling.
 void findSpellings(KeyText const& old, KeyText const& wanted, KeyText const& present,
                    Spellings& found)
 {

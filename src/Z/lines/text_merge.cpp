@@ -310,8 +310,8 @@ std::string_view wholeLine(std::string_view text, std::string_view part)
     return withoutLineEnding(text.substr(begin, text.find('\n', at) - begin));
 }
 
-// Writes the entries as a document. The document has views of the contents of both versions, but
-// not of the objects of the sides.
+// Writes the entries into `document_`, which has views of the contents of both versions, but not of
+// the objects of the sides.
 class Writer {
 public:
     Writer(MergeSide const& ours, MergeSide const& theirs, MergedContents const& contents,
@@ -324,7 +324,7 @@ public:
     {
     }
 
-    /// Returns the names of the stanzas in the document, in order.
+    /// Returns the names of the written stanzas, in order.
     std::vector<std::string> write(EntryList const& entries)
     {
         document_.reserve(ours_.stanzas().size(), entries.size());
@@ -414,7 +414,7 @@ private:
                 document_.addValue(keep(text));
     }
 
-    // Returns a string that lives as long as both versions and the document.
+    // Returns a string that lives as long as both versions and `document_`.
     std::string_view keep(std::string_view view)
     {
         bool const isKept =
@@ -476,8 +476,8 @@ std::string unreadBytes(std::string_view text)
 
 enum class Place { withStanza, anywhere };
 
-// Returns the lines that are passed over, each with the comments above it and, if wanted, with its
-// stanza.
+// Returns the lines that are passed over, each with the comments above it and, for withStanza, with
+// its stanza.
 std::vector<std::string> linesPassedOver(std::string_view text, Dialect const& dialect, Place place)
 {
     std::vector<std::string> found;

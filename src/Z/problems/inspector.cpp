@@ -296,7 +296,8 @@ void Inspector::addKey(std::string_view parsedName, std::string_view parsedValue
     });
 }
 
-// Notes a key that is indented more than the keys above it. Other formats have continuations there.
+// Reports a key that is indented more than the keys above it. Other formats have continuations
+// there.
 void Inspector::noteContinuation(Place place, size_t indent, Key const& key)
 {
     if (isPart_ || hasZero_ || hasError_)
@@ -307,7 +308,7 @@ void Inspector::noteContinuation(Place place, size_t indent, Key const& key)
         keyIndent_ = indent;
 }
 
-// The line is no key line.
+// The line is not a key line.
 void Inspector::leaveKey()
 {
     previousKey_ = 0;

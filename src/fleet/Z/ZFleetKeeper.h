@@ -1,4 +1,4 @@
-// ZFleetKeeper: a thread that renews the leases of locks and takes in changes of configurations.
+// ZFleetKeeper: a thread that renews the leases of locks and processes changes of configurations.
 //
 // Subsystem: fleet.  Stands on: ZFleetReadWriteLock, ZFleetProperties and the foundation's
 // ZSleeperThread.
@@ -23,7 +23,7 @@
 class ZFleetProperties_6_0;
 class ZFleetReadWriteLock_6_0;
 
-/// A thread that renews the leases of locks and takes in changes of configurations.
+/// A thread that renews the leases of locks and processes changes of configurations.
 class ZFleetKeeper_6_0 : public ZSleeperThread_6_0 {
 public:
     /// Creates a joinable keeper without starting it.
@@ -46,7 +46,7 @@ public:
     /// throws  as ZSleeperThread_6_0::waitForExit().
     void waitForExit() override;
 
-    /// Renews leases and takes in changes until waitForExit().
+    /// Renews leases and processes changes until waitForExit().
     void doWork() override;
 
     /// Adds a lock, whether it is held or not. From now on, its lease is renewed while it is held.
@@ -60,7 +60,7 @@ public:
     ///         store's lock or any lock that an observer acquires.
     void removeLock(ZFleetReadWriteLock_6_0& lock);
 
-    /// As addLock(), for a store. Its changes are taken in from the time at which it has loaded or
+    /// As addLock(), for a store. Its changes are processed from the time at which it has loaded or
     /// stored a configuration of a cluster.
     void addStore(ZFleetProperties_6_0& store);
 

@@ -58,7 +58,7 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
 
     /// Destroys the lock, and ends its lease: at most "call" of the file of the fleets.
-    /// throws  as the base's. The lease of a held lock ends by itself.
+    /// throws  as the base's. The lease of a held lock expires.
     ~ZFleetReadWriteLock_6_0() override;
 
     /// Acquires or releases the lock as the base does. A thread waits for other programs until

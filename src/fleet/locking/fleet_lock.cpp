@@ -265,7 +265,7 @@ bool FleetLock::isCertain(Hold const& hold)
 }
 
 // A renewal does not last longer than the lease, so that a loss is reported in time. After that
-// time, the lease may still exist: there is no hurry then.
+// time, the lease may still exist, and a later renewal can succeed.
 Clock::duration FleetLock::renewalTime() const
 {
     Clock::duration const longest = cluster_.settings().callTimeout * 2;

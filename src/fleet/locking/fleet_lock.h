@@ -35,7 +35,7 @@ public:
     FleetLock(FleetLock const&) = delete;
     FleetLock& operator=(FleetLock const&) = delete;
 
-    /// Ends the lease, unless the lock is held: then the lease ends by itself.
+    /// Ends the lease, unless the lock is held: then the lease expires.
     ~FleetLock();
 
     /// Waits for the lock. Returns the sequence number, as text; empty without a number.

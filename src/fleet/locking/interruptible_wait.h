@@ -1,9 +1,9 @@
 // interruptible_wait: waits for a descriptor, until a signal handler ends the wait.
 //
 // Like a call that the kernel restarts: a handler with SA_RESTART runs, and the wait continues; any
-// other handler ends it. poll() alone ends for both. So the signals of the second kind stay blocked
-// while the thread waits, and a signal descriptor reports them. They are also blocked between two
-// waits, so that none of them is missed during a call to the cluster.
+// other handler ends it. A plain poll() ends for both. So the signals of the second kind stay
+// blocked while the thread waits, and a signal descriptor reports them. They are also blocked
+// between two waits, so that none of them is missed during a call to the cluster.
 #pragma once
 
 #include <signal.h>

@@ -106,7 +106,7 @@ void Lease::revoke(Budget& budget)
     try {
         cluster_.revokeLease(lease, budget);
     } catch (CallError const&) {
-        // It ends by itself.
+        // The lease expires.
     }
 }
 

@@ -27,7 +27,7 @@ public:
     Lease(Lease const&) = delete;
     Lease& operator=(Lease const&) = delete;
 
-    /// Returns the id; 0 if there is no lease.
+    /// Returns the id; 0 without a lease.
     int64_t id() const;
 
     /// Returns the nanoseconds for which the lease is certain to exist; 0 if it is not.
@@ -39,7 +39,7 @@ public:
     /// Returns the time until a third of the lease has passed; 0 if it has, or without a lease.
     Clock::duration untilRenewal() const;
 
-    /// Creates a lease, unless there is one for a third of its time; renews an older one.
+    /// Creates a lease, or renews the present one if a third of its time has passed.
     /// throws  CallError.
     void require(std::string const& key, Budget& budget);
 

@@ -27,7 +27,7 @@ std::string entryFor(LockMode mode)
            std::to_string(getpid());
 }
 
-// An entry that cannot be read counts as a writer's: a doubt excludes other programs.
+// An entry that cannot be read is treated as a writer's: a doubt excludes other programs.
 QueueEntry parseEntry(KeyValue const& entry)
 {
     std::string mode;
@@ -129,7 +129,7 @@ LockQueue::Removal LockQueue::remove(std::string const& key, int64_t ticket,
         return Removal::done;
     if (!result.wasDoubtful && !isRepeated)
         return Removal::missing;
-    // Without a number, it makes no difference who has removed the entry.
+    // Without a number, it makes no difference which program has removed the entry.
     if (!number.has_value())
         return Removal::done;
     requireReplies(result, 1);

@@ -1,8 +1,8 @@
 // lock_queue: the queue of a lock in a cluster.
 //
 // A program that holds the lock or waits for it has an entry, the key PREFIX/lock/NAME/q/LEASE,
-// which ends with its lease. The create revision of the entry is its place in the queue, and its
-// token. A reader gets the lock if no writer is before it, a writer if no entry is.
+// which ends with its lease. The create revision of the entry is its position in the queue, and
+// its token. A reader gets the lock if no writer is before it, a writer if no entry is.
 #pragma once
 
 #include <optional>

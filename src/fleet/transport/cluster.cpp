@@ -242,7 +242,7 @@ TransactionResult Cluster::commit(Transaction const& transaction, Repetition rep
     return result;
 }
 
-// The replies for leases come from the node alone, whose revision may be earlier than the revision
+// A node replies for leases without the others, and its revision may be earlier than the revision
 // of other nodes.
 LeaseResult Cluster::grantLease(int64_t seconds, Budget& budget)
 {
