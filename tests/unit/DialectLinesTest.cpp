@@ -321,7 +321,8 @@ TEST(DialectLines, ANewCommentOfTheFileIsAboveALineThatIsPassedOver)
                           {"ini", "junk\n; of a\n[a]\n", "; f\njunk\n; of a\n[a]\n"},
                           {"ini", "junk\nk=1\n", "; f\n\njunk\nk=1\n"},
                           {"php", ";\nk\nl=\n", "; f\nk\nl=\n"},
-                          {"ini", ";\njunk\nk=1\n", "; f\njunk\nk=1\n"}}) {
+                          {"ini", ";\njunk\nk=1\n", "; f\njunk\nk=1\n"},
+                          {"ini", "junk\n; f\nmore\nk=1\n", "; f\njunk\n; f\nmore\nk=1\n"}}) {
         SCOPED_TRACE(c.before);
         EXPECT_EQ(c.after, textAfter(c.dialect, c.before, {ofFile}));
     }

@@ -26,7 +26,11 @@ void forEachLine(Outline const& outline, ReadStanza const& stanza, Call call)
 class Matcher {
 public:
     Matcher(Outline& outline, Document const& document, Entries entries)
-        : outline_(outline), document_(document), entries_(entries)
+        : outline_(outline),
+          document_(document),
+          entries_(entries),
+          hasGaps_(std::any_of(entries.begin(), entries.end(),
+                               [](Entry const& entry) { return entry.isBelowGap; }))
     {
         found_.lineOf.assign(entries.size(), kNone);
         found_.movedFrom.assign(entries.size(), kNone);
@@ -85,6 +89,23 @@ private:
         return line > 0 && lines[line - 1].kind == blankLine;
     }
 
+    // Returns whether a line of no meaning is right above a comment, perhaps with a blank line
+    // between.
+    bool isBelowGap(uint32_t line) const
+    {
+        std::vector<Line> const& lines = outline_.lines();
+        uint32_t const blanks = line > 0 && lines[line - 1].kind == blankLine ? 1 : 0;
+        return line > blanks && lines[line - 1 - blanks].kind == otherLine;
+    }
+
+    // Returns whether a comment of the text and a wanted comment are below the same: a blank line,
+    // and a line of no meaning if the wanted contents have the places of such lines.
+    bool areBelowSame(uint32_t line, Entry const& entry) const
+    {
+        return isBelowBlank(line) == entry.isBelowBlank &&
+               (!hasGaps_ || isBelowGap(line) == entry.isBelowGap);
+    }
+
     bool isWithoutLine(Entry const& entry) const
     {
         return !entry.isComment && entry.valueCount == 0 && !entry.needsLine;
@@ -96,7 +117,7 @@ private:
             return false;
         Dialect const& dialect = outline_.dialect();
         return entry.isComment ? dialect.commentText(entry.text) == outline_.comment(line) &&
-                                     isBelowBlank(line) == entry.isBelowBlank
+                                     areBelowSame(line, entry)
                                : dialect.comparableKey(entry.text, entrySpace_) ==
                                      outline_.keyName(line, space_);
     }
@@ -311,8 +332,8 @@ private:
         }
     }
 
-    // Preferably, equal comments match if both or neither are below a blank line, and others match
-    // between these.
+    // Preferably, equal comments match if both or neither are below a blank line or a line of no
+    // meaning, and others match between these.
     void matchGap(Gap read, Gap wanted)
     {
         while (!read.isEmpty() && !wanted.isEmpty() && areEqual(read.first, wanted.first))
@@ -320,15 +341,15 @@ private:
         while (!read.isEmpty() && !wanted.isEmpty() && areEqual(read.end - 1, wanted.end - 1))
             pair(--read.end, --wanted.end);
         Pairs const all = commonItems(read, wanted, textsAlone);
-        Pairs const preferred = commonItemsByBlanks(read, wanted);
+        Pairs const preferred = commonItemsByPlaces(read, wanted);
         for (auto const& [a, b] : preferred.size() < all.size() ? all : preferred)
             pair(a, b);
     }
 
-    Pairs commonItemsByBlanks(Gap read, Gap wanted)
+    Pairs commonItemsByPlaces(Gap read, Gap wanted)
     {
         Pairs all;
-        Pairs anchors = commonItems(read, wanted, withBlanks);
+        Pairs anchors = commonItems(read, wanted, withPlaces);
         anchors.push_back({read.end, wanted.end});
         for (auto const& [a, b] : anchors) {
             Pairs const between = commonItems({read.first, a}, {wanted.first, b}, textsAlone);
@@ -342,7 +363,11 @@ private:
     }
 
     // Returns the longest common subsequence of two gaps.
-    enum Equality { withBlanks, textsAlone };
+    enum Equality { withPlaces, textsAlone };
+    static uint32_t placeOf(bool isBelowBlank, bool isBelowGap)
+    {
+        return (isBelowBlank ? 1 : 0) + (isBelowGap ? 2 : 0);
+    }
     Pairs commonItems(Gap read, Gap wanted, Equality equality)
     {
         if (read.isEmpty() || wanted.isEmpty())
@@ -350,14 +375,14 @@ private:
         tokens_.clear();
         joined_.clear();
         // Keys that match by name are in another order: they match nothing else.
-        auto const tokensOf = [&](std::vector<Item> const& all, Gap gap, auto textOf, auto isBelow,
+        auto const tokensOf = [&](std::vector<Item> const& all, Gap gap, auto textOf, auto placeOf,
                                   std::vector<uint32_t>& items) {
             std::vector<uint32_t> tokens;
             for (uint32_t i = gap.first; i < gap.end; ++i) {
                 if (!isFree(all[i]))
                     continue;
-                bool const isMarked = equality == withBlanks && !all[i].isKey && isBelow(all[i]);
-                tokens.push_back(2 * tokens_.of(textOf(all[i])) + (isMarked ? 1 : 0));
+                bool const hasPlace = equality == withPlaces && !all[i].isKey;
+                tokens.push_back(4 * tokens_.of(textOf(all[i])) + (hasPlace ? placeOf(all[i]) : 0));
                 items.push_back(i);
             }
             return tokens;
@@ -365,11 +390,18 @@ private:
         std::vector<uint32_t> items[2];
         auto const before = tokensOf(
             read_, read, [&](Item const& item) { return readText(item); },
-            [&](Item const& item) { return isBelowBlank(item.at); }, items[0]);
+            [&](Item const& item) {
+                return placeOf(isBelowBlank(item.at), hasGaps_ && isBelowGap(item.at));
+            },
+            items[0]);
         auto const after = tokensOf(
             wanted_, wanted, [&](Item const& item) { return wantedText(item); },
-            [&](Item const& item) { return entries_[item.at].isBelowBlank; }, items[1]);
-        Pairs pairs = align(before, after, 2 * tokens_.count());
+            [&](Item const& item) {
+                Entry const& entry = entries_[item.at];
+                return placeOf(entry.isBelowBlank, entry.isBelowGap);
+            },
+            items[1]);
+        Pairs pairs = align(before, after, 4 * tokens_.count());
         for (auto& [a, b] : pairs) {
             a = items[0][a];
             b = items[1][b];
@@ -389,8 +421,7 @@ private:
         if (a.isKey != b.isKey || !isFree(a) || !isFree(b))
             return false;
         joined_.clear();
-        return (a.isKey || isBelowBlank(a.at) == entries_[b.at].isBelowBlank) &&
-               readText(a) == wantedText(b);
+        return (a.isKey || areBelowSame(a.at, entries_[b.at])) && readText(a) == wantedText(b);
     }
 
     void pair(uint32_t read, uint32_t wanted)
@@ -431,6 +462,7 @@ private:
     Outline& outline_;
     Document const& document_;
     Entries const entries_;
+    bool const hasGaps_;  // the entries have the places of lines of no meaning
     Matching found_;
     size_t firstLine_ = 0;  // of the lines between both ends
     size_t endLine_ = 0;
