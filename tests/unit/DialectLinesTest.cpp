@@ -418,3 +418,13 @@ TEST(DialectLines, HeadersWithoutSubsectionsKeepTheirCase)
     }
     EXPECT_EQ("[a]\nk = 3\n[A]\n", textAfter("git", "[a]\nk = 1\n[A]\n", {set("A", "k", "3")}));
 }
+
+// A sample of the lines around a new line is no whole text.
+TEST(DialectLines, ANewKeyIsBelowAKeyThatStartsLikeUtf16)
+{
+    for (std::string const mark : {"\xff\xfe", "\xfe\xff"}) {
+        std::string const text = "; c\n" + mark + "=1\n";
+        EXPECT_EQ(text + "k=2\n", textAfter("ini", text, {set(".", "k", "2")}));
+        EXPECT_EQ("; c\n" + mark + "=3\n", textAfter("ini", text, {set(".", mark, "3")}));
+    }
+}

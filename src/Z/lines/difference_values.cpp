@@ -377,7 +377,10 @@ bool Difference::readsBack(std::string_view context, size_t moved, std::string_v
 {
     if (hasLongLine(line, dialect_.maxLineLength()))
         return false;
-    std::string sample(context);
+    // Only a whole text that starts with these bytes is UTF-16.
+    bool const isUtf16 = context.starts_with("\xff\xfe") || context.starts_with("\xfe\xff");
+    std::string sample(isUtf16 ? "\n" : "");
+    sample += context;
     auto const begin = static_cast<uint32_t>(sample.size());
     sample += line;
     auto const end = static_cast<uint32_t>(sample.size());
