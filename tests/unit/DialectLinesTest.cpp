@@ -428,3 +428,16 @@ TEST(DialectLines, ANewKeyIsBelowAKeyThatStartsLikeUtf16)
         EXPECT_EQ("; c\n" + mark + "=3\n", textAfter("ini", text, {set(".", mark, "3")}));
     }
 }
+
+// Below the last line, the new key would continue its value.
+TEST(DialectLines, ANewKeyAboveTheLastKeyIsAboveTheCommentOfThatKey)
+{
+    Change const setL = set("a", "l", "2");
+    EXPECT_EQ("[a]\nl=2\nk=1\\", textAfter("systemd", "[a]\nk=1\\", {setL}));
+    EXPECT_EQ("[a]\nl=2\n# c\n# d\nk=1\\", textAfter("systemd", "[a]\n# c\n# d\nk=1\\", {setL}));
+    EXPECT_EQ("[a]\nj=0\n# c\n\nl=2\n# d\nk=1\\",
+              textAfter("systemd", "[a]\nj=0\n# c\n\n# d\nk=1\\", {setL}));
+    Change const ofK = [](Store& store) { store.setComment("a", "k", " n"); };
+    for (std::vector<Change> const& changes : {std::vector<Change>{ofK, setL}, {setL, ofK}})
+        EXPECT_EQ("[a]\nl=2\n# n\nk=1\\", textAfter("systemd", "[a]\nk=1\\", changes));
+}

@@ -125,11 +125,18 @@ void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLa
     if (placeKeyAt(stanza, entry, at.position, at.after, at))
         return;
     uint32_t const key = lastKeyLine(outline_.stanzas()[stanza.read]);
-    bool const isPlaced =
-        key != kNone &&
-        ((key != at.after && placeKeyAt(stanza, entry, outline_.endOf(key), key, at)) ||
-         (!outline_.sharesLine(key) &&
-          placeKeyAt(stanza, entry, outline_.lines()[key].begin, key == 0 ? kNone : key - 1, at)));
+    bool isPlaced =
+        key != kNone && key != at.after && placeKeyAt(stanza, entry, outline_.endOf(key), key, at);
+    if (!isPlaced && key != kNone && !outline_.sharesLine(key)) {
+        // The comment right above the last key stays there, and so does a new comment.
+        uint32_t const first = outline_.firstCommentAbove(outline_.sectionOf(key).first, key);
+        Edits::Order const order = newLineOrder_;
+        if (order == Edits::newLines)
+            newLineOrder_ = Edits::valuesOfLineAbove;
+        isPlaced = placeKeyAt(stanza, entry, outline_.lines()[first].begin,
+                              first == 0 ? kNone : first - 1, at);
+        newLineOrder_ = order;
+    }
     if (!isPlaced)
         throw refusalBelow(at.after, entry.text, entry.valueCount == 0 ? "" : valueOf(entry, 0));
 }
