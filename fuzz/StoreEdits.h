@@ -32,7 +32,10 @@ public:
         removeStanza,
         setComment,
         removeComment,
-        kindCount
+        addKey,
+        removeKey,
+        kindCount,
+        firstOfKeys = addKey
     };
 
     /// `row` is the dialect of the table from which the switches vary.
@@ -67,6 +70,10 @@ public:
                 return comment(place.below(3), &wanted);
             case removeComment:
                 return comment(place.below(3), nullptr);
+            case addKey:
+                return add(wanted);
+            case removeKey:
+                return removeTheKey();
             default:
                 return;
         }
@@ -141,6 +148,7 @@ private:
             std::optional<Store> again;
             check(load(again, after), "a new file can be loaded");
             check(textOf(again) == after, "a store of the new file writes nothing");
+            expectOwners(again, after);
             return after;
         } catch (ZPropertiesInvalidValueException_6_0 const&) {
             return std::nullopt;
@@ -301,6 +309,7 @@ private:
     {
         if (stanza_->name == dialect_.topStanza())
             return;
+        removes_ = true;
         std::optional<std::string> const after =
             textAfter([&] { store_->deleteStanza(stanzaName_.c_str()); });
         if (!after)
@@ -455,18 +464,22 @@ private:
     // The comments of a store: of the file, of each stanza and of each key.
     using Comments = std::map<std::pair<std::string, std::string>, std::string>;
 
-    Comments commentsOf(std::optional<Store> const& store) const
+    Comments commentsOf(std::optional<Store> const& store) const { return commentsOf(store, old_); }
+
+    Comments commentsOf(std::optional<Store> const& store, Model const& model) const
     {
+        std::map<std::string, unsigned> numbers;
         Comments comments;
         ZLCString_6_0 found;
         store->getComment(nullptr, nullptr, found);
         comments[{"", ""}] = found.getChars();
-        for (dialect_model::Stanza const& stanza : old_.stanzas) {
+        for (dialect_model::Stanza const& stanza : model.stanzas) {
             if (stanza.name.empty() || !isAscii(stanza.name))
                 continue;
             std::string name = stanza.name;
+            unsigned const number = ++numbers[name];
             if (store->isAmbiguous(name.c_str()) != 0)
-                name += "]1";
+                name += "]" + std::to_string(number);
             if (stanza.name != dialect_.topStanza()) {
                 store->getComment(name.c_str(), nullptr, found);
                 comments[{name, ""}] = found.getChars();
@@ -479,6 +492,63 @@ private:
             }
         }
         return comments;
+    }
+
+    // A store and the file that it has written have the same comments, of the same keys and
+    // headers.
+    void expectOwners(std::optional<Store> const& again, std::string const& after) const
+    {
+        Model const now(after, rules_);
+        Comments const found = commentsOf(again, now);
+        bool const hasInside =
+            std::any_of(old_.lines.begin(), old_.lines.end(), [](dialect_model::Line const& line) {
+                return line.kind == dialect_model::LineKind::commentInside;
+            });
+        for (auto const& [name, text] : commentsOf(store_, now)) {
+            std::string const is = withoutMarks(found.at(name));
+            std::string const wanted = text.empty() ? "" : withoutMarks(text);
+            if (removes_    ? !is.ends_with(wanted)
+                : hasInside ? !is.starts_with(wanted)
+                            : is != withoutMarks(text))
+                expect(false, after,
+                       ("a comment has its owner: [" + name.first + "] " + name.second + " <" +
+                        text + "> <" + found.at(name) + ">")
+                           .c_str());
+        }
+    }
+
+    void add(std::string const& name)
+    {
+        Values expected = valuesOf(old_);
+        std::string space;
+        std::vector<std::optional<std::string>>& values =
+            expected[{stanza_->identity, std::string(dialect_.comparableKey(name, space))}];
+        if (!values.empty())
+            return;
+        std::optional<std::string> const after =
+            textAfter([&] { store_->addValue(stanzaName_.c_str(), name.c_str(), "1", 0); });
+        if (!after)
+            return;
+        values.emplace_back("1");
+        Model const now(*after, rules_);
+        expect(!now.refused() && (!dialect_.joinsHeaders() || valuesOf(now) == expected), *after,
+               "a file with a new key reads back");
+    }
+
+    void removeTheKey()
+    {
+        if (key_ == nullptr)
+            return;
+        removes_ = true;
+        std::optional<std::string> const after =
+            textAfter([&] { store_->deleteKey(stanzaName_.c_str(), key_->name.c_str()); });
+        if (!after)
+            return;
+        Values expected = valuesOf(old_);
+        expected.erase({stanza_->identity, key_->identity});
+        Model const now(*after, rules_);
+        expect(!now.refused() && (!dialect_.joinsHeaders() || valuesOf(now) == expected), *after,
+               "a file without a key reads back");
     }
 
     // Sets or removes the comment of the file (0), the stanza (1) or the key (2).
@@ -604,4 +674,5 @@ private:
     dialect_model::Key const* key_ = nullptr;
     std::string stanzaName_;
     std::string edit_;  // for reports
+    bool removes_ = false;
 };

@@ -28,6 +28,7 @@ enum Kind : unsigned {
 
 // Kinds from here on are edits of a store.
 constexpr unsigned kFirstOfStores = 128;
+constexpr unsigned kFirstOfKeys = 216;
 
 constexpr char const* kNames[] = {"n1",    "a",   "b",     "k",    "[x]",      "new name", "a.b",
                                   "#c",    "=",   "a=b",   "a]b",  "A",        " x",       "x\\",
@@ -82,11 +83,15 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     if (wanted.find('\0') != std::string::npos || !canBeWritten(dialect))
         return 0;
     if (choice >= kFirstOfStores) {
-        auto const of = static_cast<StoreEdits::Kind>(choice % StoreEdits::kindCount);
-        bool const isRename = of == StoreEdits::renameKey || of == StoreEdits::renameStanza;
+        auto const of = static_cast<StoreEdits::Kind>(
+            choice < kFirstOfKeys ? choice % StoreEdits::firstOfKeys
+                                  : StoreEdits::firstOfKeys +
+                                        choice % (StoreEdits::kindCount - StoreEdits::firstOfKeys));
+        bool const isName = of == StoreEdits::renameKey || of == StoreEdits::renameStanza ||
+                            of == StoreEdits::addKey;
         int const row = 1 + data[0] % (zdialects::kRowCount - 1);
         StoreEdits(dialect, row, text)
-            .run(of, position, isRename && value < std::size(kNames) ? kNames[value] : wanted);
+            .run(of, position, isName && value < std::size(kNames) ? kNames[value] : wanted);
         return 0;
     }
     Switches const rules = modelSwitches(dialect.switches());
@@ -128,5 +133,6 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
                 text.c_str(), after->c_str());
     check(result.holds("back"), "a changed file reads back");
     check(result.holds("local"), "an edit changes no other line");
+    check(result.holds("owner"), "an edit leaves comments above their keys and headers");
     return 0;
 }

@@ -10,6 +10,8 @@
 //     end      the last line has a newline if it had one before
 //     removed  a removed value takes all its lines, but no comment, blank line or header
 //     inside   unchanged lines of a changed value are verbatim, and its comments are kept
+//     owner    a comment right above a key or header stays right above it, unless the key is
+//              removed, and no other comment gets there
 //
 // once() checks a writer: edits of different keys commute, and one step for both gives the same.
 //
@@ -362,6 +364,61 @@ private:
         checkLocal(removes ? "removed: " : "local: ");
         for (auto const& [name, origins] : plan)
             checkValues(name, origins);
+        checkOwners(plan);
+    }
+
+    // Returns the line of the key or header right below a comment, or kNone.
+    static std::size_t ownerOf(DialectModel const& model, std::size_t line)
+    {
+        while (line < model.lines.size() && model.lines[line].kind == LineKind::comment)
+            ++line;
+        bool const isOwner =
+            line < model.lines.size() &&
+            (model.lines[line].kind == LineKind::key || model.lines[line].kind == LineKind::header);
+        return isOwner ? line : kNone;
+    }
+
+    // Whether a comment has the name of the key of a new line: it may be the template of that key.
+    bool hasName(std::string const& comment, std::size_t line) const
+    {
+        Line const& key = new_.lines[line];
+        return comment.find(after_.substr(key.begin + key.key - 1, key.keyEnd - key.key)) !=
+               comment.npos;
+    }
+
+    // Whether a changed value has a line inside with this text.
+    bool isInside(std::string const& text) const
+    {
+        return std::any_of(changed_.begin(), changed_.end(), [&](std::size_t line) {
+            return isAside(old_.lines[line]) && isSameLine(lineOf(old_, before_, line), text);
+        });
+    }
+
+    void checkOwners(Plan const& plan)
+    {
+        std::map<std::size_t, std::size_t> newLines = newLines_;
+        for (auto const& [name, origins] : plan)
+            for (std::size_t j = 0; j < origins.size(); ++j)
+                if (origins[j] != kNone)
+                    newLines[entriesOf(old_, name)[origins[j]].line - 1] =
+                        entriesOf(new_, name)[j].line - 1;
+        for (auto const& [before, now] : newLines_) {
+            // A comment inside a changed value can move above the key, and be taken for this one.
+            std::string const text = lineOf(old_, before_, before);
+            if (old_.lines[before].kind != LineKind::comment || isInside(text))
+                continue;
+            std::size_t const owner = ownerOf(old_, before);
+            std::size_t const newOwner = ownerOf(new_, now);
+            auto const found = newLines.find(owner);
+            if (owner != kNone && found == newLines.end())
+                continue;  // the key was removed
+            if (newOwner == (owner == kNone ? kNone : found->second))
+                continue;
+            bool const isTemplate =
+                newOwner != kNone && written_.count(newOwner) != 0 && hasName(text, newOwner);
+            if (!isTemplate)
+                found_.push_back("owner: the comment belongs to another line: " + text);
+        }
     }
 
     // Checks the lines of changed and new values of a key.
@@ -414,11 +471,15 @@ private:
         Lines kept;
         Lines comments;  // and the like inside changed values, also blank lines; they can move
         keptBefore_.assign(1, 0);
+        keptLines_.clear();
+        newLines_.clear();
         for (std::size_t i = 0; i < old_.lines.size(); ++i) {
-            if (changed_.count(i) == 0)
+            if (changed_.count(i) == 0) {
                 kept.push_back(lineOf(old_, before_, i));
-            else if (isAside(old_.lines[i]) || isBlankLine(lineOf(old_, before_, i)))
+                keptLines_.push_back(i);
+            } else if (isAside(old_.lines[i]) || isBlankLine(lineOf(old_, before_, i))) {
                 comments.push_back(lineOf(old_, before_, i));
+            }
             keptBefore_.push_back(kept.size());
         }
         std::size_t at = 0;
@@ -443,7 +504,7 @@ private:
         auto const isText = [&](std::string const& other) { return isSameLine(text, other); };
         auto const start = kept.begin() + static_cast<std::ptrdiff_t>(at);
         if (start != kept.end() && isText(*start)) {
-            ++at;
+            newLines_[keptLines_[at++]] = line;
             return;
         }
         auto const comment = std::find_if(comments.begin(), comments.end(), isText);
@@ -717,11 +778,13 @@ private:
     Values expected_;
     std::set<Name> edited_;
     bool hasMorePlans_ = false;
-    std::vector<std::string> found_;        // violations under the present plan
-    std::set<std::size_t> changed_;         // lines before, of values that change or go
-    std::set<std::size_t> written_;         // lines afterwards, of values that are changed or new
-    std::vector<std::size_t> keptBefore_;   // for each old line, the kept lines above it
-    std::vector<std::size_t> foundBefore_;  // for each new line, the kept lines above it
+    std::vector<std::string> found_;      // violations under the present plan
+    std::set<std::size_t> changed_;       // lines before, of values that change or go
+    std::set<std::size_t> written_;       // lines afterwards, of values that are changed or new
+    std::vector<std::size_t> keptLines_;  // of the old lines that stay
+    std::map<std::size_t, std::size_t> newLines_;  // by the old lines that stay
+    std::vector<std::size_t> keptBefore_;          // for each old line, the kept lines above it
+    std::vector<std::size_t> foundBefore_;         // for each new line, the kept lines above it
 };
 
 }  // namespace dialect_model

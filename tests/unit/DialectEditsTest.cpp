@@ -24,7 +24,7 @@ std::string violations(char const* dialect, std::string const& before,
     EditCheck const check(findDialect(dialect)->rules, before, edits, after);
     std::string found;
     for (char const* property :
-         {"whole", "same", "back", "local", "within", "new", "end", "removed", "inside"})
+         {"whole", "same", "back", "local", "within", "new", "end", "removed", "inside", "owner"})
         if (!check.holds(property))
             found += (found.empty() ? "" : " ") + std::string(property);
     return found;
@@ -102,6 +102,12 @@ TEST(DialectEdits, FindsEachKindOfDamage)
         {"removed", "git", text, {remove}, "# c\n[a]\nj=3\n", ""},
         {"removed with a comment", "git", text, {remove}, "[a]\nj=3\n", "removed"},
         {"removed, a line is left", "git", text, {remove}, "# c\n[a]\n\nj=3\n", "local"},
+        {"removed, below its comment",
+         "git",
+         "[a]\n# e\nk = 1\nj=3\n",
+         {remove},
+         "[a]\n# e\nj=3\n",
+         ""},
         {"removed with its header",
          "git",
          "[b]\nx=1\n[a] k = 1\nj=3\n",
@@ -109,6 +115,24 @@ TEST(DialectEdits, FindsEachKindOfDamage)
          "[b]\nx=1\n[a]\nj=3\n",
          ""},
         {"added", "git", text, {add}, "# c\n[a]\n  k = 1   # d\nj=3\nn=5\n", ""},
+        {"added below the comment of another key",
+         "git",
+         "[a]\nk = 1\n# e\nj = 3\n",
+         {add},
+         "[a]\nk = 1\n# e\nn = 5\nj = 3\n",
+         "owner"},
+        {"added below a comment of no key",
+         "git",
+         "[a]\nk = 1\n# e\n\n# f\n",
+         {add},
+         "[a]\nk = 1\n# e\nn = 5\n\n# f\n",
+         "owner"},
+        {"added below its template",
+         "git",
+         "[a]\nk = 1\n# n = 4\nj = 3\n",
+         {add},
+         "[a]\nk = 1\n# n = 4\nn = 5\nj = 3\n",
+         ""},
         {"added with another separator",
          "git",
          text,
