@@ -222,6 +222,35 @@ class MergeTest(tool.ToolTest):
             run = self.run_in_directory("merge", "--dialect=mysql", "base", "ours", "theirs")
             self.assertEqual((DONE, b"", both), (run.returncode, run.stderr, self.read_files()["ours"]))
 
+    def test_each_header_of_a_stanza_keeps_its_comments(self):
+        base = b"# h\n[s]\na=1\n[u]\nx=1\n# c\n[s]\nb=2\n"
+        ours = base.replace(b"a=1", b"a=9")
+        for old, now in ((b"# c", b"# d"), (b"# c\n", b"# c\n# d\n"), (b"# c\n", b"# d\n# c\n"),
+                         (b"# c\n", b""), (b"# h", b"# i"), (b"[u]", b"# new\n[u]")):
+            theirs = base.replace(old, now)
+            for dialect in ("git", "ini", "python"):
+                self.expect_merge(dialect, base, ours, theirs, ours.replace(old, now))
+                self.expect_merge(dialect, base, theirs, ours, ours.replace(old, now))
+        # The comment above another header stays, too.
+        base = b"[s]\na=1\n# of u\n[u]\nx=1\n# c\n[s]\nb=1\n"
+        ours, theirs = base.replace(b"x=1", b"x=2"), base.replace(b"b=1", b"b=2\n# end")
+        self.expect_merge("ini", base, ours, theirs, theirs.replace(b"x=1", b"x=2"))
+
+    def test_a_merge_that_is_made_again_changes_nothing(self):
+        self.expect_merge("editorconfig", b"; c\n[t]\nk = 1\n", b"# a\n; c\n[t]\nk = 1\n",
+                          b"# b\n[t]\nk = 1\n", b"# a\n# b\n[t]\nk = 1\n")
+        base = b"[u]\nk=1\n# a\n"
+        self.expect_merge("mysql", base, b"[n]\nk=1\nk=2\n", base + b"# b\n", b"[n]\nk=1\nk=2\n# b\n")
+
+    def expect_merge(self, dialect, base, ours, theirs, merged):
+        """A merge whose result is merged again with each version."""
+        self.write_files({"base": base, "ours": ours, "theirs": theirs})
+        for other in ("theirs", "theirs", "ours"):
+            if other == "ours":
+                self.write_files({"base": base, "ours": merged, "theirs": ours})
+            run = self.run_in_directory("merge", "--dialect", dialect, "base", "ours", "theirs")
+            self.assertEqual((DONE, b"", merged), (run.returncode, run.stderr, self.read_files()["ours"]))
+
     def test_a_large_merge_needs_little_memory(self):
         lines = [b"[main]\n"] + [b"key%06d = value%06d\n" % (i, i) for i in range(100000)]
 

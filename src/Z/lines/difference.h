@@ -112,6 +112,7 @@ private:
         bool isLastKnown = false;
         uint32_t last = kNone;                  // the last key line of the stanza, if it is known
         std::vector<NewComment> comments = {};  // that belong to the next line
+        uint32_t headerIndex = 0;               // of the header that has them; 0: it is no header
         NewKeyRun run = {};
     };
 
@@ -173,6 +174,8 @@ private:
     void moveBelowTopHeader(Placement& at);
     uint32_t firstStaying(uint32_t first);
     void placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at);
+    void placeHeaderComments(Reordered const& stanza, uint32_t headerIndex, Placement& at);
+    void moveBelowKey(Placement& at);
     void placeRemainingComments(Reordered const& stanza, Placement& at);
     void insertComments(Placement& at, uint32_t position, uint32_t after, LineKind below,
                         bool needsBlankBelow);

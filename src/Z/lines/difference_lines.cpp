@@ -40,6 +40,13 @@ void Difference::place(Reordered const& stanza)
         else if (i == firstOfTop && !at.comments.empty() && entry.isParted())
             insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
         uint32_t const line = stanza.lineOf[i];
+        if (!at.comments.empty() && at.headerIndex != entry.headerIndex) {
+            if (at.headerIndex != 0)
+                placeHeaderComments(stanza, at.headerIndex, at);
+            else
+                insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
+        }
+        at.headerIndex = entry.headerIndex;
         if (line == kNone) {
             if (entry.isComment)
                 at.comments.push_back({entry.text, entry.isBelowBlank, stanza.movedFrom[i]});
@@ -49,7 +56,8 @@ void Difference::place(Reordered const& stanza)
         }
         // A comment of the text can be some lines of the new comment, without the blank line above.
         bool const isBelowBlankLine = line > 0 && isBlank(line - 1);
-        if (!at.comments.empty() && !entry.isParted() && (!entry.isComment || isBelowBlankLine))
+        if (!at.comments.empty() &&
+            (at.headerIndex != 0 || (!entry.isParted() && (!entry.isComment || isBelowBlankLine))))
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1,
                            entry.isComment ? otherLine : valueLine, false);
         else if (!at.comments.empty())
@@ -58,9 +66,26 @@ void Difference::place(Reordered const& stanza)
         at.position = outline_.endOf(at.after);
         at.isAfterKey = !entry.isComment;
     }
-    if (!at.comments.empty())
+    if (!at.comments.empty() && at.headerIndex != 0)
+        placeHeaderComments(stanza, at.headerIndex, at);
+    else if (!at.comments.empty())
         placeRemainingComments(stanza, at);
     newLineOrder_ = Edits::newLines;
+}
+
+// Inserts the new comments above a further header of a stanza.
+void Difference::placeHeaderComments(Reordered const& stanza, uint32_t headerIndex, Placement& at)
+{
+    uint32_t header = kNone;
+    for (uint32_t i = outline_.stanzas()[stanza.read].firstSection; i != kNone;
+         i = outline_.sections()[i].next)
+        if (i < outline_.sectionCount() && headerIndex-- == 0)
+            header = outline_.sections()[i].header;
+    if (header == kNone)
+        insertComments(at, at.position, at.after, otherLine, false);
+    else
+        insertComments(at, outline_.lines()[header].begin, header == 0 ? kNone : header - 1,
+                       headerLine, false);
 }
 
 // Inserts the new comments above the header that the first keys get, and moves below the header.
@@ -191,6 +216,18 @@ bool Difference::placeKeyAt(Reordered const& stanza, Entry const& entry, uint32_
     return true;
 }
 
+// Moves below the last of the lines of a key that follow one another.
+void Difference::moveBelowKey(Placement& at)
+{
+    std::vector<Line> const& lines = outline_.lines();
+    std::string const name(outline_.keyName(at.after, keySpace_));
+    for (uint32_t line = at.after + 1;
+         line < lines.size() && lines[line].isKey() && outline_.keyName(line, keySpace_) == name;
+         ++line)
+        at.after = line;
+    at.position = outline_.endOf(at.after);
+}
+
 // Inserts new comments at the end of a stanza: above the next header or, if another line is between
 // them, after the entry before them.
 void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
@@ -203,6 +240,8 @@ void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
         return;
     }
     bool const isParted = next < readOf_.size() && document_.stanzas[next].isParted();
+    if (at.isAfterKey)
+        moveBelowKey(at);
     if (next >= readOf_.size() || readOf_[next] == 0 || isParted) {
         insertComments(at, at.position, at.after, otherLine, isParted);
         return;

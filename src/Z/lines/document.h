@@ -30,6 +30,9 @@ struct Entry {
 
     bool isBelowGap = false;  // the line right above is not an entry
 
+    // Of a comment above a further header of its stanza: the index of the header; else 0.
+    uint32_t headerIndex = 0;
+
     // Whether another line is between it and a comment above.
     bool isParted() const { return isBelowBlank || isBelowGap; }
 };
@@ -74,9 +77,10 @@ struct Document {
         stanzas.push_back({name, static_cast<uint32_t>(entries.size()), 0, isBelowBlank});
     }
 
-    void addComment(std::string_view comment, bool isBelowBlank)
+    void addComment(std::string_view comment, bool isBelowBlank, uint32_t headerIndex = 0)
     {
         entries.push_back({comment, 0, 0, true, isBelowBlank, false});
+        entries.back().headerIndex = headerIndex;
         ++stanzas.back().entryCount;
     }
 

@@ -86,13 +86,14 @@ void MergeSide::addSection(Section const& section, std::string const& name)
     at->second.sections.push_back(static_cast<uint32_t>(&section - outline_.sections().data()));
     if (section.header != kNone) {
         takeCommentsAtStart(section.header);
-        takeComments(name, "");
+        uint32_t const header = at->second.headerCount++;
+        takeComments(name, "", header);
         if (at->second.header == kNone && name != kTopOfText) {
             at->second.header = section.header;
             at->second.spelled = outline_.spelledName(section.header);
             at->second.isBelowBlank = isBelowBlank(section.header);
         }
-        addEntry({SideEntry::header, isBelowBlank(section.header), at->first, {}, {}});
+        addEntry({SideEntry::header, isBelowBlank(section.header), header, at->first, {}, {}});
     }
     for (uint32_t line = section.first; line < section.end; ++line) {
         if (outline_.lines()[line].kind == commentLine)
@@ -184,7 +185,7 @@ void MergeSide::addKey(std::string const& name, SideStanza& stanza, uint32_t lin
     if (record.first == kNone) {
         record.first = record.last = line;
         stanza.keys.push_back(index);
-        addEntry({SideEntry::key, isBelowBlank(line), name, record.name, {}});
+        addEntry({SideEntry::key, isBelowBlank(line), 0, name, record.name, {}});
         return;
     }
     if (next_.empty())
@@ -206,16 +207,17 @@ void MergeSide::takeCommentsAtStart(uint32_t line)
     pending_ = std::move(below);
 }
 
-void MergeSide::takeComments(std::string const& stanza, std::string const& key)
+// Takes the pending comments for a key or, if `key` is empty, for a header of the stanza.
+void MergeSide::takeComments(std::string const& stanza, std::string const& key, uint32_t header)
 {
     for (uint32_t const line : pending_) {
         Line const& record = outline_.lines()[line];
         SideComment const comment{slice(outline_.text(), record.nameBegin(), record.valueEnd),
-                                  outline_.comment(line), isBelowBlank(line)};
+                                  outline_.comment(line), isBelowBlank(line), header};
         auto& [name, parent] = stanzaOf(stanza);
         if (key.empty()) {
             parent.comments.push_back(comment);
-            addEntry({SideEntry::comment, comment.isBelowBlank, name, {}, comment.text});
+            addEntry({SideEntry::comment, comment.isBelowBlank, header, name, {}, comment.text});
             continue;
         }
         KeyRecord& owner = keys_[recordOf(parent, key, key)];
@@ -224,7 +226,7 @@ void MergeSide::takeComments(std::string const& stanza, std::string const& key)
             commentsOfKeys_.emplace_back();
         }
         commentsOfKeys_[owner.comments].push_back(comment);
-        addEntry({SideEntry::comment, comment.isBelowBlank, name, owner.name, comment.text});
+        addEntry({SideEntry::comment, comment.isBelowBlank, 0, name, owner.name, comment.text});
     }
     pending_.clear();
 }

@@ -19,6 +19,7 @@ struct SideComment {
     std::string_view text;   // with its mark
     std::string_view words;  // without
     bool isBelowBlank = false;
+    uint32_t headerIndex = 0;  // of a header: its index in its stanza
 
     bool operator==(SideComment const& other) const { return words == other.words; }
 };
@@ -64,8 +65,9 @@ private:
 
 struct SideStanza {
     std::string_view spelled;
-    uint32_t number = 0;             // in the order of arrival
-    uint32_t header = kNone;         // its first line; kNone: the part above the first header
+    uint32_t number = 0;      // in the order of arrival
+    uint32_t header = kNone;  // its first line; kNone: the part above the first header
+    uint32_t headerCount = 0;
     std::vector<uint32_t> sections;  // of the outline
     std::vector<uint32_t> keys;      // for MergeSide::key(), in the order of the text
     std::vector<SideComment> comments;
@@ -88,6 +90,7 @@ struct SideEntry {
 
     Kind kind;
     bool isBelowBlank;
+    uint32_t headerIndex;     // of a header or its comment: its index in its stanza
     std::string_view stanza;  // of a comment: the stanza or key that it belongs to
     std::string_view name;    // of the key; empty: the header
     std::string_view text;    // of a comment, with its mark
@@ -137,6 +140,13 @@ public:
     /// Returns the comments of a header or, if `key` is not empty, of a key.
     std::vector<SideComment> commentsOf(std::string_view stanza, std::string_view key) const;
 
+    /// Returns whether a header of a stanza, by its index, is below a blank line.
+    /// range   not the part above the first header.
+    bool isHeaderBelowBlank(SideStanza const& stanza, uint32_t header) const
+    {
+        return isBelowBlank(outline_.sections()[stanza.sections[header]].header);
+    }
+
 private:
     friend class SideKey;
 
@@ -156,7 +166,7 @@ private:
     uint32_t recordOf(SideStanza const& stanza, std::string_view name, std::string const& space);
     uint32_t indexOf(uint32_t stanza, std::string_view key) const;
     void growIndex();
-    void takeComments(std::string const& stanza, std::string const& key);
+    void takeComments(std::string const& stanza, std::string const& key, uint32_t header = 0);
     void takeCommentsAtStart(uint32_t line);
     void addEntry(SideEntry const& entry);
     bool isBelowBlank(uint32_t line) const;

@@ -50,6 +50,13 @@ std::vector<SideComment> mergeComments(std::vector<SideComment> const& base,
                 if (!value.isConflict || added.insert(words).second)
                     add(words);
     }
+    // Both sides can have added the same comment in different places.
+    std::map<std::string_view, ptrdiff_t> counts;
+    std::erase_if(merged, [&](SideComment const& comment) {
+        ptrdiff_t const count = ++counts[comment.words];
+        return count > std::count(ours.begin(), ours.end(), comment) &&
+               count > std::count(theirs.begin(), theirs.end(), comment);
+    });
     return merged;
 }
 
@@ -70,6 +77,8 @@ public:
                 comments_[Name(at->stanza, at->name)].push_back(at);
             else if (!has(at->stanza, at->name))
                 setPosition(at->stanza, at->name, at);
+            if (at->kind == SideEntry::header)
+                headers_[at->stanza].push_back(at);
         }
     }
 
@@ -83,7 +92,7 @@ public:
         for (auto const& [stanza, keys] : contents_.stanzas()) {
             if (keys.isFixed || keys.conflict != MergedStanza::none)
                 continue;
-            mergeCommentsOf(stanza, "");
+            mergeHeaderComments(stanza);
             for (MergedKey const& key : keys.keys)
                 mergeCommentsOf(stanza, key.name);
         }
@@ -210,7 +219,7 @@ private:
             }
             last = std::next(
                 add(endOfNewSections(last),
-                    {SideEntry::header, theirs_.find(stanza)->isBelowBlank, stanza, {}, {}}));
+                    {SideEntry::header, theirs_.find(stanza)->isBelowBlank, 0, stanza, {}, {}}));
         }
     }
 
@@ -239,49 +248,82 @@ private:
                 known != entries_.end()
                     ? known
                     : add(skipNewKeys(next, stanza),
-                          {SideEntry::key, key.isBelowBlank(), stanza, key.name(), {}});
+                          {SideEntry::key, key.isBelowBlank(), 0, stanza, key.name(), {}});
             next = std::next(at);
         }
     }
 
     // Returns whether the other side has a key or header below a blank line.
-    bool isBelowBlankThere(std::string_view stanza, std::string_view key) const
+    bool isBelowBlankThere(std::string_view stanza, std::string_view key, uint32_t header) const
     {
         if (key.empty()) {
             SideStanza const* const found = theirs_.find(stanza);
+            if (header != kNone)
+                return theirs_.isHeaderBelowBlank(*found, header);
             return found != nullptr && found->isBelowBlank;
         }
         SideKey const found = theirs_.find(stanza, key);
         return found && found.isBelowBlank();
     }
 
-    void mergeCommentsOf(std::string_view stanza, std::string_view key)
+    // Each header has its own comments if all versions have the same number of headers. Otherwise
+    // the comments of all headers of the stanza are one list, which has its place above the first.
+    void mergeHeaderComments(std::string_view stanza)
     {
-        std::vector<SideComment> const ours = ours_.commentsOf(stanza, key);
+        uint32_t counts[3] = {};
+        MergeSide const* const sides[] = {&base_, &ours_, &theirs_};
+        for (size_t i = 0; i < 3; ++i)
+            if (SideStanza const* const found = sides[i]->find(stanza))
+                counts[i] = found->headerCount;
+        if (stanza == kTopOfText || counts[1] < 2 || counts[0] != counts[1] ||
+            counts[2] != counts[1]) {
+            mergeCommentsOf(stanza, "");
+            return;
+        }
+        for (uint32_t header = 0; header < counts[1]; ++header)
+            mergeCommentsOf(stanza, "", header);
+    }
+
+    // range   `header` is the index of a header of the stanza; kNone: all headers, or the key.
+    void mergeCommentsOf(std::string_view stanza, std::string_view key, uint32_t header = kNone)
+    {
+        auto const commentsOf = [&](MergeSide const& side) {
+            std::vector<SideComment> comments = side.commentsOf(stanza, key);
+            if (header != kNone)
+                std::erase_if(comments, [&](SideComment const& comment) {
+                    return comment.headerIndex != header;
+                });
+            return comments;
+        };
+        std::vector<SideComment> const ours = commentsOf(ours_);
         std::vector<SideComment> const merged =
-            mergeComments(base_.commentsOf(stanza, key), ours, theirs_.commentsOf(stanza, key));
+            mergeComments(commentsOf(base_), ours, commentsOf(theirs_));
         if (merged == ours)
             return;
-        Position const known = positionOf(stanza, key);
+        Position const known = header == kNone ? positionOf(stanza, key) : headers_[stanza][header];
         Position before = known == entries_.end() && stanza == kTopOfText && key.empty()
                               ? entries_.begin()
                               : known;
-        for (Position const at : comments_[Name(stanza, key)]) {
+        std::erase_if(comments_[Name(stanza, key)], [&](Position at) {
+            if (header != kNone && at->headerIndex != header)
+                return false;
             if (before == at)
                 ++before;
             entries_.erase(at);
-        }
+            return true;
+        });
         // A blank line separates the comments at the start from the rest.
         if (stanza == kTopOfText && key.empty() && before != entries_.end())
             before->isBelowBlank = true;
         bool isBelowBlank = false;
         if (ours.empty() && known != entries_.end()) {
             // The blank line above the key or header is above its comments then.
-            isBelowBlank = std::exchange(before->isBelowBlank, isBelowBlankThere(stanza, key));
+            isBelowBlank =
+                std::exchange(before->isBelowBlank, isBelowBlankThere(stanza, key, header));
         }
         for (SideComment const& comment : merged) {
             entries_.insert(before, {SideEntry::comment, comment.isBelowBlank || isBelowBlank,
-                                     stanza, key, comment.text});
+                                     comment.headerIndex, stanza, key, comment.text});
             isBelowBlank = false;
         }
     }
@@ -291,9 +333,10 @@ private:
     MergeSide const& theirs_;
     MergedContents const& contents_;
     EntryList& entries_;
-    std::vector<Position> keyPositions_;              // of the keys of `ours`
-    std::map<Name, Position> positions_;              // of headers and other keys
-    std::map<Name, std::vector<Position>> comments_;  // of the first side
+    std::vector<Position> keyPositions_;                         // of the keys of `ours`
+    std::map<Name, Position> positions_;                         // of headers and other keys
+    std::map<Name, std::vector<Position>> comments_;             // of the first side
+    std::map<std::string_view, std::vector<Position>> headers_;  // of each stanza of the first side
 };
 
 bool isPartOf(std::string_view text, std::string_view part)
@@ -330,6 +373,7 @@ public:
         document_.reserve(ours_.stanzas().size(), entries.size());
         std::vector<std::string> order{kTopOfText};
         std::map<std::string_view, std::vector<Section>> sections;
+        std::map<std::string_view, std::vector<Section>> lastComments;
         std::string_view current = kTopOfText;
         EntryList::const_iterator first = entries.begin();
         for (auto at = entries.begin(); at != entries.end(); ++at) {
@@ -337,21 +381,25 @@ public:
                 continue;
             bool const isNew =
                 at->stanza != kTopOfText && at->stanza != current && !sections.contains(at->stanza);
-            // The comments above a repeated header belong to its stanza.
-            auto const end = isNew ? at : firstCommentOf(at, first);
+            // The comments right above a header end the stanza before it, with all its sections.
+            // Those above a repeated header belong to its stanza.
+            auto const end = firstCommentOf(at, first);
             sections[current].emplace_back(first, end);
+            if (isNew) {
+                lastComments[current].emplace_back(end, at);
+                order.emplace_back(at->stanza);
+            } else {
+                sections[at->stanza].emplace_back(end, at);
+            }
             current = at->stanza;
-            if (isNew)
-                order.emplace_back(current);
-            else
-                sections[current].emplace_back(end, at);
             first = isNew ? at : std::next(at);
         }
         sections[current].emplace_back(first, entries.end());
         for (std::string const& stanza : order)
-            for (auto const& [begin, end] : sections[stanza])
-                for (auto at = begin; at != end; ++at)
-                    write(*at);
+            for (auto const* parts : {&sections[stanza], &lastComments[stanza]})
+                for (auto const& [begin, end] : *parts)
+                    for (auto at = begin; at != end; ++at)
+                        write(*at, stanza);
         return order;
     }
 
@@ -372,10 +420,13 @@ private:
         return at;
     }
 
-    void write(SideEntry const& entry)
+    // range   the document has the entry in `stanza`.
+    void write(SideEntry const& entry, std::string_view stanza)
     {
         if (entry.kind == SideEntry::comment) {
-            document_.addComment(entry.text, entry.isBelowBlank);
+            bool const isOfHeader = entry.name.empty() && entry.stanza == stanza;
+            document_.addComment(entry.text, entry.isBelowBlank,
+                                 isOfHeader ? entry.headerIndex : 0);
             std::string_view const text = theirs_.outline().text();
             if (isPartOf(text, entry.text))
                 document_.ownLines[entry.text.data()] = wholeLine(text, entry.text);
