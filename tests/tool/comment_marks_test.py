@@ -52,6 +52,10 @@ OFF = [
     off("stanza", b"[s]\n### k = 1\nk = 2\n# k = 3\n", b"[s]\n### k = 1\n#### k = 2\n# k = 3\n"),
     off("systemd", b"[s]\nk=no\n# k=1 would be wrong\n", b"[s]\n## k=no\n# k=1 would be wrong\n"),
     off("systemd", b"[s]\n;k=1\nk=a \\\n b\n", b"[s]\n;k=1\n## k=a \\\n ## b\n"),
+    # A backslash continues a comment, too.
+    off("samba", b"[s]\nk = a \\\n b\nl = 1\n", b"[s]\n# k = a \\\n b\nl = 1\n"),
+    off("samba", b"[s]\n  k = a,\\\r\n\tb,\\\r\nc", b"[s]\n  # k = a,\\\r\n\tb,\\\r\nc"),
+    off("samba", b"[s]\nk = a \\\n# b \\\n# c\n", b"[s]\n## k = a \\\n# b \\\n# c\n"),
 ]
 
 ON = [
@@ -71,6 +75,10 @@ ON = [
        b"[s]\nk = 1\nj = 1\n# k = 2\nk = 3\n#k = 4\n"),
     on("stanza", b"[s]\n## k = 1\n# k = 2\n", b"[s]\n## k = 1\nk = 2\n", "--nth", "2"),
     on("systemd", b"[s]\n## k=a \\\n ## b\n# k=c\n", b"[s]\nk=a \\\n b\n# k=c\n"),
+    on("samba", b"[s]\n# k = a \\\n b\nl = 1\n", b"[s]\nk = a \\\n b\nl = 1\n"),
+    on("samba", b"[s]\n; k = a \\\n b \\\n c\n", b"[s]\nk = a \\\n b \\\n c\n"),
+    on("samba", b"[s]\n# k = a \\\n # b\n", b"[s]\nk = a \\\n b\n"),
+    on("samba", b"[s]\n## k = a \\\n# b\n", b"[s]\nk = a \\\n# b\n"),
     on("stanza", b"[s]\n##k = 1\n", b"no comment has a line of", code=NOT_FOUND),
     on("php", b"[s]\n;k=1\n;k=2\n", b"2 comments have a line of", code=REFUSED),
     on("ini", b"[s]\nk = 1\n# k = 2\n", b"exists, and of several lines only one is valid", code=REFUSED),

@@ -52,6 +52,14 @@ bool readsAsOneLine(zlines::Dialect const& dialect, std::string_view bytes)
     return zdialects::LoneText(dialect, bytes).isOneLine();
 }
 
+// Returns whether the backslash of a comment continues the comment, which is passed over then.
+bool joinsComments(zlines::Dialect const& dialect)
+{
+    std::string const comment = std::string(dialect.ownComment()) + " k \\\n l";
+    zdialects::LoneText const lone(dialect, comment);
+    return lone.isOneLine() && lone.lines.back().kind == zlines::otherLine;
+}
+
 // Decides whether a line that alone continues no value can be followed by a line that does.
 class PassedLines {
 public:
@@ -106,6 +114,7 @@ public:
         : outline_(outline),
           rules_(outline.dialect()),
           passedLines_(outline.dialect()),
+          joinsComments_(joinsComments(outline.dialect())),
           key_(rules_.keyIdentity(request.key))
     {
         uint32_t const stanza = outline.find(rules_.stanzaIdentity(request.stanza), 0);
@@ -167,7 +176,7 @@ private:
         for (uint32_t i = section.first; i < section.end; ++i) {
             if (outline_.lines()[i].isKey())
                 isOtherStanza = false;
-            if (outline_.lines()[i].kind != zlines::commentLine)
+            if (!isComment(i))
                 continue;
             Candidate candidate = readFrom(i, section.end);
             LineRules::LoneLine const lone = rules_.readAlone(candidate.text);
@@ -189,6 +198,17 @@ private:
         }
     }
 
+    // Returns whether a line is a comment, perhaps of several lines of the file.
+    bool isComment(uint32_t index) const
+    {
+        zlines::LineKind const kind = static_cast<zlines::LineKind>(outline_.lines()[index].kind);
+        if (kind != zlines::otherLine || !joinsComments_)
+            return kind == zlines::commentLine;
+        std::string_view const bytes = bytesOf(outline_, index);
+        std::string_view const mark = bytes.substr(indentOf(bytes), 1);
+        return !mark.empty() && rules_.readAlone(mark).kind == zlines::commentLine;
+    }
+
     // Returns the number of marks of our own at the start of a comment.
     size_t countMarks(uint32_t index) const
     {
@@ -204,17 +224,24 @@ private:
     // Returns the contents of a comment, with the adjacent comments that continue its line.
     Candidate readFrom(uint32_t index, uint32_t end) const
     {
-        Line const& line = outline_.lines()[index];
+        Line line = outline_.lines()[index];
+        if (line.kind != zlines::commentLine)
+            line.nameEnd = line.nameBegin() + 1;
         Candidate read{index, 0, {}, 0, index, line.nameBegin()};
         Candidate candidate = read;
-        for (uint32_t i = index; i < end && outline_.lines()[i].kind == zlines::commentLine; ++i) {
+        for (uint32_t i = index; i < end && isComment(i); ++i) {
             std::string_view bytes = bytesOf(outline_, i);
             uint32_t at = outline_.lines()[i].begin;
             // A comment has several lines where comments can be continued.
             while (!bytes.empty()) {
                 std::string_view const part = bytes.substr(0, bytes.find('\n'));
                 bool const isFirst = read.text.empty() && i == index;
-                CommentedLine const next = readLine(part, isFirst ? &line : nullptr);
+                bool const isJoined = at != outline_.lines()[i].begin;
+                CommentedLine next = readLine(part, isFirst ? &line : nullptr);
+                // The mark of the first line makes a joined line a comment, too.
+                if (isJoined && (next.marks == 0 || next.marks != read.marks))
+                    next = {part.substr(0, indentOf(part)), part.substr(indentOf(part)),
+                            read.marks};
                 if (!isFirst) {
                     read.text += zlines::slice(outline_.text(), read.end, at);
                     read.text += next.indent;
@@ -223,16 +250,16 @@ private:
                 read.marks = isFirst || read.marks == next.marks ? next.marks : 0;
                 read.last = i;
                 read.end = at + static_cast<uint32_t>(part.size());
-                bool const isWhole =
-                    isFirst || (read.marks > 0 && readsAsOneLine(outline_.dialect(), read.text));
+                bool const isWhole = isFirst || ((read.marks > 0 || isJoined) &&
+                                                 readsAsOneLine(outline_.dialect(), read.text));
                 if (isWhole)
                     candidate = read;
                 bool const isLast =
-                    isFirst
-                        ? !mayContinue(read.text)
-                        : i - index >= kMaxContinuations ||
-                              (!isWhole && (read.marks == 0 || !passedLines_.mayContain(
-                                                                   next.text, i - candidate.last)));
+                    isFirst ? !mayContinue(read.text)
+                            : i - index >= kMaxContinuations ||
+                                  (!isWhole &&
+                                   ((read.marks == 0 && !isJoined) ||
+                                    !passedLines_.mayContain(next.text, i - candidate.last)));
                 if (isLast)
                     return candidate;
                 size_t const length = std::min(part.size() + 1, bytes.size());
@@ -291,6 +318,7 @@ private:
     Outline& outline_;
     LineRules const rules_;
     PassedLines const passedLines_;
+    bool const joinsComments_;
     std::string const key_;
     std::vector<Candidate> found_;  // in file order
     size_t maxHeaderMarks_ = 0;
@@ -377,9 +405,16 @@ std::vector<KeyLine> linesAt(std::vector<KeyLine> const& all, std::vector<Candid
 
 namespace {
 
-// Appends the bytes of a key, with a mark in each of its lines.
-void appendCommented(std::string_view bytes, std::string const& mark, std::string& out)
+// Appends the bytes of a key, with a mark in each of its lines; in the first alone if that makes
+// the others comments.
+void appendCommented(std::string_view bytes, std::string const& mark, bool joinsComments,
+                     std::string& out)
 {
+    if (joinsComments) {
+        size_t const indent = indentOf(bytes);
+        ((out += bytes.substr(0, indent)) += mark) += bytes.substr(indent);
+        return;
+    }
     for (size_t at = 0; at < bytes.size();) {
         std::string_view const line = bytes.substr(at, bytes.find('\n', at) - at);
         size_t const length = std::min(line.size() + 1, bytes.size() - at);
@@ -397,12 +432,13 @@ std::string commentLines(Outline const& outline, std::vector<KeyLine> const& lin
     for (size_t i = 0; i < markCount; ++i)
         mark += outline.dialect().ownComment();
     mark += ' ';
+    bool const isJoined = joinsComments(outline.dialect());
     std::string after;
     uint32_t done = 0;
     for (KeyLine const& line : lines) {
         std::string_view const bytes = bytesOf(outline, line.index);
         after += zlines::slice(outline.text(), done, line.line.begin);
-        appendCommented(bytes, mark, after);
+        appendCommented(bytes, mark, isJoined, after);
         done = line.line.begin + static_cast<uint32_t>(bytes.size());
     }
     return after += outline.text().substr(done);

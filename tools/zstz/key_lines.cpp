@@ -131,11 +131,21 @@ std::vector<Entry> entriesOf(zlines::Outline& outline, std::vector<KeyLine> cons
     return entries;
 }
 
+// Returns the number of lines without a meaning, apart from comments of several lines.
 size_t countOthers(zlines::Outline const& outline)
 {
-    return static_cast<size_t>(
-        std::count_if(outline.lines().begin(), outline.lines().end(),
-                      [](zlines::Line const& line) { return line.kind == zlines::otherLine; }));
+    size_t count = 0;
+    for (uint32_t i = 0; i < outline.lines().size(); ++i) {
+        zlines::Line const& line = outline.lines()[i];
+        std::string_view const bytes =
+            zlines::slice(outline.text(), line.nameBegin(), outline.endOf(i));
+        size_t const newline = bytes.find('\n');
+        bool const hasSeveralLines = newline != bytes.npos && newline + 1 < bytes.size();
+        if (line.kind == zlines::otherLine &&
+            !(hasSeveralLines && (bytes.front() == '#' || bytes.front() == ';')))
+            ++count;
+    }
+    return count;
 }
 
 }  // namespace
