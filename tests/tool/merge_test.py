@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 import tool
-from tool import DIFFERS, DONE, INVALID_DATA, NO_ACCESS, USAGE
+from tool import DIFFERS, DONE, INVALID_DATA, NO_ACCESS, REFUSED, USAGE
 
 STOPS_GIT = 128
 END = b">>>>>>> " + b"theirs"  # of a conflict
@@ -250,6 +250,13 @@ class MergeTest(tool.ToolTest):
                 self.write_files({"base": base, "ours": merged, "theirs": ours})
             run = self.run_in_directory("merge", "--dialect", dialect, "base", "ours", "theirs")
             self.assertEqual((DONE, b"", merged), (run.returncode, run.stderr, self.read_files()["ours"]))
+
+    def test_a_merge_that_leaves_no_key_is_refused(self):
+        ours, theirs = b"-a=1\n\njunk\n", b"\njunk\nc=2\n"
+        self.write_files({"base": b"-a=1\n\njunk\nc=2\n", "ours": ours, "theirs": theirs})
+        run = self.run_in_directory("merge", "--dialect=sysctl", "base", "ours", "theirs")
+        self.assertEqual((REFUSED, ours), (run.returncode, self.read_files()["ours"]))
+        self.assertIn(b"ours: both sides together leave neither a header nor a key", run.stderr)
 
     def test_a_large_merge_needs_little_memory(self):
         lines = [b"[main]\n"] + [b"key%06d = value%06d\n" % (i, i) for i in range(100000)]

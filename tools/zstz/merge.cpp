@@ -83,6 +83,12 @@ Result mergeKeys(Request const& request, Versions const& versions,
                                other == nullptr ? zstanza::kReservedCategory : "");
         return {std::move(merged.text), merged.conflicts, true};
     } catch (zlines::Refusal const& refusal) {
+        if (refusal.reason == zlines::Refusal::leavesNoKey)
+            throw Failure{exitRefused,
+                          nameOf(request, request.file, "ours"),
+                          {"both sides together leave neither a header nor a key, and programs "
+                           "would refuse the file",
+                           "merge by hand"}};
         throw Failure{exitInvalidValue,
                       nameOf(request, request.file, "ours"),
                       {nameKey(refusal.key, refusal.stanza) + ": " + quote(refusal.value) +
