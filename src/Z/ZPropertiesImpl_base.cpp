@@ -8,13 +8,29 @@
 
 char const ZPCache_6_0::empty_[1] = "";
 
+namespace {
+
+// The path of all caches that have no companion file, which nothing changes.
+ZLCString_6_0* noPath()
+{
+    static ZLCString_6_0* const path = new ZLCString_6_0;  // used until the process ends
+    return path;
+}
+
+ZLCString_6_0* newPath(char const* path)
+{
+    return *path == '\0' ? noPath() : new ZLCString_6_0(path);
+}
+
+}  // namespace
+
 ZPCache_6_0::ZPCache_6_0()
-    : companionFile_(new ZLCString_6_0), attributes_(0), attributeArgument_(nullptr), generation_(0)
+    : companionFile_(noPath()), attributes_(0), attributeArgument_(nullptr), generation_(0)
 {
 }
 
 ZPCache_6_0::ZPCache_6_0(ZPCache_6_0 const& other)
-    : companionFile_(new ZLCString_6_0(*other.companionFile_)),
+    : companionFile_(newPath(other.companionFile_->getChars())),
       attributes_(other.attributes_),
       attributeArgument_(other.attributeArgument_),
       generation_(0)
@@ -23,7 +39,8 @@ ZPCache_6_0::ZPCache_6_0(ZPCache_6_0 const& other)
 
 ZPCache_6_0::~ZPCache_6_0()
 {
-    delete companionFile_;
+    if (companionFile_ != noPath())
+        delete companionFile_;
 }
 
 ZArrayList_6_0* ZPCache_6_0::get(char const*, char const*, get_type_e)
@@ -172,7 +189,7 @@ void ZPCache_6_0::addLineComment(char const*, char const*, char const*)
 
 void ZPCache_6_0::clear()
 {
-    companionFile_->clear();
+    takeCompanionFile(noPath());
 }
 
 void ZPCache_6_0::setAttributes(unsigned long attributes, void* argument)
@@ -240,7 +257,7 @@ ZPCategoryBasedCache_6_0 const* ZPCache_6_0::direct() const
 
 void ZPCache_6_0::setCompanionFile(char const* path)
 {
-    *companionFile_ = path == nullptr ? "" : path;
+    takeCompanionFile(newPath(path == nullptr ? "" : path));
 }
 
 void ZPCache_6_0::swapCompanionFile(ZPCache_6_0& other)
@@ -250,5 +267,7 @@ void ZPCache_6_0::swapCompanionFile(ZPCache_6_0& other)
 
 void ZPCache_6_0::takeCompanionFile(ZLCString_6_0* path)
 {
-    delete std::exchange(companionFile_, path);
+    ZLCString_6_0* const old = std::exchange(companionFile_, path);
+    if (old != noPath())
+        delete old;
 }

@@ -178,6 +178,40 @@ TEST(CompactIndex, RefusesIdsThatDoNotFitIntoASlot)
     EXPECT_EQ(zcache::kMaxRecords, index.find(0xFFFFFFFFu, [](Id) { return true; }));
 }
 
+TEST(SlotPool, FreesItsBlockWithItsLastRecord)
+{
+    zcache::SlotPool<zcache::Value> pool;
+    EXPECT_EQ(1u, pool.allocate());
+    EXPECT_EQ(2u, pool.allocate());
+    EXPECT_EQ(3u, pool.end());
+    pool.free(1);
+    pool.shrinkToFit();
+    EXPECT_EQ(1u, pool.count());
+    EXPECT_EQ(2 * sizeof(zcache::Value), pool.bytes());
+    pool.free(2);
+    pool.shrinkToFit();
+    EXPECT_EQ(0u, pool.count());
+    EXPECT_EQ(0u, pool.bytes());
+    EXPECT_EQ(1u, pool.allocate());
+    pool.allocate();
+    pool.truncate(2);
+    EXPECT_EQ(1u, pool.count());
+    EXPECT_EQ(2u, pool.end());
+}
+
+// Most stores need no treaps, templates, old names or further values.
+TEST(Cache, TakesMemoryForRarePartsWhenTheyAreNeeded)
+{
+    EXPECT_GE(512u, sizeof(Contents));
+    Contents contents;
+    contents.set("s", "k", "v", Contents::plain);
+    size_t const before = contents.memoryUsed();
+    contents.keepOldKeyName("s", "k");
+    EXPECT_LT(before, contents.memoryUsed());
+    contents.forgetChanges();
+    EXPECT_EQ(before, contents.memoryUsed());
+}
+
 // The names of keys in the index depend on the name of their category.
 TEST(Cache, KeysOfARenamedCategoryAreFoundAndRemoved)
 {

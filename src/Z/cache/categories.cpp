@@ -100,7 +100,8 @@ void Contents::freeKey(Id id, uint32_t hash)
 {
     removeKeyFromIndex(id, hash);
     arena_.drop(name(keys_[id]));
-    oldKeyNames_.erase(id);
+    if (changes_ != nullptr)
+        changes_->keyNames.erase(id);
     keys_.free(id);
 }
 
@@ -150,7 +151,8 @@ void Contents::freeCategory(Id id)
     std::string_view const name = this->name(categories_[id]);
     removeFromIndex(id, categoryHash(name));
     arena_.drop(name);
-    oldCategoryNames_.erase(id);
+    if (changes_ != nullptr)
+        changes_->categoryNames.erase(id);
     categories_.free(id);
 }
 

@@ -17,11 +17,11 @@ namespace {
 constexpr size_t kMinSlots = 6;
 constexpr size_t kSmallCount = 1024;
 
-// Returns the table size for `count` ids: a load factor of at most 5/7, or 1/4 in a small table,
-// where nearly every lookup hits its first slot.
+// Returns the table size for `count` ids: a load factor of at most 5/7, or 1/2 in a small table,
+// where most lookups hit their first slot.
 size_t slotsFor(size_t count)
 {
-    return std::max(kMinSlots, (count <= kSmallCount ? count * 4 : count * 7 / 5) + 1);
+    return std::max(kMinSlots, (count <= kSmallCount ? count * 2 : count * 7 / 5) + 1);
 }
 
 // Returns the number of ids beyond which a table of `size` slots grows.
@@ -37,7 +37,7 @@ void CompactIndex::copy(CompactIndex const& other)
     if (other.size_ == 0)
         return;
     reallocate(slots_, other.size_);
-    memcpy(slots_.get(), other.slots_.get(), other.size_ * sizeof(Slot));
+    memcpy(slots_.get(), other.slots_.get(), other.bytes());
     size_ = other.size_;
     count_ = other.count_;
     maxCount_ = other.maxCount_;
@@ -88,9 +88,10 @@ void CompactIndex::remove(uint32_t hash, Id id, HashOf const& hashOf)
 
 void CompactIndex::grow(size_t count, size_t maxId, HashOf const& hashOf)
 {
-    size_t const size = count_ + count > maxCount_ ? std::max(slotsFor(count_ + count), size_ * 2)
-                                                   : size_;  // only the ids are larger
-    if (maxId > kMaxRecords || !resize(size, maxId, hashOf))
+    size_t const size = count > maxCount_ - count_
+                            ? std::max(slotsFor(count_ + count), size_t{size_} * 2)
+                            : size_;  // only the ids are larger
+    if (count > kMaxRecords || maxId > kMaxRecords || !resize(size, maxId, hashOf))
         zstanza::throwOutOfMemory();
 }
 
@@ -111,8 +112,8 @@ bool CompactIndex::resize(size_t size, size_t maxId, HashOf const& hashOf)
     if (made.slots_ == nullptr)
         return false;
     zmemory::preferHugePages(made.slots_.get(), size * sizeof(Slot));
-    made.size_ = size;
-    made.maxCount_ = maxCountOf(size);
+    made.size_ = static_cast<uint32_t>(size);
+    made.maxCount_ = static_cast<uint32_t>(maxCountOf(size));
     made.count_ = count_;
     size_t const ids = maxId | made.maxCount_;
     made.idBits_ = std::max(idBits_, static_cast<unsigned>(std::bit_width(ids)));

@@ -74,7 +74,7 @@ public:
     template <class Call>
     void reserve(size_t count, size_t maxId, Call&& hashOf)
     {
-        if (count_ + count > maxCount_ || maxId >> idBits_ != 0)
+        if (count > maxCount_ - count_ || maxId >> idBits_ != 0)
             grow(count, maxId, hashOf);
     }
 
@@ -90,7 +90,7 @@ public:
     /// Frees slots if most of them are unused.
     void shrinkToFit(HashOf const& hashOf);
 
-    size_t bytes() const { return size_ * sizeof(Slot); }
+    size_t bytes() const { return size_t{size_} * sizeof(Slot); }
     void swap(CompactIndex& other);
 
 private:
@@ -109,10 +109,10 @@ private:
     void putAll(CompactIndex const& other, HashOf const& hashOf);
 
     zmemory::MallocPtr<Slot[]> slots_;
-    size_t size_ = 0;
-    size_t count_ = 0;
-    size_t maxCount_ = 0;  // the table grows beyond this number of ids
-    unsigned idBits_ = 0;  // of a slot, for the id
+    uint32_t size_ = 0;
+    uint32_t count_ = 0;
+    uint32_t maxCount_ = 0;  // the table grows beyond this number of ids
+    unsigned idBits_ = 0;    // of a slot, for the id
 };
 
 }  // namespace zcache

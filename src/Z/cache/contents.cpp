@@ -72,9 +72,8 @@ Contents::Contents(Contents const& other) : Contents()
             if (extra.lists[kind] != nullptr)
                 keyExtras_[i].lists[kind] = new ZArrayList_6_0(*extra.lists[kind]);
     }
-    oldCategoryNames_ = other.oldCategoryNames_;
-    oldKeyNames_ = other.oldKeyNames_;
-    leftComments_ = other.leftComments_;
+    if (other.changes_ != nullptr)
+        changes() = *other.changes_;
     moveStrings(other.arena_);
 }
 
@@ -107,14 +106,10 @@ void Contents::swap(Contents& other)
     keyExtras_.swap(other.keyExtras_);
     values_.swap(other.values_);
     lines_.swap(other.lines_);
-    templates_.swap(other.templates_);
     categoryIndex_.swap(other.categoryIndex_);
     keyIndex_.swap(other.keyIndex_);
-    templateIndex_.swap(other.templateIndex_);
-    treap_.swap(other.treap_);
-    oldCategoryNames_.swap(other.oldCategoryNames_);
-    oldKeyNames_.swap(other.oldKeyNames_);
-    leftComments_.swap(other.leftComments_);
+    positions_.swap(other.positions_);
+    changes_.swap(other.changes_);
     std::swap(firstCategory_, other.firstCategory_);
     std::swap(lastCategory_, other.lastCategory_);
     std::swap(categoryCount_, other.categoryCount_);
@@ -132,10 +127,16 @@ void Contents::swap(Contents& other)
 
 size_t Contents::memoryUsed() const
 {
-    return arena_.bytes() + categories_.bytes() + categoryExtras_.bytes() + keys_.bytes() +
-           keyExtras_.bytes() + values_.bytes() + lines_.bytes() + templates_.bytes() +
-           categoryIndex_.bytes() + keyIndex_.bytes() + templateIndex_.bytes() + treap_.bytes() +
-           bytesOfNames(oldCategoryNames_) + bytesOfNames(oldKeyNames_) + bytesOf(leftComments_);
+    size_t bytes = arena_.bytes() + categories_.bytes() + categoryExtras_.bytes() + keys_.bytes() +
+                   keyExtras_.bytes() + values_.bytes() + lines_.bytes() + categoryIndex_.bytes() +
+                   keyIndex_.bytes();
+    if (positions_ != nullptr)
+        bytes += sizeof(Positions) + positions_->templates.bytes() + positions_->index.bytes() +
+                 positions_->treap.bytes();
+    if (changes_ != nullptr)
+        bytes += sizeof(Changes) + bytesOfNames(changes_->categoryNames) +
+                 bytesOfNames(changes_->keyNames) + bytesOf(changes_->leftComments);
+    return bytes;
 }
 
 // Calls `call(StringId&, std::string_view)` for each string in use. The strings are in `arena`.
@@ -179,9 +180,11 @@ void Contents::forEachText(Arena const& arena, Call call)
                 break;
         }
     }
-    for (Id i = 1; i < templates_.end(); ++i)
-        if (templates_[i].line != 0)
-            call(templates_[i].key, arena.view(templates_[i].key));
+    for (Id i = 1; positions_ != nullptr && i < positions_->templates.end(); ++i) {
+        Template& record = positions_->templates[i];
+        if (record.line != 0)
+            call(record.key, arena.view(record.key));
+    }
 }
 
 // Replaces the arena by a single chunk with copies of the strings in use, which are in `arena`.

@@ -13,6 +13,7 @@
 // renaming, values, value_lists, secrets, lines, sections, key_lines, comments and detached_lines.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -291,7 +292,7 @@ private:
     }
     uint32_t hashOfTemplate(Id id) const
     {
-        Template const& record = templates_[id];
+        Template const& record = positions_->templates[id];
         return policy_.keys.hash(arena_.view(record.key), record.category);
     }
     void reserveCategories(size_t count)
@@ -305,12 +306,7 @@ private:
         keys_.reserve(count);
         keyIndex_.reserve(count, keys_.end() + count, [this](Id id) { return hashOfKey(id); });
     }
-    void reserveTemplates(size_t count)
-    {
-        templates_.reserve(count);
-        templateIndex_.reserve(count, templates_.end() + count,
-                               [this](Id id) { return hashOfTemplate(id); });
-    }
+    void reserveTemplates(size_t count);
     void removeFromIndex(Id category, uint32_t hash)
     {
         categoryIndex_.remove(hash, category, [this](Id id) { return hashOfCategory(id); });
@@ -386,6 +382,21 @@ private:
     void forgetTemplate(Id category, Id line);
     Id findTemplate(Id category, std::string_view key) const;
 
+    // Find the position of a new key in a section with comments.
+    struct Positions {
+        SlotPool<Template> templates;
+        CompactIndex index;  // of the templates
+        LineTreap treap;
+    };
+
+    // The changes since the contents were the contents of the file, as far as a merge needs them.
+    struct Changes {
+        std::unordered_map<Id, std::string> categoryNames;  // the old names
+        std::unordered_map<Id, std::string> keyNames;
+        std::unordered_set<Id> leftComments;  // lines above the headers of removed stanzas
+    };
+    Changes& changes();  // creates them; may throw
+
     Policy policy_;
     Arena arena_;
     SlotPool<Category> categories_;
@@ -394,21 +405,17 @@ private:
     SlotPool<KeyExtra> keyExtras_;
     SlotPool<Value> values_;
     SlotPool<Line> lines_;
-    SlotPool<Template> templates_;
     CompactIndex categoryIndex_;
     CompactIndex keyIndex_;
-    CompactIndex templateIndex_;
-    LineTreap treap_;
-    std::unordered_map<Id, std::string> oldCategoryNames_;
-    std::unordered_map<Id, std::string> oldKeyNames_;
-    std::unordered_set<Id> leftComments_;  // lines above the headers of removed stanzas
+    std::unique_ptr<Positions> positions_;  // null: no section has a treap or templates
+    std::unique_ptr<Changes> changes_;      // null: none
 
     Id firstCategory_ = 0;  // not detached, in insertion order
     Id lastCategory_ = 0;
-    size_t categoryCount_ = 0;
+    Id categoryCount_ = 0;
     Id firstItem_ = 0;  // of KeyExtra, in insertion order
     Id lastItem_ = 0;
-    size_t itemCount_ = 0;
+    Id itemCount_ = 0;
     Id firstLine_ = 0;
     Id lastLine_ = 0;
     Id firstHeader_ = 0;  // categories with a header, in file order

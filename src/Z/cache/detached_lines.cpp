@@ -131,7 +131,7 @@ void Contents::undoRestartSection(std::string_view name)
     if (blank == 0 || lines_[blank].kind != blankLine)
         return;
     if (before != 0 && categories_[before].tree() != 0)
-        categories_[before].root = treap_.remove(lines_, blank);
+        categories_[before].root = positions_->treap.remove(lines_, blank);
     unlinkLine(blank);
     freeLine(blank);
 }

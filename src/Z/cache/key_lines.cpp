@@ -12,6 +12,20 @@ size_t Contents::templateKey(Id line, char* key, size_t capacity) const
     return zstanza::extractTemplateKey(text(lines_[line]), policy_.comments, key, capacity);
 }
 
+// Ensures that `count` calls of recordTemplate() do not throw. Creates the treap, too.
+void Contents::reserveTemplates(size_t count)
+{
+    std::unique_ptr<Positions> created;
+    if (positions_ == nullptr)
+        created.reset(zstanza::allocate<Positions>());
+    Positions& positions = created == nullptr ? *positions_ : *created;
+    positions.templates.reserve(count);
+    positions.index.reserve(count, positions.templates.end() + count,
+                            [this](Id id) { return hashOfTemplate(id); });
+    if (created != nullptr)
+        positions_ = std::move(created);
+}
+
 // Records the comment on `line`, which is in the section's treap, if it is the first template for
 // its key. Requires memory for a template and its key.
 void Contents::recordTemplate(Id category, Id line)
@@ -20,14 +34,15 @@ void Contents::recordTemplate(Id category, Id line)
     std::string_view const key(text, templateKey(line, text, sizeof text));
     if (key.empty())
         return;
+    SlotPool<Template>& templates = positions_->templates;
     if (Id const known = findTemplate(category, key); known != 0) {
-        if (treap_.isBefore(line, templates_[known].line))
-            templates_[known].line = line;
+        if (positions_->treap.isBefore(line, templates[known].line))
+            templates[known].line = line;
         return;
     }
-    Id const id = templates_.allocate();
-    templates_[id] = {arena_.idOf(arena_.add(key).data()), category, line};
-    templateIndex_.add(policy_.keys.hash(key, category), id);
+    Id const id = templates.allocate();
+    templates[id] = {arena_.idOf(arena_.add(key).data()), category, line};
+    positions_->index.add(policy_.keys.hash(key, category), id);
 }
 
 void Contents::forgetTemplate(Id category, Id line)
@@ -37,18 +52,21 @@ void Contents::forgetTemplate(Id category, Id line)
     Id const id = key.empty() ? 0 : findTemplate(category, key);
     if (id == 0)
         return;
-    templateIndex_.remove(policy_.keys.hash(key, category), id,
-                          [this](Id other) { return hashOfTemplate(other); });
-    arena_.drop(arena_.view(templates_[id].key));
-    templates_[id].line = 0;
-    templates_.free(id);
+    SlotPool<Template>& templates = positions_->templates;
+    positions_->index.remove(policy_.keys.hash(key, category), id,
+                             [this](Id other) { return hashOfTemplate(other); });
+    arena_.drop(arena_.view(templates[id].key));
+    templates[id].line = 0;
+    templates.free(id);
 }
 
 Id Contents::findTemplate(Id category, std::string_view key) const
 {
-    return templateIndex_.find(policy_.keys.hash(key, category), [&](Id id) {
-        return templates_[id].category == category &&
-               policy_.keys.matches(arena_.view(templates_[id].key), key);
+    if (positions_ == nullptr)
+        return 0;
+    return positions_->index.find(policy_.keys.hash(key, category), [&](Id id) {
+        Template const& known = positions_->templates[id];
+        return known.category == category && policy_.keys.matches(arena_.view(known.key), key);
     });
 }
 
@@ -66,11 +84,11 @@ void Contents::indexSection(Id id)
             bytes += text(lines_[line]).size();
         }
     }
-    treap_.reserve(lines_);
     reserveTemplates(comments);
+    positions_->treap.reserve(lines_);
     arena_.reserve(bytes);
 
-    categories_[id].root = treap_.build(lines_, first, end);
+    categories_[id].root = positions_->treap.build(lines_, first, end);
     for (Id line = first; line != end; line = lines_[line].next)
         if (lines_[line].kind == commentLine)
             recordTemplate(id, line);
@@ -99,12 +117,12 @@ Id Contents::insertionPoint(Id id, std::string_view key) const
     // The key of a template has no spaces. A key with spaces is found if the dialect ignores them.
     if (Id const known = findTemplate(id, key); known != 0) {
         if (insertsAtTemplates_)
-            return templates_[known].line;
-        Id const blank = treap_.nextBlankLine(lines_, templates_[known].line);
+            return positions_->templates[known].line;
+        Id const blank = positions_->treap.nextBlankLine(lines_, positions_->templates[known].line);
         if (blank != 0)
             return lines_[blank].previous;
     }
-    Id const last = treap_.lastKeyLine(lines_, category.root);
+    Id const last = category.tree() == 0 ? 0 : positions_->treap.lastKeyLine(lines_, category.root);
     return last == 0 ? category.header : last;
 }
 
@@ -155,7 +173,7 @@ void Contents::removeKeyLine(Id keyId)
     Id const id = std::exchange(keys_[keyId].line, 0);
     Category& category = categories_[keys_[keyId].category];
     if (category.tree() != 0)
-        category.root = treap_.remove(lines_, id);
+        category.root = positions_->treap.remove(lines_, id);
     if (!category.hasComments && category.lastKeyLine == id) {
         Id last = lines_[id].previous;
         while (last != category.header && lines_[last].kind != keyLine)

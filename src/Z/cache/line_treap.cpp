@@ -6,10 +6,11 @@ namespace zcache {
 
 void LineTreap::reserve(SlotPool<Line> const& lines)
 {
-    if (capacity_ >= lines.capacity())
+    size_t const wanted = lines.capacity() + 1;  // no line has the id 0
+    if (capacity_ >= wanted)
         return;
-    reallocate(nodes_, lines.capacity());
-    capacity_ = lines.capacity();
+    reallocate(nodes_, wanted);
+    capacity_ = wanted;
 }
 
 void LineTreap::swap(LineTreap& other)

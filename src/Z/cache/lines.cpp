@@ -24,8 +24,8 @@ std::string_view Contents::text(Line const& line) const
 void Contents::reserveLines(size_t count)
 {
     lines_.reserve(count);
-    if (treap_.isUsed())
-        treap_.reserve(lines_);
+    if (positions_ != nullptr && positions_->treap.isUsed())
+        positions_->treap.reserve(lines_);
 }
 
 // Makes `next` the successor of `line`. Id 0 is before the first line and after the last line.
@@ -56,8 +56,8 @@ Id Contents::createLine(LineKind kind, uint32_t ref, Id categoryId, Id before)
     if (kind == commentLine)
         category.expectComment();
     if (category.tree() != 0) {
-        category.root =
-            treap_.insert(lines_, category.root, id, before == category.header ? 0 : before);
+        category.root = positions_->treap.insert(lines_, category.root, id,
+                                                 before == category.header ? 0 : before);
         if (kind == commentLine)
             recordTemplate(categoryId, id);
     }
@@ -85,8 +85,8 @@ void Contents::freeLine(Id id)
     Line const line = lines_[id];
     if (line.kind == commentLine)
         arena_.drop(text(line));
-    if (!leftComments_.empty())
-        leftComments_.erase(id);
+    if (changes_ != nullptr)
+        changes_->leftComments.erase(id);
     lines_.free(id);
 }
 

@@ -246,8 +246,6 @@ void Reader::insertKey(QueuedLine const& line)
 {
     Contents& contents = contents_;
     contents.reserveKeys(1);
-    contents.keyExtras_.reserve(1);
-    contents.values_.reserve(1);
     contents.lines_.reserve(1);
     Id id = contents.findKey(category_, line.text, line.hash);
     if (id == 0) {
@@ -257,6 +255,8 @@ void Reader::insertKey(QueuedLine const& line)
         if (!contents.categories_[category_].hasComments)
             contents.categories_[category_].lastKeyLine = contents.keys_[id].line;
     } else {
+        contents.keyExtras_.reserve(1);
+        contents.values_.reserve(1);
         contents.arena_.drop(line.text);
         isBelowGap_ = contents.policy_.hasGaps;
     }

@@ -21,34 +21,44 @@ void Contents::forEachKeyOf(Id category, Call call)
 void Contents::keepOldKeyName(std::string_view categoryName, std::string_view keyName)
 {
     Id const id = find(categoryName, keyName).key;
-    oldKeyNames_.try_emplace(id, name(keys_[id]));
+    changes().keyNames.try_emplace(id, name(keys_[id]));
 }
 
 void Contents::keepOldCategoryName(std::string_view categoryName)
 {
     Id const id = findCategory(categoryName);
-    oldCategoryNames_.try_emplace(id, name(categories_[id]));
+    changes().categoryNames.try_emplace(id, name(categories_[id]));
+}
+
+Contents::Changes& Contents::changes()
+{
+    if (changes_ == nullptr)
+        changes_ = std::make_unique<Changes>();
+    return *changes_;
 }
 
 void Contents::forgetChanges()
 {
-    oldCategoryNames_.clear();
-    oldKeyNames_.clear();
-    leftComments_.clear();
+    changes_.reset();
 }
 
 std::string_view Contents::oldKeyName(Id key) const
 {
-    auto const found = oldKeyNames_.find(key);
-    return found == oldKeyNames_.end() || policy_.keys.matches(found->second, name(keys_[key]))
+    if (changes_ == nullptr)
+        return {};
+    auto const found = changes_->keyNames.find(key);
+    return found == changes_->keyNames.end() ||
+                   policy_.keys.matches(found->second, name(keys_[key]))
                ? std::string_view()
                : found->second;
 }
 
 std::string_view Contents::oldCategoryName(Id category) const
 {
-    auto const found = oldCategoryNames_.find(category);
-    return found == oldCategoryNames_.end() ||
+    if (changes_ == nullptr)
+        return {};
+    auto const found = changes_->categoryNames.find(category);
+    return found == changes_->categoryNames.end() ||
                    policy_.categories.matches(found->second, name(categories_[category]))
                ? std::string_view()
                : found->second;

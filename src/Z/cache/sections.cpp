@@ -120,16 +120,17 @@ void Contents::keepHeaderComments(std::string_view name)
     Id const next = categories_[id].nextHeader;
     Id const end = next == 0 ? 0 : categories_[next].header;
     Id const nextComment = next == 0 ? 0 : stanzaComment(next).first;
+    std::unordered_set<Id>& leftComments = changes().leftComments;
     std::vector<Id> staying;
     bool isAboveNext = false;
     for (Id line = lines_[header].next; line != end; line = lines_[line].next) {
         isAboveNext = isAboveNext || line == nextComment;
-        if (isAboveNext || leftComments_.contains(line))
+        if (isAboveNext || leftComments.contains(line))
             staying.push_back(line);
     }
     CommentBlock const own = stanzaComment(id);
     for (Id line = own.first; line != 0; line = line == own.last ? 0 : lines_[line].next)
-        leftComments_.insert(line);
+        leftComments.insert(line);
 
     if (!staying.empty()) {
         unindexSection(id);

@@ -12,7 +12,7 @@
 
 namespace zcache {
 
-// Index 0 is never used. Records are plain values: growing moves them with realloc().
+// Ids start at 1. Records are plain values: growing moves them with realloc().
 template <class Record>
 class SlotPool {
 public:
@@ -33,9 +33,8 @@ public:
         freeCount_ = other.freeCount_;
     }
 
-    Record& operator[](Id id) { return records_[id]; }
-    Record const& operator[](Id id) const { return records_[id]; }
-    Record const* data() const { return records_; }
+    Record& operator[](Id id) { return records_[size_t{id} - 1]; }
+    Record const& operator[](Id id) const { return records_[size_t{id} - 1]; }
 
     /// Ensures that the next `count` calls of allocate() do not throw.
     void reserve(size_t count)
@@ -49,32 +48,32 @@ public:
     {
         Id id = free_;
         if (id != 0) {
-            memcpy(&free_, static_cast<void const*>(&records_[id]), sizeof free_);
+            memcpy(&free_, static_cast<void const*>(&(*this)[id]), sizeof free_);
             --freeCount_;
         } else {
             if (size_ == capacity_)
                 grow(1);
-            id = size_++;
+            id = ++size_;
         }
-        memset(static_cast<void*>(&records_[id]), 0, sizeof(Record));
+        memset(static_cast<void*>(&(*this)[id]), 0, sizeof(Record));
         return id;
     }
 
     void free(Id id)
     {
-        memcpy(static_cast<void*>(&records_[id]), &free_, sizeof free_);
+        memcpy(static_cast<void*>(&(*this)[id]), &free_, sizeof free_);
         free_ = id;
         ++freeCount_;
     }
 
     /// Returns the number of records in use.
-    size_t count() const { return size_ == 0 ? 0 : size_ - 1 - freeCount_; }
+    size_t count() const { return size_ - freeCount_; }
 
     /// Returns a number above the id of every record.
-    Id end() const { return size_; }
+    Id end() const { return size_ + 1; }
 
     size_t capacity() const { return capacity_; }
-    size_t bytes() const { return capacity_ * sizeof(Record); }
+    size_t bytes() const { return size_t{capacity_} * sizeof(Record); }
 
     /// Frees the memory of the slots from `end` on.
     /// range   no record from `end` on is in use.
@@ -84,20 +83,20 @@ public:
         freeCount_ = 0;
         while (id != 0) {
             Id const slot = id;
-            memcpy(&id, static_cast<void const*>(&records_[slot]), sizeof id);
+            memcpy(&id, static_cast<void const*>(&(*this)[slot]), sizeof id);
             if (slot < end)
                 free(slot);
         }
-        size_ = end < size_ ? end : size_;
+        size_ = end <= size_ ? end - 1 : size_;
         shrinkToFit();
     }
 
     /// Frees unused capacity if it is more than a sixteenth.
     void shrinkToFit()
     {
-        if (size_ == 0) {
+        if (count() == 0) {
             ::free(std::exchange(records_, nullptr));
-            capacity_ = 0;
+            capacity_ = size_ = free_ = freeCount_ = 0;
         } else if (capacity_ - size_ > capacity_ / 16) {
             void* const block = realloc(static_cast<void*>(records_), size_ * sizeof(Record));
             if (block != nullptr) {
@@ -119,26 +118,26 @@ public:
 private:
     void grow(size_t count)
     {
-        size_t const needed = size_ + count + 1;  // one more for index 0
-        size_t const wanted = capacity_ + capacity_ / 2;
+        size_t const needed = size_ + count;
+        size_t const wanted = size_t{capacity_} + capacity_ / 2;
         setCapacity(needed > wanted ? needed : wanted);
-        if (size_ == 0)
-            size_ = 1;
     }
 
     void setCapacity(size_t wanted)
     {
         if (wanted > kMaxRecords)
             zstanza::throwOutOfMemory();
-        wanted = wanted < 8 ? 8 : wanted;
+        wanted = wanted < kMinCapacity ? kMinCapacity : wanted;
         records_ =
             static_cast<Record*>(reallocate(static_cast<void*>(records_), wanted * sizeof(Record)));
-        capacity_ = wanted;
+        capacity_ = static_cast<Id>(wanted);
     }
 
+    static constexpr size_t kMinCapacity = 8;
+
     Record* records_ = nullptr;
-    size_t capacity_ = 0;
-    Id size_ = 0;  // slots in use or free, slot 0 included
+    Id capacity_ = 0;
+    Id size_ = 0;  // slots in use or free
     Id free_ = 0;  // head of the free list; each free slot holds the next one
     Id freeCount_ = 0;
 };
