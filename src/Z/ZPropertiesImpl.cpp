@@ -442,7 +442,7 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
 
     auto const textOf = [](std::string_view text) { return Text{text.data(), text.size()}; };
     zcache::Key const& found = rep_->key(id);
-    if (found.extra == 0) {  // at most one plain value
+    if (!found.hasExtra) {  // at most one plain value
         values.count_ = found.value != 0 && type != obfuscatedValues;
         if (values.count_ != 0)
             values.first_ = values.last_ = textOf(rep_->text(found));
@@ -461,10 +461,7 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
         }
         return values;
     }
-    if (kind == Contents::plain && found.value != 0) {
-        values.first_ = values.last_ = textOf(rep_->text(found));
-        values.next_ = extra->first[kind];
-    } else if (extra->first[kind] != 0) {
+    if (extra->first[kind] != 0) {
         zcache::Value const& first = rep_->value(extra->first[kind]);
         values.first_ = values.last_ = textOf(rep_->text(first));
         values.next_ = first.next;

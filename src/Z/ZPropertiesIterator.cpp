@@ -37,7 +37,7 @@ zcache::Key const* simpleKey(Cache const& direct, uint32_t place)
 {
     zcache::Key const* const key =
         place == 0 ? nullptr : &Cache::Visit::contentsOf(direct).key(place);
-    return key == nullptr || key->extra != 0 ? nullptr : key;
+    return key == nullptr || key->hasExtra ? nullptr : key;
 }
 
 char const* textAt(ZArrayList_6_0 const& values, int index)

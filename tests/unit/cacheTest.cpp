@@ -212,6 +212,59 @@ TEST(Cache, TakesMemoryForRarePartsWhenTheyAreNeeded)
     EXPECT_EQ(before, contents.memoryUsed());
 }
 
+// The record of a key has space for one plain value, and the same space refers to further fields.
+TEST(Cache, KeyKeepsItsOnlyValueWhenItGetsFurtherFields)
+{
+    struct Case {
+        char const* name;
+        void (*call)(Contents&, Id);
+        std::string plain;  // added to the first value
+        std::string obfuscated;
+    };
+    Case const cases[] = {
+        {"name", [](Contents& contents, Id key) { contents.keyName(key); }, "", ""},
+        {"obfuscated list",
+         [](Contents& contents, Id key) { contents.list(key, Contents::obfuscated); }, "", ""},
+        {"plain list", [](Contents& contents, Id key) { contents.list(key, Contents::plain); }, "",
+         ""},
+        {"second value",
+         [](Contents& contents, Id) { contents.add("s", "k", "w", Contents::plain); }, "w,", ""},
+        {"obfuscated value",
+         [](Contents& contents, Id) { contents.add("s", "k", "w", Contents::obfuscated); }, "",
+         "w,"},
+        {"read again", [](Contents& contents, Id) { readAll(contents, "[s]\nk=w\n"); }, "w,", ""},
+    };
+    auto const valuesOf = [](Contents const& contents, Contents::Kind kind) {
+        std::string values;
+        contents.forEachValue(contents.liveKey("s", "k"), kind,
+                              [&](std::string_view value) { values.append(value).append(","); });
+        return values;
+    };
+    for (Case const& c : cases) {
+        for (std::string const& value : {std::string("v"), std::string(70000, 'v')}) {
+            SCOPED_TRACE(c.name);
+            Contents contents;
+            contents.setPolicy(everything());
+            contents.addLine("s", "k", value, Contents::plain);
+            ASSERT_EQ(nullptr, contents.findExtra(contents.liveKey("s", "k")));
+            c.call(contents, contents.liveKey("s", "k"));
+            EXPECT_NE(nullptr, contents.findExtra(contents.liveKey("s", "k")));
+            Contents const copy(contents);
+            for (Contents const* const each : {static_cast<Contents const*>(&contents), &copy}) {
+                EXPECT_EQ(value + "," + c.plain, valuesOf(*each, Contents::plain));
+                EXPECT_EQ(c.obfuscated, valuesOf(*each, Contents::obfuscated));
+            }
+            contents.set("s", "k", "new", Contents::plain);
+            EXPECT_EQ("new,", valuesOf(contents, Contents::plain));
+            EXPECT_EQ("", valuesOf(contents, Contents::obfuscated));
+            contents.deleteLine("s", "k");
+            contents.addLine("s", "k", "again", Contents::plain);
+            EXPECT_EQ(nullptr, contents.findExtra(contents.liveKey("s", "k")));
+            EXPECT_EQ("again,", valuesOf(contents, Contents::plain));
+        }
+    }
+}
+
 // The names of keys in the index depend on the name of their category.
 TEST(Cache, KeysOfARenamedCategoryAreFoundAndRemoved)
 {

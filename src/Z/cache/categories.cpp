@@ -77,13 +77,24 @@ Id Contents::reviveKey(Id id, Id category, std::string_view name, uint32_t hash,
     return id;
 }
 
-KeyExtra& Contents::extraOf(Id key)
+// Returns the extra fields of a key, which hold its only value from then on. Does not throw if
+// memory for a KeyExtra and a Value is reserved.
+KeyExtra& Contents::extraOf(Id id)
 {
-    if (keys_[key].extra == 0) {
-        keys_[key].extra = keyExtras_.allocate();
-        keyExtras_[keys_[key].extra].key = key;
-    }
-    return keyExtras_[keys_[key].extra];
+    Key& key = keys_[id];
+    if (key.hasExtra)
+        return keyExtras_[key.extra];
+    keyExtras_.reserve(1);
+    values_.reserve(1);
+    StringId const value = key.value;
+    auto const length = static_cast<uint32_t>(value == 0 ? 0 : text(key).size());
+    key.extra = keyExtras_.allocate();
+    key.hasExtra = 1;
+    KeyExtra& extra = keyExtras_[key.extra];
+    extra.key = id;
+    if (value != 0)
+        chainValue(extra, {value, length, 0}, plain);
+    return extra;
 }
 
 void Contents::unlinkKey(Id id)
@@ -111,7 +122,9 @@ void Contents::removeKey(Id id)
     dropStoredValues(id, plain);
     dropStoredValues(id, obfuscated);
     unlinkKey(id);
-    if (Id const extraId = std::exchange(keys_[id].extra, 0); extraId != 0) {
+    if (keys_[id].hasExtra) {
+        Id const extraId = std::exchange(keys_[id].extra, 0);
+        keys_[id].hasExtra = 0;
         KeyExtra& extra = keyExtras_[extraId];
         listsRemoved_ |= extra.lists[plain] != nullptr || extra.lists[obfuscated] != nullptr;
         delete extra.lists[plain];

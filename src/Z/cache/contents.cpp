@@ -145,10 +145,11 @@ void Contents::forEachText(Arena const& arena, Call call)
 {
     auto const keyTexts = [&](Key& key) {
         call(key.name, arena.view(key.name, key.nameLength));
-        if (key.value != 0)
-            call(key.value, arena.view(key.value, key.valueLength));
-        if (key.extra == 0)
+        if (!key.hasExtra) {
+            if (key.value != 0)
+                call(key.value, arena.view(key.value, key.valueLength));
             return;
+        }
         for (Id const first : keyExtras_[key.extra].first)
             for (Id i = first; i != 0; i = values_[i].next)
                 call(values_[i].text,

@@ -220,7 +220,7 @@ public:
     Key const& key(Id id) const { return keys_[id]; }
     KeyExtra const* findExtra(Id key) const
     {
-        return keys_[key].extra == 0 ? nullptr : &keyExtras_[keys_[key].extra];
+        return keys_[key].hasExtra ? &keyExtras_[keys_[key].extra] : nullptr;
     }
     Value const& value(Id id) const { return values_[id]; }
     Line const& line(Id id) const { return lines_[id]; }
@@ -229,6 +229,7 @@ public:
         return arena_.view(category.name, category.nameLength);
     }
     std::string_view name(Key const& key) const { return arena_.view(key.name, key.nameLength); }
+    /// range   a key without extra fields.
     std::string_view text(Key const& key) const { return arena_.view(key.value, key.valueLength); }
     std::string_view text(Value const& value) const
     {
@@ -332,6 +333,7 @@ private:
            std::string_view value, Kind kind);  // returns the key
     void reserveFor(std::string_view category, std::string_view key, std::string_view value);
     void appendValue(Id key, std::string_view value, Kind kind);
+    void chainValue(KeyExtra& extra, Value const& value, Kind kind);
     void dropValues(Id key, Kind kind);
     void dropStoredValues(Id key, Kind kind);
     ZArrayList_6_0* obfuscatedList(zstanza::CompanionRecord const& record) const;
@@ -441,10 +443,9 @@ bool Contents::findValue(Id id, Kind kind, Predicate isWanted) const
         }
         return false;
     }
-    Id next = extra == nullptr ? 0 : extra->first[kind];
-    if (kind == plain && key.value != 0 && isWanted(text(key)))
-        return true;
-    while (next != 0) {
+    if (extra == nullptr)
+        return kind == plain && key.value != 0 && isWanted(text(key));
+    for (Id next = extra->first[kind]; next != 0;) {
         Value const value = values_[next];
         if (isWanted(text(value)))
             return true;

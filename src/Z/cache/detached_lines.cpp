@@ -81,7 +81,7 @@ void Contents::readKey(std::string_view categoryName, std::string_view name)
     Id const id = ensureKey(categoryName, name);
     if (keys_[id].line != 0)
         return;
-    keys_[id].line = createLine(keyLine, id, lastHeader_, lastLine_);
+    keys_[id].line = createLine(keyLine, id, lastHeader_, lastLine_) & kMaxRecords;
     if (!categories_[lastHeader_].hasComments)
         categories_[lastHeader_].lastKeyLine = keys_[id].line;
 }

@@ -90,7 +90,7 @@ private:
         Key const& key = contents_.key(id);
         if (!visitor_.key(contents_.name(key)))
             return false;
-        if (key.extra == 0)
+        if (!key.hasExtra)
             return visitor_.value(key.value == 0 ? std::string_view() : contents_.text(key),
                                   Contents::plain);
         Contents::Kind const kind = contents_.anyKind(id);

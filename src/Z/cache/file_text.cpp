@@ -17,8 +17,9 @@ namespace {
 void writeKey(Contents const& contents, Id key, TextBuffer& text)
 {
     std::string_view const name = contents.name(contents.key(key));
-    if (contents.key(key).extra == 0 && contents.key(key).value != 0) {
-        writeValue(name, contents.text(contents.key(key)), text);
+    zcache::Key const& record = contents.key(key);
+    if (!record.hasExtra && record.value != 0) {
+        writeValue(name, contents.text(record), text);
         return;
     }
     bool hasPlainValue = false;

@@ -163,15 +163,17 @@ void Contents::createKeyLine(Id keyId)
     if (categories_[key.category].header == 0)
         appendHeader(key.category);
     Id const position = insertionPoint(key.category, name(key));
-    key.line = createLine(keyLine, keyId, key.category, position);
+    key.line = createLine(keyLine, keyId, key.category, position) & kMaxRecords;
     if (!categories_[key.category].hasComments)
         categories_[key.category].lastKeyLine = key.line;
 }
 
 void Contents::removeKeyLine(Id keyId)
 {
-    Id const id = std::exchange(keys_[keyId].line, 0);
-    Category& category = categories_[keys_[keyId].category];
+    Key& key = keys_[keyId];
+    Id const id = key.line;
+    key.line = 0;
+    Category& category = categories_[key.category];
     if (category.tree() != 0)
         category.root = positions_->treap.remove(lines_, id);
     if (!category.hasComments && category.lastKeyLine == id) {

@@ -251,12 +251,12 @@ void Reader::insertKey(QueuedLine const& line)
     if (id == 0) {
         id = contents.createKey(category_, line.text, line.hash);
         contents.linkKey(id);
-        contents.keys_[id].line = append(keyLine, id);
+        contents.keys_[id].line = append(keyLine, id) & kMaxRecords;
         if (!contents.categories_[category_].hasComments)
             contents.categories_[category_].lastKeyLine = contents.keys_[id].line;
     } else {
         contents.keyExtras_.reserve(1);
-        contents.values_.reserve(1);
+        contents.values_.reserve(2);  // the first value moves to the chain of values
         contents.arena_.drop(line.text);
         isBelowGap_ = contents.policy_.hasGaps;
     }

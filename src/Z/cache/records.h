@@ -1,8 +1,8 @@
 // records: the records of a cache: categories, keys, values and lines.
 //
 //     Category  its keys in insertion order, its header line, the index of its section
-//     Key       name, first plain value, category, line; `extra` if there is more
-//     KeyExtra  further values, obfuscated values, lists that callers have received
+//     Key       name, category, line; its only value if that is plain, else a KeyExtra
+//     KeyExtra  several values, obfuscated values, lists that callers have received
 //     Value     a node in a chain of values
 //     Line      a node of a doubly linked list in file order: comment, blank, header or key line
 #pragma once
@@ -23,26 +23,30 @@ struct Value {
     Id next;
 };
 
-// Half a cache line, because lookups touch keys in random order.
+// Small, because large files have millions. Lookups use the fields up to `category`.
 struct Key {
     StringId name;
-    StringId value;       // the first plain value; 0 if missing, or if a list holds it
+    union {
+        StringId value;  // the only value, which is plain; 0: none
+        Id extra;        // if hasExtra
+    };
     uint16_t nameLength;  // encoded by Arena::encodeLength()
     uint16_t valueLength;
     Id category : 30;
     uint32_t isLive : 1;      // 0: detached
     uint32_t hasNewName : 1;  // the name is not the name that was read
-    Id extra;
-    Id line;
+    Id line : 30;
+    uint32_t hasExtra : 1;
     Id previous;  // key of the category, in insertion order
     Id next;
 };
+static_assert(sizeof(Key) == 28);
 
 // Fields that most keys do not need. Arrays are indexed by kind: 0 plain, 1 obfuscated.
 struct KeyExtra {
     ZArrayList_6_0* lists[2];  // the values, after a caller has received the list
     ZLCString_6_0* name;       // the name, after a caller has received it
-    Id first[2];               // else the values, except the first plain value
+    Id first[2];               // else the values
     Id last[2];
     uint32_t counts[2];
     Id key;           // 0: the record is free

@@ -80,7 +80,7 @@ void Contents::renameKey(std::string_view categoryName, std::string_view oldName
     key.nameLength = Arena::encodeLength(kept);
     key.hasNewName = 1;
     keyIndex_.add(keyHash(kept, found.categoryHash), found.key);  // in the slot that is free now
-    if (key.extra != 0)
+    if (key.hasExtra)
         delete std::exchange(keyExtras_[key.extra].name, nullptr);
 }
 

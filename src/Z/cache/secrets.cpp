@@ -27,7 +27,7 @@ void Contents::addItem(Id key)
 
 void Contents::removeItem(Id key)
 {
-    if (keys_[key].extra == 0 || !keyExtras_[keys_[key].extra].isItem)
+    if (!keys_[key].hasExtra || !keyExtras_[keys_[key].extra].isItem)
         return;
     KeyExtra& extra = keyExtras_[keys_[key].extra];
     extra.isItem = 0;
@@ -122,7 +122,7 @@ void Contents::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
     reserveCategories(names.categories);
     reserveKeys(names.keys);
     keyExtras_.reserve(names.keys);
-    values_.reserve(names.values);
+    values_.reserve(names.values + names.keys);  // also for a plain value of each key
     arena_.reserveBlock(bytes);
     addToObfuscatedLists(block.chars(), records);
 

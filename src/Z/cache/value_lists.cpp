@@ -14,6 +14,7 @@ ZArrayList_6_0* Contents::list(Id key, Kind kind)
         known != nullptr && known->lists[kind] != nullptr)
         return known->lists[kind];
     keyExtras_.reserve(1);
+    values_.reserve(1);
     auto* const list = new ZArrayList_6_0(1, 1);
     try {
         forEachValue(key, kind, [&](std::string_view value) {
@@ -92,9 +93,10 @@ bool Contents::hasValues(ZArrayList_6_0 const& list, Contents const& copy, Id ke
 
 ZLCString_6_0* Contents::keyName(Id key)
 {
-    keyExtras_.reserve(1);
     if (KeyExtra const* const known = findExtra(key); known != nullptr && known->name != nullptr)
         return known->name;
+    keyExtras_.reserve(1);
+    values_.reserve(1);
     std::string_view const text = name(keys_[key]);
     auto* const created = newString(text);
     return extraOf(key).name = created;

@@ -10,8 +10,9 @@ size_t Contents::valueCount(Id id, Kind kind) const
     KeyExtra const* const extra = findExtra(id);
     if (extra != nullptr && extra->lists[kind] != nullptr)
         return extra->lists[kind]->size();
-    return (kind == plain && keys_[id].value != 0 ? 1 : 0) +
-           (extra == nullptr ? 0 : extra->counts[kind]);
+    if (extra != nullptr)
+        return extra->counts[kind];
+    return kind == plain && keys_[id].value != 0 ? 1 : 0;
 }
 
 // Ensures that creating category, key and value does not throw.
@@ -20,7 +21,7 @@ void Contents::reserveFor(std::string_view category, std::string_view key, std::
     reserveCategories(1);
     reserveKeys(1);
     keyExtras_.reserve(1);
-    values_.reserve(1);
+    values_.reserve(2);  // extraOf() may take one for a present value
     arena_.reserve(category.size() + key.size() + value.size() + 3);
 }
 
@@ -28,14 +29,19 @@ void Contents::reserveFor(std::string_view category, std::string_view key, std::
 void Contents::appendValue(Id key, std::string_view text, Kind kind)
 {
     StringId const string = arena_.idOf(text.data());
-    if (kind == plain && keys_[key].value == 0) {
+    if (kind == plain && !keys_[key].hasExtra && keys_[key].value == 0) {
         keys_[key].value = string;
         keys_[key].valueLength = Arena::encodeLength(text);
         return;
     }
+    chainValue(extraOf(key), {string, static_cast<uint32_t>(text.size()), 0}, kind);
+}
+
+// Appends a value to the chain of a kind.
+void Contents::chainValue(KeyExtra& extra, Value const& value, Kind kind)
+{
     Id const id = values_.allocate();
-    values_[id] = {string, static_cast<uint32_t>(text.size()), 0};
-    KeyExtra& extra = extraOf(key);
+    values_[id] = value;
     (extra.last[kind] == 0 ? extra.first[kind] : values_[extra.last[kind]].next) = id;
     extra.last[kind] = id;
     ++extra.counts[kind];
@@ -45,12 +51,12 @@ void Contents::appendValue(Id key, std::string_view text, Kind kind)
 void Contents::dropStoredValues(Id id, Kind kind)
 {
     Key& key = keys_[id];
-    if (kind == plain && key.value != 0) {
-        arena_.drop(text(key));
-        key.value = 0;
-    }
-    if (key.extra == 0)
+    if (!key.hasExtra) {
+        if (kind == plain && key.value != 0)
+            arena_.drop(text(key));
+        key.value = kind == plain ? 0 : key.value;
         return;
+    }
     KeyExtra& extra = keyExtras_[key.extra];
     while (extra.first[kind] != 0) {
         Id const value = extra.first[kind];
