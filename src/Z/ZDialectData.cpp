@@ -72,8 +72,8 @@ ZDialectData_6_0::ZDialectData_6_0(ZStanzaDialect_6_0 const& dialect) : dialect_
     translateErrors(raiseInConstructor, [&] {
         rep().dialect = zdialects::dialectWith(switches);
         rep().kept = std::make_shared<KeptText>(std::string(), rep().dialect);
+        rep().setPolicy(zcache::policyOf(*rep().dialect));
     });
-    rep().setPolicy(zcache::policyOf(*rep().dialect));
     ZSCFData_6_0::setAttributes(keepComments | keepLines, nullptr);
 }
 

@@ -387,7 +387,7 @@ void ZPCategoryBasedCache_6_0::addLineComment(char const* category, char const* 
 void ZPCategoryBasedCache_6_0::clear()
 {
     Contents none;
-    none.setPolicy(rep_->policy());
+    none.sharePolicyOf(*rep_);
     rep_->swap(none);
     rep_->kept.reset();
     rep_->spelled.reset();

@@ -169,13 +169,48 @@ TEST(CompactIndex, TakesAtMostSixBytesAnIdInALargeTable)
 TEST(CompactIndex, RefusesIdsThatDoNotFitIntoASlot)
 {
     CompactIndex index;
-    auto const hashOf = [](Id id) { return id; };
+    auto const hashOf = [](Id id) { return id == zcache::kMaxRecords ? 0xFFFFFFFFu : id; };
     EXPECT_THROW(index.reserve(1, size_t{zcache::kMaxRecords} + 1, hashOf),
                  ZOutOfMemoryException_6_0);
     index.reserve(0, 0, hashOf);
     index.reserve(1, zcache::kMaxRecords, hashOf);
     index.add(0xFFFFFFFFu, zcache::kMaxRecords);
     EXPECT_EQ(zcache::kMaxRecords, index.find(0xFFFFFFFFu, [](Id) { return true; }));
+    index.reserve(1, 1, hashOf);  // the known id still needs all bits
+    index.add(1, 1);
+    EXPECT_EQ(zcache::kMaxRecords,
+              index.find(0xFFFFFFFFu, [](Id id) { return id == zcache::kMaxRecords; }));
+}
+
+TEST(CompactIndex, TakesNoMemoryForASingleId)
+{
+    CompactIndex index;
+    auto const hashOf = [](Id id) { return id * 2654435761u; };
+    auto const has = [&](Id wanted) {
+        return index.find(hashOf(wanted), [&](Id id) { return id == wanted; }) == wanted;
+    };
+    for (Id const first : {Id{5}, Id{9}}) {
+        index.reserve(1, first, hashOf);
+        index.add(hashOf(first), first);
+        EXPECT_EQ(0u, index.bytes());
+        EXPECT_TRUE(has(first));
+        EXPECT_FALSE(has(6));
+        index.replace(hashOf(first), first, 6);
+        EXPECT_FALSE(has(first));
+        EXPECT_TRUE(has(6));
+        CompactIndex copy;
+        copy.copy(index);
+        EXPECT_EQ(6u, copy.find(hashOf(6), [](Id) { return true; }));
+        index.remove(hashOf(6), 6, hashOf);
+        EXPECT_FALSE(has(6));
+    }
+    index.reserve(1, 6, hashOf);
+    index.add(hashOf(6), 6);
+    index.reserve(1, 7, hashOf);
+    EXPECT_LT(0u, index.bytes());
+    EXPECT_TRUE(has(6));
+    index.add(hashOf(7), 7);
+    EXPECT_TRUE(has(7));
 }
 
 TEST(SlotPool, FreesItsBlockWithItsLastRecord)
@@ -263,6 +298,30 @@ TEST(Cache, KeyKeepsItsOnlyValueWhenItGetsFurtherFields)
             EXPECT_EQ("again,", valuesOf(contents, Contents::plain));
         }
     }
+}
+
+// An arena has the addresses of its first window inside, which a swap must not mix up.
+TEST(Arena, StringsAreFoundAfterSwapsAndMoreWindows)
+{
+    std::string const large(3 << 20, 'x');
+    zcache::Arena a;
+    zcache::Arena b;
+    std::string_view const small = a.add("small");
+    zcache::StringId const smallId = a.idOf(small.data());
+    a.swap(b);
+    EXPECT_EQ("small", b.view(smallId));
+    zcache::StringId const otherId = a.idOf(a.add("other").data());
+    EXPECT_EQ(smallId, otherId);  // each arena has ids of its own
+    zcache::StringId const largeId = b.idOf(b.add(large).data());
+    EXPECT_EQ("small", b.view(smallId));
+    EXPECT_EQ(large, b.view(largeId));
+    b.swap(a);
+    EXPECT_EQ("small", a.view(smallId));
+    EXPECT_EQ(large, a.view(largeId));
+    EXPECT_EQ("other", b.view(otherId));
+    a.clear();
+    EXPECT_EQ(smallId, a.idOf(a.add("again").data()));
+    EXPECT_EQ("again", a.view(smallId));
 }
 
 // The names of keys in the index depend on the name of their category.

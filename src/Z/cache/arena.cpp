@@ -1,5 +1,6 @@
 #include "arena.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "../stanza/raise_sites.h"
@@ -57,12 +58,21 @@ uint32_t Arena::freeWindows(size_t bytes)
     size_t const end = first + needed;
     if (end > kMaxWindows)
         zstanza::throwOutOfMemory();
-    if (end > windowCount_) {
-        windows_ = static_cast<uintptr_t*>(reallocate(windows_, end * sizeof(windows_[0])));
-        while (windowCount_ < end)
-            windows_[windowCount_++] = 0;
-    }
+    if (end > windowCount_)
+        growWindows(end);
     return static_cast<uint32_t>(first);
+}
+
+void Arena::growWindows(size_t count)
+{
+    bool const isInline = windows_ == inline_;
+    auto* const windows = static_cast<uintptr_t*>(
+        reallocate(isInline ? nullptr : windows_, count * sizeof(windows_[0])));
+    if (isInline)
+        memcpy(windows, inline_, sizeof inline_);
+    windows_ = windows;
+    while (windowCount_ < count)
+        windows_[windowCount_++] = 0;
 }
 
 // Adds a chunk of `bytes` to the arena. Does not throw after freeWindows().
@@ -110,8 +120,11 @@ void Arena::clear()
 {
     while (chunks_ != nullptr)
         free(std::exchange(chunks_, chunks_->next));
-    free(std::exchange(windows_, nullptr));
-    windowCount_ = 0;
+    if (windows_ != inline_)
+        free(windows_);
+    windows_ = inline_;
+    windowCount_ = kInlineWindows;
+    std::fill(inline_, inline_ + kInlineWindows, 0);
     current_ = adopted_ = nullptr;
     next_ = end_ = nullptr;
     bytes_ = garbage_ = 0;
@@ -121,7 +134,11 @@ void Arena::swap(Arena& other)
 {
     std::swap(chunks_, other.chunks_);
     std::swap(windows_, other.windows_);
+    std::swap(inline_, other.inline_);
     std::swap(windowCount_, other.windowCount_);
+    for (Arena* const arena : {this, &other})
+        if (arena->windowCount_ == kInlineWindows)
+            arena->windows_ = arena->inline_;
     std::swap(current_, other.current_);
     std::swap(next_, other.next_);
     std::swap(end_, other.end_);

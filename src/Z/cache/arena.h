@@ -146,12 +146,17 @@ private:
 
     void addChunk(size_t bytes);
     uint32_t freeWindows(size_t bytes);
+    void growWindows(size_t count);
     void registerChunk(Chunk* chunk, size_t bytes);
     void setWindows(Chunk const* chunk, uintptr_t address);
 
+    // Window 0 is never used: no id is 0. Most arenas need a single window.
+    static constexpr uint32_t kInlineWindows = 2;
+
     Chunk* chunks_ = nullptr;
-    uintptr_t* windows_ = nullptr;  // address of a window minus its first id; 0: unused
-    size_t windowCount_ = 0;
+    uintptr_t* windows_ = inline_;  // address of a window minus its first id; 0: unused
+    uintptr_t inline_[kInlineWindows] = {};
+    size_t windowCount_ = kInlineWindows;
     Chunk* current_ = nullptr;  // the chunk to which strings are added
     char* next_ = nullptr;      // its unused bytes
     char* end_ = nullptr;

@@ -60,7 +60,7 @@ void Contents::unindexSection(Id category)
 void Contents::replaceComment(CommentBlock const& block, std::string_view comment)
 {
     bool const isRemoved = comment.data() == nullptr;
-    CommentSplitter const comments(isRemoved ? "" : comment, policy_.comments);
+    CommentSplitter const comments(isRemoved ? "" : comment, policy_->comments);
     reserveComments(comments, 1, 0);
     unindexSection(block.category);
     lastLeading_ = 0;  // it may be one of the lines that are removed
@@ -82,7 +82,7 @@ void Contents::replaceComment(CommentBlock const& block, std::string_view commen
 
 void Contents::setFileComment(std::string_view comment)
 {
-    CommentSplitter const comments(comment, policy_.comments);
+    CommentSplitter const comments(comment, policy_->comments);
     reserveComments(comments, 1, 0);
     Id const old = firstLine_;
     lastLeading_ = 0;

@@ -18,7 +18,7 @@ Id Contents::createComments(CommentSplitter const& comments, Id category, Id bef
 {
     comments.forEachLine([&](bool lacksMark, std::string_view text) {
         std::string_view const kept =
-            lacksMark ? arena_.add(policy_.comments.marks.front(), text) : arena_.add(text);
+            lacksMark ? arena_.add(policy_->comments.marks.front(), text) : arena_.add(text);
         before = createLine(commentLine, arena_.idOf(kept.data()), category, before);
     });
     return before;
@@ -26,7 +26,7 @@ Id Contents::createComments(CommentSplitter const& comments, Id category, Id bef
 
 void Contents::addFileComment(std::string_view comment)
 {
-    CommentSplitter const comments(comment, policy_.comments);
+    CommentSplitter const comments(comment, policy_->comments);
     reserveComments(comments, 1, 0);
     // Find the last of the comments at the start of the file. They are never removed one by one, so
     // resume where the last search ended.
@@ -43,7 +43,7 @@ void Contents::addFileComment(std::string_view comment)
 
 void Contents::addStanzaComment(Id id, std::string_view comment)
 {
-    CommentSplitter const comments(comment, policy_.comments);
+    CommentSplitter const comments(comment, policy_->comments);
     reserveComments(comments, 3, 0);
     if (categories_[id].header == 0)
         appendHeader(id);
@@ -59,7 +59,7 @@ void Contents::addStanzaComment(Id id, std::string_view comment)
 void Contents::addLineComment(std::string_view categoryName, std::string_view name,
                               std::string_view comment)
 {
-    CommentSplitter const comments(comment, policy_.comments);
+    CommentSplitter const comments(comment, policy_->comments);
     reserveLines(comments.count() + 4);
     LookupResult found = find(categoryName, name);
     reserveKeyLine(found);

@@ -34,10 +34,10 @@ size_t maxCountOf(size_t size)
 
 void CompactIndex::copy(CompactIndex const& other)
 {
-    if (other.size_ == 0)
-        return;
-    reallocate(slots_, other.size_);
-    memcpy(slots_.get(), other.slots_.get(), other.bytes());
+    if (other.size_ != 0) {
+        reallocate(slots_, other.size_);
+        memcpy(slots_.get(), other.slots_.get(), other.bytes());
+    }
     size_ = other.size_;
     count_ = other.count_;
     maxCount_ = other.maxCount_;
@@ -57,8 +57,19 @@ void CompactIndex::put(uint32_t hash, Id id)
 
 void CompactIndex::add(uint32_t hash, Id id)
 {
-    put(hash, id);
+    if (size_ == 0)
+        only_ = id;
+    else
+        put(hash, id);
     ++count_;
+}
+
+void CompactIndex::replace(uint32_t hash, Id old, Id id)
+{
+    if (size_ == 0)
+        only_ = id;
+    else
+        slots_[find(hash, old)] = hash << idBits_ | id;
 }
 
 size_t CompactIndex::find(uint32_t hash, Id id) const
@@ -71,6 +82,11 @@ size_t CompactIndex::find(uint32_t hash, Id id) const
 
 void CompactIndex::remove(uint32_t hash, Id id, HashOf const& hashOf)
 {
+    if (size_ == 0) {
+        only_ = 0;
+        count_ = 0;
+        return;
+    }
     size_t gap = find(hash, id);
     // Move each following id into the gap, unless its search starts after the gap.
     for (size_t at = next(gap); slots_[at] != 0; at = next(at)) {
@@ -88,9 +104,9 @@ void CompactIndex::remove(uint32_t hash, Id id, HashOf const& hashOf)
 
 void CompactIndex::grow(size_t count, size_t maxId, HashOf const& hashOf)
 {
-    size_t const size = count > maxCount_ - count_
-                            ? std::max(slotsFor(count_ + count), size_t{size_} * 2)
-                            : size_;  // only the ids are larger
+    bool const needsSlots = size_ == 0 || count > maxCount_ - count_;
+    size_t const size = needsSlots ? std::max(slotsFor(count_ + count), size_t{size_} * 2)
+                                   : size_;  // only the ids are larger
     if (count > kMaxRecords || maxId > kMaxRecords || !resize(size, maxId, hashOf))
         zstanza::throwOutOfMemory();
 }
@@ -115,7 +131,7 @@ bool CompactIndex::resize(size_t size, size_t maxId, HashOf const& hashOf)
     made.size_ = static_cast<uint32_t>(size);
     made.maxCount_ = static_cast<uint32_t>(maxCountOf(size));
     made.count_ = count_;
-    size_t const ids = maxId | made.maxCount_;
+    size_t const ids = maxId | made.maxCount_ | (size_ == 0 ? only_ : 0);
     made.idBits_ = std::max(idBits_, static_cast<unsigned>(std::bit_width(ids)));
     made.putAll(*this, hashOf);
     swap(made);
@@ -132,6 +148,8 @@ void CompactIndex::putAll(CompactIndex const& other, HashOf const& hashOf)
     zmemory::MallocPtr<Word[]> isUsed;
     if (other.count_ > kSmallCount)
         isUsed.reset(static_cast<Word*>(calloc(words, sizeof(Word))));
+    if (other.size_ == 0 && other.only_ != 0)
+        put(hashOf(other.only_), other.only_);
     for (size_t at = 0; at < other.size_; ++at) {
         Id const id = other.idAt(at);
         if (id == 0)
@@ -154,7 +172,7 @@ void CompactIndex::swap(CompactIndex& other)
     std::swap(slots_, other.slots_);
     std::swap(size_, other.size_);
     std::swap(count_, other.count_);
-    std::swap(maxCount_, other.maxCount_);
+    std::swap(only_, other.only_);  // or maxCount_
     std::swap(idBits_, other.idBits_);
 }
 

@@ -2,7 +2,7 @@
 //
 // Open addressing with linear probing. A slot holds the id of a record and, in the bits that ids do
 // not need, the low bits of its hash. The full hash is computed again, by a function of the caller,
-// when the table grows and when a removal moves slots.
+// when the table grows and when a removal moves slots. The index of a single record has no table.
 #pragma once
 
 #include <stddef.h>
@@ -47,13 +47,21 @@ public:
     template <class Matches>
     Id find(uint32_t hash, Matches matches) const
     {
-        if (count_ == 0)
-            return 0;
-        Slot const* const begin = slots_.get();
-        Slot const* const end = begin + size_;
-        uint32_t const idEnd = uint32_t{1} << idBits_;
-        uint32_t const tag = hash << idBits_;
-        for (Slot const* at = begin + home(hash); *at != 0;) {
+        Slot const* begin = slots_.get();
+        Slot const* end = begin + size_;
+        Slot const* at = begin + home(hash);
+        uint32_t idEnd = uint32_t{1} << idBits_;
+        uint32_t tag = hash << idBits_;
+        Slot only[2];
+        if (size_ == 0) {  // search a table of the only id, without a tag
+            only[0] = only_;
+            only[1] = 0;
+            begin = at = only;
+            end = only + 2;
+            idEnd = kMaxRecords + 1;
+            tag = 0;
+        }
+        while (*at != 0) {
             // Equal tags cancel out, and leave the id.
             if (Id const id = *at ^ tag; id < idEnd && matches(id))
                 return id;
@@ -74,7 +82,8 @@ public:
     template <class Call>
     void reserve(size_t count, size_t maxId, Call&& hashOf)
     {
-        if (count > maxCount_ - count_ || maxId >> idBits_ != 0)
+        if (size_ == 0 ? count + count_ > 1 || maxId > kMaxRecords
+                       : count > maxCount_ - count_ || maxId >> idBits_ != 0)
             grow(count, maxId, hashOf);
     }
 
@@ -85,7 +94,7 @@ public:
     void remove(uint32_t hash, Id id, HashOf const& hashOf);
 
     /// Replaces `old`, which is in the index, by `id`, which was in the index before.
-    void replace(uint32_t hash, Id old, Id id) { slots_[find(hash, old)] = hash << idBits_ | id; }
+    void replace(uint32_t hash, Id old, Id id);
 
     /// Frees slots if most of them are unused.
     void shrinkToFit(HashOf const& hashOf);
@@ -109,10 +118,13 @@ private:
     void putAll(CompactIndex const& other, HashOf const& hashOf);
 
     zmemory::MallocPtr<Slot[]> slots_;
-    uint32_t size_ = 0;
+    uint32_t size_ = 0;  // of the table; 0: none
     uint32_t count_ = 0;
-    uint32_t maxCount_ = 0;  // the table grows beyond this number of ids
-    unsigned idBits_ = 0;    // of a slot, for the id
+    union {
+        Id only_ = 0;        // the id in the index, or 0, if there is no table
+        uint32_t maxCount_;  // otherwise: the table grows beyond this number of ids
+    };
+    unsigned idBits_ = 0;  // of a slot, for the id
 };
 
 }  // namespace zcache

@@ -29,6 +29,17 @@ size_t bytesOfNames(std::unordered_map<Id, std::string> const& names)
 
 }  // namespace
 
+std::shared_ptr<Policy const> Contents::defaultPolicy()
+{
+    static constexpr Policy kDefault;
+    return {std::shared_ptr<void>(), &kDefault};  // without a counter: not owned
+}
+
+void Contents::setPolicy(Policy const& policy)
+{
+    policy_ = std::make_shared<Policy const>(policy);
+}
+
 Contents::Contents(Contents const& other) : Contents()
 {
     policy_ = other.policy_;
@@ -98,7 +109,7 @@ Contents::~Contents()
 
 void Contents::swap(Contents& other)
 {
-    std::swap(policy_, other.policy_);
+    policy_.swap(other.policy_);
     arena_.swap(other.arena_);
     categories_.swap(other.categories_);
     categoryExtras_.swap(other.categoryExtras_);

@@ -48,8 +48,10 @@ public:
     ~Contents();
 
     /// range   empty contents.
-    void setPolicy(Policy const& policy) { policy_ = policy; }
-    Policy const& policy() const { return policy_; }
+    /// throws  std::bad_alloc.
+    void setPolicy(Policy const& policy);
+    void sharePolicyOf(Contents const& other) { policy_ = other.policy_; }
+    Policy const& policy() const { return *policy_; }
 
     // --- lookup: find() and findCategory() also find detached ones
 
@@ -249,7 +251,7 @@ public:
 
     /// Returns whether a category has the keys above the first header. Its own header is no line of
     /// the file.
-    bool isTop(Id id) const { return policy_.hasTop && name(categories_[id]) == kTopCategory; }
+    bool isTop(Id id) const { return policy_->hasTop && name(categories_[id]) == kTopCategory; }
 
     size_t memoryUsed() const;
 
@@ -277,14 +279,14 @@ private:
         insideArena
     };  // of a name: reviving copies it to the arena if it is outside
 
-    uint32_t categoryHash(std::string_view name) const { return policy_.categories.hash(name, 0); }
+    uint32_t categoryHash(std::string_view name) const { return policy_->categories.hash(name, 0); }
     uint32_t keyHash(std::string_view name, uint32_t categoryHash) const
     {
-        return policy_.keys.hash(name, categoryHash);
+        return policy_->keys.hash(name, categoryHash);
     }
     bool isValue(std::string_view value) const
     {
-        return policy_.keepsEmpty ? value.data() != nullptr : !value.empty();
+        return policy_->keepsEmpty ? value.data() != nullptr : !value.empty();
     }
     uint32_t hashOfCategory(Id id) const { return categoryHash(name(categories_[id])); }
     uint32_t hashOfKey(Id id) const
@@ -294,7 +296,7 @@ private:
     uint32_t hashOfTemplate(Id id) const
     {
         Template const& record = positions_->templates[id];
-        return policy_.keys.hash(arena_.view(record.key), record.category);
+        return policy_->keys.hash(arena_.view(record.key), record.category);
     }
     void reserveCategories(size_t count)
     {
@@ -398,8 +400,9 @@ private:
         std::unordered_set<Id> leftComments;  // lines above the headers of removed stanzas
     };
     Changes& changes();  // creates them; may throw
+    static std::shared_ptr<Policy const> defaultPolicy();
 
-    Policy policy_;
+    std::shared_ptr<Policy const> policy_ = defaultPolicy();  // never null
     Arena arena_;
     SlotPool<Category> categories_;
     SlotPool<CategoryExtra> categoryExtras_;

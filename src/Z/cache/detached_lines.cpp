@@ -138,7 +138,7 @@ void Contents::undoRestartSection(std::string_view name)
 
 void Contents::commentStanza(std::string_view name, std::string_view comment)
 {
-    CommentSplitter const comments(comment, policy_.comments);
+    CommentSplitter const comments(comment, policy_->comments);
     reserveLines(comments.count() + 3);
     reserveFor(name, {}, {});
     reserveComments(comments, 3, name.size() + 1);
@@ -148,7 +148,7 @@ void Contents::commentStanza(std::string_view name, std::string_view comment)
 void Contents::commentKey(std::string_view categoryName, std::string_view name,
                           std::string_view comment)
 {
-    CommentSplitter const comments(comment, policy_.comments);
+    CommentSplitter const comments(comment, policy_->comments);
     ensureKeyLine(categoryName, name);
     reserveComments(comments, 1, 0);
     commentKey(find(categoryName, name).key, comments);

@@ -9,7 +9,7 @@ namespace zcache {
 // Stores the key of the template on `line` in `key`; returns its length, or 0.
 size_t Contents::templateKey(Id line, char* key, size_t capacity) const
 {
-    return zstanza::extractTemplateKey(text(lines_[line]), policy_.comments, key, capacity);
+    return zstanza::extractTemplateKey(text(lines_[line]), policy_->comments, key, capacity);
 }
 
 // Ensures that `count` calls of recordTemplate() do not throw. Creates the treap, too.
@@ -42,7 +42,7 @@ void Contents::recordTemplate(Id category, Id line)
     }
     Id const id = templates.allocate();
     templates[id] = {arena_.idOf(arena_.add(key).data()), category, line};
-    positions_->index.add(policy_.keys.hash(key, category), id);
+    positions_->index.add(policy_->keys.hash(key, category), id);
 }
 
 void Contents::forgetTemplate(Id category, Id line)
@@ -53,7 +53,7 @@ void Contents::forgetTemplate(Id category, Id line)
     if (id == 0)
         return;
     SlotPool<Template>& templates = positions_->templates;
-    positions_->index.remove(policy_.keys.hash(key, category), id,
+    positions_->index.remove(policy_->keys.hash(key, category), id,
                              [this](Id other) { return hashOfTemplate(other); });
     arena_.drop(arena_.view(templates[id].key));
     templates[id].line = 0;
@@ -64,9 +64,9 @@ Id Contents::findTemplate(Id category, std::string_view key) const
 {
     if (positions_ == nullptr)
         return 0;
-    return positions_->index.find(policy_.keys.hash(key, category), [&](Id id) {
+    return positions_->index.find(policy_->keys.hash(key, category), [&](Id id) {
         Template const& known = positions_->templates[id];
-        return known.category == category && policy_.keys.matches(arena_.view(known.key), key);
+        return known.category == category && policy_->keys.matches(arena_.view(known.key), key);
     });
 }
 
@@ -141,7 +141,7 @@ Id Contents::insertionPointByScan(Id id, std::string_view key) const
                     return lines_[line].previous;
                 isTemplateSeen =
                     isTemplateSeen ||
-                    zstanza::isTemplateFor(key, policy_.comments, arena_.at(lines_[line].ref));
+                    zstanza::isTemplateFor(key, policy_->comments, arena_.at(lines_[line].ref));
                 if (isTemplateSeen && insertsAtTemplates_)
                     return line;
                 break;

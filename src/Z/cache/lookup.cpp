@@ -8,14 +8,15 @@ namespace zcache {
 
 Id Contents::findCategory(std::string_view name, uint32_t hash) const
 {
-    return categoryIndex_.find(
-        hash, [&](Id id) { return policy_.categories.matches(this->name(categories_[id]), name); });
+    return categoryIndex_.find(hash, [&](Id id) {
+        return policy_->categories.matches(this->name(categories_[id]), name);
+    });
 }
 
 Id Contents::findKey(Id category, std::string_view name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
-        return keys_[id].category == category && policy_.keys.matches(this->name(keys_[id]), name);
+        return keys_[id].category == category && policy_->keys.matches(this->name(keys_[id]), name);
     });
 }
 
@@ -46,8 +47,8 @@ Id Contents::liveKey(char const* categoryName, char const* name) const
 Id Contents::findKey(std::string_view category, std::string_view name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
-        return policy_.keys.matches(this->name(keys_[id]), name) &&
-               policy_.categories.matches(this->name(categories_[keys_[id].category]), category);
+        return policy_->keys.matches(this->name(keys_[id]), name) &&
+               policy_->categories.matches(this->name(categories_[keys_[id].category]), category);
     });
 }
 

@@ -75,7 +75,7 @@ void Reader::insertHeader(QueuedLine const& line)
     Contents& contents = contents_;
     Id const known = contents.findCategory(line.text, line.hash);
     if (known != 0 && contents.categories_[known].isLive) {
-        if (contents.policy_.joinsHeads) {
+        if (contents.policy_->joinsHeads) {
             joinSection(known);
             return;
         }
@@ -258,7 +258,7 @@ void Reader::insertKey(QueuedLine const& line)
         contents.keyExtras_.reserve(1);
         contents.values_.reserve(2);  // the first value moves to the chain of values
         contents.arena_.drop(line.text);
-        isBelowGap_ = contents.policy_.hasGaps;
+        isBelowGap_ = contents.policy_->hasGaps;
     }
     if (contents.isValue(line.value))
         contents.appendValue(id, line.value, Contents::plain);

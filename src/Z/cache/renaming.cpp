@@ -48,7 +48,7 @@ std::string_view Contents::oldKeyName(Id key) const
         return {};
     auto const found = changes_->keyNames.find(key);
     return found == changes_->keyNames.end() ||
-                   policy_.keys.matches(found->second, name(keys_[key]))
+                   policy_->keys.matches(found->second, name(keys_[key]))
                ? std::string_view()
                : found->second;
 }
@@ -59,7 +59,7 @@ std::string_view Contents::oldCategoryName(Id category) const
         return {};
     auto const found = changes_->categoryNames.find(category);
     return found == changes_->categoryNames.end() ||
-                   policy_.categories.matches(found->second, name(categories_[category]))
+                   policy_->categories.matches(found->second, name(categories_[category]))
                ? std::string_view()
                : found->second;
 }
@@ -69,7 +69,7 @@ void Contents::renameKey(std::string_view categoryName, std::string_view oldName
 {
     arena_.reserve(newName.size() + 1);
     // A removed key of the new name may have left its line.
-    if (!policy_.keys.matches(oldName, newName))
+    if (!policy_->keys.matches(oldName, newName))
         deleteLine(categoryName, newName);
     LookupResult const found = find(categoryName, oldName);
     Key& key = keys_[found.key];
@@ -89,7 +89,7 @@ void Contents::renameCategory(std::string_view oldName, std::string_view newName
     arena_.reserve(newName.size() + 1);
     reserveLines(1);
     // A removed category of the new name may have left its lines.
-    if (!policy_.categories.matches(oldName, newName))
+    if (!policy_->categories.matches(oldName, newName))
         deleteStanza(newName);
     uint32_t const oldHash = categoryHash(oldName);
     uint32_t const newHash = categoryHash(newName);
