@@ -72,7 +72,7 @@ ZObject_6_0** moveSlots(ZObject_6_0** slots, unsigned int used, unsigned int len
     bool const copies = length <= kShort;
     void* const block = copies ? malloc(length * sizeof(ZObject_6_0*))
                                : reallocarray(slots, length, sizeof(ZObject_6_0*));
-    if (copies && block != nullptr) {
+    if (copies && block != nullptr && slots != nullptr) {
         memcpy(block, slots, used * sizeof(ZObject_6_0*));
         free(slots);
     }
@@ -256,6 +256,11 @@ ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)
     zmemory::OwnedBlock<ZObject_6_0*> slots;
     slots.resize(slots_, kSource, raiseInAllocate);
     elements_ = slots.release();
+}
+
+ZArrayList_6_0::ZArrayList_6_0(int owns)
+    : capacity_(1), front_(0), elements_(nullptr), count_(0), owns_(owns), room_(0), slots_(0)
+{
 }
 
 ZArrayList_6_0::ZArrayList_6_0(ZArrayList_6_0 const& source)

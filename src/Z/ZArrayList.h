@@ -21,6 +21,7 @@
 #include "ZObject.h"
 #include "ZSortCompare.h"
 
+class ZAbstractObservable_6_0;
 class ZArrayMap_6_0;
 class ZArrayStack_6_0;
 class ZListIterator_6_0;
@@ -247,9 +248,12 @@ public:
     int indexOf(ZListIterator_6_0& iterator) override;
 
 private:
-    friend ZAbstractList_6_0;  // sort()
-    friend ZArrayMap_6_0;      // assign()
-    friend ZArrayStack_6_0;    // assign()
+    friend ZAbstractList_6_0;        // sort()
+    friend ZAbstractObservable_6_0;  // the constructor of lists that often stay empty
+    friend ZArrayMap_6_0;            // assign()
+    friend ZArrayStack_6_0;          // assign()
+
+    explicit ZArrayList_6_0(int owns);  // empty, without slots
 
     void append(ZObject_6_0 const* obj);
     void makeRoom(size_t count);
@@ -261,7 +265,7 @@ private:
     unsigned int capacity_;   // at least 1; capacity() when slots_ last rose or count_ last fell,
                               // without the growth since then
     unsigned int front_;      // free slots before elements_
-    ZObject_6_0** elements_;  // never null; in a block that starts `front_` slots before
+    ZObject_6_0** elements_;  // in a block that starts `front_` slots before; null if slots_ is 0
     unsigned int count_;      // slots in use
     int owns_;                // not 0: clones and deletes
     unsigned int room_;       // slots that the inline add() may fill: slots_ once append() has seen

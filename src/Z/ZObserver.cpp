@@ -2,7 +2,6 @@
 
 namespace {
 
-constexpr unsigned int kInitialCapacity = 2;  // most observables have one or two observers
 constexpr int kOwns = 1;
 constexpr unsigned long kInvalidSequence = 0xFFFFFFFF;
 
@@ -42,7 +41,7 @@ ZObject_6_0* Voyeur_6_0::clone() const
     return new Voyeur_6_0(observer_);
 }
 
-ZAbstractObservable_6_0::ZAbstractObservable_6_0() : observers_(kInitialCapacity, kOwns)
+ZAbstractObservable_6_0::ZAbstractObservable_6_0() : observers_(kOwns)
 {
 }
 

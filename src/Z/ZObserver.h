@@ -91,7 +91,7 @@ private:
 class ZAbstractObservable_6_0 : public ZObservableInterface_6_0 {
 public:
     /// Makes an observable without observers.
-    /// throws  ZOutOfMemoryException_6_0; any exception of ZLock_6_0's constructor.
+    /// throws  any exception of ZLock_6_0's constructor.
     ZAbstractObservable_6_0();
     ZAbstractObservable_6_0(ZAbstractObservable_6_0 const&) = delete;
     ZAbstractObservable_6_0& operator=(ZAbstractObservable_6_0 const&) = delete;

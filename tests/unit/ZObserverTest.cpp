@@ -240,6 +240,21 @@ TEST_F(ZObserver, AreNotRegisteredWithoutMemory)
     EXPECT_EQ("01234", log_);
 }
 
+// Most objects that can be observed never are.
+TEST_F(ZObserver, AnObservableWithoutObserversTakesNoMemory)
+{
+    FailingAllocator::failAt(1);
+    {
+        Observable observable;
+        EXPECT_EQ(0u, observable.countObservers());
+        observable.notifyObservers(parm_);
+        observable.deleteObserver(&a_);
+        observable.deleteObservers();
+        EXPECT_EQ(0u, observable.countObservers());
+    }
+    EXPECT_FALSE(FailingAllocator::stop());
+}
+
 TEST_F(ZObserver, AreWrappedByTheirAddress)
 {
     Observer* const low = std::min(&a_, &b_);
