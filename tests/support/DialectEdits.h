@@ -17,8 +17,8 @@
 //
 // A writer compares lists of values and does not know which of two equal values was meant. So the
 // check tries each longest common subsequence of the old and the new values of a key, and takes
-// the subsequence with the fewest violations. If there are more than kMaxPlans, an edit that violates the
-// first of them may be right.
+// the subsequence with the fewest violations. If there are more than kMaxPlans, an edit that
+// violates the first of them may be right.
 #pragma once
 
 #include <Z/lines/columns.h>

@@ -177,8 +177,7 @@ Failure describeLoss(Request const& request)
 {
     return {exitLocked,
             request.lockName,
-            {"the lock was lost while the command ran",
-             "check its effects, and run it again"}};
+            {"the lock was lost while the command ran", "check its effects, and run it again"}};
 }
 
 // Describes a failed acquisition or release.
