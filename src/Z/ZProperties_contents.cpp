@@ -12,6 +12,11 @@ using namespace zproperties;
 
 namespace {
 
+[[noreturn, gnu::noinline]] void throwVisitException(char const* file)
+{
+    ZPropertiesIteratorException_6_0(file).throwException(kSource, raiseInVisit);
+}
+
 // Passes entries to a visitor until its result is not 0, or until `check` throws.
 template <class Check>
 class Visit {
@@ -42,15 +47,23 @@ public:
         return pass();
     }
 
+    bool keyWithValue(std::string_view name, std::string_view text)
+    {
+        key(name);
+        return value(text, zcache::Contents::plain);
+    }
+
     int result() const { return result_; }
 
 private:
     bool pass()
     {
-        result_ = visitor_(entry_, context_);
-        if (result_ == 0)
-            check_();
-        return result_ == 0;
+        if (int const result = visitor_(entry_, context_); result != 0) {
+            result_ = result;
+            return false;
+        }
+        check_();
+        return true;
     }
 
     ZPropertiesVisitor_6_0 visitor_;
@@ -115,21 +128,29 @@ int ZProperties_6_0::visit(ZPropertiesVisitor_6_0 visitor, void* context) const
         ZInvalidParameterException_6_0().throwException(kSource, raiseInVisit);
     Hold const hold(*this);
     ZPCategoryBasedCache_6_0 const* const direct = rep_->direct;
-    unsigned long const changes = direct == nullptr ? 0 : direct->changes();
-    unsigned long const generation = Rep::generation(*this);
+    ZPCache_6_0 const* const cache = cache_;
+    unsigned long const generation = cache->generation();
     unsigned long const replaced = rep_->replaced;
-    Visit visit(visitor, context, [&] {
-        // After another cache has replaced `direct`, it must not be used.
-        if (rep_->replaced != replaced || Rep::generation(*this) != generation ||
-            (direct != nullptr && direct->changes() != changes))
-            ZPropertiesIteratorException_6_0(fileName_.getChars())
-                .throwException(kSource, raiseInVisit);
-    });
+    // After another cache has replaced the cache, it must not be used.
+    auto const isReplaced = [=, rep = rep_] {
+        return rep->replaced != replaced || cache->generation() != generation;
+    };
+    auto const visitAll = [&](auto isChanged, auto pass) {
+        Visit visit(visitor, context, [=, this] {
+            if (isChanged())
+                throwVisitException(fileName_.getChars());
+        });
+        pass(visit);
+        return visit.result();
+    };
     if (direct == nullptr)
-        visitDerived(*cache_, visit);
-    else
-        zcache::FileOrder(ZPCategoryBasedCache_6_0::Visit::contentsOf(*direct), visit).visit();
-    return visit.result();
+        return visitAll(isReplaced, [&](auto& visit) { visitDerived(*cache_, visit); });
+    unsigned long const changes = direct->changes();
+    return visitAll(
+        [=] { return isReplaced() || direct->changes() != changes; },
+        [&](auto& visit) {
+            zcache::FileOrder(ZPCategoryBasedCache_6_0::Visit::contentsOf(*direct), visit).visit();
+        });
 }
 
 namespace {

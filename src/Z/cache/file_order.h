@@ -7,9 +7,10 @@
 
 namespace zcache {
 
-// Visits all contents of a cache. `Visitor` has three functions, each of which returns true to
-// continue: stanza(name), key(name), and value(text, kind), where `text.data()` is null if the key
-// has no values. After one returned false, the contents are not used: it may have changed them.
+// Visits all contents of a cache. `Visitor` has four functions, each of which returns true to
+// continue: stanza(name), key(name), value(text, kind), where `text.data()` is null if the key has
+// no values, and keyWithValue(name, text) instead of the last two for a single plain value. After
+// one returned false, the contents are not used: it may have changed them.
 //
 // A key without a line, such as a key with obfuscated values, follows the keys of its stanza that
 // have one, and a stanza without a header follows the others.
@@ -26,7 +27,7 @@ public:
     {
         Id line = contents_.firstLine();
         while (line != 0) {
-            Line const current = contents_.line(line);
+            Line const& current = contents_.line(line);
             line = current.next;
             if (current.kind == keyLine ? !visitKeyOf(current)
                                         : current.kind == headerLine && !enterStanza(current.ref))
@@ -36,12 +37,16 @@ public:
     }
 
 private:
+    // Nearly all keys have a line and a single plain value: only this code is inline.
     bool visitKeyOf(Line const& line)
     {
-        if (!contents_.key(line.ref).isLive)
+        Key const& key = contents_.key(line.ref);
+        if (!key.isLive)
             return true;
         ++keysSeen_;
-        return visitKey(line.ref);
+        if (key.hasExtra || key.value == 0)
+            return visitKey(line.ref);
+        return visitor_.keyWithValue(contents_.name(key), contents_.text(key));
     }
 
     bool enterStanza(Id category)
@@ -85,7 +90,7 @@ private:
         return true;
     }
 
-    bool visitKey(Id id)
+    [[gnu::noinline]] bool visitKey(Id id)
     {
         Key const& key = contents_.key(id);
         if (!visitor_.key(contents_.name(key)))
