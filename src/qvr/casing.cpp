@@ -24,29 +24,44 @@ uint32_t lowerOf(uint32_t value, bool turkic)
     return static_cast<uint32_t>(u_tolower(static_cast<UChar32>(value)));
 }
 
-// Switches the case of the letters from `first` to `first` + 25 in `kBlock` ASCII characters. The
+// Switches the case of the letters from `kFirst` to `kFirst` + 25 in `kBlock` ASCII characters. The
 // number of bytes is constant, so that the compiler forms vectors.
-template <size_t kBlock>
-void switchCaseOfBlock(unsigned char* s, unsigned char first)
+template <unsigned char kFirst, size_t kBlock>
+void switchCaseOfBlock(unsigned char* s)
 {
-    auto const toTop = static_cast<unsigned char>(0x7F - 25 - first);  // moves the last one to 0x7F
+    constexpr auto kToTop =
+        static_cast<unsigned char>(0x7F - 25 - kFirst);  // moves the last one to 0x7F
     for (size_t i = 0; i < kBlock; ++i) {
-        bool const isLetter = static_cast<signed char>(s[i] + toTop) > 0x7F - 26;
+        bool const isLetter = static_cast<signed char>(s[i] + kToTop) > 0x7F - 26;
         s[i] = static_cast<unsigned char>(s[i] ^ (isLetter ? 0x20 : 0));
     }
 }
 
-// The same for `n` bytes.
-void switchCase(unsigned char* s, size_t n, unsigned char first)
+// The same, unless a byte is beyond ASCII; returns whether it did.
+template <unsigned char kFirst, size_t kBlock>
+bool switchCaseOfAscii(unsigned char* s)
 {
-    for (; n >= 512; s += 512, n -= 512)
-        switchCaseOfBlock<512>(s, first);
-    for (; n >= 64; s += 64, n -= 64)
-        switchCaseOfBlock<64>(s, first);
-    for (; n >= 16; s += 16, n -= 16)
-        switchCaseOfBlock<16>(s, first);
-    for (; n > 0; ++s, --n)
-        switchCaseOfBlock<1>(s, first);
+    if (hasNonAscii<kBlock / 8>(s))
+        return false;
+    switchCaseOfBlock<kFirst, kBlock>(s);
+    return true;
+}
+
+// The same for the ASCII prefix of `n` bytes; returns its length. Most prefixes are short.
+template <unsigned char kFirst>
+size_t switchCaseOfPrefix(unsigned char* s, size_t n)
+{
+    size_t i = 0;
+    while (n - i >= 64 && switchCaseOfAscii<kFirst, 64>(s + i)) {
+        i += 64;
+        while (n - i >= 512 && switchCaseOfAscii<kFirst, 512>(s + i))
+            i += 512;
+    }
+    while (n - i >= 16 && switchCaseOfAscii<kFirst, 16>(s + i))
+        i += 16;
+    for (; i < n && s[i] < 0x80; ++i)
+        switchCaseOfBlock<kFirst, 1>(s + i);
+    return i;
 }
 
 // Replaces the character at `s` with its counterpart if that has the same length in bytes. Returns
@@ -67,38 +82,45 @@ size_t replaceCharacter(qvr_cs const& cs, unsigned char* s, bool turkic, Counter
     return length;
 }
 
-// Replaces each character with its counterpart if that has the same length in bytes. The two cases
-// of an ASCII letter from `first` to `first` + 25 differ in one bit. Long strings are read in
-// pieces that stay in the cache of the processor from one step to the next.
-template <class Counterpart>
-void changeCase(qvr_cs const& cs, char* text, bool turkic, unsigned char first,
-                Counterpart counterpart)
+// Returns the length of a string, or of its first piece: the pieces of a long string stay in the
+// cache of the processor from one step to the next.
+size_t pieceLength(unsigned char const* s)
 {
-    constexpr size_t kPiece = 4096;
-    unsigned char* s = bytes(text);
+    return strnlen(reinterpret_cast<char const*>(s), 4096);
+}
+
+// Replaces each character with its counterpart if that has the same length in bytes. The two cases
+// of an ASCII letter from `kFirst` to `kFirst` + 25 differ in one bit.
+template <unsigned char kFirst, class Counterpart>
+[[gnu::noinline]] void changeCase(qvr_cs const& cs, unsigned char* s, bool turkic,
+                                  Counterpart counterpart)
+{
     while (*s != 0) {
-        unsigned char const* const end = s + strnlen(reinterpret_cast<char const*>(s), kPiece);
+        unsigned char const* const end = s + pieceLength(s);
         while (s < end) {
             bool const isAscii = cs.ascii && *s < 0x80;
             if (isAscii && !turkic) {
-                auto const left = static_cast<size_t>(end - s);
-                if (left >= 8 && !hasNonAscii<1>(s)) {
-                    size_t const run = longAsciiRun(s, left);
-                    switchCase(s, run, first);
-                    s += run;
-                } else {
-                    do
-                        switchCaseOfBlock<1>(s, first);
-                    while (++s < end && *s < 0x80);
-                }
+                s += switchCaseOfPrefix<kFirst>(s, static_cast<size_t>(end - s));
             } else if (isAscii && *s != 'i' && *s != 'I') {
-                switchCaseOfBlock<1>(s, first);
+                switchCaseOfBlock<kFirst, 1>(s);
                 ++s;
             } else {
                 s += replaceCharacter(cs, s, turkic, counterpart);
             }
         }
     }
+}
+
+// The same; a short ASCII string takes the least time.
+template <unsigned char kFirst, class Counterpart>
+void changeCase(qvr_cs_t cs, qvr_loc_t loc, char* text, Counterpart counterpart)
+{
+    unsigned char* s = bytes(text);
+    bool const turkic = isTurkic(loc);
+    if (cs->ascii && !turkic)
+        s += switchCaseOfPrefix<kFirst>(s, pieceLength(s));
+    if (*s != 0)
+        changeCase<kFirst>(*cs, s, turkic, counterpart);
 }
 
 // A string under comparison: the rest from `s` on, at most `left` bytes.
@@ -238,7 +260,7 @@ char* qvr_strupper(qvr_cs_t cs, qvr_loc_t loc, char* s)
 {
     if (cs == nullptr || s == nullptr)
         return nullptr;
-    changeCase(*cs, s, isTurkic(loc), 'a', upperOf);
+    changeCase<'a'>(cs, loc, s, upperOf);
     return s;
 }
 
@@ -246,7 +268,7 @@ char* qvr_strlower(qvr_cs_t cs, qvr_loc_t loc, char* s)
 {
     if (cs == nullptr || s == nullptr)
         return nullptr;
-    changeCase(*cs, s, isTurkic(loc), 'A', lowerOf);
+    changeCase<'A'>(cs, loc, s, lowerOf);
     return s;
 }
 
