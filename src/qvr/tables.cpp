@@ -220,7 +220,8 @@ bool readFile(std::string const& path, std::string& text)
 // Consumes and returns the next word of a line; empty at its end.
 std::string_view nextWord(std::string_view& line)
 {
-    auto const isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
+    // The first comparison decides for nearly all characters of words.
+    auto const isBlank = [](char c) { return c <= ' ' && (c == ' ' || c == '\t' || c == '\r'); };
     auto const begin = std::find_if_not(line.begin(), line.end(), isBlank);
     auto const end = std::find_if(begin, line.end(), isBlank);
     std::string_view const word(begin, static_cast<size_t>(end - begin));
@@ -316,15 +317,31 @@ bool redefinesLocale(Row const& row)
     return isC(row.key) && !isC(localeKey(row.name));
 }
 
+std::string keyOfBuiltInCodeset(size_t index)
+{
+    Key const& key = kCodesetKeys[index].alias;
+    return std::string(key.text, key.length);
+}
+
+std::string keyOfBuiltInLocale(size_t index)
+{
+    return kLocales[index].alias;
+}
+
 // A table of the directory.
 struct TableKind {
     char const* file;
     std::string (*keyOf)(std::string_view name);
     bool (*redefines)(Row const& row);
+    BuiltIn const* builtIn;
+    size_t builtInCount;
+    std::string (*keyOfBuiltIn)(size_t index);
 };
 
-constexpr TableKind kCodesetTable = {"codesets.alias", codesetKey, redefinesCodeset};
-constexpr TableKind kLocaleTable = {"locales.alias", localeKey, redefinesLocale};
+constexpr TableKind kCodesetTable = {"codesets.alias", codesetKey,           redefinesCodeset,
+                                     kCodesets,        std::size(kCodesets), keyOfBuiltInCodeset};
+constexpr TableKind kLocaleTable = {"locales.alias", localeKey,           redefinesLocale,
+                                    kLocales,        std::size(kLocales), keyOfBuiltInLocale};
 
 // Refuses a table in which an alias has two lines. Of several such aliases, it reports the alias
 // whose second line is first in the file.
@@ -350,9 +367,11 @@ std::vector<Alias> readTable(std::string const& directory, TableKind const& kind
 {
     std::string const path = pathOf(directory, kind.file);
     std::vector<Row> rows;
+    size_t repeated = 0;  // built-in rows: most tables repeat them in order
     std::string text;
     if (!readFile(path, text))
         return {};
+    rows.reserve(kind.builtInCount);
     std::string_view rest = text;
     for (size_t number = 1; !rest.empty(); ++number) {
         std::string_view line = rest.substr(0, rest.find('\n'));
@@ -367,6 +386,11 @@ std::vector<Alias> readTable(std::string const& directory, TableKind const& kind
         };
         if (name.empty() || !nextWord(line).empty())
             throwBadLine("not two names; write an alias and the name it stands for");
+        if (repeated < kind.builtInCount && alias == kind.builtIn[repeated].alias &&
+            name == kind.builtIn[repeated].name) {
+            rows.push_back({kind.keyOfBuiltIn(repeated++), alias, name, number});
+            continue;
+        }
         for (std::string_view const word : {alias, name})
             if (!isName(word))
                 throwBadLine(quoted(word) +
