@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <bit>
 
 #include "byte_vector.h"
 
@@ -18,43 +19,54 @@ bool isPlain(char c)
     return static_cast<signed char>(c) >= 0 && c != '\\' && c != ':' && c != kDelete;
 }
 
-// Returns whether all bytes of `word` are plain.
-bool allPlain(uint64_t word)
+template <class Word>
+uint64_t loadWord(char const* bytes)
 {
-    constexpr uint64_t kOnes = 0x0101010101010101;
-    constexpr uint64_t kTops = 0x8080808080808080;
-    // The top bit of some byte is set if a byte of `bytes` is 0; no byte of `word` has it.
-    auto const hasZero = [](uint64_t bytes) { return bytes - kOnes; };
-    return ((word | hasZero(word ^ kOnes * '\\') | hasZero(word ^ kOnes * ':') |
-             hasZero(word ^ kOnes * kDelete)) &
-            kTops) == 0;
+    Word word;
+    memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+// Loads the `count` bytes at `bytes`, less than a vector, and zeros after them.
+inline ByteVector loadPart(char const* bytes, size_t count)
+{
+    uint64_t halves[2] = {};
+    if constexpr (std::endian::native != std::endian::little) {
+        if (count > 0)
+            memcpy(halves, bytes, count);
+    } else if (count >= 8) {
+        halves[0] = loadWord<uint64_t>(bytes);
+        // Two shifts: one of 64 bits is undefined.
+        halves[1] = loadWord<uint64_t>(bytes + count - 8) >> 8 * (15 - count) >> 8;
+    } else if (count >= 4) {
+        halves[0] = loadWord<uint32_t>(bytes) | loadWord<uint32_t>(bytes + count - 4)
+                                                    << 8 * (count - 4);
+    } else if (count > 0) {
+        halves[0] = loadWord<uint8_t>(bytes) |
+                    loadWord<uint8_t>(bytes + count / 2) << 8 * (count / 2) |
+                    loadWord<uint8_t>(bytes + count - 1) << 8 * (count - 1);
+    }
+    ByteVector vector;
+    memcpy(&vector, halves, sizeof vector);
+    return vector;
 }
 
 // Copies `value` up to the first byte that needs an escape, or to `end`. Writes whole blocks.
 inline void copyPlain(char*& out, char const*& value, char const* end)
 {
     constexpr ptrdiff_t kSize = sizeof(ByteVector);
-    while (end - value >= kSize) {
-        ByteVector const bytes = loadVector(value);
+    for (;;) {
+        ptrdiff_t const count = std::min(end - value, kSize);
+        ByteVector const bytes =
+            count == kSize ? loadVector(value) : loadPart(value, static_cast<size_t>(count));
         memcpy(out, &bytes, sizeof bytes);
-        ptrdiff_t const plain =
-            firstFound((bytes == '\\') | (bytes == ':') | (bytes == kDelete) | (bytes < 0));
+        ptrdiff_t const plain = std::min(
+            count, firstFound((bytes == '\\') | (bytes == ':') | (bytes == kDelete) | (bytes < 0)));
         value += plain;
         out += plain;
         if (plain != kSize)
             return;
     }
-    if (end - value >= static_cast<ptrdiff_t>(sizeof(uint64_t))) {
-        uint64_t word;
-        memcpy(&word, value, sizeof word);
-        if (allPlain(word)) {
-            memcpy(out, &word, sizeof word);
-            value += sizeof word;
-            out += sizeof word;
-        }
-    }
-    while (value != end && isPlain(*value))
-        *out++ = *value++;
 }
 
 // Writes the escape of the character at `value`, which ends before `end`.
