@@ -29,11 +29,17 @@ uint32_t lowerOf(uint32_t value, bool turkic)
 template <unsigned char kFirst, size_t kBlock>
 void switchCaseOfBlock(unsigned char* s)
 {
-    constexpr auto kToTop =
-        static_cast<unsigned char>(0x7F - 25 - kFirst);  // moves the last one to 0x7F
-    for (size_t i = 0; i < kBlock; ++i) {
-        bool const isLetter = static_cast<signed char>(s[i] + kToTop) > 0x7F - 26;
-        s[i] = static_cast<unsigned char>(s[i] ^ (isLetter ? 0x20 : 0));
+    if constexpr (kBlock == 32 || kBlock == 64) {
+        // Without a loop, which would take a third of the time.
+        switchCaseOfBlock<kFirst, kBlock / 2>(s);
+        switchCaseOfBlock<kFirst, kBlock / 2>(s + kBlock / 2);
+    } else {
+        constexpr auto kToTop =
+            static_cast<unsigned char>(0x7F - 25 - kFirst);  // moves the last one to 0x7F
+        for (size_t i = 0; i < kBlock; ++i) {
+            bool const isLetter = static_cast<signed char>(s[i] + kToTop) > 0x7F - 26;
+            s[i] = static_cast<unsigned char>(s[i] ^ (isLetter ? 0x20 : 0));
+        }
     }
 }
 

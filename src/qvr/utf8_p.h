@@ -97,16 +97,29 @@ inline void encodeUtf8(uint32_t value, int length, unsigned char* out)
     }
 }
 
+// Returns the words at `s` combined by OR, in code without a loop.
+template <size_t words>
+inline uint64_t combinedWords(unsigned char const* s)
+{
+    if constexpr (words == 1) {
+        uint64_t word;
+        std::memcpy(&word, s, sizeof word);
+        return word;
+    } else {
+        constexpr size_t kHalf = words / 2;
+        return combinedWords<kHalf>(s) | combinedWords<words - kHalf>(s + kHalf * 8);
+    }
+}
+
 // Returns whether any of the `words` * 8 bytes at `s` is beyond ASCII.
 template <size_t words>
 bool hasNonAscii(unsigned char const* s)
 {
+    constexpr size_t kStep = words < 8 ? words : 8;
+    static_assert(words % kStep == 0);
     uint64_t all = 0;
-    for (size_t i = 0; i < words; ++i) {
-        uint64_t word;
-        std::memcpy(&word, s + i * sizeof word, sizeof word);
-        all |= word;
-    }
+    for (size_t i = 0; i < words; i += kStep)
+        all |= combinedWords<kStep>(s + i * 8);
     return (all & 0x8080808080808080u) != 0;
 }
 
