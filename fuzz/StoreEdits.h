@@ -495,7 +495,9 @@ private:
     }
 
     // A store and the file that it has written have the same comments, of the same keys and
-    // headers.
+    // headers. A comment right above a removed header or key can precede the comment of the next,
+    // and a comment inside a changed value or name follows the comment above it: only a load gives
+    // these comments to the line below.
     void expectOwners(std::optional<Store> const& again, std::string const& after) const
     {
         Model const now(after, rules_);
@@ -507,9 +509,11 @@ private:
         for (auto const& [name, text] : commentsOf(store_, now)) {
             std::string const is = withoutMarks(found.at(name));
             std::string const wanted = text.empty() ? "" : withoutMarks(text);
-            if (removes_    ? !is.ends_with(wanted)
-                : hasInside ? !is.starts_with(wanted)
-                            : is != withoutMarks(text))
+            bool const isSame = removes_ && hasInside ? is.find(wanted) != is.npos
+                                : removes_            ? is.ends_with(wanted)
+                                : hasInside           ? is.starts_with(wanted)
+                                                      : is == withoutMarks(text);
+            if (!isSame)
                 expect(false, after,
                        ("a comment has its owner: [" + name.first + "] " + name.second + " <" +
                         text + "> <" + found.at(name) + ">")

@@ -273,3 +273,14 @@ TEST(DialectRenames, AStoreForgetsTheOldNames)
     }
     EXPECT_EQ("[a]\nk=u\njunk line\n[b]\nk=t\n# n\n", directory.read("x.service"));
 }
+
+TEST(DialectRenames, CommentsInsideTheNameOfAHeaderAreAboveIt)
+{
+    std::string const text = "# n\n[a \\\n; inside\n  b]\nk=1\n[c]\nm=3\n";
+    expectText("systemd", text, {renameStanza("a    b", "z")},
+               "# n\n; inside\n[z]\nk=1\n[c]\nm=3\n");
+    expectText("systemd", text, {renameStanza("a    b", "z"), set("z", "k", "2")},
+               "# n\n; inside\n[z]\nk=2\n[c]\nm=3\n");
+    expectText("systemd", text + "[a \\\n# again\n  b]\nl=4\n", {renameStanza("a    b", "z")},
+               "# n\n; inside\n[z]\nk=1\n[c]\nm=3\n# again\n[z]\nl=4\n");
+}

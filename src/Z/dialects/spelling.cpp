@@ -444,6 +444,23 @@ bool replaceContinued(SwitchedDialect const& dialect, std::string_view text, Lin
     return true;
 }
 
+// Returns the change that removes the name of a header or key. The comments inside a name that
+// continues are above its line then.
+Replacement withoutName(SwitchedDialect const& dialect, std::string_view text, Line const& line)
+{
+    Replacement change{line.nameBegin(), line.nameEnd, {}};
+    if (slice(text, change.begin, change.end).find('\n') == std::string_view::npos)
+        return change;
+    std::string comments = ValueLines(dialect, text, line, change.begin, line.nameEnd).comments();
+    change.commentBytes = comments.size();
+    if (!comments.empty()) {
+        comments += slice(text, line.begin, change.begin);
+        change.begin = line.begin;
+    }
+    change.text = std::move(comments);
+    return change;
+}
+
 // Returns the end of the bytes of a line that stay before a new value. An empty value is no reason
 // to continue the line of the separator.
 uint32_t endBeforeValue(std::string_view text, Line const& line, std::string_view value)
@@ -642,13 +659,14 @@ Replacement SwitchedDialect::removeValue(std::string_view, Line const& line) con
     return {line.nameEnd, line.valueEnd, {}};
 }
 
-Replacement SwitchedDialect::renameHeader(std::string_view, Line const& header,
+Replacement SwitchedDialect::renameHeader(std::string_view text, Line const& header,
                                           std::string_view name) const
 {
+    Replacement change = withoutName(*this, text, header);
     std::string spelled;
     appendHeader(name, spelled);
-    spelled = spelled.substr(1, spelled.size() - 2);
-    return {header.nameBegin(), header.nameEnd, std::move(spelled)};
+    change.text += std::string_view(spelled).substr(1, spelled.size() - 2);
+    return change;
 }
 
 Replacement SwitchedDialect::removeLine(std::string_view text, Line const& line, uint32_t end) const
@@ -664,20 +682,10 @@ Replacement SwitchedDialect::removeLine(std::string_view text, Line const& line,
     return {line.begin, end, comments + lines.passedOver(), comments.size()};
 }
 
-// The comments inside a name that continues are above the key then.
 Replacement SwitchedDialect::renameKey(std::string_view text, Line const& line,
                                        std::string_view name) const
 {
-    Replacement change{line.nameBegin(), line.nameEnd, {}};
-    if (slice(text, change.begin, change.end).find('\n') != std::string_view::npos) {
-        std::string comments = ValueLines(*this, text, line, change.begin, line.nameEnd).comments();
-        change.commentBytes = comments.size();
-        if (!comments.empty()) {
-            comments += slice(text, line.begin, change.begin);
-            change.begin = line.begin;
-        }
-        change.text = std::move(comments);
-    }
+    Replacement change = withoutName(*this, text, line);
     appendKey(name, change.text);
     return change;
 }

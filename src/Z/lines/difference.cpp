@@ -318,7 +318,7 @@ void Difference::respellHeaders(ReadStanza const& stanza, std::string_view name)
             dialect_.writtenStanza(text_, outline_.lines()[header], nameSpace_) == name)
             continue;
         record(name, {}, {});
-        edits_.replace(dialect_.renameHeader(text_, outline_.lines()[header], name));
+        renameHeader(header, name);
     }
 }
 
@@ -336,6 +336,15 @@ bool Difference::hasHeaderComments() const
     return !headerComments_.empty() || outline_.sectionCount() != outline_.stanzas().size();
 }
 
+void Difference::renameHeader(uint32_t header, std::string_view name)
+{
+    Line const& read = outline_.lines()[header];
+    Replacement change = dialect_.renameHeader(text_, read, name);
+    if (change.commentBytes > 0)
+        edits_.moveComments(splitComments(read, read.nameBegin(), change));
+    edits_.replace(std::move(change));
+}
+
 void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
 {
     record(name, {}, {});
@@ -344,7 +353,7 @@ void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
     for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
         uint32_t const header = outline_.sections()[i].header;
         if (header != kNone)
-            edits_.replace(dialect_.renameHeader(text_, outline_.lines()[header], name));
+            renameHeader(header, name);
     }
 }
 

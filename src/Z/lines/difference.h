@@ -124,6 +124,7 @@ private:
     uint32_t findRenamedTop();
     void insertTopHeader();
     bool hasHeaderComments() const;
+    void renameHeader(uint32_t header, std::string_view name);
     void renameHeaders(ReadStanza const& stanza, std::string_view name);
     bool hasOtherName(ReadStanza const& stanza, std::string_view name);
     void respellHeaders(ReadStanza const& stanza, std::string_view name);
