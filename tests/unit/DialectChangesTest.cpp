@@ -324,6 +324,24 @@ TEST(DialectChanges, NewCommentsHaveTheMarkThatEveryReaderKnows)
     });
 }
 
+TEST(DialectChanges, AMarkOfCommentsAfterValuesStartsACommentLine)
+{
+    auto const comment = [](char const* text) {
+        return [=](Store& store) { store.setComment("a", "k", text); };
+    };
+    std::string const text = "[a]\n; x\nk = 1 ; why\n";
+    for (char const* const dialect :
+         {"ini,marks=hash,trailing=;", "ini,marks=none,trailing=;", "git,marks=#"}) {
+        expectChanges({{dialect, text, comment("; x"), text},
+                       {dialect, text, comment("y"), "[a]\n; y\nk = 1 ; why\n"}});
+    }
+    expectChanges({
+        {"ini,marks=none,trailing=;", "[a]\nk = 1\n", comment("x"), "[a]\n;x\nk = 1\n"},
+        {"ini,marks=none,trailing=;,trailingNeeds=blankBefore", "[a]\n; x\nk = 1\n",
+         [](Store& store) { store.setValue("a", "k", "2"); }, "[a]\n; x\nk = 2\n"},
+    });
+}
+
 TEST(DialectChanges, ARefusalNamesTheChange)
 {
     expectChanges({

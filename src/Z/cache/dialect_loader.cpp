@@ -157,6 +157,14 @@ private:
     std::unordered_map<std::string, unsigned, zlines::NameHash, std::equal_to<>> counts_;
 };
 
+// Returns whether a line is a comment: a mark of comments after values can start a line, too.
+bool isComment(SwitchedDialect const& dialect, std::string_view line)
+{
+    std::vector<zlines::Line> lines;
+    dialect.split(line, lines);
+    return !lines.empty() && lines.front().kind == zlines::commentLine;
+}
+
 }  // namespace
 
 Policy policyOf(SwitchedDialect const& dialect)
@@ -177,8 +185,8 @@ Policy policyOf(SwitchedDialect const& dialect)
     policy.keys.dropsBlanks = switches.dropBlanks;
     policy.keys.dashIsUnderscore = switches.dashes;
     policy.keys.exchangesSlashes = switches.paths == zdialects::Paths::dotsOrSlashes;
-    bool const hasHash = (switches.marks & zdialects::markHash) != 0;
-    bool const hasSemicolon = (switches.marks & zdialects::markSemicolon) != 0;
+    bool const hasHash = isComment(dialect, "#");
+    bool const hasSemicolon = isComment(dialect, ";");
     policy.comments.marks = hasHash && hasSemicolon ? "#;" : hasSemicolon ? ";" : "#";
     policy.comments.separators =
         (switches.separators & zdialects::separatorColon) != 0 ? "=:" : "=";

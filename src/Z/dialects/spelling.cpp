@@ -500,7 +500,11 @@ std::string_view SwitchedDialect::ownComment() const
 {
     unsigned const first =
         switches_.commentStyle == CommentStyle::semicolon ? markSemicolon : markHash;
-    unsigned const mark = switches_.marks & first ? first : switches_.marks;
+    unsigned marks = switches_.marks & (markHash | markSemicolon);
+    // Marks of comments after values can start a line, too.
+    if (marks == 0 && switches_.trailingNeeds == TrailingNeeds::nothing)
+        marks = switches_.trailing;
+    unsigned const mark = marks & first ? first : marks;
     return mark & markHash ? "#" : mark & markSemicolon ? ";" : "#";
 }
 
