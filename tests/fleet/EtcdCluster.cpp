@@ -12,6 +12,7 @@
 
 #include <thread>
 
+#include "FleetNetwork.h"
 #include "transport/cluster.h"
 #include "transport/failure.h"
 
@@ -50,9 +51,9 @@ private:
     unsigned port_ = 0;
 };
 
-std::string url(unsigned port)
+std::string url(std::string const& host, unsigned port)
 {
-    return "http://127.0.0.1:" + std::to_string(port);
+    return "http://" + host + ":" + std::to_string(port);
 }
 
 std::string nameOf(unsigned node)
@@ -67,10 +68,14 @@ bool EtcdCluster::isInstalled()
     return access(kProgram, X_OK) == 0;
 }
 
-EtcdCluster::EtcdCluster(unsigned nodes, std::vector<std::string> const& options)
-    : options_(options), nodes_(nodes)
+EtcdCluster::EtcdCluster(unsigned nodes, std::vector<std::string> const& options,
+                         FleetNetwork* network)
+    : options_(options), network_(network), nodes_(nodes)
 {
-    {
+    if (network_ != nullptr) {
+        for (unsigned i = 0; i < nodes; ++i)
+            nodes_[i] = {0, network_->address(i), 2379, 2380};
+    } else {
         std::vector<PortReservation> ports(2 * nodes);
         for (unsigned i = 0; i < nodes; ++i) {
             nodes_[i].clientPort = ports[2 * i].port();
@@ -92,7 +97,7 @@ std::vector<std::string> EtcdCluster::endpoints() const
 {
     std::vector<std::string> all;
     for (Node const& node : nodes_)
-        all.push_back("127.0.0.1:" + std::to_string(node.clientPort));
+        all.push_back(node.host + ":" + std::to_string(node.clientPort));
     return all;
 }
 
@@ -101,9 +106,9 @@ std::vector<std::string> EtcdCluster::commandFor(unsigned node) const
 {
     std::string members;
     for (unsigned i = 0; i < size(); ++i)
-        members += (i == 0 ? "" : ",") + nameOf(i) + "=" + url(nodes_[i].peerPort);
-    std::string const client = url(nodes_[node].clientPort);
-    std::string const peer = url(nodes_[node].peerPort);
+        members += (i == 0 ? "" : ",") + nameOf(i) + "=" + url(nodes_[i].host, nodes_[i].peerPort);
+    std::string const client = url(nodes_[node].host, nodes_[node].clientPort);
+    std::string const peer = url(nodes_[node].host, nodes_[node].peerPort);
     std::vector<std::string> command{kProgram,
                                      "--name=" + nameOf(node),
                                      "--data-dir=" + directory_.at(nameOf(node)),
@@ -130,16 +135,20 @@ void EtcdCluster::start(unsigned node)
     char* environment[] = {path, nullptr};
     std::string const log = directory_.at(nameOf(node) + ".log");
     pid_t const parent = getpid();
-    pid_t const process = fork();
-    ASSERT_LE(0, process);
-    if (process == 0) {
+    pid_t process = -1;
+    starter_.run([&] {
+        process = fork();
+        if (process != 0)
+            return;
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         int const fd = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-        if (getppid() != parent || fd < 0 || dup2(fd, 1) < 0 || dup2(fd, 2) < 0)
+        if (getppid() != parent || fd < 0 || dup2(fd, 1) < 0 || dup2(fd, 2) < 0 ||
+            (network_ != nullptr && !network_->join(node)))
             _exit(126);
         execve(kProgram, arguments.data(), environment);
         _exit(127);
-    }
+    });
+    ASSERT_LT(0, process);
     nodes_[node].process = process;
 }
 
@@ -181,11 +190,15 @@ void EtcdCluster::waitUntilReady()
 {
     for (unsigned i = 0; i < size(); ++i)
         while (nodes_[i].process != 0 && !isReady(i)) {
-            ASSERT_EQ(0, waitpid(nodes_[i].process, nullptr, WNOHANG))
-                << "etcd has ended:\n"
-                << directory_.read(nameOf(i) + ".log");
+            ASSERT_EQ(0, waitpid(nodes_[i].process, nullptr, WNOHANG)) << "etcd has ended:\n"
+                                                                       << log(i);
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
+}
+
+std::string EtcdCluster::log(unsigned node) const
+{
+    return directory_.read(nameOf(node) + ".log");
 }
 
 std::string EtcdCluster::control(std::string const& arguments) const

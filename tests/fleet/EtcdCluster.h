@@ -2,10 +2,17 @@
 #pragma once
 
 #include <TestDirectory.h>
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "FleetFile.h"
+#include "HelperThread.h"
+
+class FleetNetwork;
 
 class EtcdCluster {
 public:
@@ -14,14 +21,16 @@ public:
 
     /// Starts the nodes and waits until all of them reply. The nodes end with this object and, if
     /// the program crashes, with the program.
-    explicit EtcdCluster(unsigned nodes = 3, std::vector<std::string> const& options = {});
+    /// With a network, which must live longer, the nodes are its first hosts.
+    explicit EtcdCluster(unsigned nodes = 3, std::vector<std::string> const& options = {},
+                         FleetNetwork* network = nullptr);
     EtcdCluster(EtcdCluster const&) = delete;
     EtcdCluster& operator=(EtcdCluster const&) = delete;
     ~EtcdCluster();
 
     unsigned size() const { return static_cast<unsigned>(nodes_.size()); }
 
-    /// Returns the endpoints, as "127.0.0.1:PORT".
+    /// Returns the endpoints, as "ADDRESS:PORT".
     std::vector<std::string> endpoints() const;
 
     /// Kills a node; its data stay.
@@ -40,6 +49,9 @@ public:
     /// Returns the number of the leader; waits until there is one.
     unsigned leader() const;
 
+    /// Returns the text that a node has printed.
+    std::string log(unsigned node) const;
+
     /// Runs etcdctl with these arguments at all nodes. Returns its output; adds a failure if it
     /// fails.
     std::string control(std::string const& arguments) const;
@@ -47,6 +59,7 @@ public:
 private:
     struct Node {
         pid_t process = 0;  // 0: not running
+        std::string host = "127.0.0.1";
         unsigned clientPort = 0;
         unsigned peerPort = 0;
     };
@@ -56,5 +69,57 @@ private:
 
     TestDirectory const directory_{TestDirectory::Place::memory};
     std::vector<std::string> const options_;
+    FleetNetwork* const network_;
     std::vector<Node> nodes_;
+    // The kernel ends a node when the thread that has started it ends: the nodes start in a thread
+    // that ends with this object.
+    HelperThread starter_;
+};
+
+// A test that needs etcd, and is skipped without it.
+class EtcdTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!EtcdCluster::isInstalled())
+            GTEST_SKIP() << "the package etcd-server is not installed";
+        prepare();
+    }
+
+    /// Runs before each test, if etcd is installed.
+    virtual void prepare() {}
+};
+
+// A test with a cluster of its own.
+class OwnClusterTest : public EtcdTest {
+protected:
+    /// Starts a cluster of three nodes, and writes a file of the fleets with a stanza "test", which
+    /// has these keys, too.
+    void start(std::string const& keys, std::vector<std::string> const& options = {},
+               FleetNetwork* network = nullptr)
+    {
+        nodes_ = std::make_unique<EtcdCluster>(3, options, network);
+        file_ = std::make_unique<FleetFile>(FleetFile::textFor(nodes_->endpoints()) + keys);
+    }
+
+    std::unique_ptr<EtcdCluster> nodes_;
+    std::unique_ptr<FleetFile> file_;
+};
+
+// A test with a cluster that all tests of its suite share. `Suite` is the class of the tests.
+template <class Suite>
+class SharedClusterTest : public EtcdTest {
+protected:
+    static void SetUpTestSuite()
+    {
+        if (EtcdCluster::isInstalled())
+            nodes_ = new EtcdCluster;
+    }
+    static void TearDownTestSuite()
+    {
+        delete nodes_;
+        nodes_ = nullptr;
+    }
+
+    static inline EtcdCluster* nodes_ = nullptr;
 };

@@ -39,20 +39,8 @@ double secondsSince(Clock::time_point start)
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-class FleetCampaign : public testing::Test {
+class FleetCampaign : public OwnClusterTest {
 protected:
-    void SetUp() override
-    {
-        if (!EtcdCluster::isInstalled())
-            GTEST_SKIP() << "the package etcd-server is not installed";
-    }
-
-    void start(std::string const& keys, std::vector<std::string> const& options = {})
-    {
-        nodes_ = std::make_unique<EtcdCluster>(3, options);
-        file_ = std::make_unique<FleetFile>(FleetFile::textFor(nodes_->endpoints()) + keys);
-    }
-
     Settings settings() const
     {
         Settings result;
@@ -81,9 +69,6 @@ protected:
         nodes_->resume(leader);
         nodes_->waitUntilReady();
     }
-
-    std::unique_ptr<EtcdCluster> nodes_;
-    std::unique_ptr<FleetFile> file_;
 };
 
 // Writers that increment counters: a counter that they share, and a counter of their own, in one

@@ -12,25 +12,8 @@ using namespace zfleet;
 
 namespace {
 
-class FleetCluster : public testing::Test {
+class FleetCluster : public SharedClusterTest<FleetCluster> {
 protected:
-    static void SetUpTestSuite()
-    {
-        if (EtcdCluster::isInstalled())
-            nodes_ = new EtcdCluster;
-    }
-    static void TearDownTestSuite()
-    {
-        delete nodes_;
-        nodes_ = nullptr;
-    }
-
-    void SetUp() override
-    {
-        if (nodes_ == nullptr)
-            GTEST_SKIP() << "the package etcd-server is not installed";
-    }
-
     static Settings settings()
     {
         Settings result;
@@ -57,11 +40,7 @@ protected:
         RangeResult const result = cluster.read({key}, budget);
         return result.entries.empty() ? "(missing)" : result.entries[0].value;
     }
-
-    static EtcdCluster* nodes_;
 };
-
-EtcdCluster* FleetCluster::nodes_ = nullptr;
 
 }  // namespace
 

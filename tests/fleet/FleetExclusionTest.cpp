@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 #include <thread>
 
 #include "EtcdCluster.h"
@@ -14,23 +15,10 @@ namespace {
 
 using Lock = ZFleetReadWriteLock_6_0;
 
-class FleetExclusion : public testing::Test {
+class FleetExclusion : public SharedClusterTest<FleetExclusion> {
 protected:
-    static void SetUpTestSuite()
+    void prepare() override
     {
-        if (EtcdCluster::isInstalled())
-            nodes_ = new EtcdCluster;
-    }
-    static void TearDownTestSuite()
-    {
-        delete nodes_;
-        nodes_ = nullptr;
-    }
-
-    void SetUp() override
-    {
-        if (nodes_ == nullptr)
-            GTEST_SKIP() << "the package etcd-server is not installed";
         file_ = std::make_unique<FleetFile>(FleetFile::textFor(nodes_->endpoints()) +
                                             "budget = 60\ncall = 500\nlease = 2\n");
     }
@@ -46,11 +34,8 @@ protected:
         }
     }
 
-    static EtcdCluster* nodes_;
     std::unique_ptr<FleetFile> file_;
 };
-
-EtcdCluster* FleetExclusion::nodes_ = nullptr;
 
 }  // namespace
 

@@ -97,20 +97,18 @@ void runServer(std::string const& path)
     EXPECT_EQ(0, server.exitCode());
 }
 
+class FleetServer : public OwnClusterTest {};
+
 }  // namespace
 
-TEST(FleetServer, ReadsWholeStatesOfALocalFile)
+TEST(FleetLocalServer, ReadsWholeStates)
 {
     TestDirectory const directory;
     runServer(directory.at("server.conf"));
 }
 
-TEST(FleetServer, ReadsWholeStatesOfACluster)
+TEST_F(FleetServer, ReadsWholeStates)
 {
-    if (!EtcdCluster::isInstalled())
-        GTEST_SKIP() << "the package etcd-server is not installed";
-    EtcdCluster const nodes;
-    // Without looks, each change has its notice.
-    FleetFile const file(FleetFile::textFor(nodes.endpoints()) + "look = 3600\n");
+    start("look = 3600\n");  // without looks: each change has its notice
     runServer("etcd://test/server");
 }

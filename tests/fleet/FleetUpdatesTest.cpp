@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "EtcdCluster.h"
-#include "FleetFile.h"
 
 namespace {
 
@@ -46,14 +45,14 @@ void runWriter(unsigned number, std::atomic<unsigned>& running)
     --running;
 }
 
+class FleetUpdates : public OwnClusterTest {};
+
 }  // namespace
 
-TEST(FleetUpdates, NoUpdateIsLostWhileNodesFail)
+TEST_F(FleetUpdates, NoUpdateIsLostWhileNodesFail)
 {
-    if (!EtcdCluster::isInstalled())
-        GTEST_SKIP() << "the package etcd-server is not installed";
-    EtcdCluster nodes;
-    FleetFile const file(FleetFile::textFor(nodes.endpoints()) + "budget = 600\ncall = 500\n");
+    start("budget = 600\ncall = 500\n");
+    EtcdCluster& nodes = *nodes_;
     {
         ZFleetProperties_6_0 store(1);
         store.setValue("counters", "shared", "0");

@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "EtcdCluster.h"
-#include "FleetFile.h"
 
 namespace {
 
@@ -29,16 +28,12 @@ bool waitFor(ZFleetProperties_6_0& store, unsigned value)
     return true;
 }
 
-class FleetWatches : public testing::Test {
+class FleetWatches : public OwnClusterTest {
 protected:
-    void SetUp() override
+    void prepare() override
     {
-        if (!EtcdCluster::isInstalled())
-            GTEST_SKIP() << "the package etcd-server is not installed";
-        nodes_ = std::make_unique<EtcdCluster>();
-        // Without looks, only a watch can find a change.
-        file_ = std::make_unique<FleetFile>(FleetFile::textFor(nodes_->endpoints()) +
-                                            "budget = 60\ncall = 500\nlook = 3600\n");
+        start("budget = 60\ncall = 500\nlook = 3600\n");  // without looks: only a watch can find a
+                                                          // change
         writer_->setValue("s", "x", "0");
         writer_->store(kPath);
         reader_->load(kPath);
@@ -53,8 +48,6 @@ protected:
         EXPECT_TRUE(waitFor(*reader_, value_)) << value_;
     }
 
-    std::unique_ptr<EtcdCluster> nodes_;
-    std::unique_ptr<FleetFile> file_;
     std::unique_ptr<ZFleetProperties_6_0> writer_ = std::make_unique<ZFleetProperties_6_0>(1);
     std::unique_ptr<ZFleetProperties_6_0> reader_ = std::make_unique<ZFleetProperties_6_0>(1);
     unsigned value_ = 0;
