@@ -13,10 +13,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
 
+#include "CampaignSize.h"
+#include "Counters.h"
 #include "EtcdCluster.h"
 #include "FleetFile.h"
 #include "fleet_messages.pb.h"
@@ -27,17 +30,6 @@ using namespace zfleet;
 using std::chrono::milliseconds;
 
 namespace {
-
-unsigned scaled(unsigned whole, unsigned part)
-{
-    char const* const size = getenv("ZFLEET_CAMPAIGN");
-    return size != nullptr && strcmp(size, "whole") == 0 ? whole : part;
-}
-
-double secondsSince(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 class FleetCampaign : public OwnClusterTest {
 protected:
@@ -182,6 +174,47 @@ TEST_F(FleetCampaign, NoUpdateIsLostWhileLeadersFail)
     writers.expectEveryIncrement();
     printf("%u of %u increments, %lu conflicts, %u kills, %u stops, %.0f s\n", writers.done(),
            writers.total(), writers.conflicts(), kills, stops, secondsSince(begin));
+}
+
+// The same increments through a counter with a guard left out lose some.
+TEST_F(FleetCampaign, IncrementsAreLostWithoutTheGuards)
+{
+    start("budget = 60\ncall = 500\n");
+    {
+        ZFleetProperties_6_0 store(1);
+        store.setIntegerValue("s", "x", 0);
+        for (char const* const path : {"etcd://test/guarded", "etcd://test/agreeing"})
+            store.store(path);
+    }
+    struct Case {
+        char const* name;
+        std::function<std::unique_ptr<Counter>()> make;
+        bool isGuarded;
+    };
+    Case const cases[] = {
+        {"guarded", [] { return std::make_unique<GuardedCounter>("etcd://test/guarded"); }, true},
+        {"equal values agree",
+         [] { return std::make_unique<AgreeingCounter>("etcd://test/agreeing"); }, false},
+        {"plain puts", [this] { return std::make_unique<PlainCounter>(settings(), "plain"); },
+         false}};
+    constexpr unsigned kPrograms = 4;
+    unsigned const increments = scaled(500, 40);
+    for (Case const& c : cases) {
+        std::vector<std::thread> programs;
+        for (unsigned i = 0; i < kPrograms; ++i)
+            programs.emplace_back([&] {
+                auto const counter = c.make();
+                for (unsigned done = 0; done < increments; ++done)
+                    counter->increment();
+            });
+        for (std::thread& program : programs)
+            program.join();
+        auto const counter = c.make();
+        counter->read();
+        unsigned const lost = kPrograms * increments - counter->value();
+        printf("%s: %u of %u increments lost\n", c.name, lost, kPrograms * increments);
+        EXPECT_EQ(c.isGuarded, lost == 0);
+    }
 }
 
 // A write that waits in the socket of a suspended leader is executed after a later write of

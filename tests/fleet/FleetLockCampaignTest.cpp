@@ -5,9 +5,6 @@
 // another without. The first one must not lose an increment. The second one must: otherwise the
 // test would not show anything. A holder also publishes the time up to which it is certain to hold
 // the lock; the next holder must not be certain at the same time.
-//
-// `ZFLEET_CAMPAIGN=whole ./dev fleet Campaign` runs the campaign in full size; the figures are in
-// build-fleet/Testing/Temporary/LastTest.log. Otherwise it is a part of it.
 #include <Z/ZException.h>
 #include <Z/ZFleetReadWriteLock.h>
 #include <errno.h>
@@ -31,6 +28,7 @@
 #include <thread>
 #include <vector>
 
+#include "CampaignSize.h"
 #include "EtcdCluster.h"
 #include "FleetFile.h"
 #include "FleetNetwork.h"
@@ -227,8 +225,7 @@ struct Size {
 
 Size sizeOfCampaign()
 {
-    char const* const size = getenv("ZFLEET_CAMPAIGN");
-    if (size != nullptr && strcmp(size, "whole") == 0)
+    if (isWholeCampaign())
         return {100'000, 1000, 200, 100, FleetNetwork::isPossible() ? 100u : 0};
     return {600, 12, 6, 2, FleetNetwork::isPossible() ? 2u : 0};
 }

@@ -72,12 +72,17 @@ void FleetNetwork::add(unsigned host)
     require("ip link set inner" + std::to_string(host) + " netns /proc/" +
             std::to_string(getpid()) + "/fd/" + std::to_string(fd));
     require("ip link set " + name + " master hub up");
+    std::string const inner = "inner" + std::to_string(host);
+    runAt(host, {"ip link set lo up", "ip address add " + address(host) + "/24 dev " + inner,
+                 "ip link set " + inner + " up"});
+}
+
+void FleetNetwork::runAt(unsigned host, std::vector<std::string> const& commands) const
+{
     std::thread([&] {
         EXPECT_TRUE(join(host));
-        std::string const inner = "inner" + std::to_string(host);
-        require("ip link set lo up");
-        require("ip address add " + address(host) + "/24 dev " + inner);
-        require("ip link set " + inner + " up");
+        for (std::string const& command : commands)
+            require(command);
     }).join();
 }
 
@@ -94,4 +99,18 @@ bool FleetNetwork::join(unsigned host) const
 void FleetNetwork::setPort(unsigned host, char const* state)
 {
     require("ip link set " + port(host) + " " + state);
+}
+
+// Each side drops the packets that it sends.
+void FleetNetwork::setRoutes(unsigned host, unsigned hosts, char const* action) const
+{
+    std::string const command = std::string("ip route ") + action + " blackhole ";
+    std::vector<std::string> own;
+    for (unsigned neighbour = 0; neighbour < hosts; ++neighbour) {
+        if (neighbour == host)
+            continue;
+        own.push_back(command + address(neighbour));
+        runAt(neighbour, {command + address(host)});
+    }
+    runAt(host, own);
 }

@@ -32,8 +32,15 @@ public:
     void cut(unsigned host) { setPort(host, "down"); }
     void connect(unsigned host) { setPort(host, "up"); }
 
+    /// Drops the packets between a host and the other ones of the first `hosts`, and delivers them
+    /// again. Packets between the host and the test program are delivered.
+    void isolate(unsigned host, unsigned hosts) { setRoutes(host, hosts, "add"); }
+    void rejoin(unsigned host, unsigned hosts) { setRoutes(host, hosts, "delete"); }
+
 private:
     void add(unsigned host);
+    void runAt(unsigned host, std::vector<std::string> const& commands) const;
+    void setRoutes(unsigned host, unsigned hosts, char const* action) const;
     void setPort(unsigned host, char const* state);
 
     std::vector<int> namespaces_;  // descriptors

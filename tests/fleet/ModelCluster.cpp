@@ -366,7 +366,8 @@ ScriptedServer::Reply ModelCluster::transact(Request const& request)
             once();
     };
     Fate fate = Fate::executed;
-    if (form.compare_size() > 0) {
+    if (std::any_of(form.success().begin(), form.success().end(),
+                    [](auto const& operation) { return !operation.has_range(); })) {
         run(prelude_);
         if (!fates_.empty()) {
             fate = fates_.front();
