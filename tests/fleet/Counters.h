@@ -78,7 +78,7 @@ private:
     }
 };
 
-// A key whose writes have no guard, and are repeated after a lost reply all the same.
+// A key whose writes have no guard, and are repeated after a lost reply anyway.
 class PlainCounter final : public Counter {
 public:
     PlainCounter(zfleet::Settings settings, std::string key)

@@ -44,7 +44,7 @@ using std::chrono::milliseconds;
 constexpr char kSwitch[] = "--take-turns";
 constexpr unsigned kLocks = 4;
 constexpr unsigned kHolders = 3;      // of each lock, at a time
-constexpr size_t kMaxHolders = 4096;  // in all, with those that were killed
+constexpr size_t kMaxHolders = 4096;  // in all, killed ones included
 constexpr unsigned kNodes = 3;
 constexpr unsigned kClientHosts = 3;  // for the holders, in a network that can be cut
 

@@ -7,13 +7,26 @@ using Guard = std::lock_guard<std::recursive_mutex>;
 
 ModelCluster::ModelCluster()
 {
-    server_.handle("Range", [this](Request const& request) { return range(request); });
-    server_.handle("Txn", [this](Request const& request) { return transact(request); });
-    server_.handle("LeaseGrant", [this](Request const& request) { return grantLease(request); });
-    server_.handle("LeaseKeepAlive",
-                   [this](Request const& request) { return renewLease(request); });
-    server_.handle("LeaseRevoke", [this](Request const& request) { return revokeLease(request); });
-    server_.handle("Watch", [this](Request const& request) { return watch(request); });
+    serve("Range", [this](Request const& request) { return range(request); });
+    serve("Txn", [this](Request const& request) { return transact(request); });
+    serve("LeaseGrant", [this](Request const& request) { return grantLease(request); });
+    serve("LeaseKeepAlive", [this](Request const& request) { return renewLease(request); });
+    serve("LeaseRevoke", [this](Request const& request) { return revokeLease(request); });
+    serve("Watch", [this](Request const& request) { return watch(request); });
+}
+
+void ModelCluster::serve(char const* method, Handler const& execute)
+{
+    server_.handle(method, [this, execute](Request const& request) {
+        Guard const guard(mutex_);
+        return fault_ ? fault_(request, execute) : execute(request);
+    });
+}
+
+void ModelCluster::setFault(std::function<Reply(Request const&, Handler const& execute)> fault)
+{
+    Guard const guard(mutex_);
+    fault_ = std::move(fault);
 }
 
 void ModelCluster::setFates(std::deque<Fate> fates)

@@ -22,6 +22,10 @@ public:
         refused       // not executed: the status 8
     };
 
+    using Reply = ScriptedServer::Reply;
+    using Request = ScriptedServer::Request;
+    using Handler = std::function<Reply(Request const&)>;
+
     ModelCluster();
 
     std::string address() const { return server_.address(); }
@@ -29,6 +33,10 @@ public:
 
     /// Sets the fates of the next transactions that write. Later ones are executed.
     void setFates(std::deque<Fate> fates);
+
+    /// Replies to each call with the result of `fault`, which gets the handler that executes the
+    /// call. Null ends this.
+    void setFault(std::function<Reply(Request const&, Handler const& execute)> fault);
 
     /// Runs `action` after the next transaction that was executed and whose reply is lost.
     void setInterlude(std::function<void()> action);
@@ -89,9 +97,6 @@ public:
     void becomeAnother(uint64_t id, int64_t revision = 0);
 
 private:
-    using Reply = ScriptedServer::Reply;
-    using Request = ScriptedServer::Request;
-
     struct Version {
         int64_t revision;
         bool exists;
@@ -100,6 +105,7 @@ private:
         int64_t lease;
     };
 
+    void serve(char const* method, Handler const& execute);
     Version const* find(std::string const& key, int64_t revision) const;
     Reply watch(Request const& request) const;
     static std::string eventOf(std::string const& key, Version const& version);
@@ -130,6 +136,7 @@ private:
     std::atomic<bool> isFull_{false};
     std::atomic<bool> deniesLeases_{false};
     std::atomic<uint64_t> renewalTerm_{1};
+    std::function<Reply(Request const&, Handler const& execute)> fault_;
     std::deque<Fate> fates_;
     std::deque<zfleet::wire::TxnRequest> delayed_;
     int readStatus_ = 0;

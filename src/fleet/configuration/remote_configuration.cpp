@@ -86,7 +86,7 @@ Snapshot RemoteConfiguration::snapshotOf(TransactionResult& result) const
 Snapshot RemoteConfiguration::readAt(int64_t revision, Budget& budget)
 {
     TransactionResult result =
-        cluster_.commit({{}, readOperations(revision), {}}, Repetition::isHarmless, budget);
+        cluster_.commit({{}, readOperations(revision), {}}, Repetition::changesNothing, budget);
     return snapshotOf(result);
 }
 

@@ -110,7 +110,7 @@ LockQueue::View LockQueue::add(int64_t lease, LockMode mode, Budget& budget)
 
 LockQueue::View LockQueue::look(int64_t lease, LockMode mode, Budget& budget)
 {
-    return viewOf(cluster_.commit({{}, readOperations(), {}}, Repetition::isHarmless, budget),
+    return viewOf(cluster_.commit({{}, readOperations(), {}}, Repetition::changesNothing, budget),
                   keyOf(lease), mode);
 }
 
@@ -154,7 +154,8 @@ LockQueue::Removal LockQueue::findRemoval(std::string const& key, int64_t ticket
         entry.revision = sequence.revision = written - 1;
         TransactionResult before;
         try {
-            before = cluster_.commit({{}, {entry, sequence}, {}}, Repetition::isHarmless, budget);
+            before =
+                cluster_.commit({{}, {entry, sequence}, {}}, Repetition::changesNothing, budget);
         } catch (CallError const& error) {
             if (error.error != ESTALE)
                 throw;
@@ -173,7 +174,7 @@ LockQueue::Removal LockQueue::findRemoval(std::string const& key, int64_t ticket
 std::vector<QueueEntry> LockQueue::list(std::string& sequence, Budget& budget)
 {
     TransactionResult const result =
-        cluster_.commit({{}, readOperations(), {}}, Repetition::isHarmless, budget);
+        cluster_.commit({{}, readOperations(), {}}, Repetition::changesNothing, budget);
     requireReplies(result, readCount);
     sequence = valueOf(result.ranges[readSequence]);
     std::vector<QueueEntry> entries;

@@ -18,6 +18,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds kFirstPause{5};
 constexpr milliseconds kLongestPause{400};
 
+constexpr int64_t kMaxLease = 1'000'000'000;  // seconds; more would overflow in nanoseconds
+
 std::minstd_rand& randomNumbers()
 {
     thread_local std::minstd_rand numbers{std::random_device{}()};
@@ -169,9 +171,10 @@ void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition re
     }
     std::string const detail = endpoint.address() + ": " + status.message;
     // Without a token, the request has not been sent.
-    bool const isDoubtful = verdict.isDoubtful && attempts.method != kAuthenticateMethod;
+    bool const isDoubtful = verdict.isDoubtful && attempts.method != kAuthenticateMethod &&
+                            repetition != Repetition::changesNothing;
     attempts.isDoubtful = attempts.isDoubtful || isDoubtful;
-    bool const mayRepeat = repetition == Repetition::isHarmless || !attempts.isDoubtful;
+    bool const mayRepeat = repetition != Repetition::isHarmful || !attempts.isDoubtful;
     if (verdict.handling == Handling::final || !mayRepeat)
         attempts.fail(verdict.error, detail);
     if (verdict.handling == Handling::renewToken) {
@@ -224,7 +227,7 @@ RangeResult Cluster::read(Range const& range, Budget& budget)
 {
     int64_t const earlier = revision_;
     wire::RangeResponse response;
-    call(kRangeMethod, toWire(range), response, Repetition::isHarmless, budget);
+    call(kRangeMethod, toWire(range), response, Repetition::changesNothing, budget);
     RangeResult result = fromWire(response);
     recognise(kRangeMethod, result.header, earlier);
     return result;
@@ -254,7 +257,7 @@ LeaseResult Cluster::grantLease(int64_t seconds, Budget& budget)
     recognise(kLeaseGrantMethod, header, 0);
     if (response.id() == 0 || response.ttl() <= 0)
         throw CallError{nameOfMethod(kLeaseGrantMethod), EIO, false, "a reply without a lease"};
-    return {header, response.id(), response.ttl(), done.sentAt};
+    return {header, response.id(), std::min(response.ttl(), kMaxLease), done.sentAt};
 }
 
 LeaseResult Cluster::renewLease(int64_t id, Budget& budget)
@@ -266,7 +269,7 @@ LeaseResult Cluster::renewLease(int64_t id, Budget& budget)
         call(kLeaseKeepAliveMethod, request, response, Repetition::isHarmless, budget);
     Header const header = fromWire(response.header());
     recognise(kLeaseKeepAliveMethod, header, 0);
-    return {header, id, std::max<int64_t>(response.ttl(), 0), done.sentAt};
+    return {header, id, std::clamp<int64_t>(response.ttl(), 0, kMaxLease), done.sentAt};
 }
 
 void Cluster::revokeLease(int64_t id, Budget& budget)

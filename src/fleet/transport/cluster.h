@@ -19,8 +19,9 @@
 namespace zfleet {
 
 // Whether a transaction may be executed twice without harm. A put without a condition is not
-// idempotent: repeated late, it would undo another program's later put.
-enum class Repetition { isHarmless, isHarmful };
+// idempotent: repeated late, it would undo another program's later put. A call that changes nothing
+// is never doubtful.
+enum class Repetition { isHarmless, isHarmful, changesNothing };
 
 /// Returns the random pause after a number of earlier pauses.
 Clock::duration randomPause(unsigned pauses);
