@@ -501,6 +501,35 @@ TEST_F(FleetLock, LeaseThatEndedBetweenAcquisitionsIsReplaced)
     EXPECT_EQ(2u, count("LeaseGrant"));
 }
 
+// A program that is suspended or cut off again and again needs one lease after another.
+TEST_F(FleetLock, LeasesThatEndBeforeTheEntryAreReplaced)
+{
+    auto const endLeasesFor = [this](unsigned entries) {
+        auto const left = std::make_shared<unsigned>(entries);
+        cluster_.setFault([=, this](auto const& request, auto const& execute) {
+            if (request.method == "Txn" && *left > 0) {
+                --*left;
+                cluster_.endLeases();
+            }
+            return execute(request);
+        });
+    };
+    {
+        Lock lock(kPath);
+        endLeasesFor(12);
+        lock.writeLock();
+        EXPECT_EQ(1u, entries());
+        lock.unlock();
+    }
+    EXPECT_EQ(13u, count("LeaseGrant"));
+    setUpFile("budget = 1\n");
+    Lock late(kPath);
+    endLeasesFor(1'000'000);
+    EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { late.writeLock(); }));
+    cluster_.setFault(nullptr);
+    expectFree(late);
+}
+
 TEST_F(FleetLock, ReleaseWithoutReplyCountsOnce)
 {
     Lock lock(kPath);

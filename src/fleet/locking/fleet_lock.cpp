@@ -20,8 +20,6 @@ using std::chrono::milliseconds;
 // Between two reads of the queue without a notice of the cluster.
 constexpr Clock::duration kLookInterval = std::chrono::seconds(5);
 
-constexpr unsigned kMaxEntries = 8;  // attempts to add an entry whose lease keeps ending
-
 // Returns whether a waiting program should look again later.
 bool maySucceedLater(CallError const& error)
 {
@@ -73,12 +71,13 @@ Budget FleetLock::budgetUntil(Clock::time_point deadline) const
 
 // ---- Acquiring ---------------------------------------------------------------------------------
 
-// Adds the entry.
+// Adds the entry. A lease can end before: while nodes or this process are suspended or cut off, for
+// example.
 LockQueue::View FleetLock::enter(LockMode mode, Clock::time_point deadline)
 {
     Budget budget = budgetUntil(deadline);
     entered_ = 0;
-    for (unsigned attempt = 1;; ++attempt) {
+    for (;;) {
         lease_.require(queue_.keyOf(lease_.id()), budget);
         try {
             LockQueue::View view = queue_.add(lease_.id(), mode, budget);
@@ -86,12 +85,15 @@ LockQueue::View FleetLock::enter(LockMode mode, Clock::time_point deadline)
             entered_ = view.ticket;
             return view;
         } catch (CallError const& error) {
-            if (error.error != ENOENT || attempt == kMaxEntries) {
+            if (error.error != ENOENT) {
                 isTainted_ = isTainted_ || error.isDoubtful;
                 throw;
             }
-            lease_.forget();  // it has ended, and so has any entry of it
         }
+        lease_.forget();  // it has ended, and so has any entry of it
+        budget.pause();
+        if (budget.isUsedUp())
+            throw CallError{"Txn", ETIMEDOUT, false, "each lease has ended before its entry"};
     }
 }
 
