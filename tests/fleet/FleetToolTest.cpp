@@ -338,14 +338,14 @@ TEST_F(FleetTool, PushAndPullRefuseIncompleteCopies)
 
 TEST_F(FleetTool, StatusPrintsEachEndpoint)
 {
-    EXPECT_EQ(cluster_.address() + "  cluster 1  member 0  revision 2  term 0\n(0)",
+    EXPECT_EQ(cluster_.address() + "  cluster 1  member 0  revision 2  term 1\n(0)",
               run("status test"));
     EXPECT_EQ("{\"endpoint\": \"" + cluster_.address() +
-                  "\", \"cluster\": \"1\", \"member\": \"0\", \"revision\": 2, \"term\": 0}\n(0)",
+                  "\", \"cluster\": \"1\", \"member\": \"0\", \"revision\": 2, \"term\": 1}\n(0)",
               run("status test --format json"));
     FleetFile const other(FleetFile::textFor({cluster_.address(), "127.0.0.1:1"}));
     EXPECT_EQ(cluster_.address() +
-                  "\t1\t0\t2\t0\t\n127.0.0.1:1\t\\-\t\\-\t\\-\t\\-\tConnection "
+                  "\t1\t0\t2\t1\t\n127.0.0.1:1\t\\-\t\\-\t\\-\t\\-\tConnection "
                   "timed out\n(8)",
               run("status test --format lines"));
     EXPECT_EQ("zfleet: " + other.path() +
