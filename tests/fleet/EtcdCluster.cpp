@@ -3,14 +3,19 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdio.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <thread>
+#include <utility>
 
 #include "FleetNetwork.h"
 #include "transport/cluster.h"
@@ -69,8 +74,8 @@ bool EtcdCluster::isInstalled()
 }
 
 EtcdCluster::EtcdCluster(unsigned nodes, std::vector<std::string> const& options,
-                         FleetNetwork* network)
-    : options_(options), network_(network), nodes_(nodes)
+                         FleetNetwork* network, zfleet::Certificates clients)
+    : options_(options), network_(network), clients_(std::move(clients)), nodes_(nodes)
 {
     if (network_ != nullptr) {
         for (unsigned i = 0; i < nodes; ++i)
@@ -107,7 +112,9 @@ std::vector<std::string> EtcdCluster::commandFor(unsigned node) const
     std::string members;
     for (unsigned i = 0; i < size(); ++i)
         members += (i == 0 ? "" : ",") + nameOf(i) + "=" + url(nodes_[i].host, nodes_[i].peerPort);
-    std::string const client = url(nodes_[node].host, nodes_[node].clientPort);
+    std::string client = url(nodes_[node].host, nodes_[node].clientPort);
+    if (!clients_.ca.empty())
+        client.insert(4, "s");
     std::string const peer = url(nodes_[node].host, nodes_[node].peerPort);
     std::vector<std::string> command{kProgram,
                                      "--name=" + nameOf(node),
@@ -172,10 +179,55 @@ void EtcdCluster::resume(unsigned node)
     ::kill(nodes_[node].process, SIGCONT);
 }
 
+// The mount exists in the namespace of the starter, and of the nodes that start later.
+bool EtcdCluster::limitDisk(unsigned node, unsigned megabytes)
+{
+    kill(node);
+    bool isMounted = false;
+    starter_.run([&] {
+        if (!hasMounts_ && (unshare(CLONE_NEWNS) != 0 ||
+                            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0))
+            return;
+        hasMounts_ = true;
+        std::string const place = directory_.at(nameOf(node));
+        std::string const size = "size=" + std::to_string(megabytes) + "m";
+        std::filesystem::rename(place, place + ".old");
+        std::filesystem::create_directory(place);
+        isMounted = mount("none", place.c_str(), "tmpfs", 0, size.c_str()) == 0;
+        std::filesystem::copy(place + ".old", place, std::filesystem::copy_options::recursive);
+    });
+    start(node);
+    return isMounted;
+}
+
+void EtcdCluster::fillDisk(unsigned node)
+{
+    starter_.run([&] {
+        std::ofstream out(directory_.at(nameOf(node)) + "/fill", std::ios::binary);
+        std::string const block(4096, 'x');
+        while (out.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
+        }
+    });
+}
+
+void EtcdCluster::freeDisk(unsigned node)
+{
+    starter_.run([&] { std::filesystem::remove(directory_.at(nameOf(node)) + "/fill"); });
+}
+
+bool EtcdCluster::hasEnded(unsigned node)
+{
+    pid_t& process = nodes_[node].process;
+    if (process != 0 && waitpid(process, nullptr, WNOHANG) == process)
+        process = 0;
+    return process == 0;
+}
+
 bool EtcdCluster::isReady(unsigned node) const
 {
     zfleet::Settings settings;
     settings.endpoints = {endpoints()[node]};
+    settings.certificates = clients_;
     zfleet::Cluster cluster(settings);
     try {
         zfleet::Budget budget(std::chrono::seconds(1));

@@ -11,6 +11,7 @@
 
 #include "FleetFile.h"
 #include "HelperThread.h"
+#include "transport/endpoint.h"
 
 class FleetNetwork;
 
@@ -22,8 +23,9 @@ public:
     /// Starts the nodes and waits until all of them reply. The nodes end with this object and, if
     /// the program crashes, with the program.
     /// With a network, which must live longer, the nodes are its first hosts.
+    /// With certificates, clients connect to them with TLS; `options` have the nodes' certificates.
     explicit EtcdCluster(unsigned nodes = 3, std::vector<std::string> const& options = {},
-                         FleetNetwork* network = nullptr);
+                         FleetNetwork* network = nullptr, zfleet::Certificates clients = {});
     EtcdCluster(EtcdCluster const&) = delete;
     EtcdCluster& operator=(EtcdCluster const&) = delete;
     ~EtcdCluster();
@@ -42,6 +44,17 @@ public:
     /// Stops a node with SIGSTOP, and continues it.
     void suspend(unsigned node);
     void resume(unsigned node);
+
+    /// Gives a node a disk of its own with this size, after a restart. Returns false without the
+    /// right to mount.
+    bool limitDisk(unsigned node, unsigned megabytes);
+
+    /// Fills the disk of a node, and frees the space again.
+    void fillDisk(unsigned node);
+    void freeDisk(unsigned node);
+
+    /// Returns whether a node has ended itself.
+    bool hasEnded(unsigned node);
 
     /// Waits until every running node replies.
     void waitUntilReady();
@@ -70,6 +83,8 @@ private:
     TestDirectory const directory_{TestDirectory::Place::memory};
     std::vector<std::string> const options_;
     FleetNetwork* const network_;
+    zfleet::Certificates const clients_;
+    bool hasMounts_ = false;
     std::vector<Node> nodes_;
     // The kernel ends a node when the thread that has started it ends: the nodes start in a thread
     // that ends with this object.
