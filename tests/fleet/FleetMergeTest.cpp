@@ -5,10 +5,12 @@
 #include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 
 #include <random>
 #include <set>
 
+#include "CampaignSize.h"
 #include "FleetFile.h"
 #include "ModelCluster.h"
 #include "configuration/merge.h"
@@ -209,10 +211,9 @@ TEST(FleetMerge, ConflictsAreExact)
 
 TEST(FleetMerge, RandomChangesMatchTheModel)
 {
-    unsigned long const pairs =
-        getenv("Z_MERGE_PAIRS") == nullptr ? 3000 : strtoul(getenv("Z_MERGE_PAIRS"), nullptr, 10);
+    unsigned const pairs = scaled(1'000'000, 3000);
     std::minstd_rand random(20261123);
-    for (unsigned long pair = 0; pair < pairs && !testing::Test::HasFailure(); ++pair) {
+    for (unsigned pair = 0; pair < pairs && !testing::Test::HasFailure(); ++pair) {
         SCOPED_TRACE(pair);
         Model base;
         for (int i = 0; i < 6; ++i)
@@ -240,6 +241,7 @@ TEST(FleetMerge, RandomChangesMatchTheModel)
         EXPECT_EQ(mine, modelOf(mergeAll(b, m, b, ConflictPolicy::refuse).contents));
         EXPECT_EQ(t, mergeAll(b, b, t, ConflictPolicy::refuse).contents);
     }
+    printf("%u pairs of changes\n", pairs);
 }
 
 namespace {
