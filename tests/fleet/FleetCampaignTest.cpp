@@ -439,7 +439,7 @@ TEST_F(FleetCampaign, FullDatabaseIsReportedAtOnceAndKeepsTheValues)
     printf("full after %u stores, reported after %.2f s\n", stores, took);
 }
 
-// A node whose disk is full ends itself, as any dead node: no store fails, and none is lost.
+// A node whose disk is full ends itself, as if it had crashed: no store fails, and none is lost.
 TEST_F(FleetCampaign, FullDiskOfANodeLosesNoStore)
 {
     start("budget = 60\ncall = 500\nkeep = 4\n");
