@@ -323,6 +323,72 @@ TEST(TextMerge, TheCommentAboveALineThatIsPassedOverStaysThere)
                           "# x\njunk\n# e\nk=1\n"));
 }
 
+TEST(TextMerge, ChangesCommentsAtTheLinesThatTheyAreAbove)
+{
+    struct Case {
+        char const* name;
+        char const* base;
+        char const* ours;
+        char const* theirs;
+        char const* merged;
+    };
+    Case const cases[] = {
+        {"one more header here", "[s]\n# c\n[s]\nb=1\n", "[s]\n# c\n[s]\nb=1\n[s]\na=1\n",
+         "[s]\n# d\n[s]\nb=1\n", "[s]\n# d\n[s]\nb=1\n[s]\na=1\n"},
+        {"one header less here", "[s]\na=1\n[s]\nb=1\n# c\n[s]\nc=1\n",
+         "[s]\na=1\nb=1\n# c\n[s]\nc=1\n", "[s]\na=1\n[s]\nb=1\n# c\n# d\n[s]\nc=1\n",
+         "[s]\na=1\nb=1\n# c\n# d\n[s]\nc=1\n"},
+        {"a new comment of the header with the same key", "[s]\na=1\n[s]\nb=1\n",
+         "[s]\nz=1\n[s]\na=1\n[s]\nb=1\n", "[s]\na=1\n# d\n[s]\nb=1\n",
+         "[s]\nz=1\n[s]\na=1\n# d\n[s]\nb=1\n"},
+        {"above another line of the key", "[s]\nk=1\n# c\nk=2\n", "[s]\nk=1\nl=1\n# c\nk=2\n",
+         "[s]\nk=1\n# c\n# d\nk=2\n", "[s]\nk=1\nl=1\n# c\n# d\nk=2\n"},
+        {"below a key of several lines", "[s]\nk=1\nk=2\n# c\nl=1\n",
+         "[s]\nk=3\nk=1\nk=2\n# c\nl=1\n", "[s]\nk=1\nk=2\n# d\n# c\nl=1\n",
+         "[s]\nk=3\nk=1\nk=2\n# d\n# c\nl=1\n"},
+        {"below an empty first line", "\n# c\n[s]\nk=1\n", "\n# c\n[s]\nk=2\n",
+         "\n# d\n# c\n[s]\nk=1\n", "\n# d\n# c\n[s]\nk=2\n"},
+        {"a file without keys", "# c\n[s]\nk=1\n", "# c\n", "# d\n\n# c\n[s]\nk=1\n",
+         "# d\n\n# c\n"},
+        {"at the end, below a repeated header", "[s]\n[s]\nk=1\n", "[s]\n[s]\nk=2\n",
+         "[s]\n[s]\nk=1\n# d\n", "[s]\n[s]\nk=2\n# d\n"},
+        {"at the end, with a comment of the header between", "[s]\na=1\n# c\n[t]\n[s]\nb=1\n",
+         "[s]\na=1\n# c\n[t]\nk=1\n[s]\nb=1\n", "[s]\na=1\n# c\n[t]\n[s]\nb=2\n# d\n",
+         "[s]\na=1\n# c\n[t]\nk=1\n[s]\nb=2\n# d\n"},
+        {"of a new stanza below a repeated header", "[s]\n[t]\n[s]\nk=1\n", "[s]\n[t]\n[s]\nk=2\n",
+         "[s]\n[t]\n[s]\nk=1\n# d\n\n[u]\nl=1\n", "[s]\n[t]\n[s]\nk=2\n\n# d\n[u]\nl=1\n"},
+        {"a line passed over, which is parted from the comment", "# c\njunk\n[s]\nk=1\n",
+         "# c\njunk\n[s]\nk=2\n", "# c\n\njunk\n[s]\nk=1\n", "# c\njunk\n[s]\nk=2\n"},
+        {"a line passed over, which the comment is moved to", "# c\n\njunk\n[s]\nk=1\n",
+         "# c\n\njunk\n[s]\nk=2\n", "# c\njunk\n[s]\nk=1\n", "# c\n\njunk\n[s]\nk=2\n"},
+    };
+    auto const dialect = zdialects::dialectWith(zdialects::findRow("ini")->switches);
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        MergedText const merged = zlines::mergeTexts(c.base, c.ours, c.theirs, *dialect);
+        EXPECT_EQ(0u, merged.conflicts);
+        EXPECT_EQ(c.merged, merged.text);
+        // The result has all changes, so a further merge makes none.
+        EXPECT_EQ(c.merged, zlines::mergeTexts(c.base, merged.text, c.theirs, *dialect).text);
+        EXPECT_EQ(c.merged, zlines::mergeTexts(c.base, merged.text, c.ours, *dialect).text);
+    }
+}
+
+TEST(TextMerge, AddsACommentOnceThatBothVersionsHaveInDifferentPlaces)
+{
+    auto const dialect = zdialects::dialectWith(zdialects::findRow("ini")->switches);
+    auto const merged = [&](char const* base, char const* ours, char const* theirs) {
+        return zlines::mergeTexts(base, ours, theirs, *dialect).text;
+    };
+    EXPECT_EQ("# c\n[t]\nk=2\n", merged("[t]\nk=1\n", "# c\n[t]\nk=2\n", "# c\n\n[t]\nk=1\n"));
+    EXPECT_EQ("# c\n\n[t]\nk=2\n", merged("[t]\nk=1\n", "# c\n\n[t]\nk=2\n", "# c\n[t]\nk=1\n"));
+    EXPECT_EQ("[t]\nk=2\nl=1\n# c\n",
+              merged("[t]\nk=1\n", "[t]\nk=2\n# c\n", "[t]\nk=1\n# c\nl=1\n"));
+    // Comments of two keys can have the same words.
+    EXPECT_EQ("[t]\n# c\nk=1\n# c\nl=1\n",
+              merged("[t]\nk=1\nl=1\n", "[t]\n# c\nk=1\nl=1\n", "[t]\nk=1\n# c\nl=1\n"));
+}
+
 TEST(TextMerge, DetectsAChangeOfBytesThatAreNotRead)
 {
     using namespace std::string_literals;

@@ -27,10 +27,21 @@ void Difference::place(Reordered const& stanza)
         uint32_t const header = outline_.lastOnHeader(section);
         at = {outline_.endOf(header), header};
     }
+    Placement last{static_cast<uint32_t>(text_.size()), static_cast<uint32_t>(lines.size() - 1)};
+    bool hasLastSection = false;
+    for (uint32_t i = outline_.stanzas()[stanza.read].firstSection; i != kNone;
+         i = outline_.sections()[i].next)
+        hasLastSection = hasLastSection || i + 1 == outline_.sectionCount();
     size_t lastKnown = 0;  // one past the last entry that has a key line
-    for (size_t i = 0; i < stanza.entries.size(); ++i)
-        if (!stanza.entries[i].isComment && stanza.lineOf[i] != kNone)
+    size_t lastLine = 0;   // one past the entry whose line is the last in the text
+    for (size_t i = 0; i < stanza.entries.size(); ++i) {
+        if (stanza.lineOf[i] == kNone)
+            continue;
+        if (lastLine == 0 || stanza.lineOf[i] > stanza.lineOf[lastLine - 1])
+            lastLine = i + 1;
+        if (!stanza.entries[i].isComment)
             lastKnown = i + 1;
+    }
     size_t const firstOfTop =
         stanza.read == 0 ? document_.stanzas[0].entryCount : stanza.entries.size();
     for (size_t i = 0; i < stanza.entries.size(); ++i) {
@@ -48,16 +59,23 @@ void Difference::place(Reordered const& stanza)
         }
         at.headerIndex = entry.headerIndex;
         if (line == kNone) {
-            if (entry.isComment)
+            if (entry.isComment && entry.isAtEnd && hasLastSection && i >= lastLine)
+                last.comments.push_back({entry.text, entry.isBelowBlank, stanza.movedFrom[i]});
+            else if (entry.isComment)
                 at.comments.push_back({entry.text, entry.isBelowBlank, stanza.movedFrom[i]});
             else if (entry.valueCount > 0 || entry.needsLine)
                 placeKey(stanza, entry, i >= lastKnown, at);
+            if (entry.isBelowComment && isBelowComment(at.after))
+                insertComments(at, at.position, at.after, otherLine, false);
             continue;
         }
         // A comment of the text can be some lines of the new comment, without the blank line above.
         bool const isBelowBlankLine = line > 0 && isBlank(line - 1);
+        // The key of the entry before can have further lines.
+        bool const isBelowKeyLine = line > 0 && lines[line - 1].isKey() && !isGone(line - 1);
         if (!at.comments.empty() &&
-            (at.headerIndex != 0 || (!entry.isParted() && (!entry.isComment || isBelowBlankLine))))
+            (at.headerIndex != 0 ||
+             (!entry.isParted() && (!entry.isComment || isBelowBlankLine || isBelowKeyLine))))
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1,
                            entry.isComment ? otherLine : valueLine, false);
         else if (!at.comments.empty())
@@ -70,6 +88,8 @@ void Difference::place(Reordered const& stanza)
         placeHeaderComments(stanza, at.headerIndex, at);
     else if (!at.comments.empty())
         placeRemainingComments(stanza, at);
+    if (!last.comments.empty())
+        insertComments(last, last.position, last.after, otherLine, false);
     newLineOrder_ = Edits::newLines;
 }
 

@@ -33,6 +33,11 @@ struct Entry {
     // Of a comment above a further header of its stanza: the index of the header; else 0.
     uint32_t headerIndex = 0;
 
+    // A new comment is above the same line as the comment before it.
+    bool isBelowComment = false;
+    // A new comment is at the end of the text.
+    bool isAtEnd = false;
+
     // Whether another line is between it and a comment above.
     bool isParted() const { return isBelowBlank || isBelowGap; }
 };

@@ -63,7 +63,8 @@ void MergeSide::read(std::vector<std::string> const& names)
         addSection(outline_.sections()[i], stanzaOf[i] == 0 ? kTopOfText
                                            : names.empty()  ? std::string(read[stanzaOf[i]].name)
                                                             : names[stanzaOf[i]]);
-    takeComments(kEndOfText, "");
+    takeCommentsAtStart(static_cast<uint32_t>(outline_.lines().size()));
+    takeComments(kEndOfText, "", kNone);
 }
 
 void MergeSide::addEntry(SideEntry const& entry)
@@ -87,7 +88,7 @@ void MergeSide::addSection(Section const& section, std::string const& name)
     if (section.header != kNone) {
         takeCommentsAtStart(section.header);
         uint32_t const header = at->second.headerCount++;
-        takeComments(name, "", header);
+        takeComments(name, "", section.header, header);
         if (at->second.header == kNone && name != kTopOfText) {
             at->second.header = section.header;
             at->second.spelled = outline_.spelledName(section.header);
@@ -113,7 +114,7 @@ void MergeSide::addOtherLine(std::string const& stanza, uint32_t line)
         return;
     std::string owner(1, kOtherLine);
     owner += slice(outline_.text(), outline_.lines()[line].begin, outline_.endOf(line));
-    takeComments(stanza, owner);
+    takeComments(stanza, owner, line);
 }
 
 // Returns the stanza of a name, which it adds if it is new.
@@ -179,7 +180,7 @@ void MergeSide::addKey(std::string const& name, SideStanza& stanza, uint32_t lin
     std::string_view const key = outline_.keyName(line, space);
     takeCommentsAtStart(line);
     if (!pending_.empty())
-        takeComments(name, std::string(key));
+        takeComments(name, std::string(key), line);
     uint32_t const index = recordOf(stanza, key, space);
     KeyRecord& record = keys_[index];
     if (record.first == kNone) {
@@ -203,17 +204,19 @@ void MergeSide::takeCommentsAtStart(uint32_t line)
     auto const first = std::lower_bound(pending_.begin(), pending_.end(), line);
     std::vector<uint32_t> below(first, pending_.end());
     pending_.erase(first, pending_.end());
-    takeComments(kTopOfText, "");
+    takeComments(kTopOfText, "", kNone);
     pending_ = std::move(below);
 }
 
-// Takes the pending comments for a key or, if `key` is empty, for a header of the stanza.
-void MergeSide::takeComments(std::string const& stanza, std::string const& key, uint32_t header)
+// Takes the pending comments for a key or, if `key` is empty, for a header of the stanza. They are
+// above `line`.
+void MergeSide::takeComments(std::string const& stanza, std::string const& key, uint32_t line,
+                             uint32_t header)
 {
-    for (uint32_t const line : pending_) {
-        Line const& record = outline_.lines()[line];
+    for (uint32_t const at : pending_) {
+        Line const& record = outline_.lines()[at];
         SideComment const comment{slice(outline_.text(), record.nameBegin(), record.valueEnd),
-                                  outline_.comment(line), isBelowBlank(line), header};
+                                  outline_.comment(at), isBelowBlank(at), header, line};
         auto& [name, parent] = stanzaOf(stanza);
         if (key.empty()) {
             parent.comments.push_back(comment);
@@ -281,6 +284,16 @@ std::vector<SideComment> MergeSide::commentsOf(std::string_view stanza, std::str
     return found == nullptr ? std::vector<SideComment>() : found->comments;
 }
 
+std::vector<SideComment> MergeSide::commentsOfOtherLines() const
+{
+    std::vector<SideComment> found;
+    for (KeyRecord const& key : keys_)
+        if (key.comments != kNone && key.name.starts_with(kOtherLine))
+            for (SideComment const& comment : commentsOfKeys_[key.comments])
+                found.push_back(comment);
+    return found;
+}
+
 std::string_view SideKey::name() const
 {
     return side_->keys_[index_].name;
@@ -331,6 +344,16 @@ std::vector<uint32_t> SideKey::otherLines() const
     side_->eachLine(index_, [&](uint32_t line) {
         if (side_->outline_.lines()[line].kind != valueLine)
             lines.push_back(line);
+        return true;
+    });
+    return lines;
+}
+
+std::vector<uint32_t> SideKey::lines() const
+{
+    std::vector<uint32_t> lines;
+    side_->eachLine(index_, [&](uint32_t line) {
+        lines.push_back(line);
         return true;
     });
     return lines;

@@ -20,6 +20,7 @@ struct SideComment {
     std::string_view words;  // without
     bool isBelowBlank = false;
     uint32_t headerIndex = 0;  // of a header: its index in its stanza
+    uint32_t line = kNone;     // the header or line of the key below it
 
     bool operator==(SideComment const& other) const { return words == other.words; }
 };
@@ -45,6 +46,7 @@ public:
     uint32_t firstLine() const;  // kNone: only comments have this name
     std::vector<uint32_t> valueLines() const;
     std::vector<uint32_t> otherLines() const;  // without a value
+    std::vector<uint32_t> lines() const;       // all
     std::vector<SideComment> const& comments() const;
     bool isBelowBlank() const;
 
@@ -90,10 +92,11 @@ struct SideEntry {
 
     Kind kind;
     bool isBelowBlank;
-    uint32_t headerIndex;     // of a header or its comment: its index in its stanza
-    std::string_view stanza;  // of a comment: the stanza or key that it belongs to
-    std::string_view name;    // of the key; empty: the header
-    std::string_view text;    // of a comment, with its mark
+    uint32_t headerIndex;         // of a header or its comment: its index in its stanza
+    std::string_view stanza;      // of a comment: the stanza or key that it belongs to
+    std::string_view name;        // of the key; empty: the header
+    std::string_view text;        // of a comment, with its mark
+    bool isBelowComment = false;  // of a new comment: above the same line as the comment before it
 };
 
 using EntryList = std::pmr::list<SideEntry>;
@@ -140,6 +143,9 @@ public:
     /// Returns the comments of a header or, if `key` is not empty, of a key.
     std::vector<SideComment> commentsOf(std::string_view stanza, std::string_view key) const;
 
+    /// Returns the comments above lines without a meaning.
+    std::vector<SideComment> commentsOfOtherLines() const;
+
     /// Returns whether a header of a stanza, by its index, is below a blank line.
     /// range   not the part above the first header.
     bool isHeaderBelowBlank(SideStanza const& stanza, uint32_t header) const
@@ -166,7 +172,8 @@ private:
     uint32_t recordOf(SideStanza const& stanza, std::string_view name, std::string const& space);
     uint32_t indexOf(uint32_t stanza, std::string_view key) const;
     void growIndex();
-    void takeComments(std::string const& stanza, std::string const& key, uint32_t header = 0);
+    void takeComments(std::string const& stanza, std::string const& key, uint32_t line,
+                      uint32_t header = 0);
     void takeCommentsAtStart(uint32_t line);
     void addEntry(SideEntry const& entry);
     bool isBelowBlank(uint32_t line) const;

@@ -8,6 +8,8 @@
 #include <set>
 #include <utility>
 
+#include "alignment.h"
+#include "comment_merge.h"
 #include "conflict_marks.h"
 #include "difference.h"
 #include "document.h"
@@ -22,55 +24,29 @@ using Position = EntryList::iterator;
 // Of a stanza; of a key, or empty. The sides and the merged contents have the strings.
 using Name = std::pair<std::string_view, std::string_view>;
 
-// The comments of both sides, without comments that a side removed.
-std::vector<SideComment> mergeComments(std::vector<SideComment> const& base,
-                                       std::vector<SideComment> const& ours,
-                                       std::vector<SideComment> const& theirs)
+bool isPartOf(std::string_view text, std::string_view part)
 {
-    auto const wordsOf = [](std::vector<SideComment> const& comments) {
-        std::vector<std::string> words;
-        for (SideComment const& comment : comments)
-            words.emplace_back(comment.words);
-        return words;
-    };
-    std::multimap<std::string_view, SideComment const*> known;
-    for (std::vector<SideComment> const* side : {&ours, &theirs})
-        for (SideComment const& comment : *side)
-            known.emplace(comment.words, &comment);
-    std::vector<SideComment> merged;
-    auto const add = [&](std::string const& words) {
-        merged.push_back(*known.lower_bound(words)->second);  // the first side has priority
-    };
-    for (MergedValue const& value : mergeValues(wordsOf(base), wordsOf(ours), wordsOf(theirs))) {
-        bool const isSwapped = value.isConflict && value.theirs < value.ours;
-        std::set<std::string> added;
-        for (auto const* side :
-             {isSwapped ? &value.theirs : &value.ours, isSwapped ? &value.ours : &value.theirs})
-            for (std::string const& words : *side)
-                if (!value.isConflict || added.insert(words).second)
-                    add(words);
-    }
-    // Both sides can have added the same comment in different places.
-    std::map<std::string_view, ptrdiff_t> counts;
-    std::erase_if(merged, [&](SideComment const& comment) {
-        ptrdiff_t const count = ++counts[comment.words];
-        return count > std::count(ours.begin(), ours.end(), comment) &&
-               count > std::count(theirs.begin(), theirs.end(), comment);
-    });
-    return merged;
+    return std::less_equal<>()(text.data(), part.data()) &&
+           std::less_equal<>()(part.data() + part.size(), text.data() + text.size());
 }
+
+// Where a new stanza has its place: after the first or last header of the stanza before it. If a
+// removed stanza with the same contents is between them, the new stanza takes over its lines.
+enum class NewStanzas { afterLastHeader, afterFirstHeader };
 
 // Makes the changes of a merge in the entries of `ours`.
 class Assembly {
 public:
     Assembly(MergeSide const& base, MergeSide& ours, MergeSide const& theirs,
-             MergedContents const& contents)
-        : base_(base),
+             MergedContents const& contents, NewStanzas place)
+        : place_(place),
+          base_(base),
           ours_(ours),
           theirs_(theirs),
           contents_(contents),
           entries_(ours.entries()),
-          keyPositions_(ours.keyCount(), entries_.end())
+          keyPositions_(ours.keyCount(), entries_.end()),
+          movedComments_(base, ours, theirs)
     {
         for (Position at = entries_.begin(); at != entries_.end(); ++at) {
             if (at->kind == SideEntry::comment)
@@ -214,7 +190,10 @@ private:
                 continue;
             Position const known = positionOf(stanza, "");
             if (known != entries_.end()) {
-                last = std::next(known);
+                auto const headers = headers_.find(stanza);
+                bool const isFirst =
+                    place_ == NewStanzas::afterFirstHeader || headers == headers_.end();
+                last = std::next(isFirst ? known : headers->second.back());
                 continue;
             }
             last = std::next(
@@ -256,18 +235,14 @@ private:
     // Returns whether the other side has a key or header below a blank line.
     bool isBelowBlankThere(std::string_view stanza, std::string_view key, uint32_t header) const
     {
-        if (key.empty()) {
-            SideStanza const* const found = theirs_.find(stanza);
-            if (header != kNone)
-                return theirs_.isHeaderBelowBlank(*found, header);
-            return found != nullptr && found->isBelowBlank;
-        }
+        if (key.empty())
+            return theirs_.isHeaderBelowBlank(*theirs_.find(stanza), header);
         SideKey const found = theirs_.find(stanza, key);
         return found && found.isBelowBlank();
     }
 
     // Each header has its own comments if all versions have the same number of headers. Otherwise
-    // the comments of all headers of the stanza are one list, which has its place above the first.
+    // the comments of all headers of the stanza are one list.
     void mergeHeaderComments(std::string_view stanza)
     {
         uint32_t counts[3] = {};
@@ -284,6 +259,101 @@ private:
             mergeCommentsOf(stanza, "", header);
     }
 
+    // The lines of `ours` that comments of a key or stanza are above.
+    class Places {
+    public:
+        Places(Assembly const& assembly, std::string_view stanza, std::string_view key)
+            : ours_(linesOf(assembly.ours_, stanza, key)),
+              theirs_(linesOf(assembly.theirs_, stanza, key))
+        {
+            auto const read = [](MergeSide const& side, std::vector<uint32_t> const& lines) {
+                std::vector<std::string_view> texts;
+                for (uint32_t const line : lines)
+                    texts.push_back(side.outline().wholeLine(line));
+                return texts;
+            };
+            // The headers of a stanza are alike, so the keys below show which are the same.
+            if (ours_.size() == theirs_.size() || ours_.empty())
+                return;
+            if (!key.empty())
+                pairs_ = align(read(assembly.theirs_, theirs_), read(assembly.ours_, ours_));
+            else
+                pairs_ = pairHeaders(assembly, stanza);
+        }
+
+        // Returns the index of the line of `ours` for a line of `theirs`.
+        uint32_t ofTheirs(uint32_t line) const
+        {
+            auto const index = static_cast<uint32_t>(
+                std::find(theirs_.begin(), theirs_.end(), line) - theirs_.begin());
+            if (ours_.size() == theirs_.size())
+                return index;
+            for (auto const& [their, our] : pairs_)
+                if (their == index)
+                    return our;
+            return ours_.empty() ? 0 : std::min(index, static_cast<uint32_t>(ours_.size() - 1));
+        }
+
+        uint32_t ofOurs(uint32_t line) const
+        {
+            return static_cast<uint32_t>(std::find(ours_.begin(), ours_.end(), line) -
+                                         ours_.begin());
+        }
+
+    private:
+        static std::vector<uint32_t> linesOf(MergeSide const& side, std::string_view stanza,
+                                             std::string_view key)
+        {
+            std::vector<uint32_t> lines;
+            if (!key.empty())
+                return side.find(stanza, key) ? side.find(stanza, key).lines() : lines;
+            if (SideStanza const* const found = side.find(stanza))
+                for (uint32_t const section : found->sections)
+                    if (uint32_t const header = side.outline().sections()[section].header;
+                        header != kNone)
+                        lines.push_back(header);
+            return lines;
+        }
+
+        // Returns pairs of headers, of `theirs` and `ours`, with the same first key below.
+        static Pairs pairHeaders(Assembly const& assembly, std::string_view stanza)
+        {
+            auto const firstKeys = [&](MergeSide const& side, char unlike) {
+                std::vector<std::string> names;
+                Outline const& outline = side.outline();
+                for (uint32_t const index : side.find(stanza)->sections) {
+                    Section const& section = outline.sections()[index];
+                    if (section.header == kNone)
+                        continue;
+                    std::string space;
+                    std::string& name = names.emplace_back();
+                    for (uint32_t line = section.first; line < section.end && name.empty(); ++line)
+                        if (outline.lines()[line].isKey())
+                            name = outline.keyName(line, space);
+                    // A header without keys is like no other header.
+                    if (name.empty())
+                        name = '\n' + std::to_string(names.size()) + unlike;
+                }
+                return names;
+            };
+            if (assembly.ours_.find(stanza) == nullptr || assembly.theirs_.find(stanza) == nullptr)
+                return {};
+            std::vector<std::string> const theirs = firstKeys(assembly.theirs_, 't');
+            std::vector<std::string> const ours = firstKeys(assembly.ours_, 'o');
+            return align({theirs.begin(), theirs.end()}, {ours.begin(), ours.end()});
+        }
+
+        std::vector<uint32_t> ours_;
+        std::vector<uint32_t> theirs_;
+        Pairs pairs_;
+    };
+
+    // A comment of the result: its entry, and the line of `ours` that it is above.
+    struct PlacedComment {
+        Position at;
+        uint32_t place;
+    };
+
     // range   `header` is the index of a header of the stanza; kNone: all headers, or the key.
     void mergeCommentsOf(std::string_view stanza, std::string_view key, uint32_t header = kNone)
     {
@@ -295,39 +365,149 @@ private:
                 });
             return comments;
         };
+        std::vector<SideComment> const base = commentsOf(base_);
         std::vector<SideComment> const ours = commentsOf(ours_);
-        std::vector<SideComment> const merged =
-            mergeComments(commentsOf(base_), ours, commentsOf(theirs_));
-        if (merged == ours)
+        std::vector<SideComment> theirs = commentsOf(theirs_);
+        movedComments_.undoMoves({stanza, key}, base, ours, theirs);
+        std::vector<MergedComment> const merged = mergeComments(base, ours, theirs);
+        if (merged.size() == ours.size() &&
+            std::all_of(merged.begin(), merged.end(),
+                        [](MergedComment const& comment) { return comment.ours != kNone; }))
             return;
-        Position const known = header == kNone ? positionOf(stanza, key) : headers_[stanza][header];
-        Position before = known == entries_.end() && stanza == kTopOfText && key.empty()
-                              ? entries_.begin()
-                              : known;
-        std::erase_if(comments_[Name(stanza, key)], [&](Position at) {
-            if (header != kNone && at->headerIndex != header)
-                return false;
-            if (before == at)
-                ++before;
-            entries_.erase(at);
-            return true;
-        });
+        std::vector<Position> positions;  // of the comments of `ours`
+        for (Position const at : comments_[Name(stanza, key)])
+            if (header == kNone || at->headerIndex == header)
+                positions.push_back(at);
+        placeComments({stanza, key}, ours, theirs, merged, positions);
+        if (key.empty() && !headers_.contains(stanza))
+            moveToNewHeader(stanza);
         // A blank line separates the comments at the start from the rest.
-        if (stanza == kTopOfText && key.empty() && before != entries_.end())
-            before->isBelowBlank = true;
-        bool isBelowBlank = false;
-        if (ours.empty() && known != entries_.end()) {
-            // The blank line above the key or header is above its comments then.
-            isBelowBlank =
-                std::exchange(before->isBelowBlank, isBelowBlankThere(stanza, key, header));
-        }
-        for (SideComment const& comment : merged) {
-            entries_.insert(before, {SideEntry::comment, comment.isBelowBlank || isBelowBlank,
-                                     comment.headerIndex, stanza, key, comment.text});
-            isBelowBlank = false;
-        }
+        Position const below = stanza == kTopOfText && key.empty() ? startOfTop() : entries_.end();
+        if (!merged.empty() && below != entries_.end())
+            below->isBelowBlank = true;
     }
 
+    // Comments of `ours` that stay keep their places. A new comment takes the place of a removed
+    // comment above the same line, or follows the comment before it, or precedes the comment after
+    // it. Otherwise it is right above the line.
+    void placeComments(Name const& owner, std::vector<SideComment> const& ours,
+                       std::vector<SideComment> const& theirs,
+                       std::vector<MergedComment> const& merged,
+                       std::vector<Position> const& positions)
+    {
+        Places const places(*this, owner.first, owner.second);
+        std::vector<uint32_t> placeOfOurs;
+        for (SideComment const& comment : ours)
+            placeOfOurs.push_back(places.ofOurs(comment.line));
+        std::vector<bool> isFree(ours.size(), true);  // removed, and no other has its place
+        for (MergedComment const& comment : merged)
+            if (comment.ours != kNone)
+                isFree[comment.ours] = false;
+        std::vector<bool> const isRemoved = isFree;
+        auto const hasStaying = [&](uint32_t place) {
+            for (size_t i = 0; i < ours.size(); ++i)
+                if (placeOfOurs[i] == place && !isRemoved[i])
+                    return true;
+            return false;
+        };
+        std::vector<PlacedComment> placed;
+        uint32_t nextOfOurs = 0;
+        for (size_t i = 0; i < merged.size(); ++i) {
+            SideComment const& comment = merged[i].comment;
+            if (merged[i].ours != kNone) {
+                nextOfOurs = merged[i].ours + 1;
+                placed.push_back({positions[merged[i].ours], placeOfOurs[merged[i].ours]});
+                continue;
+            }
+            bool const isOurs = isPartOf(ours_.outline().text(), comment.text);
+            uint32_t place = isOurs ? places.ofOurs(comment.line) : places.ofTheirs(comment.line);
+            // Only the first line of a key is an entry.
+            if (!owner.second.empty() && !hasStaying(place))
+                place = 0;
+            uint32_t replaced = nextOfOurs;
+            while (replaced < ours.size() && isRemoved[replaced] &&
+                   !(isFree[replaced] && placeOfOurs[replaced] == place))
+                ++replaced;
+            bool const isReplacement = replaced < ours.size() && isFree[replaced];
+            auto const after =
+                std::find_if(merged.begin() + static_cast<ptrdiff_t>(i), merged.end(),
+                             [&](MergedComment const& next) { return next.ours != kNone; });
+            SideEntry entry{SideEntry::comment, comment.isBelowBlank, 0,
+                            owner.first,        owner.second,         comment.text};
+            if (owner.second.empty() && owner.first != kTopOfText && owner.first != kEndOfText)
+                entry.headerIndex = place;
+            Position before;
+            if (isReplacement) {
+                isFree[replaced] = false;
+                before = positions[replaced];
+                entry.isBelowBlank = before->isBelowBlank;
+            } else if (!placed.empty() && placed.back().place == place) {
+                before = std::next(placed.back().at);
+            } else if (after != merged.end() && placeOfOurs[after->ours] == place) {
+                before = positions[after->ours];
+                entry.isBelowBlank = before->isBelowBlank;
+                before->isBelowBlank = isBelowBlankIn(theirs, after->comment);
+            } else {
+                before = lineOf(owner, place);
+                bool const isOnly =
+                    std::find(placeOfOurs.begin(), placeOfOurs.end(), place) == placeOfOurs.end();
+                // The blank line above the key or header is above its comments then.
+                bool const isTop = owner == Name(kTopOfText, "");
+                if (isOnly && !isOurs && !isTop && before != entries_.end() &&
+                    std::exchange(before->isBelowBlank, isBelowBlankThere(owner.first, owner.second,
+                                                                          comment.headerIndex)))
+                    entry.isBelowBlank = true;
+            }
+            entry.isBelowComment = before != entries_.begin() && !placed.empty() &&
+                                   std::prev(before) == placed.back().at && place != 0;
+            placed.push_back({entries_.insert(before, entry), place});
+        }
+        for (size_t i = 0; i < ours.size(); ++i)
+            if (isRemoved[i]) {
+                bool const isBelowBlank = isFree[i] && positions[i]->isBelowBlank;
+                Position const next = entries_.erase(positions[i]);
+                if (isBelowBlank && next != entries_.end())
+                    next->isBelowBlank = true;
+            }
+    }
+
+    // Puts the comments of a new header right above the header. Below a blank line they would
+    // belong to the stanza before, which can have further headers.
+    void moveToNewHeader(std::string_view stanza)
+    {
+        Position const header = positionOf(stanza, "");
+        if (header == entries_.end())
+            return;
+        Position first = header;
+        while (first != entries_.begin() && std::prev(first)->kind == SideEntry::comment &&
+               std::prev(first)->stanza == stanza && std::prev(first)->name.empty())
+            --first;
+        if (first != header)
+            first->isBelowBlank = true;
+        while (first != header)
+            (++first)->isBelowBlank = false;
+    }
+
+    static bool isBelowBlankIn(std::vector<SideComment> const& comments, SideComment const& which)
+    {
+        auto const found = std::find(comments.begin(), comments.end(), which);
+        return found != comments.end() && found->isBelowBlank;
+    }
+
+    // Returns the entry that new comments of a key or header are above.
+    Position lineOf(Name const& owner, uint32_t place)
+    {
+        if (owner.first == kTopOfText && owner.second.empty())
+            return startOfTop();
+        if (owner.second.empty()) {
+            auto const found = headers_.find(owner.first);
+            if (found != headers_.end() && place < found->second.size())
+                return found->second[place];
+        }
+        return positionOf(owner.first, owner.second);
+    }
+
+    NewStanzas const place_;
     MergeSide const& base_;
     MergeSide const& ours_;
     MergeSide const& theirs_;
@@ -337,13 +517,8 @@ private:
     std::map<Name, Position> positions_;                         // of headers and other keys
     std::map<Name, std::vector<Position>> comments_;             // of the first side
     std::map<std::string_view, std::vector<Position>> headers_;  // of each stanza of the first side
+    MovedComments movedComments_;
 };
-
-bool isPartOf(std::string_view text, std::string_view part)
-{
-    return std::less_equal<>()(text.data(), part.data()) &&
-           std::less_equal<>()(part.data() + part.size(), text.data() + text.size());
-}
 
 // Returns the line of the text that has a part, without its line ending.
 std::string_view wholeLine(std::string_view text, std::string_view part)
@@ -373,7 +548,7 @@ public:
         document_.reserve(ours_.stanzas().size(), entries.size());
         std::vector<std::string> order{kTopOfText};
         std::map<std::string_view, std::vector<Section>> sections;
-        std::map<std::string_view, std::vector<Section>> lastComments;
+        std::vector<Section> lastComments;  // of each stanza but the last
         std::string_view current = kTopOfText;
         EntryList::const_iterator first = entries.begin();
         for (auto at = entries.begin(); at != entries.end(); ++at) {
@@ -381,12 +556,12 @@ public:
                 continue;
             bool const isNew =
                 at->stanza != kTopOfText && at->stanza != current && !sections.contains(at->stanza);
-            // The comments right above a header end the stanza before it, with all its sections.
-            // Those above a repeated header belong to its stanza.
+            // The comments right above a header end the stanza before its stanza, which can have
+            // no line right above. Those above a repeated header belong to its stanza.
             auto const end = firstCommentOf(at, first);
             sections[current].emplace_back(first, end);
             if (isNew) {
-                lastComments[current].emplace_back(end, at);
+                lastComments.emplace_back(end, at);
                 order.emplace_back(at->stanza);
             } else {
                 sections[at->stanza].emplace_back(end, at);
@@ -395,11 +570,14 @@ public:
             first = isNew ? at : std::next(at);
         }
         sections[current].emplace_back(first, entries.end());
-        for (std::string const& stanza : order)
-            for (auto const* parts : {&sections[stanza], &lastComments[stanza]})
-                for (auto const& [begin, end] : *parts)
-                    for (auto at = begin; at != end; ++at)
-                        write(*at, stanza);
+        for (size_t i = 0; i < order.size(); ++i) {
+            std::vector<Section>& parts = sections[order[i]];
+            if (i < lastComments.size())
+                parts.push_back(lastComments[i]);
+            for (auto const& [begin, end] : parts)
+                for (auto at = begin; at != end; ++at)
+                    write(*at, order[i]);
+        }
         return order;
     }
 
@@ -427,6 +605,8 @@ private:
             bool const isOfHeader = entry.name.empty() && entry.stanza == stanza;
             document_.addComment(entry.text, entry.isBelowBlank,
                                  isOfHeader ? entry.headerIndex : 0);
+            document_.entries.back().isBelowComment = entry.isBelowComment && !entry.name.empty();
+            document_.entries.back().isAtEnd = entry.stanza == kEndOfText;
             std::string_view const text = theirs_.outline().text();
             if (isPartOf(text, entry.text))
                 document_.ownLines[entry.text.data()] = wholeLine(text, entry.text);
@@ -591,24 +771,23 @@ bool losesLinesPassedOver(std::string_view base, std::string_view ours, std::str
                        [](auto const& line) { return line.second > 0; });
 }
 
-MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,
-                      Dialect const& dialect, std::string_view fixed)
+namespace {
+
+// range   `hasRepeatedHeaders` is true if `ours` has several headers of a stanza.
+MergedText mergeAt(NewStanzas place, std::string_view base, std::string_view ours,
+                   std::string_view theirs, Dialect const& dialect, std::string_view fixed,
+                   bool& hasRepeatedHeaders)
 {
-    if (ours == theirs || theirs == base)
-        return {std::string(ours), 0};
-    bool const hasFixed = !fixed.empty() && (ours.find(fixed) != std::string_view::npos ||
-                                             theirs.find(fixed) != std::string_view::npos);
-    if (ours == base && !hasFixed)
-        return {std::string(theirs), 0};
     auto before = std::make_unique<MergeSide const>(base, dialect);
     auto our = std::make_unique<MergeSide>(ours, dialect, before.get(), MergeSide::withEntries);
     auto their = std::make_unique<MergeSide const>(theirs, dialect, before.get());
+    hasRepeatedHeaders = our->outline().sections().size() > our->outline().stanzas().size();
     if (ours == base && haveSameStanza(*our, *their, fixed))
         return {std::string(theirs), 0};
     auto contents = std::make_unique<MergedContents const>(*before, *our, *their, fixed);
     bool const hasConflicts = contents->hasConflicts();
     // A side needs more memory than its text, so it is released as soon as possible.
-    Assembly(*before, *our, *their, *contents).assemble();
+    Assembly(*before, *our, *their, *contents, place).assemble();
     before.reset();
     Document document;
     std::vector<std::string> const names =
@@ -625,6 +804,29 @@ MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_
         merged.text =
             markConflicts(merged.text, dialect, names, *contents, *our, *their, merged.conflicts);
     return merged;
+}
+
+}  // namespace
+
+MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,
+                      Dialect const& dialect, std::string_view fixed)
+{
+    if (ours == theirs || theirs == base)
+        return {std::string(ours), 0};
+    bool const hasFixed = !fixed.empty() && (ours.find(fixed) != std::string_view::npos ||
+                                             theirs.find(fixed) != std::string_view::npos);
+    if (ours == base && !hasFixed)
+        return {std::string(theirs), 0};
+    bool hasRepeatedHeaders = false;
+    try {
+        return mergeAt(NewStanzas::afterLastHeader, base, ours, theirs, dialect, fixed,
+                       hasRepeatedHeaders);
+    } catch (Refusal const&) {
+        if (!hasRepeatedHeaders)
+            throw;
+    }
+    return mergeAt(NewStanzas::afterFirstHeader, base, ours, theirs, dialect, fixed,
+                   hasRepeatedHeaders);
 }
 
 }  // namespace zlines

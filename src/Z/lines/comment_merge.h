@@ -1,0 +1,54 @@
+// comment_merge: the comments of a key or header with the changes of both sides.
+#pragma once
+
+#include <stdint.h>
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "line.h"
+#include "merge_side.h"
+
+namespace zlines {
+
+struct MergedComment {
+    SideComment comment;  // of `ours`, unless only `theirs` has these words
+    uint32_t ours;        // the comment of `ours` that stays in its place; kNone: none
+};
+
+/// Returns the comments of both sides, without comments that a side removed. Comments never
+/// conflict.
+std::vector<MergedComment> mergeComments(std::vector<SideComment> const& base,
+                                         std::vector<SideComment> const& ours,
+                                         std::vector<SideComment> const& theirs);
+
+// The comments that belong to different keys, headers or lines in two versions, because of a blank
+// line or a removed key between them: the comments at the start or end of the text, and those above
+// lines that are passed over. The lines passed over stay as `ours` has them, with their comments.
+class MovedComments {
+public:
+    MovedComments(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs);
+
+    /// Changes the comments of a key or header of `theirs` so that a merge adds no comment that
+    /// `ours` has in such a place, and removes no comment that `theirs` has above a line passed
+    /// over.
+    /// range   `owner` is the stanza and key of the comments.
+    void undoMoves(std::pair<std::string_view, std::string_view> const& owner,
+                   std::vector<SideComment> const& base, std::vector<SideComment> const& ours,
+                   std::vector<SideComment>& theirs);
+
+private:
+    using Counts = std::map<std::string, ptrdiff_t, std::less<>>;
+
+    bool takeKnown(bool isLoose, std::string_view words);
+
+    Counts gained_;      // above lines passed over: more in `theirs` than in `ours`
+    Counts ourLoose_;    // at the start or end of the text: more in `ours` than in the base
+    Counts theirLoose_;  // the same of `theirs`
+    Counts ourAdded_;    // anywhere: more in `ours` than in the base
+};
+
+}  // namespace zlines
