@@ -324,6 +324,18 @@ TEST(DialectChanges, NewCommentsHaveTheMarkThatEveryReaderKnows)
     });
 }
 
+TEST(DialectChanges, AFurtherLineOfACommentIsBelowAllLinesOfTheKeyAbove)
+{
+    auto const comment = [](Store& store) { store.setComment("a", "j", "# new\n# old"); };
+    expectChanges({
+        {"systemd", "[a]\nk=1\nk=2\n# old\nj=3\n", comment, "[a]\nk=1\nk=2\n# new\n# old\nj=3\n"},
+        {"systemd", "[a]\nk=1\n\nk=2\n# old\nj=3\n", comment,
+         "[a]\nk=1\n\nk=2\n# new\n# old\nj=3\n"},
+        {"systemd", "[a]\nk=1\n\nk=2\n\n# old\nj=3\n", comment,
+         "[a]\nk=1\n\nk=2\n\n# new\n# old\nj=3\n"},
+    });
+}
+
 TEST(DialectChanges, AMarkOfCommentsAfterValuesStartsACommentLine)
 {
     auto const comment = [](char const* text) {

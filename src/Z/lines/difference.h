@@ -178,6 +178,7 @@ private:
     void placeHeaderComments(Reordered const& stanza, uint32_t headerIndex, Placement& at);
     void moveBelowKey(Placement& at);
     void placeRemainingComments(Reordered const& stanza, Placement& at);
+    void insertCommentsBelow(Placement& at, bool needsBlankBelow);
     void insertComments(Placement& at, uint32_t position, uint32_t after, LineKind below,
                         bool needsBlankBelow);
     void appendComments(std::vector<NewComment> const& comments, uint32_t after, bool isAtBlank,

@@ -49,13 +49,13 @@ void Difference::place(Reordered const& stanza)
         if (i == firstOfTop && topHeader_ != kNone)
             moveBelowTopHeader(at);
         else if (i == firstOfTop && !at.comments.empty() && entry.isParted())
-            insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
+            insertCommentsBelow(at, entry.isBelowBlank);
         uint32_t const line = stanza.lineOf[i];
         if (!at.comments.empty() && at.headerIndex != entry.headerIndex) {
             if (at.headerIndex != 0)
                 placeHeaderComments(stanza, at.headerIndex, at);
             else
-                insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
+                insertCommentsBelow(at, entry.isBelowBlank);
         }
         at.headerIndex = entry.headerIndex;
         if (line == kNone) {
@@ -79,7 +79,7 @@ void Difference::place(Reordered const& stanza)
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1,
                            entry.isComment ? otherLine : valueLine, false);
         else if (!at.comments.empty())
-            insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
+            insertCommentsBelow(at, entry.isBelowBlank);
         at.after = entry.isComment ? line : firstStaying(line);
         at.position = outline_.endOf(at.after);
         at.isAfterKey = !entry.isComment;
@@ -102,7 +102,7 @@ void Difference::placeHeaderComments(Reordered const& stanza, uint32_t headerInd
         if (i < outline_.sectionCount() && headerIndex-- == 0)
             header = outline_.sections()[i].header;
     if (header == kNone)
-        insertComments(at, at.position, at.after, otherLine, false);
+        insertCommentsBelow(at, false);
     else
         insertComments(at, outline_.lines()[header].begin, header == 0 ? kNone : header - 1,
                        headerLine, false);
@@ -115,7 +115,7 @@ void Difference::moveBelowTopHeader(Placement& at)
     uint32_t const after = topHeader_ == 0 ? kNone : topHeader_ - 1;
     Stanza const& headed = document_.stanzas[headed_];
     if (!at.comments.empty() && headed.isParted())
-        insertComments(at, at.position, at.after, otherLine, true);
+        insertCommentsBelow(at, true);
     else if (!at.comments.empty())
         insertComments(at, position, after, headerLine, false);
     at = {position, after};
@@ -236,15 +236,19 @@ bool Difference::placeKeyAt(Reordered const& stanza, Entry const& entry, uint32_
     return true;
 }
 
-// Moves below the last of the lines of a key that follow one another.
+// Moves below the last of the lines of a key that have only blank lines between them.
 void Difference::moveBelowKey(Placement& at)
 {
     std::vector<Line> const& lines = outline_.lines();
+    if (at.after == kNone || !lines[at.after].isKey())
+        return;  // a new key
     std::string const name(outline_.keyName(at.after, keySpace_));
-    for (uint32_t line = at.after + 1;
-         line < lines.size() && lines[line].isKey() && outline_.keyName(line, keySpace_) == name;
-         ++line)
-        at.after = line;
+    for (uint32_t line = at.after + 1; line < lines.size(); ++line) {
+        if (lines[line].isKey() && outline_.keyName(line, keySpace_) == name)
+            at.after = line;
+        else if (!isBlank(line))
+            break;
+    }
     at.position = outline_.endOf(at.after);
 }
 
@@ -260,16 +264,22 @@ void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
         return;
     }
     bool const isParted = next < readOf_.size() && document_.stanzas[next].isParted();
-    if (at.isAfterKey)
-        moveBelowKey(at);
     if (next >= readOf_.size() || readOf_[next] == 0 || isParted) {
-        insertComments(at, at.position, at.after, otherLine, isParted);
+        insertCommentsBelow(at, isParted);
         return;
     }
     uint32_t const header =
         outline_.sections()[outline_.stanzas()[readOf_[next]].firstSection].header;
     insertComments(at, outline_.lines()[header].begin, header == 0 ? kNone : header - 1, headerLine,
                    false);
+}
+
+// Inserts new comments after the entry before them.
+void Difference::insertCommentsBelow(Placement& at, bool needsBlankBelow)
+{
+    if (at.isAfterKey)
+        moveBelowKey(at);
+    insertComments(at, at.position, at.after, otherLine, needsBlankBelow);
 }
 
 // Inserts new comments above a line of the kind `below`: a key, a header or neither.
