@@ -584,6 +584,8 @@ zfiles::Bytes ZJavaProperties_6_0::Rep::render(size_t expected) const
         if (text.length() - length < room)
             text.grow(2 * (length + room));
         char* at = text.data() + length;
+        // KEPT: a key is not escaped and may be read back differently. A program that searches the
+        // file for its key would no longer find the line. Test: ZJavaProperties.KeepsKeysUnescaped
         memcpy(at, key.data(), key.size());
         at += key.size();
         at += kSeparator.copy(at, kSeparator.size());
@@ -591,8 +593,6 @@ zfiles::Bytes ZJavaProperties_6_0::Rep::render(size_t expected) const
         *at++ = '\n';
         length = static_cast<size_t>(at - text.data());
     };
-    // KEPT: a key is not escaped and may be read back differently. A program that searches the file
-    // for its key would no longer find the line. Test: ZJavaProperties.KeepsKeysUnescaped
     auto const prefetch = [](HashTable::Node const& node) {
         constexpr ptrdiff_t kLine = 64;
         for (ZObject_6_0 const* const object : {node.key, node.value}) {

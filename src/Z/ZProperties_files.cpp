@@ -122,7 +122,8 @@ void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer
 
 // Reads the companion of `file`, which is at `path`, into `target`. Returns false if another
 // program replaced the file and `canRetry` is true: a store of the new file may have written the
-// companion. Stores its contents in `secrets`. throws  as ZProperties_6_0::load().
+// companion. Stores its contents in `secrets`.
+// throws  as ZProperties_6_0::load().
 bool readCompanion(zstore::JournaledFile& file, char const* path, std::string const& companion,
                    bool canRetry, ZPCache_6_0& target, ZBuffer_6_0& secrets)
 {

@@ -106,7 +106,7 @@
 ///     zDialectPaths            keys that are paths: 0 none; 1 dotsOrSlashes: "a/b.c" is "a.b/c":
 ///                              in a key whose first separator is a slash, both are exchanged
 ///     zDialectJoinedHeads      joined stanzas of a name that programs of the format may read:
-///                              0 all; 1 last; 2 first. with 1 and 2, findProblems() reports
+///                              0 all; 1 last; 2 first. Unless all, findProblems() reports
 ///                              each header that repeats a name
 enum ZStanzaSwitch : int {
     zDialectMarks,

@@ -36,7 +36,7 @@ def prose(text):
 
 
 def code(text):
-    """Returns code in bold.."""
+    """Returns code in bold, with the escapes of roff."""
     plain = "".join(PLAIN.get(character, character) for character in text)
     return "\\fB" + re.sub(r"^ | $| (?= )|(?<= ) ", r"\\ ", plain) + "\\fR"
 

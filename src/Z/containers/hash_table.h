@@ -114,9 +114,10 @@ public:
     NodeIndex append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value,
                      Placement placement = kOwnObjects);
     /// Appends clones of `key` and of `value`, which may be null, to the bucket of `hash`, in
-    /// cells. Returns false, with the table unchanged, if `place` refuses one of the two. range the
-    /// table owns its keys and values. throws  ZOutOfMemoryException_6_0, and any exception of
-    /// `place`; the table is unchanged then.
+    /// cells. Returns false, with the table unchanged, if `place` refuses one of the two.
+    /// range   the table owns its keys and values.
+    /// throws  ZOutOfMemoryException_6_0, and any exception of `place`; the table is unchanged
+    ///         then.
     bool appendPlaced(uint32_t hash, ZObject_6_0 const& key, ZObject_6_0 const* value,
                       PlaceClone* place);
     /// Swaps the key and the value of the node at `index` with `key` and `value`.

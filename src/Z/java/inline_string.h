@@ -82,7 +82,7 @@ public:
     unsigned int getLength() const override { return length_; }
     qvr_cs const* getCodesetHandle() const override { return utf8_handle_; }
 
-    /// Frees the memory after the destructor, which leaves `offset_` as it is.
+    /// Runs the destructor, after which `offset_` could not be read, and releases the block.
     static void operator delete(InlineString* text, std::destroying_delete_t) noexcept;
 
 private:

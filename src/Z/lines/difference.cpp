@@ -61,8 +61,8 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
 }
 
 // Removes the blank lines between the comment of the file and the rest, if the comment was removed
-// and not replaced. They stay above a comment of no key or header, which would become
-// the comment of the file without them.
+// and not replaced. They stay above a comment of no key or header, which would become the comment
+// of the file without them.
 void Difference::removeBlankAtStart()
 {
     std::vector<Line> const& lines = outline_.lines();

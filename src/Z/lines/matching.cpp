@@ -346,6 +346,8 @@ private:
             pair(a, b);
     }
 
+    // Returns a common subsequence of two gaps: first of comments in the same place, and of others
+    // between these.
     Pairs commonItemsByPlaces(Gap read, Gap wanted)
     {
         Pairs all;
@@ -362,12 +364,15 @@ private:
         return all;
     }
 
-    // Returns the longest common subsequence of two gaps.
-    enum Equality { withPlaces, textsAlone };
+    // Returns a number for the lines above a comment, below 4.
     static uint32_t placeOf(bool isBelowBlank, bool isBelowGap)
     {
         return (isBelowBlank ? 1 : 0) + (isBelowGap ? 2 : 0);
     }
+
+    enum Equality { withPlaces, textsAlone };
+
+    // Returns the longest common subsequence of two gaps.
     Pairs commonItems(Gap read, Gap wanted, Equality equality)
     {
         if (read.isEmpty() || wanted.isEmpty())
