@@ -196,10 +196,20 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     }
     void requireValidValue(char const* key, char const* value) const
     {
-        // In a stanza file an empty value leaves the key without values; its line is "key =".
-        if ((dialect != nullptr || !zproperties::isEmpty(value)) && !isValidValue(key, value))
+        if (!canBeSet(key, value))
             ZInvalidParameterException_6_0().throwException(zproperties::kSource,
                                                             zproperties::raiseForNewText);
+    }
+
+    /// Checks a value that will be set for a key, which can have it in a dialect: its line stays
+    /// then, even if no new line could have the value.
+    static void requireValidOrPresentValue(ZProperties_6_0 const& store, char const* category,
+                                           char const* key, char const* value);
+
+    // In a stanza file an empty value leaves the key without values; its line is "key =".
+    bool canBeSet(char const* key, char const* value) const
+    {
+        return (dialect == nullptr && zproperties::isEmpty(value)) || isValidValue(key, value);
     }
 
     /// Creates a notice. Call it before the change, so that the change is the last step that can
@@ -345,11 +355,6 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     /// Returns whether a value has no UTF-8 form and is therefore read as an empty UTF-8 string.
     static bool lacksUTF8(char const* value);
-
-    /// Returns whether a key has this value in a dialect, so that its line stays, even if no new
-    /// line could have the value.
-    static bool keepsValue(ZProperties_6_0 const& store, char const* category, char const* key,
-                           char const* wanted);
 
     /// Returns whether a value of (category, key) has no UTF-8 form.
     static bool hasValueWithoutUTF8(ZProperties_6_0 const& store, char const* category,

@@ -206,17 +206,20 @@ bool ZProperties_6_0::Rep::hasValueWithoutUTF8(ZProperties_6_0 const& store, cha
     return false;
 }
 
-bool ZProperties_6_0::Rep::keepsValue(ZProperties_6_0 const& store, char const* category,
-                                      char const* key, char const* wanted)
+void ZProperties_6_0::Rep::requireValidOrPresentValue(ZProperties_6_0 const& store,
+                                                      char const* category, char const* key,
+                                                      char const* value)
 {
-    if (store.rep_->dialect == nullptr)
-        return false;
-    auto values = static_cast<ZSCFData_6_0 const&>(*store.cache_)
-                      .values(category, key, ZPCache_6_0::plainValues);
-    for (Text value; values.next(value);)
-        if (std::string_view(value.chars, value.length) == wanted)
-            return true;
-    return false;
+    if (store.rep_->canBeSet(key, value))
+        return;
+    if (store.rep_->dialect != nullptr && value != nullptr) {
+        auto values = static_cast<ZSCFData_6_0 const&>(*store.cache_)
+                          .values(category, key, ZPCache_6_0::plainValues);
+        for (Text present; values.next(present);)
+            if (std::string_view(present.chars, present.length) == value)
+                return;
+    }
+    ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
 }
 
 // KEPT: a value that is not valid in the local codeset becomes an empty string without an error, as
@@ -353,12 +356,11 @@ void ZProperties_6_0::setValue(char const* category, char const* key, char const
     rep_->requireValidKey(category, key);
     bool const reserved =
         strcmp(category, kReservedCategory) == 0 && strcmp(key, kReservedKey) == 0;
-    if (obfuscated != 0 && (reserved || rep_->dialect != nullptr))
+    if (obfuscated == 0)
+        Rep::requireValidOrPresentValue(*this, category, key, value);
+    else if (reserved || rep_->dialect != nullptr)
         // The entry that names the companion must be in the file. Dialects have no companion.
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-    if (obfuscated == 0 && (value == nullptr || rep_->isValidValue(key, value) ||
-                            !Rep::keepsValue(*this, category, key, value)))
-        rep_->requireValidValue(key, value);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::set, category, key);
     if (!isEmpty(value))
         checkAccess(category, key, obfuscated);

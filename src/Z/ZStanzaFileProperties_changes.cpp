@@ -35,37 +35,25 @@ void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
     if (!rep_->isValidKey(stanza, key) || (values == nullptr && count != 0))
         refuseText();
     Rep::Strings strings;
-    bool isFirstKept = false;
     for (unsigned i = 0; i < count; ++i) {
         if (values[i] == nullptr || (*values[i] == '\0' && count > 1 && rep_->dialect == nullptr))
             refuseText();
-        bool const isKept =
-            !rep_->isValidValue(key, values[i]) && Rep::keepsValue(*this, stanza, key, values[i]);
-        isFirstKept = isFirstKept || (isKept && i == 0);
-        if (!isKept)
-            rep_->requireValidValue(key, values[i]);
+        Rep::requireValidOrPresentValue(*this, stanza, key, values[i]);
         strings.add(values[i], zPropLocalStrings);
     }
+    checkAccess(stanza, key, 0);
     if (count < 2) {
-        checkAccess(stanza, key, 0);
         char const* const none = rep_->dialect == nullptr ? "" : nullptr;
         setValue(stanza, key, count == 0 ? none : values[0], 0);
         return;
     }
-    checkAccess(stanza, key, 0);
     // Create a new stanza or key without lines first, so that it can be removed without a trace if
     // memory is exhausted.
-    auto notice = Rep::makeNotice(ZPropertyChanged_6_0::set, stanza, key);
     changeKey(cache(), stanza, key, [&] {
         cache().add(stanza, key, 0);
         ZArrayList_6_0& list = *cache().get(stanza, key, ZPCache_6_0::plainValues);
         strings.reserveIn(list, 0);
-        if (isFirstKept) {
-            cache().addLine(stanza, key, strings.text(0), 0);
-            Rep::recordChange(*this, std::move(notice));
-        } else {
-            setValue(stanza, key, strings.text(0), 0);
-        }
+        setValue(stanza, key, strings.text(0), 0);
         // The list has the first value, and capacity for all of them: nothing below throws.
         strings.removeFirst();
         strings.moveTo(list);
