@@ -26,14 +26,6 @@ uint32_t bucketsFor(unsigned int capacity)
     return std::max(buckets, uint32_t{1});  // the product may have wrapped around to 0
 }
 
-// Returns `block`. Throws ZOutOfMemoryException_6_0 if it is null.
-void* required(void* block, RaiseSite site)
-{
-    if (block == nullptr)
-        ZOutOfMemoryException_6_0().throwException(kSource, site);
-    return block;
-}
-
 }  // namespace
 
 HashTable::HashTable(unsigned int capacity, int owns)
@@ -71,12 +63,9 @@ void HashTable::Cells::allocate(Block block)
         while (count_ <= block.number)
             blocks_[count_++] = nullptr;
     }
-    size_t const size = kPairSize * block.nodes;
-    bool const isHuge = block.nodes == kHugeNodes;
-    void* const cells = isHuge ? aligned_alloc(kHugePage, size) : malloc(size);
-    required(cells, raiseInReserve);
-    if (isHuge)
-        zmemory::preferHugePages(cells, size);
+    void* const cells = zmemory::allocateLarge(kPairSize * block.nodes);
+    if (cells == nullptr)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInReserve);
     blocks_[block.number] = static_cast<char*>(cells);
 }
 
@@ -129,7 +118,7 @@ void HashTable::reserveAll(uint32_t size)
     size = std::min(size, kMaxNodes);
     if (size > nodeCapacity_) {
         if (nodeCapacity_ == 0)
-            nodes_.reset(required(zmemory::allocateLarge(size * sizeof(Node)), raiseInReserve));
+            nodes_.allocateLarge(size, kSource, raiseInReserve);
         else
             nodes_.resize(size, kSource, raiseInReserve);
         nodeCapacity_ = size;
@@ -319,8 +308,7 @@ bool HashTable::appendPlaced(uint32_t hash, ZObject_6_0 const& key, ZObject_6_0 
 void HashTable::buildIndex(uint32_t slotCount)
 {
     zmemory::OwnedBlock<IndexSlot> slots;
-    slots.reset(
-        required(zmemory::allocateLargeZeroed(slotCount * sizeof(IndexSlot)), raiseInBuildIndex));
+    slots.allocateLargeZeroed(slotCount, kSource, raiseInBuildIndex);
     if (ascends_) {  // the block is in chain order, and faster to read than the chains
         for (NodeIndex index = 1; index <= nodesUsed_; ++index) {
             if (nodeAt(index).key != nullptr)

@@ -179,8 +179,8 @@ private:
         static constexpr uint32_t kFirstNodes = 4;
         static constexpr uint32_t kDoublings = 10;
         static constexpr uint32_t kSmallNodes = kFirstNodes << kDoublings;  // in the small blocks
-        static constexpr size_t kHugePage = size_t{2} << 20;
-        static constexpr uint32_t kHugeNodes = 2 * kHugePage / kPairSize;  // in the huge blocks
+        // In a huge block.
+        static constexpr uint32_t kHugeNodes = 2 * zmemory::kHugePage / kPairSize;
 
         static Block blockOf(uint32_t node);
         void allocate(Block block);

@@ -20,8 +20,7 @@ enum RaiseSite { raiseForBlock = 190, raiseInSetChars = 195 };
 // A block is a fourth of the blocks before it. The smallest ones end before a page boundary by the
 // size of a heap header, so that consecutive blocks leave no gap; the largest is two huge pages.
 constexpr size_t kPage = 4096;
-constexpr size_t kHugePage = size_t{2} << 20;
-constexpr size_t kMaxBlock = 2 * kHugePage;
+constexpr size_t kMaxBlock = 2 * zmemory::kHugePage;
 
 constexpr size_t blockSizeAfter(size_t filled)
 {
@@ -50,12 +49,9 @@ void InlineString::Pool::openBlock(size_t size)
 {
     size_t const whole =
         std::max(sizeof(Block) + size, blockSizeAfter(filled_ + (block_ ? block_->used : 0)));
-    bool const isHuge = whole == kMaxBlock;
-    void* const memory = isHuge ? aligned_alloc(kHugePage, whole) : malloc(whole);
+    void* const memory = whole == kMaxBlock ? zmemory::allocateLarge(whole) : malloc(whole);
     if (memory == nullptr)
         ZOutOfMemoryException_6_0().throwException(kSource, raiseForBlock);
-    if (isHuge)
-        zmemory::preferHugePages(memory, whole);
     closeBlock();
     block_ = ::new (memory) Block{sizeof(Block), whole, 1};
 }

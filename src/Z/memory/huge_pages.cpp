@@ -12,7 +12,6 @@ namespace zmemory {
 namespace {
 
 constexpr size_t kHugePageThreshold = 1 << 22;
-constexpr size_t kHugePage = size_t{2} << 20;
 
 void advise(void* block, size_t size)
 {

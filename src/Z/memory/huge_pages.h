@@ -6,6 +6,8 @@
 
 namespace zmemory {
 
+inline constexpr size_t kHugePage = size_t{2} << 20;
+
 /// Requests huge pages for `block` if `size`, in bytes, is at least 4 MiB. This is only advice: it
 /// may fail, and errno is unchanged.
 void preferHugePages(void* block, size_t size);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "../ZException.h"
+#include "huge_pages.h"
 
 namespace zmemory {
 
@@ -29,22 +30,24 @@ public:
     T* release() { return std::exchange(values_, nullptr); }
     void swap(OwnedBlock& other) { std::swap(values_, other.values_); }
     void clear() { free(release()); }
-    /// Replaces the block by `block`, which free() can release.
-    void reset(void* block)
-    {
-        free(values_);
-        values_ = static_cast<T*>(block);
-    }
 
     /// Replaces the block by `count` values, all bytes zero.
     /// throws  ZOutOfMemoryException_6_0 from `site`; the block is unchanged then.
     void allocateZeroed(size_t count, char const* source, int site)
     {
-        void* const block = calloc(count, sizeof(T));
-        if (block == nullptr)
-            ZOutOfMemoryException_6_0().throwException(source, site);
-        free(values_);
-        values_ = static_cast<T*>(block);
+        replace(calloc(count, sizeof(T)), source, site);
+    }
+
+    /// Replaces the block by `count` values without contents, or with all bytes zero, in whole huge
+    /// pages if they fill at least one.
+    /// throws  as allocateZeroed().
+    void allocateLarge(size_t count, char const* source, int site)
+    {
+        replace(zmemory::allocateLarge(count * sizeof(T)), source, site);
+    }
+    void allocateLargeZeroed(size_t count, char const* source, int site)
+    {
+        replace(zmemory::allocateLargeZeroed(count * sizeof(T)), source, site);
     }
 
     /// Reallocates the block for `count` values; keeps its values up to that number.
@@ -58,6 +61,14 @@ public:
     }
 
 private:
+    void replace(void* block, char const* source, int site)
+    {
+        if (block == nullptr)
+            ZOutOfMemoryException_6_0().throwException(source, site);
+        free(values_);
+        values_ = static_cast<T*>(block);
+    }
+
     T* values_ = nullptr;
 };
 
