@@ -124,7 +124,7 @@ struct ZJavaProperties_6_0::Rep {
         return entries.findKey(key, hash);
     }
 
-    static bool hasOwnHandlers(ZJavaProperties_6_0 const& store);
+    static bool hasDefaultHandlers(ZJavaProperties_6_0 const& store);
     void put(std::unique_ptr<ZObject_6_0> key, std::unique_ptr<ZObject_6_0> value, uint32_t hash);
     zfiles::Bytes render(size_t expected) const;
 
@@ -417,8 +417,8 @@ void ZJavaProperties_6_0::Rep::Reading::reserve(std::string_view text)
     rep_.entries.reserveAll(static_cast<uint32_t>(std::min<size_t>(expected, UINT32_MAX)));
 }
 
-// Returns whether a derived class has replaced no handler.
-bool ZJavaProperties_6_0::Rep::hasOwnHandlers(ZJavaProperties_6_0 const& store)
+// Returns whether no derived class has replaced a handler.
+bool ZJavaProperties_6_0::Rep::hasDefaultHandlers(ZJavaProperties_6_0 const& store)
 {
     for (int state = startLine; state < kStates; ++state)
         if (store.handlers_[state] != kTable[state].handler)
@@ -430,7 +430,7 @@ bool ZJavaProperties_6_0::Rep::hasOwnHandlers(ZJavaProperties_6_0 const& store)
 // state. Does nothing if a derived class has replaced a handler.
 int ZJavaProperties_6_0::Rep::Reading::readLines(ZJavaProperties_6_0& store, MemoryBytes& bytes)
 {
-    if (!hasOwnHandlers(store))
+    if (!hasDefaultHandlers(store))
         return startLine;
     // Functions of keys of other classes may change the store.
     bool const mustCheck = rep_.hasForeignKeys;
@@ -459,7 +459,7 @@ int ZJavaProperties_6_0::Rep::Reading::readLines(ZJavaProperties_6_0& store, Mem
             state = stop;
         if (batch.isFull() || mustCheck)
             batch.add();
-        if (mustCheck && !hasOwnHandlers(store))
+        if (mustCheck && !hasDefaultHandlers(store))
             break;
     }
     batch.add();

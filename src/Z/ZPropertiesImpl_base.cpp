@@ -39,8 +39,7 @@ ZPCache_6_0::ZPCache_6_0(ZPCache_6_0 const& other)
 
 ZPCache_6_0::~ZPCache_6_0()
 {
-    if (companionFile_ != noPath())
-        delete companionFile_;
+    takeCompanionFile(noPath());
 }
 
 ZArrayList_6_0* ZPCache_6_0::get(char const*, char const*, get_type_e)

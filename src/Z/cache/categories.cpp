@@ -162,7 +162,7 @@ void Contents::dropCategoryExtra(Id id)
 void Contents::freeCategory(Id id)
 {
     std::string_view const name = this->name(categories_[id]);
-    removeFromIndex(id, categoryHash(name));
+    removeCategoryFromIndex(id, categoryHash(name));
     arena_.drop(name);
     if (changes_ != nullptr)
         changes_->categoryNames.erase(id);

@@ -40,7 +40,7 @@ void CompactIndex::copy(CompactIndex const& other)
     }
     size_ = other.size_;
     count_ = other.count_;
-    maxCount_ = other.maxCount_;
+    maxCount_ = other.maxCount_;  // or only_
     idBits_ = other.idBits_;
 }
 
@@ -172,7 +172,7 @@ void CompactIndex::swap(CompactIndex& other)
     std::swap(slots_, other.slots_);
     std::swap(size_, other.size_);
     std::swap(count_, other.count_);
-    std::swap(only_, other.only_);  // or maxCount_
+    std::swap(maxCount_, other.maxCount_);  // or only_
     std::swap(idBits_, other.idBits_);
 }
 

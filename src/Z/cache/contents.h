@@ -310,7 +310,7 @@ private:
         keyIndex_.reserve(count, keys_.end() + count, [this](Id id) { return hashOfKey(id); });
     }
     void reserveTemplates(size_t count);
-    void removeFromIndex(Id category, uint32_t hash)
+    void removeCategoryFromIndex(Id category, uint32_t hash)
     {
         categoryIndex_.remove(hash, category, [this](Id id) { return hashOfCategory(id); });
     }

@@ -16,8 +16,8 @@ namespace {
 
 void writeKey(Contents const& contents, Id key, TextBuffer& text)
 {
-    std::string_view const name = contents.name(contents.key(key));
     zcache::Key const& record = contents.key(key);
+    std::string_view const name = contents.name(record);
     if (!record.hasExtra && record.value != 0) {
         writeValue(name, contents.text(record), text);
         return;

@@ -88,7 +88,7 @@ void Reader::insertHeader(QueuedLine const& line)
 
     // A detached category of that name is out of the index until finish() frees it.
     if (known != 0)
-        contents.removeFromIndex(known, line.hash);
+        contents.removeCategoryFromIndex(known, line.hash);
     Id const id = contents.createCategory(line.text, line.hash);
     if (known != 0)
         contents.categoryExtraOf(id).replaced = known;
@@ -295,7 +295,7 @@ void Reader::undo()
         contents.removeCategory(id);
         contents.removeSection(id);
         if (old == 0)
-            contents.removeFromIndex(id, hash);
+            contents.removeCategoryFromIndex(id, hash);
         else
             contents.categoryIndex_.replace(hash, id, old);
         contents.categories_.free(id);

@@ -98,7 +98,7 @@ void Contents::renameCategory(std::string_view oldName, std::string_view newName
     // The hash of a key depends on the name of its category, so remove every key before the change.
     forEachKeyOf(id, [&](Id key) { removeKeyFromIndex(key, keyHash(name(keys_[key]), oldHash)); });
     Category& category = categories_[id];
-    removeFromIndex(id, oldHash);
+    removeCategoryFromIndex(id, oldHash);
     arena_.drop(name(category));
     std::string_view const kept = arena_.add(newName);
     category.name = arena_.idOf(kept.data());

@@ -52,9 +52,10 @@ void Contents::dropStoredValues(Id id, Kind kind)
 {
     Key& key = keys_[id];
     if (!key.hasExtra) {
-        if (kind == plain && key.value != 0)
+        if (kind == plain && key.value != 0) {
             arena_.drop(text(key));
-        key.value = kind == plain ? 0 : key.value;
+            key.value = 0;
+        }
         return;
     }
     KeyExtra& extra = keyExtras_[key.extra];
