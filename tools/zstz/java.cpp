@@ -204,7 +204,7 @@ std::string javaNameFor(Request const& request, Store const& store,
 {
     std::string name;
     for (char const c : key)
-        if (std::string_view(" \t\v\f\\:=\n\r").find(c) == std::string_view::npos)
+        if (kEndsOfJavaKeys.find(c) == kEndsOfJavaKeys.npos)
             name += c;
         else if (!rules.dropsBlanks() || (c != ' ' && c != '\t'))
             name += '.';

@@ -165,7 +165,7 @@ bool isJavaKey(std::string const& key)
 {
     if (key.empty() || isOneOf(key[0], " \t\v\f#!\n\r"))
         return false;
-    return key.find_first_of(" \t\v\f\\:=\n\r", 1) == key.npos;
+    return key.find_first_of(kEndsOfJavaKeys, 1) == key.npos;
 }
 
 namespace {

@@ -9,6 +9,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "edit_lock.h"
@@ -37,6 +38,9 @@ private:
 
 /// Describes a lost line.
 Failure describeLostLine(ExitCode code, std::string const& path, LostLine const& line);
+
+/// The characters that end a key in a line of a Java file, or start an escape.
+inline constexpr std::string_view kEndsOfJavaKeys = " \t\v\f\\:=\n\r";
 
 /// Returns whether a line of a Java file that starts with the key reads back as the key.
 bool isJavaKey(std::string const& key);
