@@ -1,5 +1,4 @@
 // Changes of files in dialects, byte for byte: how values are spelled, and where new lines go.
-#include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
 #include <Z/ZStanzaFileProperties.h>
@@ -11,26 +10,13 @@
 #include <vector>
 
 #include "DialectEdits.h"
+#include "DialectStore.h"
 #include "LinearTime.h"
 
 namespace {
 
 using Store = ZStanzaFileProperties_6_0;
 using Change = std::function<void(Store&)>;
-
-ZStanzaDialect_6_0 dialectNamed(std::string const& name)
-{
-    ZStanzaDialect_6_0 dialect;
-    EXPECT_EQ(1, ZStanzaDialect_6_0::named(name.c_str(), dialect)) << name;
-    return dialect;
-}
-
-std::string textOf(Store const& store)
-{
-    ZBuffer_6_0 buffer;
-    store.storeText(buffer);
-    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
-}
 
 // Returns the text after the change, or the name of the exception.
 std::string changed(std::string const& dialect, std::string const& text, Change const& change)

@@ -1,15 +1,15 @@
 // Changes of values in several lines: the lines whose contents stay are verbatim.
-#include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "DialectStore.h"
 
 namespace {
 
@@ -33,22 +33,13 @@ public:
     {
         try {
             store_.setValue(stanza, "k", value.c_str(), 0);
-            ZBuffer_6_0 buffer;
-            store_.storeText(buffer);
-            return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
+            return textOf(store_);
         } catch (ZPropertiesInvalidValueException_6_0 const&) {
             return "refused";
         }
     }
 
 private:
-    static ZStanzaDialect_6_0 dialectNamed(char const* name)
-    {
-        ZStanzaDialect_6_0 dialect;
-        EXPECT_EQ(1, ZStanzaDialect_6_0::named(name, dialect)) << name;
-        return dialect;
-    }
-
     Store store_;
 };
 

@@ -1,7 +1,6 @@
 // Random files with repeated headers, comments, and lines that the format passes over, in every
 // dialect: a store without a change writes the file, each change touches its own lines only, and
 // comments have the key or header below them.
-#include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
 #include <Z/ZStanzaDialect.h>
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "DialectEdits.h"
+#include "DialectStore.h"
 #include "Sanitizers.h"
 
 using namespace dialect_model;
@@ -27,20 +27,6 @@ namespace {
 
 // Files of each dialect. A sanitizer build is ten times slower.
 constexpr unsigned kFiles = kHasSanitizer ? 20 : 150;
-
-ZStanzaDialect_6_0 dialectNamed(std::string const& name)
-{
-    ZStanzaDialect_6_0 dialect;
-    EXPECT_EQ(1, ZStanzaDialect_6_0::named(name.c_str(), dialect)) << name;
-    return dialect;
-}
-
-std::string textOf(ZStanzaFileProperties_6_0 const& store)
-{
-    ZBuffer_6_0 buffer;
-    store.storeText(buffer);
-    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
-}
 
 // Returns the mark of the comments of the tests: the mark that new comments get.
 std::string markOf(Switches const& rules)

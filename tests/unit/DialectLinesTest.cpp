@@ -1,5 +1,4 @@
 // The bytes of a file after changes, in dialects with rules that other dialects do not have.
-#include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <gtest/gtest.h>
@@ -9,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "DialectStore.h"
+
 namespace {
 
 using Store = ZStanzaFileProperties_6_0;
@@ -17,15 +18,11 @@ using Change = std::function<void(Store&)>;
 std::string textAfter(std::string const& dialect, std::string const& text,
                       std::vector<Change> const& changes)
 {
-    ZStanzaDialect_6_0 named;
-    EXPECT_EQ(1, ZStanzaDialect_6_0::named(dialect.c_str(), named)) << dialect;
-    Store store(1, named);
+    Store store(1, dialectNamed(dialect));
     store.loadText(text.data(), text.size());
     for (Change const& change : changes)
         change(store);
-    ZBuffer_6_0 buffer;
-    store.storeText(buffer);
-    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
+    return textOf(store);
 }
 
 Change set(std::string const& stanza, std::string const& key, std::string const& value)

@@ -1,6 +1,5 @@
 // Renames together with other changes in a single store, in every dialect: the lines of the renamed
 // stanzas and keys stay, and the file is the same as after a store for each change.
-#include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
 #include <Z/ZPropertiesImpl.h>
@@ -12,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "DialectStore.h"
 #include "DialectTable.h"
 #include "StanzaStore.h"
 
@@ -24,19 +24,10 @@ using Change = std::function<void(Store&)>;
 
 std::unique_ptr<Store> storeOf(std::string const& dialect, std::string const& text)
 {
-    ZStanzaDialect_6_0 named;
-    EXPECT_EQ(1, ZStanzaDialect_6_0::named(dialect.c_str(), named)) << dialect;
-    auto store = std::make_unique<Store>(1, named);
+    auto store = std::make_unique<Store>(1, dialectNamed(dialect));
     store->setAttributes(ZPCache_6_0::keepLines | ZPCache_6_0::keepComments, nullptr);
     store->loadText(text.data(), text.size());
     return store;
-}
-
-std::string textOf(Store const& store)
-{
-    ZBuffer_6_0 buffer;
-    store.storeText(buffer);
-    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
 }
 
 std::string inOneStore(std::string const& dialect, std::string const& text,

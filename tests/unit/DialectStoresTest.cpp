@@ -4,7 +4,6 @@
 // Random pairs of changes of sample files and random files: values, new values, keys and stanzas,
 // renames, removals and comments.
 #include <Z/ZArrayList.h>
-#include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
 #include <Z/ZPropertiesImpl.h>
@@ -25,6 +24,7 @@
 #include <vector>
 
 #include "DialectModel.h"
+#include "DialectStore.h"
 #include "TestDirectory.h"
 
 namespace fs = std::filesystem;
@@ -89,13 +89,6 @@ struct Change {
     }
 };
 
-ZStanzaDialect_6_0 dialectNamed(std::string const& name)
-{
-    ZStanzaDialect_6_0 dialect;
-    EXPECT_EQ(1, ZStanzaDialect_6_0::named(name.c_str(), dialect)) << name;
-    return dialect;
-}
-
 // Returns the text after changes in one store; nothing if one of them is refused.
 std::optional<std::string> stored(ZStanzaDialect_6_0 const& dialect, std::string const& text,
                                   std::vector<Change> const& changes)
@@ -106,9 +99,7 @@ std::optional<std::string> stored(ZStanzaDialect_6_0 const& dialect, std::string
         store.loadText(text.data(), text.size());
         for (Change const& change : changes)
             change.make(store);
-        ZBuffer_6_0 buffer;
-        store.storeText(buffer);
-        return std::string(static_cast<char const*>(buffer.getBuffer()), buffer.getLength());
+        return textOf(store);
     } catch (ZException_6_0 const&) {
         return std::nullopt;
     }
@@ -538,7 +529,10 @@ TEST(DialectStores, ANewCommentShowsWhetherABlankLineIsAboveTheNext)
     Change const o{Change::comment, "a", "o", "# n1"};
     Change const q{Change::comment, "b", "q", "# n2"};
     ZStanzaDialect_6_0 const dialect = dialectNamed("systemd");
-    std::optional<std::string> const both = stored(dialect, text, {q, o});
+    std::string const both =
+        "[a]\ni=0\n# c\nj=1\nk=1\nl=1\nm=1\nn=1\n# n1\no=1\n"
+        "[b]\np=2\n# n2\nq=2\nr=2\ns=2\nt=2\nu=2\n\n# d\nv=2\n";
+    EXPECT_EQ(both, stored(dialect, text, {q, o}));
     EXPECT_EQ(both, stored(dialect, text, {o, q}));
     EXPECT_EQ(both, storedOneByOne(dialect, text, o, q));
 }

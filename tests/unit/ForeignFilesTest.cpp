@@ -7,17 +7,11 @@
 #include <set>
 #include <string>
 
+#include "DialectStore.h"
 #include "SystemCalls.h"
 #include "TestDirectory.h"
 
 namespace {
-
-ZStanzaDialect_6_0 dialectNamed(char const* name)
-{
-    ZStanzaDialect_6_0 dialect;
-    EXPECT_EQ(1, ZStanzaDialect_6_0::named(name, dialect));
-    return dialect;
-}
 
 }  // namespace
 

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "DialectEdits.h"
+#include "DialectStore.h"
 #include "LinearTime.h"
 #include "TestDirectory.h"
 
@@ -131,20 +132,6 @@ Reading readingOf(ZStanzaFileProperties_6_0 const& store, bool onlyCounting = fa
                                               : valuesIn(store, stanza.c_str(), key.c_str());
     }
     return reading;
-}
-
-std::string textOf(ZStanzaFileProperties_6_0 const& store)
-{
-    ZBuffer_6_0 buffer;
-    store.storeText(buffer);
-    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
-}
-
-ZStanzaDialect_6_0 dialectNamed(std::string const& name)
-{
-    ZStanzaDialect_6_0 dialect;
-    EXPECT_EQ(1, ZStanzaDialect_6_0::named(name.c_str(), dialect)) << name;
-    return dialect;
 }
 
 struct Sample {
