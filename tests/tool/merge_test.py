@@ -208,19 +208,19 @@ class MergeTest(tool.ToolTest):
         for theirs in (base.replace(b"/x", b"/y"), base + b"!include /z\n",
                        base.replace(b"# c\n", b"# c\n# d\n"), base.replace(b"!includedir /x\n", b""),
                        base.replace(b"m=1", b"# m=1")):
-            self.write_files({"base": base, "ours": ours, "theirs": theirs})
-            run = self.run_in_directory("merge", "--dialect=mysql", "base", "ours", "theirs")
-            self.assertEqual((INVALID_DATA, ours), (run.returncode, self.read_files()["ours"]))
-            self.assertIn(b": lines that are passed over, or comments above them, have changed; ", run.stderr)
-            run = self.run_in_directory("merge", "--dialect=mysql", "base", "ours", "theirs", "--path=x")
-            self.assertEqual((DONE, theirs.replace(b"k=1", b"k=2")), (run.returncode, self.read_files()["ours"]))
-            self.write_files({"base": base, "ours": base, "theirs": theirs})
-            run = self.run_in_directory("merge", "--dialect=mysql", "base", "ours", "theirs")
-            self.assertEqual((DONE, b"", theirs), (run.returncode, run.stderr, self.read_files()["ours"]))
+            report = self.merged("mysql", base, ours, theirs, ours, INVALID_DATA)
+            self.assertIn(b": lines that are passed over, or comments above them, have changed; ", report)
             both = theirs.replace(b"k=1", b"k=2")
-            self.write_files({"base": base, "ours": both, "theirs": theirs})
-            run = self.run_in_directory("merge", "--dialect=mysql", "base", "ours", "theirs")
-            self.assertEqual((DONE, b"", both), (run.returncode, run.stderr, self.read_files()["ours"]))
+            self.merged("mysql", base, ours, theirs, both, DONE, "--path=x")
+            self.assertEqual(b"", self.merged("mysql", base, base, theirs, theirs))
+            self.assertEqual(b"", self.merged("mysql", base, both, theirs, both))
+
+    def merged(self, dialect, base, ours, theirs, after, code=DONE, *options):
+        """Merges, and checks OURS and the exit code. Returns the report."""
+        self.write_files({"base": base, "ours": ours, "theirs": theirs})
+        run = self.run_in_directory("merge", "--dialect", dialect, "base", "ours", "theirs", *options)
+        self.assertEqual((code, after), (run.returncode, self.read_files()["ours"]))
+        return run.stderr
 
     def test_each_header_of_a_stanza_keeps_its_comments(self):
         base = b"# h\n[s]\na=1\n[u]\nx=1\n# c\n[s]\nb=2\n"
@@ -242,21 +242,15 @@ class MergeTest(tool.ToolTest):
         base = b"[u]\nk=1\n# a\n"
         self.expect_merge("mysql", base, b"[n]\nk=1\nk=2\n", base + b"# b\n", b"[n]\nk=1\nk=2\n# b\n")
 
-    def expect_merge(self, dialect, base, ours, theirs, merged):
-        """A merge whose result is merged again with each version."""
-        self.write_files({"base": base, "ours": ours, "theirs": theirs})
-        for other in ("theirs", "theirs", "ours"):
-            if other == "ours":
-                self.write_files({"base": base, "ours": merged, "theirs": ours})
-            run = self.run_in_directory("merge", "--dialect", dialect, "base", "ours", "theirs")
-            self.assertEqual((DONE, b"", merged), (run.returncode, run.stderr, self.read_files()["ours"]))
+    def expect_merge(self, dialect, base, ours, theirs, after):
+        """Merges, and merges the result with each version again."""
+        for first, second in ((ours, theirs), (after, theirs), (after, ours)):
+            self.assertEqual(b"", self.merged(dialect, base, first, second, after))
 
     def test_a_merge_that_leaves_no_key_is_refused(self):
         ours, theirs = b"-a=1\n\njunk\n", b"\njunk\nc=2\n"
-        self.write_files({"base": b"-a=1\n\njunk\nc=2\n", "ours": ours, "theirs": theirs})
-        run = self.run_in_directory("merge", "--dialect=sysctl", "base", "ours", "theirs")
-        self.assertEqual((REFUSED, ours), (run.returncode, self.read_files()["ours"]))
-        self.assertIn(b"ours: both sides together leave neither a header nor a key", run.stderr)
+        report = self.merged("sysctl", b"-a=1\n\njunk\nc=2\n", ours, theirs, ours, REFUSED)
+        self.assertIn(b"ours: both sides together leave neither a header nor a key", report)
 
     def test_a_large_merge_needs_little_memory(self):
         lines = [b"[main]\n"] + [b"key%06d = value%06d\n" % (i, i) for i in range(100000)]
