@@ -156,23 +156,22 @@ TEST_F(DialectProblems, HaveAPlaceACauseAndARemedy)
          "ignored; remove one of them\n"},
         {"windows", "[A]\nk=1\n[a]\nK=2\n",
          "3:1 note 37 [A] : \"[a]\": programs may read only the first of the stanzas with this "
-         "name; "
-         "join it with the earlier one\n"
+         "name; join it with the earlier one\n"
          "4:1 note 27 [A] K: another line with key \"K\" counts, and this one is ignored; remove "
          "one of them\n"},
         {"php", "[a]\nk=1\n[b]\nk=1\n[a]\nl=1\n[A]\nk=1\n[a] ; c\n",
          "5:1 note 37 [a] : \"[a]\": programs may read only the last of the stanzas with this "
-         "name; "
-         "join it with the earlier one\n"
+         "name; join it with the earlier one\n"
          "9:1 note 37 [a] : \"[a] ; c\": programs may read only the last of the stanzas with this "
          "name; join it with the earlier one\n"},
         {"php,joinedHeads=all", "[a]\nk=1\n[a]\nl=1\n", ""},
         {"git", "[a]\nk=1\n[a]\nl=1\n", ""},
         {"git,joinedHeads=first", "[a]\nk=1\n[A]\nl=1\n",
          "3:1 note 37 [a] : \"[A]\": programs may read only the first of the stanzas with this "
-         "name; "
-         "join it with the earlier one\n"},
+         "name; join it with the earlier one\n"},
         {"php", "k[]=1\nk[]=2\n", ""},
+        {"git,joinedHeads=first", "[a]\nk=1\nk=2\n", ""},
+        {"git,refusals=repeatedHeads", "[a]\nk=1\nk=2\n", ""},
         {"networkd", "[a]\nk=1\n[a]\nk=2\nk=3\n", ""},
         {"systemd", "[S]\na=1\nb=1\na=\na=2\n[S]\na=\na=3\nc=\nc=1\n",
          "2:1 note 27 [S] a: another line with key \"a\" counts, and this one is ignored; remove "

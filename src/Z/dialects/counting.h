@@ -41,9 +41,8 @@ inline bool countsOnce(Switches const& switches, std::string_view key)
 }
 
 /// Returns the values that count of a key with `count` values.
-/// range   `afterReset` returns the index past the last empty value, or 0 without an empty value;
-/// it is
-///         called if empty values are resets.
+/// range   `afterReset` returns the index past the last empty value, or 0 without an empty value.
+///         It is called if empty values are resets.
 template <class AfterReset>
 ValueRange countingRange(Switches const& switches, std::string_view key, int count,
                          AfterReset afterReset)

@@ -247,6 +247,8 @@ std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
             for (uint32_t at = std::exchange(above[i], kNoLine); at != kNoLine; at = above[at])
                 if (!isReset(lines_[at]))
                     repetitions[at] = Repetition::shadowed;
+        } else if (rule == RepeatedKey::values) {
+            continue;  // each line counts
         } else if (rule == RepeatedKey::first) {
             repetitions[i] = Repetition::shadowed;
         } else {
