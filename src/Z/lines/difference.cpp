@@ -367,12 +367,7 @@ void Difference::removeStanzas()
                     [](ReadStanza const& stanza) { return stanza.isKept; }))
         return;
     gone_.resize(outline_.lines().size());
-    std::vector<uint32_t> stanzaOf(outline_.sectionCount());
-    for (uint32_t i = 0; i < stanzas.size(); ++i)
-        for (uint32_t part = stanzas[i].firstSection; part != kNone;
-             part = outline_.sections()[part].next)
-            if (part < stanzaOf.size())
-                stanzaOf[part] = i;
+    std::vector<uint32_t> const stanzaOf = outline_.stanzasOfSections();
     uint32_t kept = 0;
     for (uint32_t i = 1; i < stanzas.size(); ++i) {
         if (stanzas[i].isKept)

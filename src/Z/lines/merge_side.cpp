@@ -54,11 +54,8 @@ void MergeSide::read(std::vector<std::string> const& names)
         static_cast<size_t>(std::count_if(outline_.lines().begin(), outline_.lines().end(),
                                           [](Line const& line) { return line.isKey(); }));
     keys_.reserve(keyLines);
-    std::vector<uint32_t> stanzaOf(outline_.sections().size(), 0);
+    std::vector<uint32_t> const stanzaOf = outline_.stanzasOfSections();
     auto const& read = outline_.stanzas();
-    for (uint32_t i = 0; i < read.size(); ++i)
-        for (uint32_t at = read[i].firstSection; at != kNone; at = outline_.sections()[at].next)
-            stanzaOf[at] = i;
     for (uint32_t i = 0; i < stanzaOf.size(); ++i)
         addSection(outline_.sections()[i], stanzaOf[i] == 0 ? kTopOfText
                                            : names.empty()  ? std::string(read[stanzaOf[i]].name)

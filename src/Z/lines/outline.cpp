@@ -135,18 +135,24 @@ void Outline::findHeaderComments(std::vector<uint32_t> const& previous,
               [](HeaderComment const& a, HeaderComment const& b) { return a.end < b.end; });
 }
 
+std::vector<uint32_t> Outline::stanzasOfSections() const
+{
+    std::vector<uint32_t> stanzaOf(sections_.size(), 0);
+    for (uint32_t stanza = 0; stanza < stanzas_.size(); ++stanza)
+        for (uint32_t i = stanzas_[stanza].firstSection; i != kNone; i = sections_[i].next)
+            stanzaOf[i] = stanza;
+    return stanzaOf;
+}
+
 void Outline::moveHeaderComments(std::vector<HeaderComment>& comments)
 {
     if (sections_.size() == stanzas_.size() && comments.empty())
         return;                                               // no header is repeated
     std::vector<uint32_t> previous(sections_.size(), kNone);  // section of the same stanza
-    std::vector<uint32_t> stanzaOf(sections_.size(), 0);
-    for (uint32_t stanza = 0; stanza < stanzas_.size(); ++stanza)
-        for (uint32_t i = stanzas_[stanza].firstSection; i != kNone; i = sections_[i].next) {
-            stanzaOf[i] = stanza;
-            if (sections_[i].next != kNone)
-                previous[sections_[i].next] = i;
-        }
+    for (uint32_t i = 0; i < sections_.size(); ++i)
+        if (sections_[i].next != kNone)
+            previous[sections_[i].next] = i;
+    std::vector<uint32_t> const stanzaOf = stanzasOfSections();
     findHeaderComments(previous, stanzaOf, comments);
     uint32_t const count = sectionCount();
     std::vector<uint32_t> restOf(count);  // of each section: its part below the last comment

@@ -100,6 +100,9 @@ public:
     Section const& sectionOf(uint32_t line) const { return sections_[sectionIndexOf(line)]; }
     uint32_t sectionIndexOf(uint32_t line) const;
 
+    /// Returns the stanza of each section, by the index of the section.
+    std::vector<uint32_t> stanzasOfSections() const;
+
     /// Gives the comment right above each header to the stanza whose lines end above that header
     /// in a cache: the stanza before it, or its own if the header is repeated. Call this once.
     /// range   `comments` were moved before: they are in the same stanzas again. Then it has the
