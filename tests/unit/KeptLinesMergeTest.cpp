@@ -6,12 +6,11 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include "DialectStore.h"
 #include "EachAllocation.h"
 #include "KeptLinesStore.h"
 
 namespace {
-
-class KeptLinesMerge : public KeptLines {};
 
 // A change of a store whose file another program has changed since, and the text after the store.
 // An empty text: the store fails.
@@ -20,6 +19,36 @@ struct Meeting {
     std::string there;
     std::function<void(Store&)> change;
     std::string after;
+};
+
+class KeptLinesMerge : public KeptLines {
+protected:
+    // Loads `before` into an empty store and makes both changes.
+    void expectMeeting(Store& store, std::string const& before, Meeting const& meeting)
+    {
+        std::string const path = directory_.write("conf", before);
+        store.load(path.c_str());
+        directory_.write("conf", meeting.there);
+        meeting.change(store);
+        if (meeting.after.empty()) {
+            try {
+                store.store(nullptr);
+                ADD_FAILURE();
+            } catch (ZPropertiesIOException_6_0 const& e) {
+                EXPECT_STREQ("store()", e.api().getChars());
+                EXPECT_EQ(ESTALE, e.excerrno());
+            }
+            EXPECT_EQ(meeting.there, directory_.read("conf"));
+            EXPECT_EQ(1, store.isModified());
+            return;
+        }
+        ASSERT_NO_THROW(store.store(nullptr));
+        EXPECT_EQ(meeting.after, directory_.read("conf"));
+        // The store has the values of the file.
+        store.setModified();
+        store.store(nullptr);
+        EXPECT_EQ(meeting.after, directory_.read("conf"));
+    }
 };
 
 }  // namespace
@@ -69,31 +98,12 @@ TEST_F(KeptLinesMerge, ChangesOfOtherValuesMeetInTheFile)
     };
     for (Meeting const& c : meetings) {
         SCOPED_TRACE(c.name);
-        std::string const path = directory_.write("conf", before);
         Store store(0);
         store.setAttributes(ZPCache_6_0::keepLines, nullptr);
-        store.load(path.c_str());
-        directory_.write("conf", c.there);
-        c.change(store);
-        if (c.after.empty()) {
-            try {
-                store.store(nullptr);
-                ADD_FAILURE();
-            } catch (ZPropertiesIOException_6_0 const& e) {
-                EXPECT_STREQ("store()", e.api().getChars());
-                EXPECT_EQ(ESTALE, e.excerrno());
-            }
-            EXPECT_EQ(c.there, directory_.read("conf"));
-            EXPECT_EQ(1, store.isModified());
+        expectMeeting(store, before, c);
+        if (c.after.empty())
             continue;
-        }
-        store.store(nullptr);
-        EXPECT_EQ(c.after, directory_.read("conf"));
-        // The store has the values of the file.
-        store.setModified();
-        store.store(nullptr);
-        EXPECT_EQ(c.after, directory_.read("conf"));
-        Store const fresh(path.c_str(), 1);
+        Store const fresh(directory_.at("conf").c_str(), 1);
         EXPECT_EQ(fresh.count("s"), store.count("s"));
         EXPECT_EQ(valuesOf(fresh, "s", "l"), valuesOf(store, "s", "l"));
     }
@@ -130,19 +140,9 @@ TEST_F(KeptLinesMerge, ChangesOfCommentsMeetInTheFile)
     };
     for (Meeting const& c : meetings) {
         SCOPED_TRACE(c.name);
-        std::string const path = directory_.write("conf", before);
         Store store(1);
         store.setAttributes(ZPCache_6_0::keepLines, nullptr);
-        store.load(path.c_str());
-        directory_.write("conf", c.there);
-        c.change(store);
-        if (c.after.empty()) {
-            EXPECT_THROW(store.store(nullptr), ZPropertiesIOException_6_0);
-            EXPECT_EQ(c.there, directory_.read("conf"));
-            continue;
-        }
-        ASSERT_NO_THROW(store.store(nullptr));
-        EXPECT_EQ(c.after, directory_.read("conf"));
+        expectMeeting(store, before, c);
     }
 }
 
@@ -176,21 +176,8 @@ TEST_F(KeptLinesMerge, ChangesOfLinesPassedOverMeetInTheFile)
     };
     for (Meeting const& c : meetings) {
         SCOPED_TRACE(c.name);
-        std::string const path = directory_.write("conf.ini", before);
-        ZStanzaDialect_6_0 dialect;
-        ASSERT_EQ(1, ZStanzaDialect_6_0::named("ini", dialect));
-        Store store(1, dialect);
-        store.load(path.c_str());
-        directory_.write("conf.ini", c.there);
-        c.change(store);
-        try {
-            store.store(nullptr);
-            EXPECT_EQ(c.after, directory_.read("conf.ini"));
-        } catch (ZPropertiesIOException_6_0 const& e) {
-            EXPECT_EQ("", c.after);
-            EXPECT_EQ(ESTALE, e.excerrno());
-            EXPECT_EQ(c.there, directory_.read("conf.ini"));
-        }
+        Store store(1, dialectNamed("ini"));
+        expectMeeting(store, before, c);
     }
 }
 
