@@ -78,26 +78,26 @@ bool MergeSide::isBelowBlank(uint32_t line) const
 void MergeSide::addSection(Section const& section, std::string const& name)
 {
     bool const isNew = !stanzas_.contains(name);
-    std::pair<std::string const, SideStanza>* const at = &stanzaOf(name);
+    auto& [ownName, stanza] = stanzaOf(name);
     if (isNew)
         order_.push_back(name);
-    at->second.sections.push_back(static_cast<uint32_t>(&section - outline_.sections().data()));
+    stanza.sections.push_back(static_cast<uint32_t>(&section - outline_.sections().data()));
     if (section.header != kNone) {
         takeCommentsAtStart(section.header);
-        uint32_t const header = at->second.headerCount++;
+        uint32_t const header = stanza.headerCount++;
         takeComments(name, "", section.header, header);
-        if (at->second.header == kNone && name != kTopOfText) {
-            at->second.header = section.header;
-            at->second.spelled = outline_.spelledName(section.header);
-            at->second.isBelowBlank = isBelowBlank(section.header);
+        if (stanza.header == kNone && name != kTopOfText) {
+            stanza.header = section.header;
+            stanza.spelled = outline_.spelledName(section.header);
+            stanza.isBelowBlank = isBelowBlank(section.header);
         }
-        addEntry({SideEntry::header, isBelowBlank(section.header), header, at->first, {}, {}});
+        addEntry({SideEntry::header, isBelowBlank(section.header), header, ownName, {}, {}});
     }
     for (uint32_t line = section.first; line < section.end; ++line) {
         if (outline_.lines()[line].kind == commentLine)
             pending_.push_back(line);
         else if (outline_.lines()[line].isKey())
-            addKey(at->first, at->second, line);
+            addKey(ownName, stanza, line);
         else if (outline_.lines()[line].kind == otherLine)
             addOtherLine(name, line);
     }
@@ -125,15 +125,23 @@ std::pair<std::string const, SideStanza>& MergeSide::stanzaOf(std::string const&
 
 uint32_t MergeSide::indexOf(uint32_t stanza, std::string_view key) const
 {
-    if (index_.empty())
-        return kNone;
+    uint32_t const found = index_.empty() ? 0 : index_[slotOf(stanza, key)];
+    return found == 0 ? kNone : found - 1;
+}
+
+// Returns the slot of a key in the index, or the free slot where it would be.
+// range   the index has a free slot.
+size_t MergeSide::slotOf(uint32_t stanza, std::string_view key) const
+{
+    auto const isOfKey = [&](uint32_t slot) {
+        KeyRecord const& found = keys_[slot - 1];
+        return found.stanza == stanza && found.name == key;
+    };
     size_t const mask = index_.size() - 1;
-    for (size_t at = hashOf(key, stanza) & mask; index_[at] != 0; at = (at + 1) & mask) {
-        KeyRecord const& found = keys_[index_[at] - 1];
-        if (found.stanza == stanza && found.name == key)
-            return index_[at] - 1;
-    }
-    return kNone;
+    size_t at = hashOf(key, stanza) & mask;
+    while (index_[at] != 0 && !isOfKey(index_[at]))
+        at = (at + 1) & mask;
+    return at;
 }
 
 // Grows the index if it has too few free slots for one more key.
@@ -146,29 +154,21 @@ void MergeSide::growIndex()
     while (!isEnough(size) || keys_.capacity() >= size)
         size *= 2;
     index_.assign(size, 0);
-    for (uint32_t i = 0; i < keys_.size(); ++i) {
-        size_t at = hashOf(keys_[i].name, keys_[i].stanza) & (size - 1);
-        while (index_[at] != 0)
-            at = (at + 1) & (size - 1);
-        index_[at] = i + 1;
-    }
+    for (uint32_t i = 0; i < keys_.size(); ++i)
+        index_[slotOf(keys_[i].stanza, keys_[i].name)] = i + 1;
 }
 
 // Returns the index of a key, which it adds if it is new. `name` may be in `space`.
 uint32_t MergeSide::recordOf(SideStanza const& stanza, std::string_view name,
                              std::string const& space)
 {
-    uint32_t const known = indexOf(stanza.number, name);
-    if (known != kNone)
-        return known;
     growIndex();
-    size_t const mask = index_.size() - 1;
-    size_t at = hashOf(name, stanza.number) & mask;
-    while (index_[at] != 0)
-        at = (at + 1) & mask;
-    keys_.push_back({outline_.keep(name, space), stanza.number});
-    index_[at] = static_cast<uint32_t>(keys_.size());
-    return index_[at] - 1;
+    uint32_t& slot = index_[slotOf(stanza.number, name)];
+    if (slot == 0) {
+        keys_.push_back({outline_.keep(name, space), stanza.number});
+        slot = static_cast<uint32_t>(keys_.size());
+    }
+    return slot - 1;
 }
 
 void MergeSide::addKey(std::string const& name, SideStanza& stanza, uint32_t line)
@@ -305,18 +305,16 @@ std::string_view SideKey::spelled() const
 std::vector<std::string> SideKey::values() const
 {
     std::vector<std::string> values;
-    eachValue([&](std::string_view value) { values.emplace_back(value); });
+    forEachValue([&](std::string_view value) { values.emplace_back(value); });
     return values;
 }
 
 bool SideKey::hasValues() const
 {
-    bool hasValue = false;
-    side_->eachLine(index_, [&](uint32_t line) {
-        hasValue = side_->outline_.lines()[line].kind == valueLine;
-        return !hasValue;
-    });
-    return hasValue;
+    for (uint32_t line = firstLine(); line != kNone; line = side_->nextOf(line))
+        if (isValue(line))
+            return true;
+    return false;
 }
 
 uint32_t SideKey::firstLine() const
@@ -324,35 +322,25 @@ uint32_t SideKey::firstLine() const
     return side_->keys_[index_].first;
 }
 
-std::vector<uint32_t> SideKey::valueLines() const
+std::vector<uint32_t> SideKey::linesWith(bool hasValue) const
 {
     std::vector<uint32_t> lines;
-    side_->eachLine(index_, [&](uint32_t line) {
-        if (side_->outline_.lines()[line].kind == valueLine)
+    side_->forEachLine(index_, [&](uint32_t line) {
+        if (isValue(line) == hasValue)
             lines.push_back(line);
-        return true;
     });
     return lines;
 }
 
-std::vector<uint32_t> SideKey::otherLines() const
+bool SideKey::isValue(uint32_t line) const
 {
-    std::vector<uint32_t> lines;
-    side_->eachLine(index_, [&](uint32_t line) {
-        if (side_->outline_.lines()[line].kind != valueLine)
-            lines.push_back(line);
-        return true;
-    });
-    return lines;
+    return side_->outline_.lines()[line].kind == valueLine;
 }
 
 std::vector<uint32_t> SideKey::lines() const
 {
     std::vector<uint32_t> lines;
-    side_->eachLine(index_, [&](uint32_t line) {
-        lines.push_back(line);
-        return true;
-    });
+    side_->forEachLine(index_, [&](uint32_t line) { lines.push_back(line); });
     return lines;
 }
 

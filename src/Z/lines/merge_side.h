@@ -41,12 +41,12 @@ public:
     std::string_view spelled() const;  // in the first line; empty: only comments have this name
     std::vector<std::string> values() const;
     template <class Call>
-    void eachValue(Call call) const;  // as call(std::string_view); the view ends with the call
+    void forEachValue(Call call) const;  // as call(std::string_view); the view ends with the call
     bool hasValues() const;
     uint32_t firstLine() const;  // kNone: only comments have this name
-    std::vector<uint32_t> valueLines() const;
-    std::vector<uint32_t> otherLines() const;  // without a value
-    std::vector<uint32_t> lines() const;       // all
+    std::vector<uint32_t> valueLines() const { return linesWith(true); }
+    std::vector<uint32_t> otherLines() const { return linesWith(false); }  // without a value
+    std::vector<uint32_t> lines() const;
     std::vector<SideComment> const& comments() const;
     bool isBelowBlank() const;
 
@@ -61,6 +61,9 @@ public:
     std::string_view textOf(uint32_t line) const;
 
 private:
+    std::vector<uint32_t> linesWith(bool hasValue) const;
+    bool isValue(uint32_t line) const;
+
     MergeSide const* side_ = nullptr;
     uint32_t index_ = 0;
 };
@@ -171,6 +174,7 @@ private:
     void addOtherLine(std::string const& stanza, uint32_t line);
     uint32_t recordOf(SideStanza const& stanza, std::string_view name, std::string const& space);
     uint32_t indexOf(uint32_t stanza, std::string_view key) const;
+    size_t slotOf(uint32_t stanza, std::string_view key) const;
     void growIndex();
     void takeComments(std::string const& stanza, std::string const& key, uint32_t line,
                       uint32_t header = 0);
@@ -179,12 +183,12 @@ private:
     bool isBelowBlank(uint32_t line) const;
     std::pair<std::string const, SideStanza>& stanzaOf(std::string const& name);
 
-    // Calls `call(line)` for each line of a key until it returns false.
+    // Calls `call(line)` for each line of a key.
     template <class Call>
-    void eachLine(uint32_t key, Call call) const
+    void forEachLine(uint32_t key, Call call) const
     {
-        for (uint32_t line = keys_[key].first; line != kNone && call(line); line = nextOf(line))
-            ;
+        for (uint32_t line = keys_[key].first; line != kNone; line = nextOf(line))
+            call(line);
     }
 
     // Returns the next line of the same key.
@@ -205,13 +209,12 @@ private:
 };
 
 template <class Call>
-void SideKey::eachValue(Call call) const
+void SideKey::forEachValue(Call call) const
 {
     std::string space;
-    side_->eachLine(index_, [&](uint32_t line) {
-        if (side_->outline_.lines()[line].kind == valueLine)
+    side_->forEachLine(index_, [&](uint32_t line) {
+        if (isValue(line))
             call(side_->outline_.value(line, space));
-        return true;
     });
 }
 

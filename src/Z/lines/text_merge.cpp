@@ -636,7 +636,7 @@ private:
             key.takesLines ? key.side.valueLines() : std::vector<uint32_t>();
         size_t next = 0;
         if (key.side)
-            key.side.eachValue([&](std::string_view text) {
+            key.side.forEachValue([&](std::string_view text) {
                 document_.addValue(keep(text), lines.empty() ? std::string_view()
                                                              : key.side.textOf(lines[next++]));
             });
