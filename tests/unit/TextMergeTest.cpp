@@ -389,6 +389,56 @@ TEST(TextMerge, AddsACommentOnceThatBothVersionsHaveInDifferentPlaces)
               merged("[t]\nk=1\nl=1\n", "[t]\n# c\nk=1\nl=1\n", "[t]\nk=1\n# c\nl=1\n"));
 }
 
+TEST(TextMerge, AKeyWithAndWithoutAValueConflictsOnlyIfBothVersionsChangeIt)
+{
+    struct Case {
+        char const* name;
+        char const* base;
+        char const* changed;
+    };
+    Case const cases[] = {
+        {"a value changes", "[s]\nk\nk=1\nl=1\n", "[s]\nk\nk=2\nl=1\n"},
+        {"a value is added", "[s]\nk\nl=1\n", "[s]\nk\nk=2\nl=1\n"},
+        {"a value is added first", "[s]\nk\nl=1\n", "[s]\nk=2\nk\nl=1\n"},
+        {"a line without a value is added", "[s]\nk=1\nl=1\n", "[s]\nk=1\nk\nl=1\n"},
+        {"the value is removed", "[s]\nk\nk=1\nl=1\n", "[s]\nk\nl=1\n"},
+        {"the line without a value is removed", "[s]\nk\nk=1\nl=1\n", "[s]\nk=1\nl=1\n"},
+        {"the lines change places", "[s]\nk\nk=1\nl=1\n", "[s]\nk=1\nk\nl=1\n"},
+        {"a new key", "[s]\nl=1\n", "[s]\nk\nk=1\nk\nl=1\n"},
+        {"a new stanza", "[s]\nl=1\n", "[s]\nl=1\n\n[t]\nk\nk=1\n"},
+        {"a removed key", "[s]\nk\nk=1\nl=1\n", "[s]\nl=1\n"},
+        {"a removed stanza", "[s]\nl=1\n[t]\nk\nk=1\n", "[s]\nl=1\n"},
+        {"the last line has no line ending", "[s]\nl=1\nk=1", "[s]\nl=1\nk=1\nk"},
+        {"a key in the line of a header", "[s] k=1\nl=1\n", "[s] k\nk=1\nl=1\n"},
+    };
+    for (char const* const name : {"git", "mysql"}) {
+        auto const dialect = zdialects::dialectWith(zdialects::findRow(name)->switches);
+        for (Case const& c : cases) {
+            SCOPED_TRACE(std::string(name) + ": " + c.name);
+            if (name == std::string("mysql") && std::string(c.base).starts_with("[s] k"))
+                continue;
+            auto const withOther = [](std::string text) {
+                return text.replace(text.find("l=1"), 3, "l=2");
+            };
+            std::string const other = withOther(c.base);
+            std::string const both = withOther(c.changed);
+            for (bool const isSwapped : {false, true}) {
+                MergedText const merged = zlines::mergeTexts(
+                    c.base, isSwapped ? c.changed : other, isSwapped ? other : c.changed, *dialect);
+                EXPECT_EQ(0u, merged.conflicts);
+                EXPECT_EQ(both, merged.text);
+            }
+        }
+        std::string const base = "[s]\nk\nk=1\n";
+        for (auto const& [ours, theirs] :
+             {std::pair("[s]\nk\nk=2\n", "[s]\nk\nk\nk=1\n"), {"[s]\nk\n", "[s]\nk=1\n"}}) {
+            EXPECT_EQ(1u, zlines::mergeTexts(base, ours, theirs, *dialect).conflicts);
+            EXPECT_EQ(1u, zlines::mergeTexts(base, theirs, ours, *dialect).conflicts);
+            EXPECT_EQ(ours, zlines::mergeTexts(base, ours, ours, *dialect).text);
+        }
+    }
+}
+
 TEST(TextMerge, DetectsAChangeOfBytesThatAreNotRead)
 {
     using namespace std::string_literals;

@@ -47,7 +47,8 @@ private:
         uint32_t position;
         Place place;
         std::string lines;
-        uint32_t until = 0;  // the end of the bytes that it replaces; 0: none
+        uint32_t until = 0;          // the end of the bytes that it replaces; 0: none
+        bool isBelowHeader = false;  // it starts in the line of a header
     };
 
     Outline const& outline() const { return merged_.outline(); }
@@ -175,8 +176,31 @@ private:
 
     void markKey(std::string const& stanza, MergedKey const& key)
     {
-        if (!key.values.empty())
+        if (key.takesAll)
+            copyLines(stanza, key);
+        else if (!key.values.empty())
             markValues(stanza, std::string(key.name), key.values);
+    }
+
+    // Puts all lines of `theirs` in the place of the first line of a key, without marks.
+    void copyLines(std::string const& stanza, MergedKey const& key)
+    {
+        SideKey const found = merged_.find(stanza, key.name);
+        std::vector<uint32_t> const lines = found ? found.lines() : std::vector<uint32_t>();
+        uint32_t const first = lines.empty() ? kNone : lines.front();
+        std::string block;
+        appendLines(theirs_, key.side.lines(), outline().lineEndingAfter(first), block);
+        uint32_t const last = lines.empty() ? kNone : lines.back();
+        bool const isOpen =
+            last != kNone && outline().endOf(last) == text_.size() && !text_.ends_with('\n');
+        if (isOpen && lines.size() == 1)
+            block.resize(withoutLineEnding(block).size());
+        replace(first, first, std::move(block));
+        insertions_.back().isBelowHeader = first != kNone && outline().sharesLine(first);
+        --blocks_;
+        for (size_t i = 1; i < lines.size(); ++i)
+            insertions_.push_back(
+                {outline().lines()[lines[i]].begin, start, "", outline().endOf(lines[i])});
     }
 
     void markValues(std::string const& stanza, std::string const& name,
@@ -256,7 +280,8 @@ private:
             if (insertion.position > done)
                 out += slice(text_, done, insertion.position);
             done = std::max({done, insertion.position, insertion.until});
-            if (!out.empty() && out.back() != '\n' && !insertion.lines.empty())
+            if (!out.empty() && out.back() != '\n' && !insertion.lines.empty() &&
+                !insertion.isBelowHeader)
                 out +=
                     outline().lineEndingAfter(static_cast<uint32_t>(outline().lines().size() - 1));
             out += insertion.lines;

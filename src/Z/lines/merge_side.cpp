@@ -364,6 +364,21 @@ bool SideKey::hasSameValues(SideKey const& other) const
     return values() == other.values();
 }
 
+bool SideKey::hasSameLineValues(SideKey const& other) const
+{
+    if (!hasSameValues(other))
+        return false;
+    if (side_ == nullptr)
+        return true;
+    auto const kindsOf = [](SideKey const& key) {
+        std::vector<uint8_t> kinds;
+        for (uint32_t const line : key.lines())
+            kinds.push_back(key.side_->outline_.lines()[line].kind);
+        return kinds;
+    };
+    return kindsOf(*this) == kindsOf(other);
+}
+
 bool SideKey::hasSameLines(SideKey const& other) const
 {
     if (side_ == nullptr || other.side_ == nullptr)

@@ -53,6 +53,9 @@ public:
     /// Returns whether both have the same values; a missing key differs from every other key.
     bool hasSameValues(SideKey const& other) const;
 
+    /// As hasSameValues(), with the lines without a value.
+    bool hasSameLineValues(SideKey const& other) const;
+
     /// Returns whether the lines with a value are the same, too; line endings after them are not
     /// compared.
     bool hasSameLines(SideKey const& other) const;

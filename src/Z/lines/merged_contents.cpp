@@ -27,20 +27,15 @@ Strings valuesOf(SideKey const& key)
     return key ? key.values() : Strings();
 }
 
-// Returns whether a side changed a key that has lines with and without a value, where the latter
-// are values of their own kind. The merged list has no place for them.
-bool isMixedChange(Dialect const& dialect, SideKey const& base, SideKey const& ours,
-                   SideKey const& theirs)
+// Returns whether a version has lines of a key with and without a value, where the latter are
+// values of their own kind. A merged list has no index for them.
+bool isMixed(Dialect const& dialect, SideKey const& base, SideKey const& ours,
+             SideKey const& theirs)
 {
-    auto const isMixed = [](SideKey const& key) {
+    auto const isOne = [](SideKey const& key) {
         return key && key.hasValues() && !key.otherLines().empty();
     };
-    auto const isSame = [](SideKey const& one, SideKey const& other) {
-        return one.hasSameValues(other) &&
-               (!one || one.otherLines().size() == other.otherLines().size());
-    };
-    return dialect.hasEmptyValues() && (isMixed(base) || isMixed(ours) || isMixed(theirs)) &&
-           !isSame(base, theirs) && !isSame(ours, theirs);
+    return dialect.hasEmptyValues() && (isOne(base) || isOne(ours) || isOne(theirs));
 }
 
 // Returns whether a list that both sides changed is a conflict as a whole: a side changed its
@@ -68,8 +63,13 @@ bool mergeKey(Dialect const& dialect, SideKey const& base, SideKey const& ours,
     Strings const their = valuesOf(theirs);
     bool const isRemovedByOne = base && !ours != !theirs;
     bool const hasValues = !our.empty() || !their.empty();
-    if ((hasValues && isMixedChange(dialect, base, ours, theirs)) ||
-        (isRemovedByOne && (ours ? our : their) != before && before.empty())) {
+    bool const isMixedKey = hasValues && isMixed(dialect, base, ours, theirs);
+    if (isMixedKey && (ours.hasSameLineValues(theirs) || base.hasSameLineValues(theirs))) {
+        merged.side = ours;
+    } else if (isMixedKey && base.hasSameLineValues(ours)) {
+        merged.side = theirs;
+        merged.takesAll = !!theirs;
+    } else if (isMixedKey || (isRemovedByOne && (ours ? our : their) != before && before.empty())) {
         merged.values = {{our, their, true}};
     } else if (ours && theirs && (our == their || their == before)) {
         merged.side = ours;
@@ -168,6 +168,7 @@ MergedContents::MergedContents(MergeSide const& base, MergeSide const& ours,
             if (!mergeKey(dialect, base.find(name, key.name), first, second, key))
                 continue;
             hasConflicts_ = hasConflicts_ || isConflict(key);
+            hasCopiedKeys_ = hasCopiedKeys_ || key.takesAll;
             merged.keys.push_back(std::move(key));
         }
     }

@@ -17,6 +17,7 @@ struct MergedKey {
     SideKey side = {};
     std::vector<MergedValue> values = {};
     bool takesLines = false;  // `ours` has no lines of the key, or the lines of the base
+    bool takesAll = false;    // `theirs` gives all lines, with and without a value
 
     bool hasValues() const { return side ? side.hasValues() : !values.empty(); }
 };
@@ -47,9 +48,13 @@ public:
 
     bool hasConflicts() const { return hasConflicts_; }
 
+    /// Returns whether a key takes all lines of `theirs`.
+    bool hasCopiedKeys() const { return hasCopiedKeys_; }
+
 private:
     std::map<std::string, MergedStanza, std::less<>> stanzas_;
     bool hasConflicts_ = false;
+    bool hasCopiedKeys_ = false;
 };
 
 }  // namespace zlines

@@ -785,14 +785,14 @@ MergedText mergeAt(NewStanzas place, std::string_view base, std::string_view our
     if (ours == base && haveSameStanza(*our, *their, fixed))
         return {std::string(theirs), 0};
     auto contents = std::make_unique<MergedContents const>(*before, *our, *their, fixed);
-    bool const hasConflicts = contents->hasConflicts();
+    bool const hasMarks = contents->hasConflicts() || contents->hasCopiedKeys();
     // A side needs more memory than its text, so it is released as soon as possible.
     Assembly(*before, *our, *their, *contents, place).assemble();
     before.reset();
     Document document;
     std::vector<std::string> const names =
         Writer(*our, *their, *contents, document).write(our->entries());
-    if (!hasConflicts) {
+    if (!hasMarks) {
         contents.reset();
         their.reset();
         our.reset();
@@ -800,7 +800,7 @@ MergedText mergeAt(NewStanzas place, std::string_view base, std::string_view our
     MergedText merged = {};
     if (!rewriteByLines(ours, dialect, document, merged.text))
         merged.text = ours;
-    if (hasConflicts)
+    if (hasMarks)
         merged.text =
             markConflicts(merged.text, dialect, names, *contents, *our, *their, merged.conflicts);
     return merged;
