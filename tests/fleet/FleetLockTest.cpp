@@ -18,25 +18,14 @@
 #include "ModelCluster.h"
 #include "Raised.h"
 #include "Threads.h"
+#include "ZFleetReadWriteLock_p.h"
 
 namespace {
 
 using Lock = ZFleetReadWriteLock_6_0;
 using Fate = ModelCluster::Fate;
 
-constexpr char kSource[] = "src/fleet/Z/ZFleetReadWriteLock";
-enum RaiseSite {
-    raiseForPath = 1,
-    raiseForDirectory,
-    raiseForFileName,
-    raiseInLock,
-    raiseInUnlock,
-    raiseForLoss,
-    raiseForFullDatabase,
-    raiseInReadSequence,
-    raiseInWriteSequence,
-    raiseInKeepAlive,
-};
+using namespace zfleet_lock;
 
 constexpr char kPath[] = "etcd://test/orders";
 constexpr char kQueue[] = "/zfleet/6/lock/orders/q/";

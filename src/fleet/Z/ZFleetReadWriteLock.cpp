@@ -14,22 +14,9 @@
 #include "configuration/path.h"
 #include "transport/failure.h"
 
-namespace {
+using namespace zfleet_lock;
 
-constexpr char kSource[] = "src/fleet/Z/ZFleetReadWriteLock";
-enum RaiseSite {
-    raiseForPath = 1,
-    raiseForDirectory,
-    raiseForFileName,
-    raiseInLock,
-    raiseInUnlock,
-    raiseForLoss,
-    raiseForFullDatabase,
-    raiseInReadSequence,
-    raiseInWriteSequence,
-    raiseInKeepAlive,
-    raiseForMemory,
-};
+namespace {
 
 // The numbers of the messages of locks between processes.
 enum Message { lockFailed = 33, unlockFailed = 34, readFailed = 35 };

@@ -1,4 +1,4 @@
-// The hidden state of a lock.
+// The hidden state of a lock, and the sites of its exceptions.
 #pragma once
 
 #include <atomic>
@@ -8,6 +8,27 @@
 #include "ZFleetReadWriteLock.h"
 #include "configuration/session.h"
 #include "locking/fleet_lock.h"
+
+namespace zfleet_lock {
+
+inline constexpr char kSource[] = "src/fleet/Z/ZFleetReadWriteLock";
+
+// Log scanners match these numbers.
+enum RaiseSite {
+    raiseForPath = 1,
+    raiseForDirectory,
+    raiseForFileName,
+    raiseInLock,
+    raiseInUnlock,
+    raiseForLoss,
+    raiseForFullDatabase,
+    raiseInReadSequence,
+    raiseInWriteSequence,
+    raiseInKeepAlive,
+    raiseForMemory,
+};
+
+}  // namespace zfleet_lock
 
 struct ZFleetReadWriteLock_6_0::Rep {
     explicit Rep(char const* lockPath);
