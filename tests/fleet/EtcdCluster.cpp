@@ -79,7 +79,7 @@ EtcdCluster::EtcdCluster(unsigned nodes, std::vector<std::string> const& options
 {
     if (network_ != nullptr) {
         for (unsigned i = 0; i < nodes; ++i)
-            nodes_[i] = {0, network_->address(i), 2379, 2380};
+            nodes_[i] = {0, network_->address(i), 2379, 2380, false};
     } else {
         std::vector<PortReservation> ports(2 * nodes);
         for (unsigned i = 0; i < nodes; ++i) {
@@ -182,8 +182,10 @@ void EtcdCluster::resume(unsigned node)
 // The mount exists in the namespace of the starter, and of the nodes that start later.
 bool EtcdCluster::limitDisk(unsigned node, unsigned megabytes)
 {
+    bool& isMounted = nodes_[node].hasDisk;
+    if (isMounted)
+        return true;
     kill(node);
-    bool isMounted = false;
     starter_.run([&] {
         if (!hasMounts_ && (unshare(CLONE_NEWNS) != 0 ||
                             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0))

@@ -45,8 +45,8 @@ public:
     void suspend(unsigned node);
     void resume(unsigned node);
 
-    /// Gives a node a disk of its own with this size, after a restart. Returns false without the
-    /// right to mount.
+    /// Gives a node a disk of its own with this size, with a restart, unless it has one. Returns
+    /// false without the right to mount.
     bool limitDisk(unsigned node, unsigned megabytes);
 
     /// Fills the disk of a node, and frees the space again.
@@ -75,6 +75,7 @@ private:
         std::string host = "127.0.0.1";
         unsigned clientPort = 0;
         unsigned peerPort = 0;
+        bool hasDisk = false;  // of its own
     };
 
     std::vector<std::string> commandFor(unsigned node) const;

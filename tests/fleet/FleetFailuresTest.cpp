@@ -307,7 +307,9 @@ protected:
                     (expected != "none" && error == cutOff))
             << found << " instead of " << expected;
         program.cluster.setFault(nullptr);
-        if (operation.message == 0)
+        // After an unknown outcome, the latest generation may be the undone one.
+        bool const canRepeat = !isStore || std::string(operation.name) != "undo";
+        if (operation.message == 0 && canRepeat)
             expectRepetition(operation, program, found != "none");
         else if (program.lock.token() != 0)
             program.lock.unlock(0);
@@ -408,7 +410,7 @@ TEST_F(FleetFailures, DamagedRepliesAreTakenOrRefused)
     for (unsigned round = 0; round < rounds; ++round) {
         SCOPED_TRACE(round);
         Operation const& operation = kOperations[round % std::size(kOperations)];
-        Program program("budget = 1\ncall = 200\n");
+        Program program("budget = 20\ncall = 2000\n");
         operation.prepare(program);
         DamagedMessage damaged(round + 1);
         unsigned const at = round / std::size(kOperations) % 2;
