@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "FleetFile.h"
 #include "LockStates.h"
@@ -577,6 +578,35 @@ TEST_F(FleetLock, LossDuringAReleaseIsFoundInTheHistory)
     EXPECT_TRUE(raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss,
                                                     [&] { lock.unlock(); }));
     lock.unlock(0);
+    expectFree(lock);
+}
+
+// The earlier holder has written the number while the entry of this program waited.
+TEST_F(FleetLock, ReleaseOfTheEarlierHolderIsNotTakenForItsOwn)
+{
+    cluster_.put(kOther, "w other 1");
+    Lock lock(kPath);
+    std::thread([&] {
+        std::thread earlier([&] {
+            waitForEntries(2);
+            cluster_.put(kSequence, "7");
+            cluster_.put(kOther, "");
+        });
+        lock.writeLock();
+        earlier.join();
+        auto const isFirst = std::make_shared<bool>(true);
+        cluster_.setFault([=, this](auto const& request, auto const& execute) {
+            if (request.method != "Txn" || !std::exchange(*isFirst, false))
+                return execute(request);
+            cluster_.endLeases();
+            return ModelCluster::Reply{14, "request lost"};
+        });
+        EXPECT_TRUE((raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss,
+                                                         [&] { lock.unlock(); })));
+        cluster_.setFault(nullptr);
+        lock.unlock(0);
+    }).join();
+    EXPECT_EQ("7", sequence());
     expectFree(lock);
 }
 

@@ -142,30 +142,36 @@ LockQueue::Removal LockQueue::remove(std::string const& key, int64_t ticket,
     }
 }
 
-// Finds out whether this program has removed the entry. Only the holder of the lock writes the
-// sequence number, so the entry existed until a revision that wrote the number if and only if this
-// program has written it.
+// Finds out whether this program has removed the entry. The removal and the sequence number are one
+// transaction: this program has written the number if and only if the entry existed until the
+// revision of the number, and not longer. An earlier holder has written while the entry waited.
 LockQueue::Removal LockQueue::findRemoval(std::string const& key, int64_t ticket, int64_t written,
                                           Budget& budget)
 {
     while (written > ticket) {
-        Range entry{key};
+        Range before{key};
+        Range after{key};
         Range sequence{directory_ + "seq"};
-        entry.revision = sequence.revision = written - 1;
-        TransactionResult before;
+        before.revision = sequence.revision = written - 1;
+        after.revision = written;
+        TransactionResult found;
         try {
-            before =
-                cluster_.commit({{}, {entry, sequence}, {}}, Repetition::changesNothing, budget);
+            found = cluster_.commit({{}, {before, after, sequence}, {}}, Repetition::changesNothing,
+                                    budget);
         } catch (CallError const& error) {
             if (error.error != ESTALE)
                 throw;
             return Removal::unknown;
         }
-        requireReplies(before, 2);
-        std::vector<KeyValue> const& found = before.ranges[0].entries;
-        if (!found.empty() && found[0].createRevision == ticket)
+        requireReplies(found, 3);
+        auto const exists = [&](RangeResult const& entry) {
+            return !entry.entries.empty() && entry.entries[0].createRevision == ticket;
+        };
+        if (exists(found.ranges[1]))
+            return Removal::missing;
+        if (exists(found.ranges[0]))
             return Removal::done;
-        std::vector<KeyValue> const& earlier = before.ranges[1].entries;
+        std::vector<KeyValue> const& earlier = found.ranges[2].entries;
         written = earlier.empty() ? 0 : earlier[0].modRevision;
     }
     return Removal::missing;
