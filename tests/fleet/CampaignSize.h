@@ -1,5 +1,4 @@
-// CampaignSize: the size of a campaign, which is a part of the whole one in a usual run of the
-// tests.
+// CampaignSize: the size of a campaign, which is smaller in a usual run of the tests.
 //
 // `./dev fleet --campaigns` sets ZFLEET_CAMPAIGN=whole.
 #pragma once

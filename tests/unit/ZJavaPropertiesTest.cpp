@@ -212,7 +212,7 @@ TEST(ZJavaProperties, ResetsTheStopKey)
 
 TEST(ZJavaProperties, ReadsNoByteOfAStreamAhead)
 {
-    // Also if part of the stream was read before.
+    // Also if the start of the stream was read before.
     char text[] = "first\na=1\nb=2";
     FILE* const stream = fmemopen(text, sizeof text - 1, "r");
     for (int i = 0; i < 6; ++i)

@@ -3,7 +3,7 @@
 
 usage: dialects_page.py [--check]
 
-With --check, changes nothing, and fails if the page differs from the document.
+With --check, changes nothing, and fails if the page differs from that section.
 """
 import html
 import pathlib

@@ -232,7 +232,7 @@ JavaFile::JavaFile(std::string const& path)
     reader.run(path.c_str());
     entries_ = readEntries(reader);
     lost_ = reader.lost();
-    // The mark is part of the first key and would be stored with it, not at the start of the file.
+    // The first key includes the mark, which would be stored with it, not at the start of the file.
     if (auto const problem = describeByteOrderMark(text)) {
         if (!lost_.empty() && lost_.front().number == 1)
             lost_.erase(lost_.begin());

@@ -598,7 +598,7 @@ private:
         return at;
     }
 
-    // range   the document has the entry in `stanza`.
+    // range   `document_` has the entry in `stanza`.
     void write(SideEntry const& entry, std::string_view stanza)
     {
         if (entry.kind == SideEntry::comment) {
