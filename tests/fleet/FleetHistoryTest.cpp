@@ -6,6 +6,9 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <string>
+
 #include "FleetFile.h"
 #include "ModelCluster.h"
 
@@ -50,6 +53,30 @@ protected:
     static std::string code(char const* call, int error)
     {
         return std::string(call) + " errno " + std::to_string(error);
+    }
+
+    // Makes the outcome of the next write unknown to the program.
+    void loseOutcome(bool isExecuted)
+    {
+        auto const isNext = std::make_shared<bool>(true);
+        cluster_.setFault([=](auto const& request, auto const& execute) {
+            zfleet::wire::TxnRequest form;
+            if (!*isNext || request.method != "Txn" || !form.ParseFromString(request.bytes) ||
+                form.compare_size() == 0)
+                return execute(request);
+            *isNext = false;
+            if (isExecuted)
+                execute(request);
+            return ModelCluster::Reply{8, "Received message larger than max"};
+        });
+    }
+
+    // Another program changes a value.
+    static void storeElsewhere(char const* key, char const* value)
+    {
+        ZFleetProperties_6_0 store(kPath, 1);
+        store.setValue("s", key, value);
+        store.store(nullptr);
     }
 
     ModelCluster cluster_;
@@ -163,6 +190,89 @@ TEST_F(FleetHistory, UndoThatLosesARaceIsMergedAgain)
     store.undo(nullptr, 0);
     EXPECT_EQ("[s]\ny = 7\nx = 1\n", cluster_.get(kText));
     EXPECT_EQ("7", value(store, "y"));
+}
+
+TEST_F(FleetHistory, RepetitionAfterAnUnknownOutcomeDoesNotUndoTheUndo)
+{
+    for (bool const isExecuted : {true, false})
+        for (unsigned const number : {0u, 3u}) {
+            SCOPED_TRACE(std::to_string(isExecuted) + ", " + std::to_string(number));
+            cluster_.put(kText, "");
+            cluster_.put(kMeta, "");
+            storeGenerations(3);
+            ZFleetProperties_6_0 store(kPath, 1);
+            loseOutcome(isExecuted);
+            EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.undo(nullptr, 0); }));
+            EXPECT_EQ("3", value(store, "x"));
+            EXPECT_EQ(isExecuted ? "\n[s]\ny = 1\nx = 2\n" : "\n[s]\ny = 1\nx = 3\n",
+                      cluster_.get(kText));
+            store.undo(nullptr, number);
+            EXPECT_EQ("2", value(store, "x"));
+            EXPECT_EQ("\n[s]\ny = 1\nx = 2\n", cluster_.get(kText));
+            EXPECT_EQ(4u, store.generation());
+            // The next undo is another one.
+            store.undo(nullptr, 0);
+            EXPECT_EQ("3", value(store, "x"));
+            EXPECT_EQ(5u, store.generation());
+        }
+}
+
+// Another program has stored generation 4 in the meantime.
+TEST_F(FleetHistory, RepetitionAfterAnUnknownOutcomeUndoesTheSameGeneration)
+{
+    for (bool const isExecuted : {true, false}) {
+        SCOPED_TRACE(isExecuted);
+        cluster_.put(kText, "");
+        cluster_.put(kMeta, "");
+        storeGenerations(3);
+        ZFleetProperties_6_0 store(kPath, 1);
+        loseOutcome(isExecuted);
+        EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.undo(nullptr, 0); }));
+        storeElsewhere("y", "7");
+        store.undo(nullptr, 0);
+        EXPECT_EQ("2", value(store, "x"));
+        EXPECT_EQ("\n[s]\ny = 7\nx = 2\n", cluster_.get(kText));
+        store.reload(nullptr);
+        EXPECT_EQ(5u, store.generation());
+    }
+}
+
+// The first write of the undo lost a race. The second one, with the merged text, was executed.
+TEST_F(FleetHistory, RepetitionFindsAMergedUndo)
+{
+    storeGenerations(3);
+    ZFleetProperties_6_0 store(kPath, 1);
+    auto const writes = std::make_shared<unsigned>(0);
+    cluster_.setFault([=, this](auto const& request, auto const& execute) {
+        zfleet::wire::TxnRequest form;
+        bool const isWrite = request.method == "Txn" && form.ParseFromString(request.bytes) &&
+                             form.compare_size() > 0;
+        if (isWrite && ++*writes == 1)
+            cluster_.put(kText, "\n[s]\ny = 7\nx = 3\n");
+        ModelCluster::Reply const reply = execute(request);
+        if (isWrite && *writes == 2)
+            return ModelCluster::Reply{8, "Received message larger than max"};
+        return reply;
+    });
+    EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.undo(nullptr, 0); }));
+    EXPECT_EQ("\n[s]\ny = 7\nx = 2\n", cluster_.get(kText));
+    store.undo(nullptr, 0);
+    EXPECT_EQ("\n[s]\ny = 7\nx = 2\n", cluster_.get(kText));
+    EXPECT_EQ("7", value(store, "y"));
+    EXPECT_EQ(4u, store.generation());
+}
+
+TEST_F(FleetHistory, LoadAfterAnUnknownOutcomeEndsTheUndo)
+{
+    storeGenerations(3);
+    ZFleetProperties_6_0 store(kPath, 1);
+    loseOutcome(true);
+    EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.undo(nullptr, 0); }));
+    store.reload(nullptr);
+    EXPECT_EQ("2", value(store, "x"));
+    store.undo(nullptr, 0);  // of the undo
+    EXPECT_EQ("3", value(store, "x"));
+    EXPECT_EQ(5u, store.generation());
 }
 
 TEST_F(FleetHistory, DamagedEntriesAreLeftOut)

@@ -146,6 +146,18 @@ TEST_F(FleetTool, LogShowAndUndo)
         "zfleet: etcd://test/gateway: key \"port\" in [listener]: changed later; run 'zfleet show "
         "etcd://test/gateway --generation N', and set the values\n(7)",
         run("undo etcd://test/gateway --generation 2"));
+    cluster_.setFault([](auto const& request, auto const& execute) {
+        zfleet::wire::TxnRequest form;
+        bool const isWrite = request.method == "Txn" && form.ParseFromString(request.bytes) &&
+                             form.compare_size() > 0;
+        return isWrite ? ModelCluster::Reply{8, "Received message larger than max"}
+                       : execute(request);
+    });
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway: it is unknown whether the change was undone; run 'zfleet log "
+        "etcd://test/gateway', and pass --generation to repeat the command\n(4)",
+        run("undo etcd://test/gateway"));
+    cluster_.setFault(nullptr);
     EXPECT_EQ(
         "zfleet: etcd://test/gateway: the log does not have the generation; run 'zfleet log "
         "etcd://test/gateway'\n(1)",

@@ -256,6 +256,15 @@ int runFleetUndo(Request const& request)
         return exitDone;
     } catch (ZFleetConflictException_6_0 const& conflict) {
         throw describeConflict(conflict, request);
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        if (e.excerrno() != ETIMEDOUT && e.excerrno() != EINPROGRESS)
+            throw;
+        // Without a number, a repetition could undo the undo.
+        throw Failure{
+            exitNoAccess,
+            request.file,
+            {"it is unknown whether the change was undone",
+             "run 'zfleet log " + request.file + "', and pass --generation to repeat the command"}};
     }
 }
 

@@ -77,6 +77,10 @@ Session::Loaded Session::load(char const* path)
             throw;
         return loadReplica(target, path, error);
     }
+    // Unless the undo may still be executed, the caller sees its outcome now.
+    auto const undo = undos_.find(path);
+    if (undo != undos_.end() && undo->second.source.guard.textRevision != snapshot.textRevision)
+        undos_.erase(undo);
     if (snapshot.textRevision == 0) {
         Source missing;
         missing.connection = std::move(target.connection);
@@ -278,6 +282,7 @@ Session::Stored Session::finish(Target& target, Operation& operation, Source& so
     isOffline_ = false;
     keepReplica(operation.path, stored);
     record(operation.path, std::move(stored));
+    undos_.erase(operation.path);
     return {std::move(operation.sent), isMerged};
 }
 
@@ -324,6 +329,12 @@ Session::Stored Session::write(Target& target, Operation& operation, Source& sou
                 source.origin = operation.origin = found->mine;
                 source.guard = operation.guard = std::move(result.current);
                 doubts.clear();
+                // A repetition of the earlier write has nothing to change.
+                if (operation.origin != nullptr && *operation.origin == *operation.mine) {
+                    operation.sent = operation.guard.contents;
+                    source.metadata = operation.guard.metadata();
+                    return finish(target, operation, source, operation.guard.textRevision);
+                }
                 break;
             }
             case WriteResult::overtaken: {
@@ -371,15 +382,17 @@ Contents Session::contentsOf(char const* path, uint64_t generation)
     return {std::move(entry.text), std::move(entry.hidden)};
 }
 
-Contents Session::undo(char const* path, uint64_t generation, ZSCFData_6_0 const& prototype)
+// Reads the contents before and after a generation.
+Session::Undo Session::makeUndo(Target& target, char const* path, uint64_t generation)
 {
-    Target target(path);
     Budget& budget = target.budget;
     Source source;
     source.guard = target.remote.read(budget);
     if (generation == 0)
         generation = source.guard.metadata().generation;
     LogEntry undone = requireGeneration(target.remote, path, generation, budget).entry;
+    source.origin = std::make_shared<Contents const>(
+        Contents{std::move(undone.text), std::move(undone.hidden)});
     // The generation before may have been changed by hand.
     int64_t const base = undone.metadata.base;
     Contents before;
@@ -399,13 +412,29 @@ Contents Session::undo(char const* path, uint64_t generation, ZSCFData_6_0 const
             throwNotLogged(path);
         before = std::move(earlier.contents);
     }
-    source.origin = std::make_shared<Contents const>(
-        Contents{std::move(undone.text), std::move(undone.hidden)});
-    Operation operation{path,  prototype,    std::make_shared<Contents const>(std::move(before)),
-                        false, source.guard, source.origin};
-    Stored stored = write(target, operation, source);
-    acceptMerge(path);
-    return std::move(stored.contents);
+    return {generation, std::make_shared<Contents const>(std::move(before)), std::move(source)};
+}
+
+Contents Session::undo(char const* path, uint64_t generation, ZSCFData_6_0 const& prototype)
+{
+    Target target(path);
+    auto known = undos_.find(path);
+    bool const isRepeated =
+        known != undos_.end() && (generation == 0 || generation == known->second.generation);
+    if (!isRepeated)
+        known = undos_.insert_or_assign(path, makeUndo(target, path, generation)).first;
+    Undo& undo = known->second;
+    Operation operation{path, prototype, undo.before, false, undo.source.guard, undo.source.origin};
+    try {
+        Stored stored = write(target, operation, undo.source);
+        acceptMerge(path);
+        return std::move(stored.contents);
+    } catch (...) {
+        known = undos_.find(path);
+        if (known != undos_.end() && known->second.source.doubts.empty())
+            undos_.erase(known);
+        throw;
+    }
 }
 
 }  // namespace zfleet

@@ -95,7 +95,8 @@ public:
     Contents contentsOf(char const* path, uint64_t generation);
 
     /// Undoes the change that a generation made, 0 is the latest: merges it back into the present
-    /// contents, and writes the result.
+    /// contents, and writes the result. After an unknown outcome, a call for the same generation or
+    /// for 0 continues the undo, until the session loads or stores the configuration.
     /// throws  as contentsOf() and store().
     Contents undo(char const* path, uint64_t generation, ZSCFData_6_0 const& prototype);
 
@@ -132,6 +133,13 @@ private:
         unsigned long used = 0;
     };
 
+    // An undo. If its outcome is unknown, it is kept, so that a repetition is the same undo.
+    struct Undo {
+        uint64_t generation;
+        SharedContents before;  // the contents before the generation
+        Source source;          // its origin: the contents of the generation
+    };
+
     // A store that is being made.
     struct Operation {
         char const* path;
@@ -143,6 +151,7 @@ private:
         Contents sent = {};  // `mine`, or the result of a merge with the contents of `guard`
     };
 
+    Undo makeUndo(Target& target, char const* path, uint64_t generation);
     void prepare(Operation& operation) const;
     Stored write(Target& target, Operation& operation, Source& source);
     Metadata metadataFor(Operation const& operation, Source const& source) const;
@@ -153,6 +162,7 @@ private:
     void keepReplica(char const* path, Source const& source);
 
     std::map<std::string, Source> sources_;  // by path
+    std::map<std::string, Undo> undos_;      // by path; their outcome is unknown
     unsigned long uses_ = 0;
     bool isOffline_ = false;
     int replicaError_ = 0;  // errno of the last write of a replica
