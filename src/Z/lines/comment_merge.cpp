@@ -15,7 +15,7 @@ std::vector<std::string> wordsOf(std::vector<SideComment> const& comments)
 {
     std::vector<std::string> words;
     for (SideComment const& comment : comments)
-        words.emplace_back(comment.words);
+        words.emplace_back(comment.words());
     return words;
 }
 
@@ -28,7 +28,7 @@ std::vector<MergedComment> mergeComments(std::vector<SideComment> const& base,
     std::multimap<std::string_view, SideComment const*> known;
     for (std::vector<SideComment> const* side : {&ours, &theirs})
         for (SideComment const& comment : *side)
-            known.emplace(comment.words, &comment);
+            known.emplace(comment.words(), &comment);
     std::vector<MergedComment> merged;
     auto const add = [&](std::string const& words) {
         merged.push_back({*known.lower_bound(words)->second, kNone});  // `ours` has priority
@@ -45,26 +45,27 @@ std::vector<MergedComment> mergeComments(std::vector<SideComment> const& base,
     // Both sides can have added the same comment in different places.
     std::map<std::string_view, ptrdiff_t> counts;
     std::erase_if(merged, [&](MergedComment const& entry) {
-        ptrdiff_t const count = ++counts[entry.comment.words];
+        ptrdiff_t const count = ++counts[entry.comment.words()];
         return count > std::count(ours.begin(), ours.end(), entry.comment) &&
                count > std::count(theirs.begin(), theirs.end(), entry.comment);
     });
     std::vector<std::string_view> words;
     for (MergedComment const& entry : merged)
-        words.push_back(entry.comment.words);
+        words.push_back(entry.comment.words());
     std::vector<std::string_view> ourWords;
     for (SideComment const& comment : ours)
-        ourWords.push_back(comment.words);
+        ourWords.push_back(comment.words());
     for (auto const& [at, our] : align(words, ourWords))
         merged[at] = {ours[our], our};
     return merged;
 }
 
 MovedComments::MovedComments(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs)
+    : base_(base), ours_(ours)
 {
     auto const count = [](Counts& counts, std::vector<SideComment> const& comments, int sign) {
         for (SideComment const& comment : comments)
-            counts[std::string(comment.words)] += sign;
+            counts[comment.words()] += sign;
     };
     count(gained_, theirs.commentsOfOtherLines(), 1);
     count(gained_, ours.commentsOfOtherLines(), -1);
@@ -74,10 +75,16 @@ MovedComments::MovedComments(MergeSide const& base, MergeSide const& ours, Merge
         count(ourLoose_, ours.commentsOf(loose, ""), 1);
         count(theirLoose_, theirs.commentsOf(loose, ""), 1);
     }
-    for (auto const& [side, sign] : {std::pair(&ours, 1), std::pair(&base, -1)})
-        for (uint32_t i = 0; i < side->outline().lines().size(); ++i)
-            if (side->outline().lines()[i].kind == commentLine)
-                ourAdded_[std::string(side->outline().comment(i))] += sign;
+}
+
+ptrdiff_t& MovedComments::addedByOurs(std::string_view words)
+{
+    if (!std::exchange(hasAdded_, true))
+        for (auto const& [side, sign] : {std::pair(&ours_, 1), std::pair(&base_, -1)})
+            for (uint32_t i = 0; i < side->outline().lines().size(); ++i)
+                if (side->outline().lines()[i].kind == commentLine)
+                    ourAdded_[side->outline().comment(i)] += sign;
+    return ourAdded_[words];
 }
 
 // Returns whether `ours` has a comment in another place, which it counts as taken.
@@ -95,8 +102,10 @@ bool MovedComments::takeKnown(bool isLoose, std::string_view words)
     ptrdiff_t const both = isLoose || their == nullptr ? 0 : std::max<ptrdiff_t>(*their, 0);
     if (our != nullptr && *our > both)
         return --*our, true;
-    ptrdiff_t* const added = isLoose ? in(ourAdded_) : nullptr;
-    return added != nullptr && *added > 0 && (--*added, true);
+    if (!isLoose || addedByOurs(words) <= 0)
+        return false;
+    --addedByOurs(words);
+    return true;
 }
 
 void MovedComments::undoMoves(std::pair<std::string_view, std::string_view> const& owner,
@@ -112,13 +121,13 @@ void MovedComments::undoMoves(std::pair<std::string_view, std::string_view> cons
     for (size_t i = 0; i < theirs.size();) {
         ptrdiff_t const count = countIn(theirs, theirs[i]);
         if (count > countIn(base, theirs[i]) && count > countIn(ours, theirs[i]) &&
-            takeKnown(isLoose, theirs[i].words))
+            takeKnown(isLoose, theirs[i].words()))
             theirs.erase(theirs.begin() + static_cast<ptrdiff_t>(i));
         else
             ++i;
     }
     for (size_t i = 0; i < base.size(); ++i) {
-        auto const found = gained_.find(base[i].words);
+        auto const found = gained_.find(base[i].words());
         if (found == gained_.end() || found->second <= 0 ||
             countIn(theirs, base[i]) >= countIn(base, base[i]))
             continue;

@@ -4,7 +4,6 @@
 #include <stdint.h>
 
 #include <map>
-#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -30,6 +29,7 @@ std::vector<MergedComment> mergeComments(std::vector<SideComment> const& base,
 // lines that are passed over. The lines passed over stay as `ours` has them, with their comments.
 class MovedComments {
 public:
+    /// range   the arguments outlive the object.
     MovedComments(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs);
 
     /// Changes the comments of a key or header of `theirs` so that a merge adds no comment that
@@ -41,14 +41,18 @@ public:
                    std::vector<SideComment>& theirs);
 
 private:
-    using Counts = std::map<std::string, ptrdiff_t, std::less<>>;
+    using Counts = std::map<std::string_view, ptrdiff_t>;
 
     bool takeKnown(bool isLoose, std::string_view words);
+    ptrdiff_t& addedByOurs(std::string_view words);
 
+    MergeSide const& base_;
+    MergeSide const& ours_;
     Counts gained_;      // above lines passed over: more in `theirs` than in `ours`
     Counts ourLoose_;    // at the start or end of the text: more in `ours` than in the base
     Counts theirLoose_;  // the same of `theirs`
-    Counts ourAdded_;    // anywhere: more in `ours` than in the base
+    Counts ourAdded_;    // anywhere: more in `ours` than in the base; found when it is needed
+    bool hasAdded_ = false;
 };
 
 }  // namespace zlines

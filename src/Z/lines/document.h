@@ -3,10 +3,12 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <deque>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace zlines {
@@ -25,18 +27,14 @@ struct Entry {
     bool hasNewName = false;
 
     bool isBelowRemoved = false;  // the line of a removed key is right above
+    bool isBelowGap = false;      // the line right above is not an entry
+    bool isBelowComment = false;  // a new comment, above the same line as the comment before it
+    bool isAtEnd = false;         // a new comment at the end of the text
 
     std::string_view oldName = {};  // the name in the text, if the key was renamed
 
-    bool isBelowGap = false;  // the line right above is not an entry
-
     // Of a comment above a further header of its stanza: the index of the header; else 0.
     uint32_t headerIndex = 0;
-
-    // A new comment is above the same line as the comment before it.
-    bool isBelowComment = false;
-    // A new comment is at the end of the text.
-    bool isAtEnd = false;
 
     // Whether another line is between it and a comment above.
     bool isParted() const { return isBelowBlank || isBelowGap; }
@@ -62,7 +60,7 @@ struct Document {
 
     // Lines of another text, without their line endings, that new lines are copied from. A value
     // that replaces another takes its whole line from there.
-    std::vector<std::string_view> lines;                         // of values; "": none
+    std::vector<std::pair<size_t, std::string_view>> lines;      // of values, by their indexes
     std::unordered_map<char const*, std::string_view> ownLines;  // by the name or comment
 
     Document() { stanzas.push_back({{}, 0, 0, false}); }
@@ -99,10 +97,8 @@ struct Document {
 
     void addValue(std::string_view value, std::string_view line = {})
     {
-        if (!line.empty()) {
-            lines.resize(values.size());
-            lines.push_back(line);
-        }
+        if (!line.empty())
+            lines.emplace_back(values.size(), line);
         values.push_back(value);
         ++entries.back().valueCount;
     }
@@ -110,7 +106,10 @@ struct Document {
     /// Returns the line that a value is copied from; empty: none.
     std::string_view lineOf(size_t value) const
     {
-        return value < lines.size() ? lines[value] : std::string_view();
+        auto const found =
+            std::lower_bound(lines.begin(), lines.end(), value,
+                             [](auto const& line, size_t index) { return line.first < index; });
+        return found == lines.end() || found->first != value ? std::string_view() : found->second;
     }
 
     /// Returns the line that a header, a comment or a key without values is copied from.

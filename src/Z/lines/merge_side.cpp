@@ -28,11 +28,20 @@ std::vector<std::string> namesLike(MergeSide const& base, Outline& side)
     return names;
 }
 
+// Returns the memory that a list of all lines takes at most, so that it is allocated once.
+size_t sizeOfEntries(Outline const& outline, MergeSide::Listing listing)
+{
+    constexpr size_t kLinks = 2 * sizeof(void*);
+    return listing == MergeSide::withEntries
+               ? (outline.lines().size() + 1) * (sizeof(SideEntry) + kLinks)
+               : 1;
+}
+
 }  // namespace
 
 MergeSide::MergeSide(std::string_view text, Dialect const& dialect, MergeSide const* base,
                      Listing listing)
-    : outline_(text, dialect), listing_(listing)
+    : outline_(text, dialect), listing_(listing), entryMemory_(sizeOfEntries(outline_, listing))
 {
     bool const isMatched = base != nullptr && !dialect.joinsHeaders();
     read(isMatched ? namesLike(*base, outline_) : std::vector<std::string>());
@@ -54,6 +63,9 @@ void MergeSide::read(std::vector<std::string> const& names)
         static_cast<size_t>(std::count_if(outline_.lines().begin(), outline_.lines().end(),
                                           [](Line const& line) { return line.isKey(); }));
     keys_.reserve(keyLines);
+    commentsOfKeys_.reserve(static_cast<size_t>(
+        std::count_if(outline_.lines().begin(), outline_.lines().end(),
+                      [](Line const& line) { return line.kind == commentLine; })));
     std::vector<uint32_t> const stanzaOf = outline_.stanzasOfSections();
     auto const& read = outline_.stanzas();
     for (uint32_t i = 0; i < stanzaOf.size(); ++i)
@@ -91,7 +103,7 @@ void MergeSide::addSection(Section const& section, std::string const& name)
             stanza.spelled = outline_.spelledName(section.header);
             stanza.isBelowBlank = isBelowBlank(section.header);
         }
-        addEntry({SideEntry::header, isBelowBlank(section.header), header, ownName, {}, {}});
+        addEntry({SideEntry::header, isBelowBlank(section.header), false, header, ownName, {}, {}});
     }
     for (uint32_t line = section.first; line < section.end; ++line) {
         if (outline_.lines()[line].kind == commentLine)
@@ -183,7 +195,7 @@ void MergeSide::addKey(std::string const& name, SideStanza& stanza, uint32_t lin
     if (record.first == kNone) {
         record.first = record.last = line;
         stanza.keys.push_back(index);
-        addEntry({SideEntry::key, isBelowBlank(line), 0, name, record.name, {}});
+        addEntry({SideEntry::key, isBelowBlank(line), false, 0, name, record.name, {}});
         return;
     }
     if (next_.empty())
@@ -213,20 +225,23 @@ void MergeSide::takeComments(std::string const& stanza, std::string const& key, 
     for (uint32_t const at : pending_) {
         Line const& record = outline_.lines()[at];
         SideComment const comment{slice(outline_.text(), record.nameBegin(), record.valueEnd),
-                                  outline_.comment(at), isBelowBlank(at), header, line};
+                                  record.valueBegin - record.nameBegin(), header, line,
+                                  isBelowBlank(at)};
         auto& [name, parent] = stanzaOf(stanza);
         if (key.empty()) {
             parent.comments.push_back(comment);
-            addEntry({SideEntry::comment, comment.isBelowBlank, header, name, {}, comment.text});
+            addEntry(
+                {SideEntry::comment, comment.isBelowBlank, false, header, name, {}, comment.text});
             continue;
         }
         KeyRecord& owner = keys_[recordOf(parent, key, key)];
-        if (owner.comments == kNone) {
-            owner.comments = static_cast<uint32_t>(commentsOfKeys_.size());
-            commentsOfKeys_.emplace_back();
-        }
-        commentsOfKeys_[owner.comments].push_back(comment);
-        addEntry({SideEntry::comment, comment.isBelowBlank, 0, name, owner.name, comment.text});
+        auto const added = static_cast<uint32_t>(commentsOfKeys_.size());
+        commentsOfKeys_.push_back({comment, added});
+        if (owner.comments != kNone)
+            std::swap(commentsOfKeys_[added].next, commentsOfKeys_[owner.comments].next);
+        owner.comments = added;
+        addEntry(
+            {SideEntry::comment, comment.isBelowBlank, false, 0, name, owner.name, comment.text});
     }
     pending_.clear();
 }
@@ -284,9 +299,9 @@ std::vector<SideComment> MergeSide::commentsOf(std::string_view stanza, std::str
 std::vector<SideComment> MergeSide::commentsOfOtherLines() const
 {
     std::vector<SideComment> found;
-    for (KeyRecord const& key : keys_)
-        if (key.comments != kNone && key.name.starts_with(kOtherLine))
-            for (SideComment const& comment : commentsOfKeys_[key.comments])
+    for (uint32_t i = 0; i < keys_.size(); ++i)
+        if (keys_[i].comments != kNone && keys_[i].name.starts_with(kOtherLine))
+            for (SideComment const& comment : key(i).comments())
                 found.push_back(comment);
     return found;
 }
@@ -344,11 +359,17 @@ std::vector<uint32_t> SideKey::lines() const
     return lines;
 }
 
-std::vector<SideComment> const& SideKey::comments() const
+std::vector<SideComment> SideKey::comments() const
 {
-    static std::vector<SideComment> const none;
-    uint32_t const list = side_->keys_[index_].comments;
-    return list == kNone ? none : side_->commentsOfKeys_[list];
+    std::vector<SideComment> comments;
+    uint32_t const last = side_->keys_[index_].comments;
+    if (last == kNone)
+        return comments;
+    for (uint32_t at = side_->commentsOfKeys_[last].next;; at = side_->commentsOfKeys_[at].next) {
+        comments.push_back(side_->commentsOfKeys_[at].comment);
+        if (at == last)
+            return comments;
+    }
 }
 
 bool SideKey::isBelowBlank() const

@@ -16,13 +16,14 @@ namespace zlines {
 
 // A comment line.
 struct SideComment {
-    std::string_view text;   // with its mark
-    std::string_view words;  // without
-    bool isBelowBlank = false;
+    std::string_view text;  // with its mark
+    uint32_t markLength = 0;
     uint32_t headerIndex = 0;  // of a header: its index in its stanza
     uint32_t line = kNone;     // the header or line of the key below it
+    bool isBelowBlank = false;
 
-    bool operator==(SideComment const& other) const { return words == other.words; }
+    std::string_view words() const { return text.substr(markLength); }
+    bool operator==(SideComment const& other) const { return words() == other.words(); }
 };
 
 class MergeSide;
@@ -47,7 +48,7 @@ public:
     std::vector<uint32_t> valueLines() const { return linesWith(true); }
     std::vector<uint32_t> otherLines() const { return linesWith(false); }  // without a value
     std::vector<uint32_t> lines() const;
-    std::vector<SideComment> const& comments() const;
+    std::vector<SideComment> comments() const;
     bool isBelowBlank() const;
 
     /// Returns whether both have the same values; a missing key differs from every other key.
@@ -98,11 +99,11 @@ struct SideEntry {
 
     Kind kind;
     bool isBelowBlank;
-    uint32_t headerIndex;         // of a header or its comment: its index in its stanza
-    std::string_view stanza;      // of a comment: the stanza or key that it belongs to
-    std::string_view name;        // of the key; empty: the header
-    std::string_view text;        // of a comment, with its mark
-    bool isBelowComment = false;  // of a new comment: above the same line as the comment before it
+    bool isBelowComment;      // of a new comment: above the same line as the comment before it
+    uint32_t headerIndex;     // of a header or its comment: its index in its stanza
+    std::string_view stanza;  // of a comment: the stanza or key that it belongs to
+    std::string_view name;    // of the key; empty: the header
+    std::string_view text;    // of a comment, with its mark
 };
 
 using EntryList = std::pmr::list<SideEntry>;
@@ -162,13 +163,19 @@ public:
 private:
     friend class SideKey;
 
+    // The comments of a key are a ring.
+    struct KeyComment {
+        SideComment comment;
+        uint32_t next;
+    };
+
     // The lines of a key are linked, because most keys have a single line.
     struct KeyRecord {
         std::string_view name;
         uint32_t stanza;            // its number
         uint32_t first = kNone;     // of its lines
         uint32_t last = kNone;      // of its lines
-        uint32_t comments = kNone;  // in commentsOfKeys_
+        uint32_t comments = kNone;  // the last, in commentsOfKeys_
     };
 
     void read(std::vector<std::string> const& names);
@@ -203,9 +210,9 @@ private:
     std::vector<KeyRecord> keys_;
     std::vector<uint32_t> index_;  // of keys_, plus 1: open addressing with linear probing
     std::vector<uint32_t> next_;   // of each line; empty while each key has a single line
-    std::vector<std::vector<SideComment>> commentsOfKeys_;
+    std::vector<KeyComment> commentsOfKeys_;
     Listing const listing_ = withoutEntries;
-    std::pmr::monotonic_buffer_resource entryMemory_;
+    std::pmr::monotonic_buffer_resource entryMemory_;  // of entries_
     EntryList entries_{&entryMemory_};
     std::vector<uint32_t> pending_;  // comment lines whose key or header follows
     bool isAtStart_ = true;

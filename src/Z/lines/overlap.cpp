@@ -42,8 +42,10 @@ public:
                 return true;
             if (isRemovedByOne && !base.hasSameValues(left.find(stanza, key)))
                 return true;
-            if (theirs && differ(base ? &base.comments() : nullptr,
-                                 ours ? &ours.comments() : nullptr, theirs.comments()))
+            Comments const before = base ? base.comments() : Comments();
+            Comments const our = ours ? ours.comments() : Comments();
+            if (theirs &&
+                differ(base ? &before : nullptr, ours ? &our : nullptr, theirs.comments()))
                 return true;
         }
         auto const commentsOf = [](SideStanza const* side) {

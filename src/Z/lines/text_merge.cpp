@@ -49,9 +49,7 @@ public:
           movedComments_(base, ours, theirs)
     {
         for (Position at = entries_.begin(); at != entries_.end(); ++at) {
-            if (at->kind == SideEntry::comment)
-                comments_[Name(at->stanza, at->name)].push_back(at);
-            else if (!has(at->stanza, at->name))
+            if (at->kind != SideEntry::comment && !has(at->stanza, at->name))
                 setPosition(at->stanza, at->name, at);
             if (at->kind == SideEntry::header)
                 headers_[at->stanza].push_back(at);
@@ -61,6 +59,11 @@ public:
     void assemble()
     {
         removeMissing();
+        for (Position at = entries_.begin(); at != entries_.end(); ++at)
+            if (at->kind == SideEntry::comment)
+                comments_.push_back(at);
+        std::stable_sort(comments_.begin(), comments_.end(),
+                         [](Position a, Position b) { return ownerOf(a) < ownerOf(b); });
         addStanzas();
         for (std::string const& stanza : theirs_.stanzas())
             if (contents_.has(stanza))
@@ -73,9 +76,13 @@ public:
                 mergeCommentsOf(stanza, key.name);
         }
         mergeCommentsOf(kEndOfText, "");
+        removeComments();
     }
 
 private:
+    // Returns the header or key that a comment belongs to.
+    static Name ownerOf(Position comment) { return {comment->stanza, comment->name}; }
+
     // Returns the position of a header or key, or the end of the entries.
     Position positionOf(std::string_view stanza, std::string_view key) const
     {
@@ -196,9 +203,9 @@ private:
                 last = std::next(isFirst ? known : headers->second.back());
                 continue;
             }
-            last = std::next(
-                add(endOfNewSections(last),
-                    {SideEntry::header, theirs_.find(stanza)->isBelowBlank, 0, stanza, {}, {}}));
+            last = std::next(add(
+                endOfNewSections(last),
+                {SideEntry::header, theirs_.find(stanza)->isBelowBlank, false, 0, stanza, {}, {}}));
         }
     }
 
@@ -227,7 +234,7 @@ private:
                 known != entries_.end()
                     ? known
                     : add(skipNewKeys(next, stanza),
-                          {SideEntry::key, key.isBelowBlank(), 0, stanza, key.name(), {}});
+                          {SideEntry::key, key.isBelowBlank(), false, 0, stanza, key.name(), {}});
             next = std::next(at);
         }
     }
@@ -375,9 +382,12 @@ private:
                         [](MergedComment const& comment) { return comment.ours != kNone; }))
             return;
         std::vector<Position> positions;  // of the comments of `ours`
-        for (Position const at : comments_[Name(stanza, key)])
-            if (header == kNone || at->headerIndex == header)
-                positions.push_back(at);
+        auto const isBefore = [](Position at, Name const& owner) { return ownerOf(at) < owner; };
+        for (auto at =
+                 std::lower_bound(comments_.begin(), comments_.end(), Name(stanza, key), isBefore);
+             at != comments_.end() && ownerOf(*at) == Name(stanza, key); ++at)
+            if (header == kNone || (*at)->headerIndex == header)
+                positions.push_back(*at);
         placeComments({stanza, key}, ours, theirs, merged, positions);
         if (key.empty() && !headers_.contains(stanza))
             moveToNewHeader(stanza);
@@ -432,7 +442,7 @@ private:
             auto const after =
                 std::find_if(merged.begin() + static_cast<ptrdiff_t>(i), merged.end(),
                              [&](MergedComment const& next) { return next.ours != kNone; });
-            SideEntry entry{SideEntry::comment, comment.isBelowBlank, 0,
+            SideEntry entry{SideEntry::comment, comment.isBelowBlank, false,       0,
                             owner.first,        owner.second,         comment.text};
             if (owner.second.empty() && owner.first != kTopOfText && owner.first != kEndOfText)
                 entry.headerIndex = place;
@@ -463,12 +473,20 @@ private:
             placed.push_back({entries_.insert(before, entry), place});
         }
         for (size_t i = 0; i < ours.size(); ++i)
-            if (isRemoved[i]) {
-                bool const isBelowBlank = isFree[i] && positions[i]->isBelowBlank;
-                Position const next = entries_.erase(positions[i]);
-                if (isBelowBlank && next != entries_.end())
-                    next->isBelowBlank = true;
-            }
+            if (isRemoved[i])
+                removed_.push_back({positions[i], !isFree[i]});
+    }
+
+    // Removes comments. The blank line above a comment that has no replacement is above the entry
+    // below.
+    void removeComments()
+    {
+        for (auto const& [at, isReplaced] : removed_) {
+            bool const isBelowBlank = !isReplaced && at->isBelowBlank;
+            Position const next = entries_.erase(at);
+            if (isBelowBlank && next != entries_.end())
+                next->isBelowBlank = true;
+        }
     }
 
     // Puts the comments of a new header right above the header. Below a blank line they would
@@ -513,9 +531,10 @@ private:
     MergeSide const& theirs_;
     MergedContents const& contents_;
     EntryList& entries_;
-    std::vector<Position> keyPositions_;                         // of the keys of `ours`
-    std::map<Name, Position> positions_;                         // of headers and other keys
-    std::map<Name, std::vector<Position>> comments_;             // of the first side
+    std::vector<Position> keyPositions_;              // of the keys of `ours`
+    std::map<Name, Position> positions_;              // of headers and other keys
+    std::vector<Position> comments_;                  // of the first side that stay, by owner
+    std::vector<std::pair<Position, bool>> removed_;  // comments, and whether another has the place
     std::map<std::string_view, std::vector<Position>> headers_;  // of each stanza of the first side
     MovedComments movedComments_;
 };
