@@ -357,6 +357,8 @@ TEST(TextMerge, ChangesCommentsAtTheLinesThatTheyAreAbove)
          "[s]\na=1\n# c\n[t]\nk=1\n[s]\nb=2\n# d\n"},
         {"of a new stanza below a repeated header", "[s]\n[t]\n[s]\nk=1\n", "[s]\n[t]\n[s]\nk=2\n",
          "[s]\n[t]\n[s]\nk=1\n# d\n\n[u]\nl=1\n", "[s]\n[t]\n[s]\nk=2\n\n# d\n[u]\nl=1\n"},
+        {"at the end, below a removed stanza with the contents of a new one", "[t]\n",
+         "[t]\n[s]\n[t]\n", "[u]\n[s]\n# d\n", "[u]\n\n[s]\n# d\n"},
         {"a line passed over, which is parted from the comment", "# c\njunk\n[s]\nk=1\n",
          "# c\njunk\n[s]\nk=2\n", "# c\n\njunk\n[s]\nk=1\n", "# c\njunk\n[s]\nk=2\n"},
         {"a line passed over, which the comment is moved to", "# c\n\njunk\n[s]\nk=1\n",

@@ -231,7 +231,8 @@ void Difference::matchStanzas()
         else if (document_.stanzas[i].hasNewName)
             respellHeaders(outline_.stanzas()[read], document_.stanzas[i].name);
     }
-    matchRenamedStanzas();
+    if (document_.renamesStanzas)
+        matchRenamedStanzas();
     nextKept_.resize(readOf_.size());
     uint32_t next = kNone;
     for (auto i = static_cast<uint32_t>(readOf_.size()); i-- > 0;) {

@@ -63,6 +63,10 @@ struct Document {
     std::vector<std::pair<size_t, std::string_view>> lines;      // of values, by their indexes
     std::unordered_map<char const*, std::string_view> ownLines;  // by the name or comment
 
+    // A stanza of the text that is not wanted, and has the contents of a new stanza in its place,
+    // is renamed.
+    bool renamesStanzas = true;
+
     Document() { stanzas.push_back({{}, 0, 0, false}); }
     Document(Document const&) = delete;
     Document& operator=(Document const&) = delete;

@@ -792,23 +792,26 @@ bool losesLinesPassedOver(std::string_view base, std::string_view ours, std::str
 
 namespace {
 
-// range   `hasRepeatedHeaders` is true if `ours` has several headers of a stanza.
-MergedText mergeAt(NewStanzas place, std::string_view base, std::string_view ours,
-                   std::string_view theirs, Dialect const& dialect, std::string_view fixed,
-                   bool& hasRepeatedHeaders)
+struct Attempt {
+    NewStanzas place;
+    bool renamesStanzas;
+};
+
+MergedText mergeAt(Attempt const& attempt, std::string_view base, std::string_view ours,
+                   std::string_view theirs, Dialect const& dialect, std::string_view fixed)
 {
     auto before = std::make_unique<MergeSide const>(base, dialect);
     auto our = std::make_unique<MergeSide>(ours, dialect, before.get(), MergeSide::withEntries);
     auto their = std::make_unique<MergeSide const>(theirs, dialect, before.get());
-    hasRepeatedHeaders = our->outline().sections().size() > our->outline().stanzas().size();
     if (ours == base && haveSameStanza(*our, *their, fixed))
         return {std::string(theirs), 0};
     auto contents = std::make_unique<MergedContents const>(*before, *our, *their, fixed);
     bool const hasMarks = contents->hasConflicts() || contents->hasCopiedKeys();
     // A side needs more memory than its text, so it is released as soon as possible.
-    Assembly(*before, *our, *their, *contents, place).assemble();
+    Assembly(*before, *our, *their, *contents, attempt.place).assemble();
     before.reset();
     Document document;
+    document.renamesStanzas = attempt.renamesStanzas;
     std::vector<std::string> const names =
         Writer(*our, *their, *contents, document).write(our->entries());
     if (!hasMarks) {
@@ -836,16 +839,16 @@ MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_
                                              theirs.find(fixed) != std::string_view::npos);
     if (ours == base && !hasFixed)
         return {std::string(theirs), 0};
-    bool hasRepeatedHeaders = false;
-    try {
-        return mergeAt(NewStanzas::afterLastHeader, base, ours, theirs, dialect, fixed,
-                       hasRepeatedHeaders);
-    } catch (Refusal const&) {
-        if (!hasRepeatedHeaders)
-            throw;
-    }
-    return mergeAt(NewStanzas::afterFirstHeader, base, ours, theirs, dialect, fixed,
-                   hasRepeatedHeaders);
+    // If headers are repeated, comments can belong to another stanza than the entries have them in.
+    for (Attempt const& attempt :
+         {Attempt{NewStanzas::afterLastHeader, true}, {NewStanzas::afterFirstHeader, true}})
+        try {
+            return mergeAt(attempt, base, ours, theirs, dialect, fixed);
+        } catch (Refusal const& refusal) {
+            if (refusal.reason == Refusal::leavesNoKey)
+                throw;
+        }
+    return mergeAt({NewStanzas::afterLastHeader, false}, base, ours, theirs, dialect, fixed);
 }
 
 }  // namespace zlines
