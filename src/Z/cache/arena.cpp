@@ -37,12 +37,12 @@ void Arena::addChunk(size_t bytes)
     size_t size = chunks_ == nullptr ? kFirstChunk : bytes_;
     size = size > kLargestChunk ? kLargestChunk : size;
     size = size < bytes ? bytes : size;
-    freeWindows(size);
-    auto* const chunk = static_cast<Chunk*>(reallocate(nullptr, sizeof(Chunk) + size));
-    registerChunk(chunk, size);
-    current_ = chunk;
+    Block block;
+    block.setCapacity(size);
+    registerChunk(block.chunk_, size);
+    current_ = std::exchange(block.chunk_, nullptr);
     garbage_ += static_cast<size_t>(end_ - next_);  // the unused rest of the last chunk
-    next_ = chunk->begin();
+    next_ = current_->begin();
     end_ = next_ + size;
 }
 
@@ -75,7 +75,8 @@ void Arena::growWindows(size_t count)
         windows_[windowCount_++] = 0;
 }
 
-// Adds a chunk of `bytes` to the arena. Does not throw after freeWindows().
+// Adds a chunk of `bytes` to the arena. Changes nothing if it throws, and does not throw after
+// reserveBlock().
 void Arena::registerChunk(Chunk* chunk, size_t bytes)
 {
     chunk->window = freeWindows(bytes);
