@@ -2,12 +2,8 @@
 // bytes in one direction.
 #pragma once
 
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <stdint.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,20 +14,16 @@
 #include <thread>
 #include <vector>
 
+#include "LoopbackSocket.h"
+
 class CuttingProxy {
 public:
     enum Direction { toServer, toClient };
 
-    CuttingProxy(Direction direction, size_t bytes)
-        : cutAt_{SIZE_MAX, SIZE_MAX}, listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    CuttingProxy(Direction direction, size_t bytes) : cutAt_{SIZE_MAX, SIZE_MAX}
     {
         cutAt_[direction] = bytes;
-        sockaddr_in place = placeOf(0);
-        EXPECT_EQ(0, bind(listener_, reinterpret_cast<sockaddr*>(&place), sizeof place));
-        EXPECT_EQ(0, listen(listener_, 8));
-        socklen_t length = sizeof place;
-        getsockname(listener_, reinterpret_cast<sockaddr*>(&place), &length);
-        port_ = ntohs(place.sin_port);
+        listener_.listen();
     }
     CuttingProxy(CuttingProxy const&) = delete;
     CuttingProxy& operator=(CuttingProxy const&) = delete;
@@ -42,41 +34,27 @@ public:
             acceptor_.join();
         for (std::thread& connection : connections_)
             connection.join();
-        close(listener_);
     }
 
-    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+    std::string address() const { return listener_.address(); }
 
     /// Starts to pass connections on to "127.0.0.1:PORT".
     void serve(std::string const& server)
     {
-        int const port = atoi(server.substr(server.find(':') + 1).c_str());
-        acceptor_ = std::thread([this, port] { accept(port); });
+        acceptor_ = std::thread([this, server] { accept(server); });
     }
 
     /// Returns the bytes so far, of all connections.
     size_t passed(Direction direction) const { return passed_[direction]; }
 
 private:
-    static sockaddr_in placeOf(int port)
-    {
-        sockaddr_in place{};
-        place.sin_family = AF_INET;
-        place.sin_port = htons(static_cast<uint16_t>(port));
-        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return place;
-    }
-
-    void accept(int port)
+    void accept(std::string const& address)
     {
         while (!isOver_) {
-            pollfd wait{listener_, POLLIN, 0};
-            if (poll(&wait, 1, 10) <= 0)
+            int const client = listener_.accept();
+            if (client < 0)
                 continue;
-            int const client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-            int const server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-            sockaddr_in const place = placeOf(port);
-            EXPECT_EQ(0, connect(server, reinterpret_cast<sockaddr const*>(&place), sizeof place));
+            int const server = LoopbackSocket::connectTo(address);
             connections_.emplace_back([this, client, server] { pass(client, server); });
         }
     }
@@ -117,8 +95,7 @@ private:
     std::atomic<size_t> cutAt_[2];
     std::atomic<size_t> passed_[2] = {0, 0};
     std::atomic<bool> isOver_{false};
-    int const listener_;
-    int port_ = 0;
+    LoopbackSocket const listener_;
     std::thread acceptor_;
     std::vector<std::thread> connections_;  // of the acceptor, and of the destructor after its end
 };

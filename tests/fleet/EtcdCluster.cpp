@@ -2,13 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sched.h>
 #include <signal.h>
 #include <stdio.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,43 +16,13 @@
 #include <utility>
 
 #include "FleetNetwork.h"
+#include "LoopbackSocket.h"
 #include "transport/cluster.h"
 #include "transport/failure.h"
 
 namespace {
 
 constexpr char kProgram[] = "/usr/bin/etcd";
-
-// Sockets that reserve ports until the nodes listen on them: the kernel gives no port twice.
-class PortReservation {
-public:
-    PortReservation() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in place{};
-        place.sin_family = AF_INET;
-        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&place), sizeof place));
-        socklen_t length = sizeof place;
-        EXPECT_EQ(0, getsockname(fd_, reinterpret_cast<sockaddr*>(&place), &length));
-        port_ = ntohs(place.sin_port);
-    }
-    PortReservation(PortReservation&& other) noexcept : fd_(other.fd_), port_(other.port_)
-    {
-        other.fd_ = -1;
-    }
-    PortReservation& operator=(PortReservation const&) = delete;
-    ~PortReservation()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-
-    unsigned port() const { return port_; }
-
-private:
-    int fd_;
-    unsigned port_ = 0;
-};
 
 std::string url(std::string const& host, unsigned port)
 {
@@ -81,7 +49,7 @@ EtcdCluster::EtcdCluster(unsigned nodes, std::vector<std::string> const& options
         for (unsigned i = 0; i < nodes; ++i)
             nodes_[i] = {0, network_->address(i), 2379, 2380, false};
     } else {
-        std::vector<PortReservation> ports(2 * nodes);
+        std::vector<LoopbackSocket> const ports(2 * nodes);  // reserved until the nodes listen
         for (unsigned i = 0; i < nodes; ++i) {
             nodes_[i].clientPort = ports[2 * i].port();
             nodes_[i].peerPort = ports[2 * i + 1].port();

@@ -1,12 +1,11 @@
 // The calls to a cluster, with a server that replies as each test has scripted.
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <stdlib.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "LoopbackSocket.h"
 #include "ScriptedServer.h"
 #include "transport/cluster.h"
 #include "transport/failure.h"
@@ -48,30 +47,6 @@ std::string failure(char const* call, int error)
 {
     return std::string(call) + " errno " + std::to_string(error);
 }
-
-// A port of the loopback interface on which nothing listens, as long as the object exists.
-class ClosedPort {
-public:
-    ClosedPort() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in place{};
-        place.sin_family = AF_INET;
-        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&place), sizeof place));
-        socklen_t length = sizeof place;
-        getsockname(fd_, reinterpret_cast<sockaddr*>(&place), &length);
-        port_ = ntohs(place.sin_port);
-    }
-    ClosedPort(ClosedPort const&) = delete;
-    ClosedPort& operator=(ClosedPort const&) = delete;
-    ~ClosedPort() { close(fd_); }
-
-    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
-
-private:
-    int const fd_;
-    int port_ = 0;
-};
 
 Transaction putOf(char const* key)
 {
@@ -367,7 +342,7 @@ TEST(FleetCalls, ClusterWithoutUsersNeedsNoToken)
 
 TEST(FleetCalls, OtherEndpointTakesOverAndIsKept)
 {
-    ClosedPort const closed;
+    LoopbackSocket const closed;  // does not listen
     ScriptedServer server;
     server.script("Range", {{0, rangeReply("k", "value")}});
     Cluster cluster(settingsFor({closed.address(), server.address(), closed.address()}));
@@ -393,14 +368,14 @@ TEST(FleetCalls, EndpointsThatAreNotOfAClusterAreCalledOnce)
 
 TEST(FleetCalls, NoEndpointFailsAfterTheBudget)
 {
-    ClosedPort const closed;
+    LoopbackSocket const closed;  // does not listen
     Cluster cluster(settingsFor({closed.address()}));
     EXPECT_EQ(failure("Range", ETIMEDOUT), readValue(cluster, std::chrono::milliseconds(100)));
 }
 
 TEST(FleetCalls, ProxyOfTheEnvironmentIsIgnored)
 {
-    ClosedPort const closed;
+    LoopbackSocket const closed;  // does not listen
     ScriptedServer server;
     server.script("Range", {{0, rangeReply("k", "value")}});
     std::string const proxy = "http://" + closed.address();

@@ -1,8 +1,6 @@
 // The threads of gRPC in a program without a server.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -10,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "LoopbackSocket.h"
 #include "transport/cluster.h"
 #include "transport/failure.h"
 
@@ -63,17 +62,11 @@ TEST(FleetThreads, ThreadsOfGrpcReceiveNoSignals)
 TEST(FleetThreads, WatchMayOutliveItsCluster)
 {
     // A node that never replies.
-    int const silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in place{};
-    place.sin_family = AF_INET;
-    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof place;
-    ASSERT_EQ(0, bind(silent, reinterpret_cast<sockaddr*>(&place), length));
-    ASSERT_EQ(0, listen(silent, 64));
-    ASSERT_EQ(0, getsockname(silent, reinterpret_cast<sockaddr*>(&place), &length));
+    LoopbackSocket const silent;
+    silent.listen(64);
     Settings settings;
     settings.fleet = "test";
-    settings.endpoints = {"127.0.0.1:" + std::to_string(ntohs(place.sin_port))};
+    settings.endpoints = {silent.address()};
     auto const event = std::make_shared<Event>();
     for (int i = 0; i < 150; ++i) {
         auto cluster = std::make_unique<Cluster>(settings);
@@ -81,5 +74,4 @@ TEST(FleetThreads, WatchMayOutliveItsCluster)
         cluster = nullptr;
         watch = nullptr;
     }
-    close(silent);
 }

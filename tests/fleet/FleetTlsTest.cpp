@@ -1,7 +1,6 @@
 // Connections with TLS: certificates that each side accepts and refuses.
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -11,6 +10,7 @@
 #include <thread>
 
 #include "Certificates.h"
+#include "LoopbackSocket.h"
 #include "ScriptedServer.h"
 #include "transport/cluster.h"
 #include "transport/failure.h"
@@ -26,29 +26,20 @@ constexpr std::chrono::seconds kShort{1};
 // clients without one, and sends an alert, as the nodes of a cluster do.
 class ClosingServer {
 public:
-    explicit ClosingServer(SignedPair node = {})
-        : node_(std::move(node)), fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    explicit ClosingServer(SignedPair node = {}) : node_(std::move(node))
     {
-        sockaddr_in place{};
-        place.sin_family = AF_INET;
-        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&place), sizeof place));
-        EXPECT_EQ(0, listen(fd_, 8));
-        socklen_t length = sizeof place;
-        getsockname(fd_, reinterpret_cast<sockaddr*>(&place), &length);
-        port_ = ntohs(place.sin_port);
+        listener_.listen();
         thread_ = std::thread([this] { serve(); });
     }
     ClosingServer(ClosingServer const&) = delete;
     ClosingServer& operator=(ClosingServer const&) = delete;
     ~ClosingServer()
     {
-        shutdown(fd_, SHUT_RDWR);
+        shutdown(listener_.fd(), SHUT_RDWR);
         thread_.join();
-        close(fd_);
     }
 
-    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+    std::string address() const { return listener_.address(); }
     int connections() const { return connections_; }
 
 private:
@@ -59,7 +50,7 @@ private:
         sigemptyset(&pipe);
         sigaddset(&pipe, SIGPIPE);
         pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-        for (int client; (client = accept(fd_, nullptr, nullptr)) >= 0; close(client)) {
+        for (int client; (client = accept(listener_.fd(), nullptr, nullptr)) >= 0; close(client)) {
             ++connections_;
             char bytes[16384];
             if (node_.key.empty())
@@ -100,8 +91,7 @@ private:
     }
 
     SignedPair const node_;
-    int const fd_;
-    int port_ = 0;
+    LoopbackSocket const listener_;
     std::atomic<int> connections_{0};
     std::thread thread_;
 };

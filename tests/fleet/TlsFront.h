@@ -2,14 +2,10 @@
 // without encryption.
 #pragma once
 
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -19,6 +15,7 @@
 #include <vector>
 
 #include "Certificates.h"
+#include "LoopbackSocket.h"
 
 class TlsFront {
 public:
@@ -26,16 +23,9 @@ public:
     ///         certificates of clients, and is empty if they need none.
     TlsFront(int version, SignedPair const& node, std::string const& authority,
              std::string const& server)
-        : port_(atoi(server.substr(server.find(':') + 1).c_str())),
-          context_(makeContext(version, node, authority)),
-          listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+        : server_(server), context_(makeContext(version, node, authority))
     {
-        sockaddr_in place = placeOf(0);
-        EXPECT_EQ(0, bind(listener_, reinterpret_cast<sockaddr*>(&place), sizeof place));
-        EXPECT_EQ(0, listen(listener_, 8));
-        socklen_t length = sizeof place;
-        getsockname(listener_, reinterpret_cast<sockaddr*>(&place), &length);
-        own_ = ntohs(place.sin_port);
+        listener_.listen();
         acceptor_ = std::thread([this] { serve(); });
     }
     TlsFront(TlsFront const&) = delete;
@@ -46,25 +36,15 @@ public:
         acceptor_.join();
         for (std::thread& connection : connections_)
             connection.join();
-        close(listener_);
         SSL_CTX_free(context_);
     }
 
-    std::string address() const { return "127.0.0.1:" + std::to_string(own_); }
+    std::string address() const { return listener_.address(); }
 
     /// Returns the number of connections that have ended their handshake.
     unsigned accepted() const { return accepted_; }
 
 private:
-    static sockaddr_in placeOf(int port)
-    {
-        sockaddr_in place{};
-        place.sin_family = AF_INET;
-        place.sin_port = htons(static_cast<uint16_t>(port));
-        place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return place;
-    }
-
     static X509* parse(std::string const& pem)
     {
         BIO* const bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
@@ -117,10 +97,9 @@ private:
     {
         blockPipeSignals();
         while (!isOver_) {
-            pollfd wait{listener_, POLLIN, 0};
-            if (poll(&wait, 1, 10) <= 0)
+            int const client = listener_.accept();
+            if (client < 0)
                 continue;
-            int const client = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
             connections_.emplace_back([this, client] {
                 blockPipeSignals();
                 pass(client);
@@ -134,9 +113,7 @@ private:
         SSL_set_fd(session, client);
         if (SSL_accept(session) == 1) {
             ++accepted_;
-            int const server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-            sockaddr_in const place = placeOf(port_);
-            EXPECT_EQ(0, connect(server, reinterpret_cast<sockaddr const*>(&place), sizeof place));
+            int const server = LoopbackSocket::connectTo(server_);
             while (!isOver_ && passOn(session, client, server)) {
             }
             close(server);
@@ -165,10 +142,9 @@ private:
         return true;
     }
 
-    int const port_;
+    std::string const server_;
     SSL_CTX* const context_;
-    int const listener_;
-    int own_ = 0;
+    LoopbackSocket const listener_;
     std::atomic<unsigned> accepted_{0};
     std::atomic<bool> isOver_{false};
     std::thread acceptor_;
