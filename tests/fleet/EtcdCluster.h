@@ -35,6 +35,9 @@ public:
     /// Returns the endpoints, as "ADDRESS:PORT".
     std::vector<std::string> endpoints() const;
 
+    /// Returns the process of a node; 0 if it was killed.
+    pid_t process(unsigned node) const { return nodes_[node].process; }
+
     /// Kills a node; its data stay.
     void kill(unsigned node);
 

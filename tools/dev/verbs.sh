@@ -21,6 +21,7 @@ rows=(
     "fuzz all 5"
     "crash file size limit"
     "fleet"
+    "fleet --bench"
     "compare 1"
     "fmt"
     "lint"
