@@ -7,7 +7,6 @@
 #include <Z/ZFleetProperties.h>
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -29,6 +28,7 @@
 #include "EtcdCluster.h"
 #include "FleetFile.h"
 #include "FleetNetwork.h"
+#include "WatchedValue.h"
 
 namespace {
 
@@ -186,28 +186,14 @@ TEST_F(FleetPartition, WatchAtAnIsolatedNodeMissesNoChange)
 {
     constexpr double kLongest = 4.1 + 2;  // seconds; a busy machine is slower than an idle one
     start("budget = 60\ncall = 500\nlook = 3600\n", {}, network_.get());
-    ZFleetProperties_6_0 writer(1);
-    writer.setIntegerValue("s", "x", 0);
-    writer.store("etcd://test/watched");
-    ZFleetProperties_6_0 reader("etcd://test/watched", 1);
-    reader.descriptor();
+    WatchedValue watched;
     unsigned const rounds = scaled(60, 6);
-    unsigned value = 0;
     unsigned cutOff = 0;  // watches
     double longest = 0;
     for (unsigned round = 0; round < rounds && !HasFailure(); ++round) {
         network_->isolate(round % kNodes, kNodes);
         for (unsigned change = 0; change < 2; ++change) {
-            writer.setIntegerValue("s", "x", ++value);
-            writer.store(nullptr);
-            Clock::time_point const stored = Clock::now();
-            while (reader.getIntegerValue("s", "x", 0, 0) != value) {
-                ASSERT_GT(60, secondsSince(stored)) << "change " << value << " was missed";
-                pollfd wait{reader.descriptor(), POLLIN, 0};
-                poll(&wait, 1, 1000);
-                reader.processChanges();
-            }
-            double const silence = secondsSince(stored);
+            double const silence = watched.change();
             cutOff += silence > 0.1 ? 1 : 0;
             longest = std::max(longest, silence);
         }
@@ -215,7 +201,7 @@ TEST_F(FleetPartition, WatchAtAnIsolatedNodeMissesNoChange)
         nodes_->waitUntilReady();
     }
     printf("%u nodes isolated, %u changes, 0 missed, %u watches cut off, longest silence %.1f s\n",
-           rounds, value, cutOff, longest);
+           rounds, watched.changes(), cutOff, longest);
     EXPECT_GT(kLongest, longest);
     EXPECT_LT(0u, cutOff);  // else no watch was at an isolated node
 }

@@ -1,32 +1,12 @@
 // Changes in a cluster whose nodes are killed and suspended: a store takes each of them in.
-#include <Z/ZFleetProperties.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 
-#include <chrono>
 #include <memory>
 
 #include "EtcdCluster.h"
+#include "WatchedValue.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-constexpr char kPath[] = "etcd://test/watched";
-
-// Waits until the store has a value. Returns false after a minute.
-bool waitFor(ZFleetProperties_6_0& store, unsigned value)
-{
-    Clock::time_point const end = Clock::now() + std::chrono::minutes(1);
-    while (store.getIntegerValue("s", "x", 0, 0) != value) {
-        if (Clock::now() >= end)
-            return false;
-        pollfd wait{store.descriptor(), POLLIN, 0};
-        poll(&wait, 1, 1000);
-        store.processChanges();
-    }
-    return true;
-}
 
 class FleetWatches : public OwnClusterTest {
 protected:
@@ -34,23 +14,10 @@ protected:
     {
         start("budget = 60\ncall = 500\nlook = 3600\n");  // without looks: only a watch can find a
                                                           // change
-        writer_->setValue("s", "x", "0");
-        writer_->store(kPath);
-        reader_->load(kPath);
-        reader_->descriptor();
+        watched_ = std::make_unique<WatchedValue>();
     }
 
-    // Stores the next value, and waits until the reader has it.
-    void expectNotice()
-    {
-        writer_->setIntegerValue("s", "x", ++value_);
-        writer_->store(nullptr);
-        EXPECT_TRUE(waitFor(*reader_, value_)) << value_;
-    }
-
-    std::unique_ptr<ZFleetProperties_6_0> writer_ = std::make_unique<ZFleetProperties_6_0>(1);
-    std::unique_ptr<ZFleetProperties_6_0> reader_ = std::make_unique<ZFleetProperties_6_0>(1);
-    unsigned value_ = 0;
+    std::unique_ptr<WatchedValue> watched_;
 };
 
 }  // namespace
@@ -58,18 +25,18 @@ protected:
 TEST_F(FleetWatches, NoticesFollowEachStore)
 {
     for (int i = 0; i < 200 && !HasFailure(); ++i)
-        expectNotice();
+        watched_->change();
 }
 
 TEST_F(FleetWatches, KilledNodesLoseNoChange)
 {
     for (unsigned node = 0; node < nodes_->size() && !HasFailure(); ++node) {
-        expectNotice();
+        watched_->change();
         nodes_->kill(node);
-        expectNotice();
+        watched_->change();
         nodes_->start(node);
         nodes_->waitUntilReady();
-        expectNotice();
+        watched_->change();
     }
 }
 
@@ -77,11 +44,11 @@ TEST_F(FleetWatches, KilledNodesLoseNoChange)
 TEST_F(FleetWatches, SuspendedNodesLoseNoChange)
 {
     for (unsigned node = 0; node < nodes_->size() && !HasFailure(); ++node) {
-        expectNotice();
+        watched_->change();
         nodes_->suspend(node);
-        expectNotice();
+        watched_->change();
         nodes_->resume(node);
         nodes_->waitUntilReady();
-        expectNotice();
+        watched_->change();
     }
 }
