@@ -8,16 +8,12 @@
 #include <Z/ZException.h>
 #include <Z/ZFleetReadWriteLock.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -28,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "CampaignProcess.h"
 #include "CampaignSize.h"
 #include "EtcdCluster.h"
 #include "FleetFile.h"
@@ -69,14 +66,6 @@ struct Shared {
     std::atomic<size_t> holders;
     std::array<Holder, kMaxHolders> all;
 };
-
-Shared& mapShared(int fd)
-{
-    void* const memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (memory == MAP_FAILED)
-        abort();
-    return *static_cast<Shared*>(memory);
-}
 
 std::string nameOf(unsigned lock)
 {
@@ -198,9 +187,9 @@ private:
 
 int runHolder(char** argv)
 {
-    Shared& shared = mapShared(atoi(argv[2]));
+    SharedObject<Shared> const shared(argv[2]);
     try {
-        Turns(shared, strtoul(argv[3], nullptr, 10)).run();
+        Turns(*shared, strtoul(argv[3], nullptr, 10)).run();
         return 0;
     } catch (ZException_6_0& failure) {
         failure.dumpException();
@@ -208,7 +197,7 @@ int runHolder(char** argv)
         fprintf(stderr, "%s: %s %s\n", error.call.c_str(), strerror(error.error),
                 error.detail.c_str());
     }
-    ++shared.failures;
+    ++shared->failures;
     return 1;
 }
 
@@ -233,11 +222,7 @@ Size sizeOfCampaign()
 class Campaign {
 public:
     /// range   `network` may be null.
-    Campaign(EtcdCluster& nodes, FleetNetwork* network)
-        : nodes_(nodes),
-          network_(network),
-          memory_(memfd_create("holders", 0)),
-          shared_(prepare(memory_))
+    Campaign(EtcdCluster& nodes, FleetNetwork* network) : nodes_(nodes), network_(network)
     {
         for (unsigned i = 0; i < kLocks * kHolders; ++i)
             start(i % kLocks);
@@ -250,8 +235,6 @@ public:
             kill(shared_.all[index].process, SIGKILL);
             waitpid(shared_.all[index].process, nullptr, 0);
         }
-        munmap(&shared_, sizeof(Shared));
-        close(memory_);
     }
 
     void run(Size const& size)
@@ -299,30 +282,13 @@ private:
         bool is = false;
     };
 
-    static Shared& prepare(int fd)
-    {
-        if (ftruncate(fd, sizeof(Shared)) != 0)
-            abort();
-        return mapShared(fd);
-    }
-
     void start(unsigned lock)
     {
         size_t const index = shared_.holders;
         ASSERT_GT(kMaxHolders, index);
         shared_.all[index].lock = lock;
-        std::string const fd = std::to_string(memory_);
-        std::string const number = std::to_string(index);
-        pid_t const parent = getpid();
-        pid_t const process = fork();
-        if (process == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            if (getppid() != parent || (network_ != nullptr && !network_->join(hostOf(index))))
-                _exit(1);
-            execl("/proc/self/exe", "test", kSwitch, fd.c_str(), number.c_str(), nullptr);
-            _exit(127);
-        }
-        shared_.all[index].process = process;
+        shared_.all[index].process = startProcess(
+            network_, hostOf(index), {kSwitch, memory_.argument(), std::to_string(index)});
         ++shared_.holders;
         running_.push_back(index);
     }
@@ -449,8 +415,8 @@ private:
 
     EtcdCluster& nodes_;
     FleetNetwork* const network_;
-    int const memory_;
-    Shared& shared_;
+    SharedObject<Shared> const memory_;
+    Shared& shared_ = *memory_;
     std::vector<size_t> running_;
     std::array<Stopped, kLocks> stopped_;
     unsigned stops_ = 0;
@@ -542,9 +508,5 @@ int main(int argc, char** argv)
 {
     if (argc == 4 && strcmp(argv[1], kSwitch) == 0)
         return runHolder(argv);
-    testing::InitGoogleTest(&argc, argv);
-    std::string const obstacle = FleetNetwork::enter();
-    if (!obstacle.empty())
-        printf("no host is cut off: %s\n", obstacle.c_str());
-    return RUN_ALL_TESTS();
+    return runTestsInNetwork(argc, argv);
 }

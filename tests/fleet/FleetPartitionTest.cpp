@@ -7,14 +7,10 @@
 #include <Z/ZFleetProperties.h>
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -24,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "CampaignProcess.h"
 #include "CampaignSize.h"
 #include "EtcdCluster.h"
 #include "FleetFile.h"
@@ -47,14 +44,6 @@ struct Shared {
     std::atomic<unsigned> unknown;  // outcomes, and unexpected failures
 };
 
-Shared& mapShared(int fd)
-{
-    void* const memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (memory == MAP_FAILED)
-        abort();
-    return *static_cast<Shared*>(memory);
-}
-
 std::string keyOf(unsigned writer)
 {
     return "writer" + std::to_string(writer);
@@ -63,7 +52,7 @@ std::string keyOf(unsigned writer)
 // Increments the shared counter and a counter of its own, in one store.
 int runWriter(char** argv)
 {
-    Shared& shared = mapShared(atoi(argv[2]));
+    SharedObject<Shared> const shared(argv[2]);
     std::string const own = keyOf(static_cast<unsigned>(atoi(argv[3])));
     int const increments = atoi(argv[4]);
     try {
@@ -75,18 +64,18 @@ int runWriter(char** argv)
             try {
                 store.store(nullptr);
                 ++i;
-                ++shared.done;
+                ++shared->done;
             } catch (ZPropertiesIOException_6_0 const& e) {
                 if (e.excerrno() != ESTALE)
                     throw;
-                ++shared.conflicts;
+                ++shared->conflicts;
                 store.reload(nullptr);
             }
         }
         return 0;
     } catch (ZException_6_0& failure) {
         failure.dumpException();
-        ++shared.unknown;
+        ++shared->unknown;
         return 1;
     }
 }
@@ -100,20 +89,10 @@ protected:
         network_ = std::make_unique<FleetNetwork>(kNodes + kWriters);
     }
 
-    pid_t startWriter(unsigned writer, int memory, unsigned increments)
+    pid_t startWriter(unsigned writer, std::string const& shared, unsigned increments)
     {
-        std::string const arguments[] = {std::to_string(memory), std::to_string(writer),
-                                         std::to_string(increments)};
-        pid_t const parent = getpid();
-        pid_t const process = fork();
-        if (process != 0)
-            return process;
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent || !network_->join(kNodes + writer))
-            _exit(126);
-        execl("/proc/self/exe", "test", kSwitch, arguments[0].c_str(), arguments[1].c_str(),
-              arguments[2].c_str(), nullptr);
-        _exit(127);
+        return startProcess(network_.get(), kNodes + writer,
+                            {kSwitch, shared, std::to_string(writer), std::to_string(increments)});
     }
 
     // Cuts off the leader, two nodes, or a writer, for 1 to 3 seconds.
@@ -147,15 +126,14 @@ TEST_F(FleetPartition, NoUpdateIsLostWhileHostsAreCutOff)
         store.setValue("counters", "shared", "0");
         store.store(kPath);
     }
-    int const memory = memfd_create("figures", 0);
-    ASSERT_EQ(0, ftruncate(memory, sizeof(Shared)));
-    Shared const& shared = mapShared(memory);
+    SharedObject<Shared> const memory;
+    Shared const& shared = *memory;
     unsigned const increments = scaled(100'000, 1000) / kWriters;
     unsigned const wanted = scaled(100, 6);
     Clock::time_point const begin = Clock::now();
     std::vector<pid_t> writers;
     for (unsigned writer = 0; writer < kWriters; ++writer)
-        writers.push_back(startWriter(writer, memory, increments));
+        writers.push_back(startWriter(writer, memory.argument(), increments));
     unsigned cuts = 0;
     for (; (shared.done < kWriters * increments || cuts < wanted) && shared.unknown == 0; ++cuts) {
         unsigned const before = shared.done;
@@ -177,7 +155,6 @@ TEST_F(FleetPartition, NoUpdateIsLostWhileHostsAreCutOff)
     printf("%u of %u increments, %u conflicts, %u unknown outcomes, %u cuts, %.0f s\n",
            shared.done.load(), kWriters * increments, shared.conflicts.load(),
            shared.unknown.load(), cuts, secondsSince(begin));
-    close(memory);
 }
 
 // Without looks, only a watch finds a change. The isolated node still replies to the pings of the
@@ -210,9 +187,5 @@ int main(int argc, char** argv)
 {
     if (argc == 5 && strcmp(argv[1], kSwitch) == 0)
         return runWriter(argv);
-    testing::InitGoogleTest(&argc, argv);
-    std::string const obstacle = FleetNetwork::enter();
-    if (!obstacle.empty())
-        printf("no host is cut off: %s\n", obstacle.c_str());
-    return RUN_ALL_TESTS();
+    return runTestsInNetwork(argc, argv);
 }
