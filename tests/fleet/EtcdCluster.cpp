@@ -147,6 +147,21 @@ void EtcdCluster::resume(unsigned node)
     ::kill(nodes_[node].process, SIGCONT);
 }
 
+void EtcdCluster::restart(unsigned node)
+{
+    kill(node);
+    start(node);
+    waitUntilReady();
+}
+
+void EtcdCluster::pause(unsigned node, std::chrono::milliseconds time)
+{
+    suspend(node);
+    std::this_thread::sleep_for(time);
+    resume(node);
+    waitUntilReady();
+}
+
 // The mount exists in the namespace of the starter, and of the nodes that start later.
 bool EtcdCluster::limitDisk(unsigned node, unsigned megabytes)
 {

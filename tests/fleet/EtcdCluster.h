@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,6 +48,11 @@ public:
     /// Stops a node with SIGSTOP, and continues it.
     void suspend(unsigned node);
     void resume(unsigned node);
+
+    /// Kills a node and starts it again, or stops it for a time. Waits until every running node
+    /// replies.
+    void restart(unsigned node);
+    void pause(unsigned node, std::chrono::milliseconds time);
 
     /// Gives a node a disk of its own with this size, with a restart, unless it has one. Returns
     /// false without the right to mount.

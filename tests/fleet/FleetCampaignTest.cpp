@@ -43,24 +43,10 @@ protected:
         return result;
     }
 
-    // Kills the leader, and starts it again.
-    void killLeader()
-    {
-        unsigned const leader = nodes_->leader();
-        nodes_->kill(leader);
-        nodes_->start(leader);
-        nodes_->waitUntilReady();
-    }
+    void restartLeader() { nodes_->restart(nodes_->leader()); }
 
-    // Suspends the leader until another one has been elected.
-    void suspendLeader()
-    {
-        unsigned const leader = nodes_->leader();
-        nodes_->suspend(leader);
-        std::this_thread::sleep_for(milliseconds(600));
-        nodes_->resume(leader);
-        nodes_->waitUntilReady();
-    }
+    // Stops the leader until another one has been elected.
+    void pauseLeader() { nodes_->pause(nodes_->leader(), milliseconds(600)); }
 };
 
 // Writers that increment counters: a counter that they share, and a counter of their own, in one
@@ -163,10 +149,10 @@ TEST_F(FleetCampaign, NoUpdateIsLostWhileLeadersFail)
     unsigned stops = 0;
     while (writers.isRunning() || kills < rounds || stops < rounds) {
         if (kills <= stops) {
-            killLeader();
+            restartLeader();
             ++kills;
         } else {
-            suspendLeader();
+            pauseLeader();
             ++stops;
         }
     }
@@ -323,7 +309,7 @@ TEST_F(FleetCampaign, ReadsAreNeverOlderThanAcknowledgedWrites)
     unsigned faults = 0;
     for (; reads < wanted || olderControls == 0; ++faults) {
         if (faults % 3 == 2) {
-            killLeader();
+            restartLeader();
             continue;
         }
         unsigned const node = faults % 3 == 0 ? nodes_->leader() : (nodes_->leader() + 1) % 3;

@@ -377,15 +377,10 @@ private:
     void failNode(unsigned number)
     {
         unsigned const node = number % kNodes;
-        if (number % 2 == 0) {
-            nodes_.suspend(node);
-            std::this_thread::sleep_for(std::chrono::seconds(1));
-            nodes_.resume(node);
-        } else {
-            nodes_.kill(node);
-            nodes_.start(node);
-        }
-        nodes_.waitUntilReady();
+        if (number % 2 == 0)
+            nodes_.pause(node, std::chrono::seconds(1));
+        else
+            nodes_.restart(node);
     }
 
     // Every second host is the leader's.

@@ -64,15 +64,10 @@ TEST_F(FleetUpdates, NoUpdateIsLostWhileNodesFail)
         writers.emplace_back([i, &running] { runWriter(i, running); });
     for (unsigned round = 0; running > 0; ++round) {
         unsigned const node = round % nodes.size();
-        if (round % 2 == 0) {
-            nodes.suspend(node);
-            std::this_thread::sleep_for(std::chrono::milliseconds(300));
-            nodes.resume(node);
-        } else {
-            nodes.kill(node);
-            nodes.start(node);
-        }
-        nodes.waitUntilReady();
+        if (round % 2 == 0)
+            nodes.pause(node, std::chrono::milliseconds(300));
+        else
+            nodes.restart(node);
     }
     for (std::thread& writer : writers)
         writer.join();
