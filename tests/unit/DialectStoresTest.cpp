@@ -456,6 +456,14 @@ TEST(DialectStores, AStanzaThatRepeatsMatchesByItsOwnComments)
                      {{Change::removeStanza, "b", {}, {}}, {Change::set, "d", "j", "2"}}));
 }
 
+TEST(DialectStores, AnEmptyStanzaThatRepeatsMatchesAnEmptyStanza)
+{
+    EXPECT_EQ("[b]\nj = 1\n[b]\n\n# d\n[a]\nk = 9\nn = 3\n",
+              stored(dialectNamed("networkd"),
+                     "[b]\nj = 1\n[b]\n\n# c\n\nm = 2\n[b]\n\n# d\n[a]\nk = 9\n",
+                     {{Change::removeStanza, "b]2", {}, {}}, {Change::addKey, "a", "n", "3"}}));
+}
+
 TEST(DialectStores, ValuesOfTheKeyAboveStayAboveACommentThatMoves)
 {
     std::string const text = "[a]\nk = 3\nl = \"x\\\ny\" \\\n; c\nm=1\n";
@@ -480,6 +488,9 @@ TEST(DialectStores, NewLinesNextToRemovedLinesAreWhereStoresInTurnPutThem)
           Case{"a comment below a removed stanza", "[a]\nk=1\n[b]\nj=2\n\n# c\n[c]\nl=3\n",
                Change{Change::removeStanza, "a", {}, {}}, Change{Change::comment, "b", {}, "# n"},
                "# n\n[b]\nj=2\n\n# c\n[c]\nl=3\n"},
+          Case{"a comment that replaces a comment below a removed stanza",
+               "[a]\nk=1\n[b]\nj=2\n\n# c\n[c]\nl=3\n", Change{Change::comment, "c", {}, "# n"},
+               Change{Change::removeStanza, "b", {}, {}}, "[a]\nk=1\n# n\n[c]\nl=3\n"},
           Case{"a key in the place of a key below a line that is passed over",
                "[a]\nk = 1\n\n# c\njunk\nj = 2\n", Change{Change::addKey, "a", "n", "3"},
                Change{Change::removeKey, "a", "j", {}}, "[a]\nk = 1\n\n# c\njunk\nn = 3\n"},
@@ -491,6 +502,18 @@ TEST(DialectStores, NewLinesNextToRemovedLinesAreWhereStoresInTurnPutThem)
         EXPECT_EQ(c.after, stored(dialect, c.before, {c.first, c.second}));
         EXPECT_EQ(c.after, storedOneByOne(dialect, c.before, c.first, c.second));
     }
+}
+
+TEST(DialectStores, ANewCommentDoesNotContinueTheCommentOfAKeyThatHadTwoLines)
+{
+    std::string const text = "[a]\ni = 0\n\n# c\nj = 1\nj = 2\nk = 3\n";
+    Change const removal{Change::removeKey, "a", "j", {}};
+    Change const comment{Change::comment, "a", "k", "# n"};
+    ZStanzaDialect_6_0 const dialect = dialectNamed("systemd");
+    std::string const both = "[a]\ni = 0\n\n# c\n\n# n\nk = 3\n";
+    EXPECT_EQ(both, stored(dialect, text, {removal, comment}));
+    EXPECT_EQ(both, stored(dialect, text, {comment, removal}));
+    EXPECT_EQ(both, storedOneByOne(dialect, text, comment, removal));
 }
 
 TEST(DialectStores, TwoRemovedStanzasLeaveTheCommentsThatStoresInTurnLeave)
@@ -509,6 +532,9 @@ TEST(DialectStores, TwoRemovedStanzasLeaveTheCommentsThatStoresInTurnLeave)
                "[c]\nj=1\n# g\n\n# h\n\n[c]\nm=4\n"},
           Case{"headers of both are repeated", "[a]\n# g\n[b]\nk=2\n\n# h\n[a]\nl=3\n[b]\nm=4\n",
                "# g\n"},
+          Case{"two headers of the first have comments and are below the second",
+               "[a]\nj=1\n\n# g\n[b]\nk=2\n\n# h\n[a]\nl=3\n\n# i\n[a]\nm=4\n", "# g\n"},
+          Case{"the last line has no newline", "# g\n[b]\nk=2\n\n[a]\nl=3", "# g"},
           Case{"the second has a comment of the first",
                "[a]\n# g\n[a]\nj=1\n[b]\nk=2\n# h\n[a]\nl=3\n", "# g\n\n"}}) {
         SCOPED_TRACE(c.name);

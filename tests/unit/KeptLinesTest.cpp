@@ -163,7 +163,9 @@ TEST_F(KeptLines, StanzasAreAppendedAndRemoved)
         {"removed", "# f\n\n[s]\nk=v\n#x\n\n# t\n [t] tail\nl  =w\n",
          [](Store& store) { store.deleteStanza("s"); }, "# f\n\n# t\n [t] tail\nl  =w\n"},
         {"the last removed", "[s]\nk=v\n\n[t]\nl=w", [](Store& store) { store.deleteStanza("t"); },
-         "[s]\nk=v\n"},
+         "[s]\nk=v"},
+        {"the last removed, below a blank line", "[s]\nk=v\n\n[t]\nl=w\n",
+         [](Store& store) { store.deleteStanza("t"); }, "[s]\nk=v\n\n"},
         {"a comment as in a stanza that is removed and added", "[s]\n# c\nk = v\n\n[t]\nl = w\n",
          [](Store& store) {
              store.deleteStanza("s");

@@ -73,13 +73,15 @@ void Contents::addLineComment(std::string_view categoryName, std::string_view na
     commentKey(found.key, comments);
 }
 
-// Inserts comment lines above the line of a key. Requires reserveComments() with one more line.
+// Inserts comment lines above the line of a key, below a blank line if other lines are above.
+// Requires reserveComments() with one more line.
 void Contents::commentKey(Id key, CommentSplitter const& comments)
 {
     Id const category = keys_[key].category;
     Id before = lines_[keys_[key].line].previous;
     LineKind const above = static_cast<LineKind>(lines_[before].kind);
-    if (above == keyLine || above == headerLine)
+    bool const isBelowGap = policy_->hasGaps && lines_[keys_[key].line].isBelowGap;
+    if (above == keyLine || above == headerLine || isBelowGap)
         before = createLine(blankLine, 0, category, before);
     createComments(comments, category, before);
     moveGap(keys_[key].line, lines_[before].next);

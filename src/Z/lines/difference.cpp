@@ -369,18 +369,22 @@ void Difference::removeStanzas()
         return;
     gone_.resize(outline_.lines().size());
     std::vector<uint32_t> const stanzaOf = outline_.stanzasOfSections();
+    std::vector<uint32_t> stanzaAbove(stanzaOf.size(), 0);  // the nearest other stanza
+    for (size_t i = 1; i < stanzaOf.size(); ++i)
+        stanzaAbove[i] = stanzaOf[i - 1] == stanzaOf[i] ? stanzaAbove[i - 1] : stanzaOf[i - 1];
     uint32_t kept = 0;
     for (uint32_t i = 1; i < stanzas.size(); ++i) {
         if (stanzas[i].isKept)
             kept = i;
         else
-            removeStanza(i, kept, stanzaOf);
+            removeStanza(i, kept, stanzaOf, stanzaAbove);
     }
     removeRanges();
 }
 
 void Difference::removeStanza(uint32_t removed, uint32_t kept,
-                              std::vector<uint32_t> const& stanzaOf)
+                              std::vector<uint32_t> const& stanzaOf,
+                              std::vector<uint32_t> const& stanzaAbove)
 {
     ReadStanza const& stanza = outline_.stanzas()[removed];
     record(stanza.name, {}, {});
@@ -393,8 +397,8 @@ void Difference::removeStanza(uint32_t removed, uint32_t kept,
             hasNextComment ? outline_.firstCommentAbove(section.first, section.end) : section.end;
         uint32_t const first = section.header == kNone ? section.first : section.header;
         bool const hasComment = comment < section.end;
-        uint32_t const around =
-            hasComment ? stanzaOf[outline_.sectionIndexOf(comment)] : uint32_t{0};
+        uint32_t const at = hasComment ? outline_.sectionIndexOf(comment) : 0;
+        uint32_t const around = stanzaOf[at] == removed ? stanzaAbove[at] : stanzaOf[at];
         bool const isInLater = !isLast && around > removed && !outline_.stanzas()[around].isKept;
         uint32_t const end = isInLater ? section.end : comment;
         dropsComments_ = dropsComments_ || isInLater;
@@ -475,6 +479,16 @@ bool Difference::isInRemovedStanza(uint32_t line) const
         std::upper_bound(removedRanges_.begin(), removedRanges_.end(), line,
                          [](uint32_t at, RemovedRange const& range) { return at < range.first; });
     return next != removedRanges_.begin() && line < next[-1].end;
+}
+
+// Returns whether a removed stanza is above a new line after the line `after`, apart from a removed
+// comment.
+bool Difference::isBelowRemovedStanza(uint32_t after) const
+{
+    while (after != kNone && isGone(after) && outline_.lines()[after].kind == commentLine &&
+           !isInRemovedStanza(after))
+        after = after == 0 ? kNone : after - 1;
+    return after != kNone && isGone(after) && isInRemovedStanza(after);
 }
 
 // Returns whether a blank line replaces the removed lines up to a line.

@@ -132,10 +132,12 @@ private:
     void removeBlankAtStart();
     bool addsAfterRemovals();
     uint32_t removedKeyBelow(uint32_t after, ReadStanza const& stanza, std::string_view key) const;
-    void removeStanza(uint32_t removed, uint32_t kept, std::vector<uint32_t> const& stanzaOf);
+    void removeStanza(uint32_t removed, uint32_t kept, std::vector<uint32_t> const& stanzaOf,
+                      std::vector<uint32_t> const& stanzaAbove);
     void moveToEnd(ReadStanza& stanza, uint32_t first, uint32_t end);
     void removeRanges();
     bool isInRemovedStanza(uint32_t line) const;
+    bool isBelowRemovedStanza(uint32_t after) const;
     bool becomesBlank(uint32_t line) const;
     uint32_t lineAbove(uint32_t after) const;
     Entries entriesOf(uint32_t stanza);

@@ -307,7 +307,7 @@ void Difference::appendComments(std::vector<NewComment> const& comments, uint32_
         !isAtBlank && !isAtComment && above != kNone && outline_.lines()[above].kind != headerLine;
     // A blank line at the start of the file parts the comment from nothing.
     bool hasBlankAbove = isAtBlank && above != kNone && above > 0;
-    isAtBlank = isAtBlank || (after != kNone && isGone(after) && isInRemovedStanza(after));
+    isAtBlank = isAtBlank || isBelowRemovedStanza(after);
     for (NewComment const& comment : comments) {
         if (comment.isBelowBlank && !isAtBlank &&
             (isAtComment || haveBlankAbove(outline_, after, below, newComments_))) {

@@ -32,6 +32,27 @@ std::vector<Moved> positionsOf(std::vector<HeaderComment>& comments)
     return positions;
 }
 
+// Returns the start of the last line if it is blank, else the end of the text.
+size_t startOfBlankEnd(std::string const& text)
+{
+    size_t const last = text.size() < 2 ? 0 : text.rfind('\n', text.size() - 2) + 1;
+    return text.find_first_not_of(" \t\r\n", last) == std::string::npos ? last : text.size();
+}
+
+// Removes the line ending at the end of `text`, first with the blank lines there if
+// `removesBlankLines`. Otherwise a blank line at the end stays, because it would be removed with
+// its line ending.
+void removeEnding(std::string& text, bool removesBlankLines)
+{
+    while (removesBlankLines && startOfBlankEnd(text) < text.size())
+        text.resize(startOfBlankEnd(text));
+    if (!text.ends_with('\n') || startOfBlankEnd(text) < text.size())
+        return;
+    text.pop_back();
+    if (text.ends_with('\r'))
+        text.pop_back();
+}
+
 }  // namespace
 
 bool Edits::writesUpTo(uint32_t position) const
@@ -95,15 +116,9 @@ std::string Edits::compose(TextHistory& history)
     while (next != positions.end())
         move();
     copyTo(static_cast<uint32_t>(text_.size()));
-    // A blank line at the end would be removed with its line ending.
-    size_t const last = out.size() < 2 ? 0 : out.rfind('\n', out.size() - 2) + 1;
-    bool const isBlankLast =
-        !removesLast_ && out.find_first_not_of(" \t\r\n", last) == std::string::npos;
-    if (text_.size() > start && text_.back() != '\n' && !isBlankLast && out.ends_with('\n')) {
-        out.pop_back();
-        if (!out.empty() && out.back() == '\r')
-            out.pop_back();
-        // The place of a comment above a removed header can be the end of the text.
+    if (text_.size() > start && text_.back() != '\n') {
+        removeEnding(out, removesLast_);
+        // A comment above a removed header can end at the end of the text.
         auto const end = static_cast<uint32_t>(out.size());
         for (HeaderComment& comment : history.headerComments) {
             comment.begin = std::min(comment.begin, end);

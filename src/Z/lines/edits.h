@@ -37,8 +37,8 @@ public:
     void replaceName(Replacement change) { add({std::move(change), names, "\n", 0}); }
     void moveComments(Replacement change) { add({std::move(change), commentMoves, "\n", 0}); }
 
-    /// Removes a stanza. If it was the last, and the last line has no line ending, the blank line
-    /// above it may be removed, too.
+    /// Removes a stanza. If it was the last, and the last line has no line ending, the blank lines
+    /// above it are removed, too.
     void removeStanza(uint32_t begin, uint32_t end)
     {
         replace({begin, end, {}});

@@ -152,16 +152,17 @@ uint32_t countCommon(std::vector<std::string> const& a, std::vector<std::string>
 }
 
 // Returns the value of a match: the common lines. A comment counts less than a key, and a header or
-// the comment above it less still: that comment remains if its stanza is removed.
+// the comment above it less still: that comment remains if its stanza is removed. Of matches with
+// as many common lines, the match of equal keys counts most.
 uint32_t valueOf(Signature const& before, Signature const& after)
 {
-    uint32_t const common = 4 * countCommon(before.lines, after.lines) +
-                            2 * countCommon(before.comments, after.comments);
+    uint32_t const common = 8 * countCommon(before.lines, after.lines) +
+                            4 * countCommon(before.comments, after.comments);
     if (before.header != after.header)
         return common;  // the stanza may have another name
     // A comment of the text starts after a line that is passed over; the wanted contents lack it.
     bool const hasSameAbove = !before.above.empty() && after.above.ends_with(before.above);
-    return 1 + common + (hasSameAbove ? 1 : 0);
+    return 2 + common + (hasSameAbove ? 2 : 0) + (before.contents() == after.contents() ? 1 : 0);
 }
 
 using Range = std::pair<uint32_t, uint32_t>;  // first and end
