@@ -401,10 +401,13 @@ private:
     uint32_t count_ = 0;
 };
 
-// Reserves memory for the number of entries that a sample of `text` suggests.
+// Reserves memory for the number of entries that a sample of `text` suggests, at most four times
+// the size of `text`: the lines of the sample may be the shortest ones. Does not throw if memory
+// is exhausted: the table then grows with its entries.
 void ZJavaProperties_6_0::Rep::Reading::reserve(std::string_view text)
 {
     constexpr size_t kSample = 4096;
+    constexpr size_t kMinLineSize = 16;  // the table takes up to 64 bytes an entry
     if (text.size() < kSample)
         return;
     std::string_view const sample = text.substr((text.size() - kSample) / 2, kSample);
@@ -413,8 +416,13 @@ void ZJavaProperties_6_0::Rep::Reading::reserve(std::string_view text)
         bool const isContinued = end > 0 && sample[end - 1] == '\\';
         entries += !isContinued && !isLineEnd(sample[end + 1]) && !isComment(sample[end + 1]);
     }
-    size_t const expected = text.size() / kSample * (entries + entries / 16 + 1);
-    rep_.entries.reserveAll(static_cast<uint32_t>(std::min<size_t>(expected, UINT32_MAX)));
+    size_t const expected =
+        std::min(text.size() / kSample * (entries + entries / 16 + 1), text.size() / kMinLineSize);
+    try {
+        rep_.entries.reserveAll(static_cast<uint32_t>(std::min<size_t>(expected, UINT32_MAX)));
+    } catch (ZOutOfMemoryException_6_0 const&) {
+        // The entries may need less memory than the sample suggests.
+    }
 }
 
 // Returns whether no derived class has replaced a handler.
