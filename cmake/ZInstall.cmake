@@ -47,4 +47,15 @@ set(CPACK_SET_DESTDIR OFF)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+if(Z_FLEET)
+    # Archives of libzfleet only. The archives of the foundation come from a build without this option.
+    set(CPACK_PACKAGE_NAME zfleet-6.0)
+    set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
+        "Configurations and locks in a cluster, for the foundation library 6.0")
+    set(CPACK_RESOURCE_FILE_README ${PROJECT_SOURCE_DIR}/docs/fleet.md)
+    set(CPACK_INSTALL_CMAKE_PROJECTS "${PROJECT_BINARY_DIR};zfleet;fleet;/")
+    set(CPACK_DEBIAN_PACKAGE_DEPENDS "zfoundation-6.0 (= ${PROJECT_VERSION})")
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+        ${PROJECT_BINARY_DIR}/src/Z ${PROJECT_BINARY_DIR}/src/qvr)
+endif()
 include(CPack)

@@ -390,7 +390,7 @@ int measure()
     BareClient const bare(address);
     Transport ours;
     compareCalls(ours, bare, "100 B", kSmall, 1000);
-    compareCalls(ours, bare, "1 MB", kMegabyte, 60);
+    compareCalls(ours, bare, "1 MB", kMegabyte, 100);
     compareStores(bare);
     measureNotices(bare);
     measureLocks(bare);

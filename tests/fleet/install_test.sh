@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Installs the foundation and libzfleet into a temporary prefix, and builds a program against them with
-# pkg-config and with CMake.
-# usage: install_test.sh BUILD-DIRECTORY C++-COMPILER
+# Installs the foundation and then libzfleet into a temporary prefix, and builds programs against them
+# with pkg-config and with CMake.
+# usage: install_test.sh DIRECTORY C++-COMPILER    DIRECTORY is a build, or has the Debian packages of both
 set -euo pipefail
-build=$(readlink -f "$1")
+directory=$(readlink -f "$1")
 cxx=$2
 room=$(mktemp -d)
 trap 'rm -rf "$room"' EXIT
@@ -14,9 +14,42 @@ fail()
     exit 1
 }
 
-cmake --install "$build" --prefix "$room/prefix" >"$room/install.txt"
-libdir=$(dirname "$(find "$room/prefix" -name libzfleet-6.0.so.0)")
-tables=$room/prefix/share/qvr
+# install_package PACKAGE COMPONENT
+install_package()
+{
+    if [ -f "$directory/CMakeCache.txt" ]; then
+        cmake --install "$directory" --prefix "$room/usr" --component "$2" >>"$room/install.txt"
+    else
+        dpkg-deb -x "$directory/$1"_*.deb "$room"
+    fi
+}
+
+# depends_on PACKAGE NAME: succeeds if the Debian package needs a package whose name starts with NAME.
+depends_on()
+{
+    dpkg-deb -f "$directory/$1"_*.deb Depends | tr , '\n' | grep -E "^ *$2" >/dev/null
+}
+
+install_package zfoundation-6.0 Unspecified
+if find "$room" -name '*fleet*' | grep .; then
+    fail "the package of the foundation has these files of libzfleet"
+fi
+(cd "$room" && find usr -type f) | sort >"$room/foundation.txt"
+install_package zfleet-6.0 fleet
+if [ ! -f "$directory/CMakeCache.txt" ]; then
+    depends_on zfleet-6.0 'zfoundation-6.0 \(= 6.0' || fail "libzfleet does not depend on the foundation"
+    depends_on zfleet-6.0 'libgrpc' || fail "libzfleet does not depend on gRPC"
+    if depends_on zfoundation-6.0 '(zfleet|libgrpc|libprotobuf)'; then
+        fail "the foundation depends on libraries of libzfleet"
+    fi
+    overlap=$(dpkg-deb -c "$directory"/zfleet-6.0_*.deb | sed -n 's|^-.* \./||p' | sort |
+        comm -12 - "$room/foundation.txt")
+    [ -z "$overlap" ] || fail "both packages have $overlap"
+fi
+
+prefix=$room/usr
+libdir=$(dirname "$(find "$prefix" -name libzfleet-6.0.so.0)")
+tables=$prefix/share/qvr
 cat >"$room/program.cpp" <<'END'
 #include <Z/ZException.h>
 #include <Z/ZFleetConnection.h>
@@ -43,6 +76,15 @@ export PKG_CONFIG_PATH=$libdir/pkgconfig
 printed=$(QVRDIR=$tables "$room/program")
 [ "$printed" = "$expected" ] || fail "the program built with pkg-config printed: $printed"
 
+# The installed example, with a local file that stops the server.
+printf '[limits]\nlow = 1\nhigh = 101\n[server]\nstop = yes\n' >"$room/server.conf"
+# shellcheck disable=SC2046  # a list
+"$cxx" -std=c++17 "$prefix/share/doc/zfleet-6.0/examples/fleet_server.cpp" -o "$room/server" \
+    $(pkg-config --cflags --libs zfleet-6.0) -pthread -Wl,-rpath,"$libdir"
+QVRDIR=$tables "$room/server" "$room/server.conf" | grep "low = 1, high = 101" >/dev/null ||
+    fail "the example does not serve a local file"
+[ -s "$prefix/share/doc/zfleet-6.0/fleet.md" ] || fail "the documentation is not installed"
+
 cat >"$room/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.16)
 project(Program CXX)
@@ -50,7 +92,7 @@ find_package(ZFleet 6.0 REQUIRED)
 add_executable(program program.cpp)
 target_link_libraries(program ZFleet::zfleet)
 END
-cmake -S "$room" -B "$room/build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$room/prefix" \
+cmake -S "$room" -B "$room/build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$prefix" \
     >"$room/cmake.txt"
 cmake --build "$room/build" >"$room/build.txt"
 printed=$(QVRDIR=$tables "$room/build/program")
@@ -82,7 +124,7 @@ printed=$(QVRDIR=$tables LD_LIBRARY_PATH=$room/foundation "$room/plain")
 [[ $printed == "58 The library libzfleet-6.0 cannot be loaded; install the package "* ]] ||
     fail "the plain functions printed without libzfleet: $printed"
 
-[ "$("$room/prefix/bin/zfleet" --version)" = "zfleet 6.0" ] || fail "zfleet does not run"
+[ "$("$prefix/bin/zfleet" --version)" = "zfleet 6.0" ] || fail "zfleet does not run"
 if grep -q zfleet "$libdir/cmake/ZFoundation/"*.cmake "$libdir/pkgconfig/zfoundation-6.0.pc"; then
     fail "the package of the foundation names libzfleet"
 fi
