@@ -79,7 +79,7 @@ private:
     Snapshot const& third_;
 };
 
-// A replica before the write, and what may be found after it.
+// A replica before the write, and its possible states after the write.
 struct Case {
     char const* name;
     uint64_t cluster;  // of the old replica; 0: none exists
@@ -133,7 +133,7 @@ TEST(FleetReplicaCampaign, KillAtEachCallKeepsAReplica)
             EXPECT_NE(std::string::npos,
                       (" " + std::string(c.allowed) + " ").find(" " + found + " "))
                 << found;
-            // The replica of another cluster is in the one file or in the other.
+            // The replica of another cluster is in the replica file or in the ".orphan" file.
             std::string const orphan = directory.read("test/gateway.conf.orphan");
             if (c.cluster == 2 && found != "old") {
                 EXPECT_NE(std::string::npos, orphan.find("x = old")) << found << orphan;

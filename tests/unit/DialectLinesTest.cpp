@@ -416,7 +416,8 @@ TEST(DialectLines, HeadersWithoutSubsectionsKeepTheirCase)
     EXPECT_EQ("[a]\nk = 3\n[A]\n", textAfter("git", "[a]\nk = 1\n[A]\n", {set("A", "k", "3")}));
 }
 
-// A sample of the lines around a new line is no whole text.
+// A new line is tried in a sample of the lines around it. The start of the sample is not a byte
+// order mark.
 TEST(DialectLines, ANewKeyIsBelowAKeyThatStartsLikeUtf16)
 {
     for (std::string const mark : {"\xff\xfe", "\xfe\xff"}) {

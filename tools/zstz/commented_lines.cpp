@@ -405,8 +405,8 @@ std::vector<KeyLine> linesAt(std::vector<KeyLine> const& all, std::vector<Candid
 
 namespace {
 
-// Appends the bytes of a key, with a mark in each of its lines; in the first alone if that makes
-// the others comments.
+// Appends the bytes of a key, with a mark in each of its lines, or only in the first line if that
+// makes the other lines comments.
 void appendCommented(std::string_view bytes, std::string const& mark, bool joinsComments,
                      std::string& out)
 {

@@ -121,8 +121,8 @@ private:
     uint32_t size_ = 0;  // of the table; 0: none
     uint32_t count_ = 0;
     union {
-        Id only_ = 0;        // the id in the index, or 0, if there is no table
-        uint32_t maxCount_;  // otherwise: the table grows beyond this number of ids
+        Id only_ = 0;        // without a table: the id in the index, or 0
+        uint32_t maxCount_;  // with a table: the number of ids that fit before it grows
     };
     unsigned idBits_ = 0;  // of a slot, for the id
 };

@@ -242,8 +242,8 @@ std::map<std::string_view, std::vector<size_t>> ContinuedValue::placesOfParts(
     return {places.begin(), places.end()};
 }
 
-// Returns the positions of old lines between two breaks of the new value: of the longest sequence
-// that keeps their order. Returns nothing if that takes too long.
+// Returns the positions at which the new value contains old lines between two breaks: the longest
+// sequence that keeps the order of the lines. Returns nothing if that takes too long.
 std::vector<ContinuedValue::Break> ContinuedValue::findParts(Break first, Break end,
                                                              std::string_view value) const
 {

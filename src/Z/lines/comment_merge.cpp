@@ -42,7 +42,7 @@ std::vector<MergedComment> mergeComments(std::vector<SideComment> const& base,
                 if (!value.isConflict || added.insert(words).second)
                     add(words);
     }
-    // Both sides can have added the same comment in different places.
+    // Both sides can have added the same comment at different indexes.
     std::map<std::string_view, ptrdiff_t> counts;
     std::erase_if(merged, [&](MergedComment const& entry) {
         ptrdiff_t const count = ++counts[entry.comment.words()];
@@ -87,7 +87,7 @@ ptrdiff_t& MovedComments::addedByOurs(std::string_view words)
     return ourAdded_[words];
 }
 
-// Returns whether `ours` has a comment in another place, which it counts as taken.
+// Takes a moved comment of `ours` with these words. Returns false if none is left.
 bool MovedComments::takeKnown(bool isLoose, std::string_view words)
 {
     auto const in = [&](Counts& counts) {

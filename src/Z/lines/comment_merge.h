@@ -15,7 +15,7 @@ namespace zlines {
 
 struct MergedComment {
     SideComment comment;  // of `ours`, unless only `theirs` has these words
-    uint32_t ours;        // the comment of `ours` that stays in its place; kNone: none
+    uint32_t ours;        // the index of the comment among `ours`, if it stays; else kNone
 };
 
 /// Returns the comments of both sides, without comments that a side removed. Comments never
@@ -32,9 +32,8 @@ public:
     /// range   the arguments outlive the object.
     MovedComments(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs);
 
-    /// Changes the comments of a key or header of `theirs` so that a merge adds no comment that
-    /// `ours` has in such a place, and removes no comment that `theirs` has above a line passed
-    /// over.
+    /// Changes the comments of a key or header of `theirs` so that a merge adds no moved comment
+    /// of `ours` again, and removes no comment that `theirs` has above a line passed over.
     /// range   `owner` is the stanza and key of the comments.
     void undoMoves(std::pair<std::string_view, std::string_view> const& owner,
                    std::vector<SideComment> const& base, std::vector<SideComment> const& ours,

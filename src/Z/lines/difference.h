@@ -112,7 +112,7 @@ private:
         bool isLastKnown = false;
         uint32_t last = kNone;                  // the last key line of the stanza, if it is known
         std::vector<NewComment> comments = {};  // that belong to the next line
-        uint32_t headerIndex = 0;               // of the header that has them; 0: it is no header
+        uint32_t headerIndex = 0;               // of the header that has them; else 0
         NewKeyRun run = {};
     };
 

@@ -63,8 +63,8 @@ struct Document {
     std::vector<std::pair<size_t, std::string_view>> lines;      // of values, by their indexes
     std::unordered_map<char const*, std::string_view> ownLines;  // by the name or comment
 
-    // A stanza of the text that is not wanted, and has the contents of a new stanza in its place,
-    // is renamed.
+    // Whether a stanza of the text that is not wanted is renamed if a new stanza at its index has
+    // the same contents.
     bool renamesStanzas = true;
 
     Document() { stanzas.push_back({{}, 0, 0, false}); }

@@ -99,7 +99,7 @@ private:
     }
 
     // Returns whether a comment of the text and a wanted comment are below the same: a blank line,
-    // and a line of no meaning if the wanted contents have the places of such lines.
+    // and a line of no meaning if the wanted contents contain the positions of such lines.
     bool areBelowSame(uint32_t line, Entry const& entry) const
     {
         return isBelowBlank(line) == entry.isBelowBlank &&
@@ -346,8 +346,8 @@ private:
             pair(a, b);
     }
 
-    // Returns a common subsequence of two gaps: first of comments in the same place, and of others
-    // between these.
+    // Returns a common subsequence of two gaps: first of comments that are below the same lines,
+    // and then of comments between these.
     Pairs commonItemsByPlaces(Gap read, Gap wanted)
     {
         Pairs all;

@@ -27,8 +27,8 @@ Strings valuesOf(SideKey const& key)
     return key ? key.values() : Strings();
 }
 
-// Returns whether a version has lines of a key with and without a value, where the latter are
-// values of their own kind. A merged list has no index for them.
+// Returns whether a version has lines of a key with and without a value, in a dialect in which
+// lines without a value are values of their own kind. A merged list has no index for them.
 bool isMixed(Dialect const& dialect, SideKey const& base, SideKey const& ours,
              SideKey const& theirs)
 {

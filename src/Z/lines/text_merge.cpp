@@ -30,7 +30,7 @@ bool isPartOf(std::string_view text, std::string_view part)
            std::less_equal<>()(part.data() + part.size(), text.data() + text.size());
 }
 
-// Where a new stanza has its place: after the first or last header of the stanza before it. If a
+// The position of a new stanza: after the first or last header of the stanza before it. If a
 // removed stanza with the same contents is between them, the new stanza takes over its lines.
 enum class NewStanzas { afterLastHeader, afterFirstHeader };
 
@@ -397,9 +397,9 @@ private:
             below->isBelowBlank = true;
     }
 
-    // Comments of `ours` that stay keep their places. A new comment takes the place of a removed
-    // comment above the same line, or follows the comment before it, or precedes the comment after
-    // it. Otherwise it is right above the line.
+    // Comments of `ours` that stay are not moved. A new comment replaces a removed comment above
+    // the same line, or follows the comment before it, or precedes the comment after it. Otherwise
+    // it is right above the line.
     void placeComments(Name const& owner, std::vector<SideComment> const& ours,
                        std::vector<SideComment> const& theirs,
                        std::vector<MergedComment> const& merged,
@@ -409,7 +409,7 @@ private:
         std::vector<uint32_t> placeOfOurs;
         for (SideComment const& comment : ours)
             placeOfOurs.push_back(places.ofOurs(comment.line));
-        std::vector<bool> isFree(ours.size(), true);  // removed, and no other has its place
+        std::vector<bool> isFree(ours.size(), true);  // removed, and not replaced yet
         for (MergedComment const& comment : merged)
             if (comment.ours != kNone)
                 isFree[comment.ours] = false;
@@ -534,7 +534,7 @@ private:
     std::vector<Position> keyPositions_;              // of the keys of `ours`
     std::map<Name, Position> positions_;              // of headers and other keys
     std::vector<Position> comments_;                  // of the first side that stay, by owner
-    std::vector<std::pair<Position, bool>> removed_;  // comments, and whether another has the place
+    std::vector<std::pair<Position, bool>> removed_;  // comments, and whether each was replaced
     std::map<std::string_view, std::vector<Position>> headers_;  // of each stanza of the first side
     MovedComments movedComments_;
 };
