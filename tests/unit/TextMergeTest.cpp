@@ -19,6 +19,15 @@ namespace {
 using Strings = std::vector<std::string>;
 using zlines::MergedText;
 
+// Three versions and their merge, in which "@" is the end of a conflict.
+struct Case {
+    char const* name;
+    std::string base;
+    std::string ours;
+    std::string theirs;
+    std::string merged;
+};
+
 // Returns the merged values, a string of a character per value: "(1|2)" is a conflict.
 std::string mergedValues(std::string const& base, std::string const& ours,
                          std::string const& theirs)
@@ -95,13 +104,6 @@ std::optional<Strings> valuesIn(Contents const& contents, char const* stanza, ch
 
 TEST(ValueMerge, MakesBothChangesInOneList)
 {
-    struct Case {
-        char const* name;
-        char const* base;
-        char const* ours;
-        char const* theirs;
-        char const* merged;
-    };
     Case const cases[] = {
         {"no change", "ab", "ab", "ab", "ab"},
         {"one side changes", "ab", "ab", "ac", "ac"},
@@ -136,13 +138,6 @@ TEST(ValueMerge, MakesBothChangesInOneList)
 
 TEST(TextMerge, MakesTheChangesOfBothSides)
 {
-    struct Case {
-        char const* name;
-        std::string base;
-        std::string ours;
-        std::string theirs;
-        std::string merged;
-    };
     Case const cases[] = {
         {"different keys", "[a]\nk = 1\nl = 2\n", "[a]\nk  =  3\nl = 2\n", "[a]\nk = 1\nl = 4\n",
          "[a]\nk  =  3\nl = 4\n"},
@@ -207,13 +202,6 @@ TEST(TextMerge, MakesTheChangesOfBothSides)
 
 TEST(TextMerge, MarksTwoDifferentChangesOfAValue)
 {
-    struct Case {
-        char const* name;
-        std::string base;
-        std::string ours;
-        std::string theirs;
-        std::string merged;  // "@" is the end of a conflict
-    };
     Case const cases[] = {
         {"a value", "[a]\nk = 1\nl = 2\nm = 3\n", "[a]\nk = 1\nl  = 4\nm = 3\n",
          "[a]\nk = 1\nl=5\nm = 6\n", "[a]\nk = 1\n<<<<<<< ours\nl  = 4\n=======\nl=5\n@m = 6\n"},
@@ -277,13 +265,6 @@ TEST(TextMerge, MarksTwoDifferentChangesOfAValue)
 
 TEST(TextMerge, AListWithAResetConflictsAsAWhole)
 {
-    struct Case {
-        char const* name;
-        char const* base;
-        char const* ours;
-        char const* theirs;
-        char const* merged;
-    };
     Case const cases[] = {
         {"one changes, the other removes", "E=\nE=/a\n", "E=\nE=/b\n", "",
          "<<<<<<< ours\nE=\nE=/b\n=======\n@\n"},
@@ -325,13 +306,6 @@ TEST(TextMerge, TheCommentAboveALineThatIsPassedOverStaysThere)
 
 TEST(TextMerge, ChangesCommentsAtTheLinesThatTheyAreAbove)
 {
-    struct Case {
-        char const* name;
-        char const* base;
-        char const* ours;
-        char const* theirs;
-        char const* merged;
-    };
     Case const cases[] = {
         {"one more header here", "[s]\n# c\n[s]\nb=1\n", "[s]\n# c\n[s]\nb=1\n[s]\na=1\n",
          "[s]\n# d\n[s]\nb=1\n", "[s]\n# d\n[s]\nb=1\n[s]\na=1\n"},
