@@ -1,15 +1,14 @@
 #include "template.h"
 
-#include <ctype.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <strings.h>
 
 #include <algorithm>
-#include <numeric>
 #include <utility>
 
 #include "../problems/complaint.h"
+#include "edit_distance.h"
 #include "typed_value.h"
 
 namespace ztemplates {
@@ -101,25 +100,6 @@ bool isAssignment(zlines::LineKind kind, std::string_view line, zlines::Dialect 
     return kind == zlines::valueLine || (kind == zlines::keyOnlyLine && endsWithSeparator);
 }
 
-// Returns the edit distance of two names, in changed, added and removed bytes.
-size_t distance(std::string_view a, std::string_view b)
-{
-    std::vector<size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < b.size(); ++j) {
-            bool const isSame = tolower(static_cast<unsigned char>(a[i])) ==
-                                tolower(static_cast<unsigned char>(b[j]));
-            size_t const changed = diagonal + (isSame ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
-        }
-    }
-    return row.back();
-}
-
 template <class Names>
 std::string nearest(std::string_view name, Names const& names)
 {
@@ -130,7 +110,7 @@ std::string nearest(std::string_view name, Names const& names)
     for (std::string const& candidate : names) {
         if (candidate.size() > kMaxLength || name.size() > kMaxLength)
             continue;
-        size_t const found = distance(name, candidate);
+        size_t const found = editDistance(name, candidate);
         if (found < least) {
             least = found;
             best = candidate;
