@@ -2,8 +2,6 @@
 """Tests of the verbs on files of other dialects. usage: dialects_test.py TOOL [unittest arguments]"""
 import json
 
-import json
-
 import tool
 from tool import DONE, INVALID_DATA, INVALID_VALUE, NO_ACCESS, NOT_FOUND, REFUSED, USAGE
 
@@ -436,7 +434,7 @@ class DialectsTest(tool.ToolTest):
             row("git", GIT, ["set", "core", "1b", "v"],
                 b'invalid key "1b": the dialect git cannot spell it; use another string', INVALID_VALUE),
             row("git", GIT, ["set", "core", "logs", "x", "--format", "json"],
-                b'set: unexpected argument "--format"', USAGE)])
+                b'set: unknown option "--format"', USAGE)])
 
     def test_check_reports_every_error(self):
         self.write_files({"f": b"x\n[a]\ny\n", "php.ini": b"[a]\nk = \"x\nj = 1\n",

@@ -46,7 +46,7 @@ ROWS = [
     row("usage", b"set a\n", None, USAGE, b"standard input:1: KEY is required; see 'zstz set --help'"),
     row("too many words", b"set a b c d\n", None, USAGE, b'unexpected argument "d"'),
     row("an option of the whole", b"set a b c --backup\n", None, USAGE,
-        b'unexpected argument "--backup"'),
+        b'unknown option "--backup"'),
     row("obfuscated", b"set a b --obfuscated\n", None, USAGE, b"cannot have obfuscated values"),
     row("help", b"set --help\n", None, USAGE, b"cannot print help"),
     row("an open quote", b"# c\nset a k x\nset a l 'x\ny\n", None, USAGE,

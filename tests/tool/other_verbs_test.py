@@ -26,7 +26,7 @@ JAVA_ROWS = [
     java("list", JAVA, ["list"], b"a = 1\nb = x y\n"),
     java("list, nothing", b"", ["list"], b""),
     java("list, an option of other verbs", JAVA, ["list", "--format", "json"],
-         b'unexpected argument "--format"', USAGE),
+         b'unknown option "--format"', USAGE),
     java("check", JAVA, ["check"], b"j: 2 entries, 0 comments\n"),
     java("check, comments", b"# c\n! d\nk=1\n", ["check"], b"j: 1 entry, 2 comments\n"),
     java("set", JAVA, ["set", "a", "2"], b"", DONE, JAVA.replace(b"= 1", b"= 2")),
@@ -111,7 +111,7 @@ CONVERT_ROWS = [
     convert("no direction", BOTH, ["f", "a"], b"--from or --to is required", USAGE),
     convert("both directions", BOTH, ["f", "a", "--from", "j", "--to", "j"], b"--to excludes --from", USAGE),
     convert("an option of other verbs", BOTH, ["f", "c", "--from", "j", "--format", "json"],
-            b'unexpected argument "--format"', USAGE),
+            b'unknown option "--format"', USAGE),
 ]
 
 # The lock file has the sequence number, and the process that has locked it last.
@@ -130,7 +130,7 @@ LOCK_ROWS = [
     ("a command to show", ["--show", "r", "--", "true"], b"--show excludes COMMAND", USAGE, None),
     ("no name", ["--read"], b"NAME is required", USAGE, None),
     ("an option of other verbs", ["--read", "r", "--dialect", "git", "--", "true"],
-     b'unexpected argument "--dialect"', USAGE, None),
+     b'unknown option "--dialect"', USAGE, None),
 ]
 
 LINE = b"\n0000   61 3d 31 0a                                       *a=1.            *\n"
@@ -146,7 +146,7 @@ HEXDUMP_ROWS = [
      b"\n0010   10                                                *.               *\n", DONE, None),
     ("no file", {}, ["hexdump", "f"], b"f: cannot open: No such file", NO_ACCESS, None),
     ("no argument", {}, ["hexdump"], b"FILE is required", USAGE, None),
-    ("an option of other verbs", {"f": b""}, ["hexdump", "-q", "f"], b'unexpected argument "-q"', USAGE, None),
+    ("an option of other verbs", {"f": b""}, ["hexdump", "-q", "f"], b'unknown option "-q"', USAGE, None),
 ]
 
 

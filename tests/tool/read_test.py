@@ -74,7 +74,7 @@ GET = rows(
     (["f", "listener", "port", "--dialect", "none"], b'--dialect: unknown dialect "none"', USAGE),
     (["f", "listener", "port", "--dialect", "stanza"], b"8443\n", DONE),
     (["f", "listener", "port", "-0q"], b"", DONE),
-    (["f", "listener", "port", "-0x"], b'unexpected argument "-0x"', USAGE),
+    (["f", "listener", "port", "-0x"], b'unknown option "-0x"', USAGE),
 )
 
 LIST = rows(

@@ -574,9 +574,11 @@ class ZstzTest(tool.ToolTest):
 
     def test_an_unknown_or_missing_verb_is_reported(self):
         remedy = "; run 'zstz --help' for a list\n"
-        for verb in ("frobnicate", "Get", ""):
+        for verb in ("frobnicate", ""):
             self.expect(USAGE, f'zstz: unknown command "{verb}"{remedy}', verb)
-        self.expect(USAGE, f'zstz: unknown command "li?st"{remedy}', "li\nst", self.file)
+        for verb, shown, near in (("Get", "Get", "get"), ("li\nst", "li?st", "list")):
+            self.expect(USAGE, f"zstz: unknown command \"{shown}\"; use 'zstz {near}', or {remedy[2:]}",
+                        verb, self.file)
         self.expect(USAGE, f'zstz: unknown option "-x"{remedy}', "-x")
         self.expect(USAGE, 'zstz: option "--quiet" is before the command "get"; put it after the '
                     "command, as in 'zstz get --quiet'\n", "--quiet", "get", self.file)

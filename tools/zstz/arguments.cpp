@@ -1,17 +1,20 @@
 #include "arguments.h"
 
-#include <Z/ZStanzaDialect.h>
+#include <Z/ZStanzaDialect_p.h>
 #include <stdlib.h>
 
 #include <algorithm>
 
+#include "dialect_choice.h"
 #include "failures.h"
+#include "nearest_name.h"
 #include "stanza_file.h"
 
 namespace {
 
 constexpr double kMaxWait = 1e9;  // seconds
 constexpr char kDashesRemedy[] = "put -- before names and values that start with \"-\"";
+constexpr char kMoveRemedy[] = "to move a key, use unset and set in a script of zstz edit";
 
 // Calls `visit` for each part of `list`.
 template <class Visit>
@@ -109,7 +112,11 @@ public:
     bool parse(std::vector<std::string> const& words);
 
 private:
+    template <class Visit>
+    void forEachAllowedOption(Visit visit) const;
     Option const* findOption(std::string_view name, char shortName) const;
+    [[noreturn]] void throwUnknownOption(std::string const& name) const;
+    bool takesArgument() const;
     void parseOption(std::string const& word, std::vector<std::string> const& words, size_t& at);
     void parseShortOptions(std::string const& word);
     void setFlag(Option const& option);
@@ -149,26 +156,50 @@ bool Parser::parse(std::vector<std::string> const& words)
     ZStanzaDialect_6_0 dialect;
     if (!request_.dialect.empty() &&
         ZStanzaDialect_6_0::named(request_.dialect.c_str(), dialect) == 0)
-        throw UsageError{"--dialect: unknown dialect " + quote(request_.dialect)};
+        throw UsageError{"--dialect: unknown dialect " + quote(request_.dialect),
+                         "run 'zstz dialects' for a list"};
     if (verb_.check != nullptr)
         verb_.check(request_, passed_);
     return true;
 }
 
+template <class Visit>
+void Parser::forEachAllowedOption(Visit visit) const
+{
+    // The options of an edit script apply to the whole script.
+    if (hasFixedFile_)
+        std::for_each(verb_.options.begin(), verb_.options.end(), visit);
+    else
+        forEachOption(verb_, visit);
+}
+
 Option const* Parser::findOption(std::string_view name, char shortName) const
 {
     Option const* found = nullptr;
-    auto const compare = [&](Option const& option) {
+    forEachAllowedOption([&](Option const& option) {
         if (found == nullptr &&
             (shortName != 0 ? option.shortName == shortName : option.name == name))
             found = &option;
-    };
-    // The options of an edit script apply to the whole script.
-    if (hasFixedFile_)
-        std::for_each(verb_.options.begin(), verb_.options.end(), compare);
-    else
-        forEachOption(verb_, compare);
+    });
     return found;
+}
+
+void Parser::throwUnknownOption(std::string const& name) const
+{
+    NearestName nearest(name);
+    forEachAllowedOption([&](Option const& option) { nearest.compare(option.name); });
+    throw UsageError{"unknown option " + quote(name), !nearest.found().empty()
+                                                          ? "use " + nearest.found()
+                                                      : takesArgument() ? kDashesRemedy
+                                                                        : ""};
+}
+
+// Returns whether the verb takes another argument after those that were read.
+bool Parser::takesArgument() const
+{
+    UsageLine const usage(chooseUsage(), hasFixedFile_);
+    return usage.places.size() > arguments_.size() ||
+           (!usage.places.empty() && usage.places.back().isRepeated);
 }
 
 void Parser::parseOption(std::string const& word, std::vector<std::string> const& words, size_t& at)
@@ -177,7 +208,7 @@ void Parser::parseOption(std::string const& word, std::vector<std::string> const
     std::string const name = word.substr(0, sign);
     Option const* const option = findOption(name, 0);
     if (option == nullptr)
-        throw UsageError{"unexpected argument " + quote(word), kDashesRemedy};
+        throwUnknownOption(name);
     if (option->value == nullptr) {
         if (sign != word.npos)
             throw UsageError{name + " takes no value"};
@@ -198,7 +229,7 @@ void Parser::parseShortOptions(std::string const& word)
     for (size_t i = 1; i < word.size(); ++i) {
         Option const* const option = findOption("", word[i]);
         if (option == nullptr)
-            throw UsageError{"unexpected argument " + quote(word), kDashesRemedy};
+            throwUnknownOption(word);
         setFlag(*option);
     }
 }
@@ -256,13 +287,15 @@ void Parser::assignArguments()
             continue;
         surplus -= place.isOptional ? 1 : 0;
         if (next == arguments_.size())
-            throw UsageError{nameOf(*place.argument) + " is required"};
+            throw missingArgument(request_, nameOf(*place.argument));
         setArgument(*place.argument, arguments_[next++]);
         for (; place.isRepeated && surplus > 0; --surplus)
             setArgument(*place.argument, arguments_[next++]);
     }
+    bool const isMove = verb_.name == std::string_view("rename");
     if (next < arguments_.size())
-        throw UsageError{"unexpected argument " + quote(arguments_[next])};
+        throw UsageError{"unexpected argument " + quote(arguments_[next]),
+                         isMove ? kMoveRemedy : ""};
 }
 
 // An empty file, stanza or key name is a mistake, often an unset shell variable.
@@ -316,6 +349,18 @@ bool parseArguments(Verb const& verb, std::vector<std::string> const& words, Req
     if (fixedFile != nullptr)
         request.file = *fixedFile;
     return Parser(verb, request, fixedFile != nullptr).parse(words);
+}
+
+UsageError missingArgument(Request const& request, std::string const& name)
+{
+    UsageError error = {name + " is required"};
+    bool const isInStanza = !request.stanza.empty() || name == "STANZA";
+    if (request.file.empty() || request.stanza == "." || !isInStanza)
+        return error;
+    ZStanzaDialect_6_0 const dialect = chooseDialect(request, request.file);
+    if (zdialects::switchesOf(dialect).top == zdialects::Top::stanza)
+        error.remedy = "the stanza of keys without a header is \".\"";
+    return error;
 }
 
 bool isOneOf(std::string_view word, std::string_view words)

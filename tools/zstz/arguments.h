@@ -31,5 +31,9 @@ private:
 bool parseArguments(Verb const& verb, std::vector<std::string> const& words, Request& request,
                     std::string const* fixedFile = nullptr);
 
+/// Describes a missing argument. Names the stanza "." if the dialect of the file has keys without
+/// a header: the stanza may be missing.
+UsageError missingArgument(Request const& request, std::string const& name);
+
 /// Returns whether `word` is one of `words`, which are separated by "|".
 bool isOneOf(std::string_view word, std::string_view words);

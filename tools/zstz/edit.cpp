@@ -76,6 +76,7 @@ Step parseStep(Request const& script, size_t line, std::vector<std::string> cons
         throw UsageError{"no change has the name " + quote(words.front()),
                          "use set, add, unset, rename or comment"};
     Step step = {line, verb, {}};
+    step.request.dialect = script.dialect;
     bool hasArguments = false;
     try {
         hasArguments =
@@ -93,7 +94,6 @@ Step parseStep(Request const& script, size_t line, std::vector<std::string> cons
         throw UsageError{"a line with --raw, --off or --on excludes --normalise of the script",
                          "leave out --normalise"};
     step.request.normalise = script.normalise;
-    step.request.dialect = script.dialect;
     step.request.quiet = script.quiet;
     resolveNames(step.request);
     if (verb->prepare != nullptr)

@@ -88,9 +88,11 @@ int runHelp(Request const& request)
 {
     Verb const* const verb = request.text.empty() ? nullptr : findVerb(request.text);
     if (!request.text.empty() && verb == nullptr)
-        throw Failure{exitUsage,
-                      "help",
-                      {"unknown command " + quote(request.text), "run 'zstz help' for a list"}};
+        throw Failure{
+            exitUsage,
+            "help",
+            {"unknown command " + quote(request.text),
+             similarVerbRemedy("zstz help", request.text) + "run 'zstz help' for a list"}};
     fputs(verb == nullptr ? kHelp : formatHelp(*verb).c_str(), stdout);
     return exitDone;
 }

@@ -32,10 +32,14 @@ Failure describeVerb(int argc, char const* const* argv)
                 {"option " + quote(argv[1]) + " is before the command " + quote(verb),
                  "put it after the command, as in 'zstz " + verb + ' ' + argv[1] + "'"}};
     }
-    std::string const problem =
-        argc < 2 ? "missing command"
-                 : (argv[1][0] == '-' ? "unknown option " : "unknown command ") + quote(argv[1]);
-    return {exitUsage, "", {problem, "run 'zstz --help' for a list"}};
+    std::string const list = "run 'zstz --help' for a list";
+    if (argc < 2)
+        return {exitUsage, "", {"missing command", list}};
+    if (argv[1][0] == '-')
+        return {exitUsage, "", {"unknown option " + quote(argv[1]), list}};
+    return {exitUsage,
+            "",
+            {"unknown command " + quote(argv[1]), similarVerbRemedy("zstz", argv[1]) + list}};
 }
 
 Failure describeUsage(Verb const& verb, UsageError const& error)

@@ -1,9 +1,12 @@
 #include "verbs.h"
 
+#include <Z/ZStanzaDialect_p.h>
 #include <stdlib.h>
 
 #include "arguments.h"
 #include "commands.h"
+#include "dialect_choice.h"
+#include "nearest_name.h"
 #include "stanza_file.h"
 
 namespace {
@@ -163,8 +166,15 @@ constexpr Option kLockOptions[] = {
 
 void checkValueIsPassed(Request const& request, PassedNames const&)
 {
-    if (!request.obfuscated && !request.bare && !request.hasValue)
-        throw UsageError{"VALUE is required"};
+    if (request.obfuscated || request.bare || request.hasValue)
+        return;
+    UsageError error = missingArgument(request, "VALUE");
+    zdialects::Switches const switches =
+        zdialects::switchesOf(chooseDialect(request, request.file));
+    if (request.verb == "set" && switches.keyAlone == zdialects::KeyAlone::option)
+        error.remedy +=
+            std::string(error.remedy.empty() ? "" : ", and ") + "--bare writes the key alone";
+    throw error;
 }
 
 void checkNth(Request const& request)
@@ -191,7 +201,7 @@ void checkComment(Request const& request, PassedNames const&)
 void checkUnset(Request const& request, PassedNames const&)
 {
     if (!request.wholeStanza && request.key.empty())
-        throw UsageError{"KEY or --stanza is required"};
+        throw missingArgument(request, "KEY or --stanza");
 }
 
 void checkEdit(Request const& request, PassedNames const&)
@@ -496,6 +506,14 @@ Verb const* findVerb(std::string_view name)
         if (verb.name == name)
             return &verb;
     return nullptr;
+}
+
+std::string similarVerbRemedy(std::string const& command, std::string_view name)
+{
+    NearestName nearest(name);
+    for (Verb const& verb : kVerbs)
+        nearest.compare(verb.name);
+    return nearest.found().empty() ? "" : "use '" + command + ' ' + nearest.found() + "', or ";
 }
 
 Argument const* findArgument(std::string_view name)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 #include <variant>
 
@@ -60,6 +61,10 @@ std::span<Verb const> verbs();
 
 /// Returns the verb with a name, or null.
 Verb const* findVerb(std::string_view name);
+
+/// Returns the advice to use the verb whose name is similar to `name`, as "use 'zstz get', or ";
+/// empty if no verb is. `command` precedes the verb.
+std::string similarVerbRemedy(std::string const& command, std::string_view name);
 
 /// Returns the arguments that usage lines name.
 Argument const* findArgument(std::string_view name);
