@@ -2,7 +2,7 @@
 """Tables of command lines with a mistake, and of the advice in the report. usage: usage_test.py TOOL
 [unittest arguments]"""
 import tool
-from tool import DONE, USAGE
+from tool import DONE, INVALID_VALUE, NOT_FOUND, USAGE
 
 STANZAS = b"[a]\nk = 1\n\n[b]\nk = 2\n"
 SYSTEM = b"ID=debian\n"
@@ -37,10 +37,23 @@ NAMES = rows(
     (["lint", "-x", "f"], b'unknown option "-x"; put -- before names and values', USAGE),
     (["get", "f", "a", "k", "--dialect", "yaml"],
      b"--dialect: unknown dialect \"yaml\"; run 'zstz dialects' for a list, or run 'zstz get ", USAGE),
+    (["get", "f", "[a]", "k"], b"f: no stanza [[a]]; leave out the brackets: a\n", NOT_FOUND),
+    (["unset", "f", "[a]", "k"], b"no stanza [[a]]; leave out the brackets: a\n", NOT_FOUND),
+    (["set", "f", "[a]", "k", "1"],
+     b'invalid stanza name "[a]"; leave out the brackets: a\n', INVALID_VALUE),
+    (["get", "f", "[c]", "k"], b"no stanza [[c]]; run 'zstz stanzas f'", NOT_FOUND),
+    (["get", "f", "[", "k"], b"no stanza [[]; run 'zstz stanzas f'", NOT_FOUND),
     (["rename", "f", "a", "k", "b", "k"],
      b'rename: unexpected argument "k"; to move a key, use unset and set in a script of zstz edit, or',
      USAGE),
 )
+
+BRACKETS = [row for name, text in (("smb.conf", SAMBA), (".gitconfig", b"[global]\n\tworkgroup = A\n"))
+            for row in rows(
+                name, text,
+                (["get", name, "[global]", "workgroup"], b"leave out the brackets: global\n", NOT_FOUND),
+                (["set", name, "[global]", "workgroup", "B"],
+                 b'invalid stanza name "[global]"; leave out the brackets: global\n', INVALID_VALUE))]
 
 TOP = b'; the stanza of keys without a header is ".", or run '
 MISSING = rows(
@@ -77,7 +90,39 @@ MISSING = rows(
      b"set ID x\n"),
 ]
 
-TABLES = {"names": NAMES, "missing arguments": MISSING}
+UNREAD = b" has no keys above the first header; use the name of a stanza, or pass --dialect "
+TOP_OF_STANZAS = rows(
+    "x.ini", STANZAS,
+    *((arguments, b'x.ini: invalid stanza name ".": the dialect stanza' + UNREAD + b"ini\n",
+       INVALID_VALUE)
+      for arguments in (["set", "x.ini", ".", "root", "1"], ["add", "x.ini", ".", "root", "1"],
+                        ["set", "x.ini", ".", "root", "1", "--raw"], ["rename", "x.ini", "a", "."])),
+    (["comment", "x.ini", ".", "text"], b"no stanza [.]", NOT_FOUND),
+) + rows(
+    "f", b"# k = v\n",
+    (["set", "f", ".", "k", "v"], UNREAD + b"ini, env or sysctl\n", INVALID_VALUE),
+) + [
+    ("a new file", {}, ["set", "n", ".", "k", "v", "--create"], UNREAD + b"ini, env or sysctl\n",
+     INVALID_VALUE, None),
+    ("the name of a new file", {}, ["set", "web.env", ".", "k", "v", "--create"],
+     UNREAD + b"env\n", INVALID_VALUE, None),
+    ("another dialect", {}, ["set", "n", ".", "k", "v", "--create", "--dialect", "env"], b"", DONE,
+     {"n": b"k=v\n"}),
+    ("a script", {"f": STANZAS}, ["edit", "f"],
+     b'standard input:2: invalid stanza name ".": the dialect stanza', INVALID_VALUE, None,
+     b"set a k 2\nset . k 1\n"),
+    ("a Java file", {"f": STANZAS, "j": b"k=v\n"}, ["convert", "f", ".", "--from", "j"],
+     b'f: invalid stanza name ".": the dialect stanza', INVALID_VALUE, None),
+    ("an existing header", {"f": b"[.]\nk = v\n"}, ["set", "f", ".", "k", "w"], b"", DONE,
+     {"f": b"[.]\nk = w\n"}),
+    ("a new key below an existing header", {"f": b"[.]\nk = v\n"}, ["set", "f", ".", "l", "w"], b"",
+     DONE, {"f": b"[.]\nk = v\nl = w\n"}),
+    ("an existing header in a Java file", {"f": b"[.]\nk = v\n", "j": b"l=v\n"},
+     ["convert", "f", ".", "--from", "j", "--overwrite"], b"", DONE,
+     {"f": b"[.]\nl = v\n", "j": b"l=v\n"}),
+]
+
+TABLES = {"names": NAMES + BRACKETS, "missing arguments": MISSING, "keys above the headers": TOP_OF_STANZAS}
 
 
 class UsageTest(tool.ToolTest):

@@ -194,7 +194,7 @@ void Parser::throwUnknownOption(std::string const& name) const
                                                                         : ""};
 }
 
-// Returns whether the verb takes another argument after those that were read.
+// Returns whether the verb takes another argument after arguments_.
 bool Parser::takesArgument() const
 {
     UsageLine const usage(chooseUsage(), hasFixedFile_);

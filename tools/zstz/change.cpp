@@ -168,6 +168,7 @@ void setValues(Store& store, Request const& request, std::vector<std::string> co
 // In stanza files, prepareValue() has checked the names and the value.
 void checkNewValue(Store const& store, Request const& request)
 {
+    checkTopStanza(store, request, request.stanza);
     if (!store.isStanzaFile())
         checkSpelling(store, request, request.stanza, request.key, request.value.c_str());
 }
@@ -446,6 +447,7 @@ void applyRename(EditedFile& file, Request const& request)
                       {isStanza ? "stanza [" + request.newName + "] exists"
                                 : nameKey(request.newName, request.stanza) + " exists",
                        "choose another name, or remove it with 'zstz unset'"}};
+    checkTopStanza(store, request, isStanza ? request.newName : request.stanza);
     if (!store.isStanzaFile())
         checkSpelling(store, request, isStanza ? request.newName : request.stanza,
                       isStanza ? "key" : request.newName, nullptr);

@@ -345,6 +345,7 @@ void convertFromJava(EditedFile& file, Request const& request)
 {
     Store& store = file.store();
     LocalEntries const entries = readLocalEntries(request, store.isStanzaFile());
+    checkTopStanza(store, request, request.stanza);
     if (store.isStanzaFile())
         checkNames(request.file, request.stanza, "key");
     else

@@ -232,14 +232,34 @@ bool hasComments(Store const& store, std::string const& stanza)
     return followsComment && isInside;
 }
 
+namespace {
+
+// Returns the name of a stanza without the brackets of its header; empty for any other name.
+std::string withoutBrackets(std::string const& name)
+{
+    bool const hasBrackets = name.starts_with('[') && name.ends_with(']');
+    return hasBrackets ? name.substr(1, name.size() - 2) : "";
+}
+
+std::string bracketsRemedy(std::string const& name)
+{
+    return "leave out the brackets: " + shellWord(name);
+}
+
+}  // namespace
+
 void requireStanza(Store const& store, std::string const& path, std::string const& stanza)
 {
-    if (store.contents().contains(stanza.c_str()) == 0)
-        throw Failure{
-            exitNotFound,
-            path,
-            {"no stanza " + formatHeading(store.dialect(), stanza),
-             "run '" + std::string(toolName()) + " stanzas " + shellWord(path) + "' to list them"}};
+    if (store.contents().contains(stanza.c_str()) != 0)
+        return;
+    std::string const meant = withoutBrackets(stanza);
+    std::string const list =
+        "run '" + std::string(toolName()) + " stanzas " + shellWord(path) + "' to list them";
+    bool const exists = !meant.empty() && store.contents().contains(meant.c_str()) != 0;
+    throw Failure{exitNotFound,
+                  path,
+                  {"no stanza " + formatHeading(store.dialect(), stanza),
+                   exists ? bracketsRemedy(meant) : list}};
 }
 
 void requireKey(Store const& store, Request const& request)
@@ -356,6 +376,12 @@ void checkSpelling(Store const& store, Request const& request, std::string const
                       {"invalid stanza name \".\": the dialect " + dialect +
                            " has no keys above the first header",
                        "use the name of a stanza"}};
+    std::string const meant = withoutBrackets(stanza);
+    if (isNew && !meant.empty() && cache.contains(meant.c_str()) != 0 &&
+        cache.validCategory(stanza.c_str()) == 0)
+        throw Failure{exitInvalidValue,
+                      request.file,
+                      {"invalid stanza name " + quote(stanza), bracketsRemedy(meant)}};
     if (isNew)
         requireValid(
             request, "stanza name " + quote(stanza), stanza, dialect,
@@ -373,13 +399,31 @@ void checkSpelling(Store const& store, Request const& request, std::string const
                      });
 }
 
+void checkTopStanza(Store const& store, Request const& request, std::string const& stanza)
+{
+    if (stanza != "." || !store.isStanzaFile() || store.contents().contains(".") != 0)
+        return;
+    bool const hasHeaders = request.file.ends_with(".ini") || !outlineOf(store).empty();
+    std::string const dialects = request.file.ends_with(".env") ? "env"
+                                 : hasHeaders                   ? "ini"
+                                                                : "ini, env or sysctl";
+    throw Failure{
+        exitInvalidValue,
+        request.file,
+        {"invalid stanza name \".\": the dialect stanza has no keys above the first header",
+         "use the name of a stanza, or pass --dialect " + dialects}};
+}
+
 void checkNames(std::string const& path, std::string const& stanza, std::string const& key)
 {
     checkReserved(path, stanza);
     std::string const line = "use one line of at most " +
                              std::to_string(zstanza::kMaxLineLength - 2) + " bytes without ";
     if (ZPCategoryBasedCache_6_0::validateCategory(stanza.c_str()) == 0) {
-        std::string help = line + "\"]\"";
+        std::string const meant = withoutBrackets(stanza);
+        bool const isMeant =
+            !meant.empty() && ZPCategoryBasedCache_6_0::validateCategory(meant.c_str()) != 0;
+        std::string help = isMeant ? bracketsRemedy(meant) : line + "\"]\"";
         size_t const bracket = stanza.rfind(']');
         if (bracket != stanza.npos && bracket + 1 < stanza.size() &&
             stanza.find_first_not_of("0123456789", bracket + 1) == stanza.npos)

@@ -121,6 +121,11 @@ void checkReserved(std::string const& path, std::string const& stanza);
 void checkSpelling(Store const& store, Request const& request, std::string const& stanza,
                    std::string const& key, char const* value);
 
+/// Refuses the stanza "." of a file in the dialect "stanza", which has no keys above the first
+/// header, unless a header [.] exists.
+/// throws  Failure.
+void checkTopStanza(Store const& store, Request const& request, std::string const& stanza);
+
 /// Refuses names that would not read back unchanged.
 /// throws  Failure.
 void checkNames(std::string const& path, std::string const& stanza, std::string const& key);
