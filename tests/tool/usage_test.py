@@ -2,10 +2,11 @@
 """Tables of command lines with a mistake, and of the advice in the report. usage: usage_test.py TOOL
 [unittest arguments]"""
 import tool
-from tool import DONE, INVALID_VALUE, NOT_FOUND, USAGE
+from tool import DONE, INVALID_VALUE, NOT_FOUND, REFUSED, USAGE
 
 STANZAS = b"[a]\nk = 1\n\n[b]\nk = 2\n"
 SYSTEM = b"ID=debian\n"
+PHP = b"; the settings\n[PHP]\nmemory_limit = 128M\n"
 SAMBA = b"# The office.\n# Twenty lines.\n\n[global]\n\tworkgroup = A\n"
 RESET = b"[Service]\nExecStart=\nExecStart=/bin/b\n"
 
@@ -122,7 +123,57 @@ TOP_OF_STANZAS = rows(
      {"f": b"[.]\nl = v\n", "j": b"l=v\n"}),
 ]
 
-TABLES = {"names": NAMES + BRACKETS, "missing arguments": MISSING, "keys above the headers": TOP_OF_STANZAS}
+TEXT = rows(
+    "smb.conf", SAMBA,
+    (["comment", "smb.conf", "global"],
+     b'smb.conf: TEXT is missing, because "global" is a stanza; add TEXT, or pass "# global" for this '
+     b"comment; --off turns a key into a comment\n", USAGE),
+    (["comment", "smb.conf", "Global"], b'"Global" is a stanza; ', USAGE),
+    (["comment", "smb.conf", "global", "--above"], b'"global" is a stanza; ', USAGE),
+    (["comment", "smb.conf", "global", "WorkGroup"], b'"WorkGroup" is a key of [global]; ', USAGE),
+) + rows(
+    "php.ini", PHP,
+    (["comment", "php.ini", "PHP", "memory_limit"],
+     b'TEXT is missing, because "memory_limit" is a key of [PHP]; add TEXT, or pass "; memory_limit" ',
+     USAGE),
+) + rows(
+    "os-release", SYSTEM,
+    (["comment", "os-release", "ID"], b'"ID" is a key of [.]; ', USAGE),
+) + rows(
+    ".gitconfig", b'[remote "o"]\n\turl = x\n',
+    (["comment", ".gitconfig", 'remote "o"'], b"is a stanza; ", USAGE),
+) + [
+    ("a script", {"f": STANZAS}, ["edit", "f"], b"standard input:1: TEXT is missing, because ", USAGE,
+     None, b"comment a\n"),
+    ("the comment with a mark", {"smb.conf": SAMBA}, ["comment", "smb.conf", "# global"], b"", DONE,
+     {"smb.conf": b"# global\n\n[global]\n\tworkgroup = A\n"}),
+    ("the comment of a key with a mark", {"php.ini": PHP}, ["comment", "php.ini", "PHP", "; memory_limit"],
+     b"", DONE, {"php.ini": b"; memory_limit\n[PHP]\nmemory_limit = 128M\n"}),
+    ("the key of another stanza", {"f": b"[a]\nk = 1\n[b]\n"}, ["comment", "f", "b", "k"], b"", DONE,
+     {"f": b"[a]\nk = 1\n# k\n[b]\n"}),
+    ("an empty text", {"f": b"# c\n[a]\n"}, ["comment", "f", "a", ""], b"", DONE, {"f": b"[a]\n"}),
+]
+
+BELOW = b" below the empty value, which resets those above; pass --all to replace all lines, "
+RESETS = rows(
+    "a.service", RESET,
+    (["set", "a.service", "Service", "ExecStart", ""],
+     b'key "ExecStart" in [Service] has 1 value' + BELOW, REFUSED),
+) + rows(
+    "a.service", RESET + b"ExecStart=/bin/c\n",
+    (["set", "a.service", "Service", "ExecStart", ""], b"has 2 values" + BELOW, REFUSED),
+    (["set", "a.service", "Service", "ExecStart", "x"],
+     b"has 2 values; pass --all to replace both, --old or --nth", REFUSED),
+) + rows(
+    "a.service", b"[Service]\nExecStart=/bin/a\nExecStart=\n",
+    (["set", "a.service", "Service", "ExecStart", ""], b"has 0 values" + BELOW, REFUSED),
+) + [
+    ("all lines", {"a.service": RESET}, ["set", "a.service", "Service", "ExecStart", "", "--all"], b"",
+     DONE, {"a.service": b"[Service]\nExecStart=\n"}),
+]
+
+TABLES = {"names": NAMES + BRACKETS, "missing arguments": MISSING, "keys above the headers": TOP_OF_STANZAS,
+          "comments without TEXT": TEXT, "values that are reset": RESETS}
 
 
 class UsageTest(tool.ToolTest):

@@ -33,13 +33,12 @@ void checkKind(Store const& store, Request const& request)
                                        "remove the key with 'zstz unset'"}};
 }
 
-void throwCountRefusal(Request const& request, size_t count, std::string const& remedy)
+void throwCountRefusal(Request const& request, std::string const& values, std::string const& remedy)
 {
     throw Failure{
         exitRefused,
         request.file,
-        {nameKey(request.key, request.stanza) + " has " + std::to_string(count) + " values",
-         "pass --all to " + remedy}};
+        {nameKey(request.key, request.stanza) + " has " + values, "pass --all to " + remedy}};
 }
 
 // Returns whether only one line of a key is valid.
@@ -337,9 +336,16 @@ void applySet(EditedFile& file, Request const& request)
         return;
     } else if (values.size() > 1 && !request.all) {
         size_t const count = countingValuesOf(store, request.stanza, request.key).size();
-        throwCountRefusal(request, count,
-                          std::string("replace ") + (count == 2 ? "both" : "all") +
-                              ", --old or --nth to replace one, or use 'zstz add'");
+        bool const replacesReset = request.value.empty() && count < values.size();
+        throwCountRefusal(
+            request,
+            formatCount(count, "value", "values") +
+                (replacesReset ? " below the empty value, which resets those above" : ""),
+            std::string("replace ") +
+                (replacesReset ? "all lines"
+                 : count == 2  ? "both"
+                               : "all") +
+                ", --old or --nth to replace one, or use 'zstz add'");
     }
     std::optional<NewLine> newLine;
     if (store.exists(request.stanza.c_str(), request.key.c_str()) == 0)
@@ -411,7 +417,8 @@ void applyUnset(EditedFile& file, Request const& request)
         return unsetValue(file, request);
     size_t const count = valuesOf(store, request.stanza, request.key).size();
     if (count > 1 && !request.all)
-        throwCountRefusal(request, count, count == 2 ? "remove both" : "remove all");
+        throwCountRefusal(request, formatCount(count, "value", "values"),
+                          count == 2 ? "remove both" : "remove all");
     file.willChange(request.stanza, request.key, request.all);
     store.deleteKey(request.stanza.c_str(), request.key.c_str());
 }

@@ -115,6 +115,26 @@ void insertAbove(EditedFile& file, Request const& request, std::string const& co
     file.setText(after);
 }
 
+// Refuses TEXT if it is the name of a stanza of the file, or of a key of the stanza: then the user
+// forgot TEXT.
+void requireText(Store const& store, Request const& request)
+{
+    if (!request.key.empty() || request.text.empty())
+        return;
+    std::string const stanza = request.stanza.empty() ? "." : request.stanza;
+    std::string const name = resolveStanza(store.dialect(), request.text);
+    bool const isStanza = request.stanza.empty() && store.contents().contains(name.c_str()) != 0;
+    if (!isStanza && store.contents().contains(stanza.c_str(), request.text.c_str()) == 0)
+        return;
+    std::string const meaning =
+        isStanza ? "a stanza" : "a key of " + formatHeading(store.dialect(), stanza);
+    throw Failure{exitUsage,
+                  request.file,
+                  {"TEXT is missing, because " + quote(request.text) + " is " + meaning,
+                   "add TEXT, or pass " + quote(commentMark(store) + ' ' + request.text) +
+                       " for this comment; --off turns a key into a comment"}};
+}
+
 void setComment(EditedFile& file, Request const& request)
 {
     Store& store = file.store();
@@ -130,6 +150,7 @@ void setComment(EditedFile& file, Request const& request)
                        "comment the stanza"}};
     if (key == nullptr && stanza != nullptr)
         requireStanza(store, request.file, request.stanza);
+    requireText(store, request);
     if (stanza != nullptr)
         file.willChange(request.stanza, request.key, false);
     ZLCString_6_0 old;
