@@ -55,6 +55,9 @@ std::string_view valueView(char const* value)
     return value == nullptr ? std::string_view() : checkedView(value);
 }
 
+// A name is prefetched this number of steps ahead, its record twice the number.
+constexpr ptrdiff_t kAhead = 8;
+
 bool isNothing(char const* text)
 {
     return text == nullptr || *text == '\0';
@@ -126,6 +129,7 @@ ZPCache_6_0* ZPCategoryBasedCache_6_0::clone() const
 void ZPCategoryBasedCache_6_0::changed()
 {
     ++changes_;
+    rep_->walk.stop();
     rep_->spelled.reset();
     rep_->compact();
     if (rep_->exchangeListsRemoved())
@@ -264,16 +268,24 @@ int ZPCategoryBasedCache_6_0::count() const
 
 void ZPCategoryBasedCache_6_0::getNames(ZArrayList_6_0& out) const
 {
+    MapOrder ids(*rep_);
     zcontainers::addAllOrNothing(out, [&] {
-        for (Id const id : MapOrder(*rep_)) {
+        for (Id const* id = ids.begin(); id != ids.end(); ++id) {
+            // The categories of a large cache are far apart, and a copy waits for memory.
+            if (ids.end() - id > 2 * kAhead) {
+                __builtin_prefetch(&rep_->category(id[2 * kAhead]));
+                __builtin_prefetch(rep_->name(rep_->category(id[kAhead])).data());
+            }
             if (out.ownsMembers()) {
-                std::string_view const name = rep_->name(rep_->category(id));
+                std::string_view const name = rep_->name(rep_->category(*id));
                 addNew(out, zcache::newString(name));
             } else {
-                out.addNoCopy(rep_->categoryName(id));
+                out.addNoCopy(rep_->categoryName(*id));
             }
         }
     });
+    if (direct() != nullptr)
+        rep_->walk.start(ids);
 }
 
 void ZPCategoryBasedCache_6_0::getNames(char const* category, ZArrayList_6_0& out) const
@@ -388,6 +400,7 @@ void ZPCategoryBasedCache_6_0::clear()
 {
     Contents none;
     none.sharePolicyOf(*rep_);
+    rep_->walk.stop();
     rep_->swap(none);
     rep_->kept.reset();
     rep_->spelled.reset();
@@ -479,7 +492,8 @@ uint32_t ZPCategoryBasedCache_6_0::placeOf(char const* category, char const* key
 ZPCachedKey_6_0* ZPCategoryBasedCache_6_0::listKeys(char const* category, int& count) const
 {
     count = 0;
-    Id const found = rep_->liveCategory(category);
+    Id const next = category == nullptr ? 0 : rep_->walk.next(*rep_, category);
+    Id const found = next != 0 ? next : rep_->liveCategory(category);
     if (found == 0 || rep_->category(found).keyCount == 0)
         return nullptr;
     zcache::Category const& record = rep_->category(found);
@@ -490,7 +504,6 @@ ZPCachedKey_6_0* ZPCategoryBasedCache_6_0::listKeys(char const* category, int& c
     MapOrder const ids(*rep_, found);
     auto* const keys = static_cast<ZPCachedKey_6_0*>(zcache::reallocate(nullptr, bytes));
     auto* text = reinterpret_cast<char*>(keys + record.keyCount);
-    constexpr ptrdiff_t kAhead = 8;
     for (Id const* id = ids.begin(); id != ids.end(); ++id) {
         // The keys of a large category are far apart, and a copy waits for memory.
         if (ids.end() - id > 2 * kAhead) {
@@ -642,5 +655,6 @@ void ZPCategoryBasedCache_6_0::getObfuscatedItems(ZArrayList_6_0& out) const
 
 size_t ZPCategoryBasedCache_6_0::memoryUsed() const
 {
-    return rep_->memoryUsed() + (rep_->kept == nullptr ? 0 : rep_->kept->text.capacity() + 1);
+    return rep_->memoryUsed() + rep_->walk.bytes() +
+           (rep_->kept == nullptr ? 0 : rep_->kept->text.capacity() + 1);
 }

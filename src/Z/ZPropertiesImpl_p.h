@@ -10,6 +10,7 @@
 #include <typeinfo>
 
 #include "ZPropertiesImpl.h"
+#include "cache/category_walk.h"
 #include "cache/contents.h"
 #include "cache/reader.h"
 #include "lines/document.h"
@@ -54,6 +55,7 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zca
     zlines::SharedText kept;                               // the text as read or stored; null: none
     mutable std::shared_ptr<zlines::SpelledText> spelled;  // the text of these contents, or null
     mutable zlines::SharedText* sink = nullptr;  // receives the text that is written, if not null
+    zcache::CategoryWalk walk;                   // of the caller who received all names last
     unsigned long listsReceived = 0;  // calls of get() that the cache has counted as changes
 };
 

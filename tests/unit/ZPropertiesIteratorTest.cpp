@@ -3,6 +3,7 @@
 #include <Z/ZLCString.h>
 #include <Z/ZPropertiesImpl.h>
 #include <Z/ZPropertiesIterator.h>
+#include <Z/ZStanzaFileProperties.h>
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
 #include <string.h>
@@ -53,6 +54,55 @@ protected:
 
 using Keys = ZPropertiesIterator_6_0;
 using Values = ZAbstractPropertyValuesIterator_6_0;
+
+// A store of many stanzas finds each stanza by the order in which it has returned their names.
+class StanzaWalkTest : public testing::Test {
+public:
+    ~StanzaWalkTest() noexcept override {}
+
+protected:
+    static constexpr int kStanzas = 400;
+
+    void SetUp() override
+    {
+        std::string text;
+        for (int i = 0; i < kStanzas; ++i)
+            text += "[" + stanza(i) + "]\nkey = " + std::to_string(i) + "\n";
+        store_.load(directory_.write("conf", text).c_str());
+        names_.reset(store_.categoryNames());
+        ASSERT_EQ(static_cast<unsigned>(kStanzas), names_->size());
+    }
+
+    static std::string stanza(int number) { return "stanza" + std::to_string(number); }
+
+    std::string name(unsigned index) const
+    {
+        return static_cast<ZLCString_6_0 const*>(names_->get(index))->getChars();
+    }
+
+    // Returns the keys and values that an iterator over the stanza visits.
+    std::string visited(std::string const& stanza)
+    {
+        std::string all;
+        for (Keys keys(store_, stanza.c_str()); keys.hasMore();) {
+            keys.nextEntry();
+            char const* const value = keys.entryValue(0);
+            all += std::string(keys.entryName()) + "=" + (value == nullptr ? "" : value) + ";";
+        }
+        return all;
+    }
+
+    // Returns the same for a stanza whose only key can be "key".
+    std::string expected(std::string const& stanza) const
+    {
+        std::string const values = valuesOf(store_, stanza.c_str(), "key");
+        return values.empty() ? "" : "key=" + values.substr(0, values.size() - 1) + ";";
+    }
+
+    TestDirectory directory_;
+    ZStanzaFileProperties_6_0 store_{1};
+    std::unique_ptr<ZArrayList_6_0> names_;
+};
 
 }  // namespace
 
@@ -310,6 +360,55 @@ TEST_F(ZPropertiesIterator, ReloadDuringIterationIsHarmless)
     EXPECT_EQ(0, values.hasMore());
     values.changeValue("newer");
     EXPECT_EQ("newer,", valuesOf(store_, "s", "b"));
+}
+
+TEST_F(StanzaWalkTest, VisitsEveryStanzaTwiceAndStanzasOutOfOrder)
+{
+    for (unsigned i = 0; i < 2 * kStanzas; ++i) {
+        std::string const stanza = name(i % kStanzas);
+        EXPECT_EQ(expected(stanza), visited(stanza));
+        std::string const other = name(i * 7 % kStanzas);
+        EXPECT_EQ(expected(other), visited(other));
+        EXPECT_EQ("", visited("none"));
+    }
+}
+
+TEST_F(StanzaWalkTest, StanzaInTheSlotOfARemovedStanzaIsNotMistakenForIt)
+{
+    for (unsigned steps = 0; steps < 40; ++steps) {
+        SCOPED_TRACE(steps);
+        names_.reset(store_.categoryNames());
+        for (unsigned i = 0; i < steps; ++i)
+            EXPECT_EQ(expected(name(i)), visited(name(i)));
+        std::string const gone = name(steps);
+        store_.deleteStanza(gone.c_str());
+        std::string const added = "new" + std::to_string(steps);
+        if (steps % 2 == 0)
+            store_.setValue(added.c_str(), "key", "of another stanza");
+        EXPECT_EQ("", visited(gone));
+        EXPECT_EQ(expected(added), visited(added));
+    }
+}
+
+TEST_F(StanzaWalkTest, VisitsTheStanzasOfAStoreThatChanges)
+{
+    for (unsigned i = 0; i < kStanzas; ++i) {
+        SCOPED_TRACE(i);
+        std::string const stanza = name(i);
+        EXPECT_EQ(expected(stanza), visited(stanza));
+        std::string const next = name((i + 1) % kStanzas);
+        if (i % 50 == 20)
+            store_.setValue(next.c_str(), "key", "changed");
+        if (i % 50 == 30)
+            store_.reload(nullptr);
+        if (i % 50 == 40)
+            names_.reset(store_.categoryNames());
+    }
+    directory_.write("conf", "[only]\nkey = 1\n");
+    store_.reload(nullptr);
+    for (unsigned i = 0; i < kStanzas; ++i)
+        EXPECT_EQ("", visited(name(i)));
+    EXPECT_EQ("key=1;", visited("only"));
 }
 
 TEST_F(ZPropertiesIterator, LocksTheStoreUntilItsDestruction)

@@ -41,7 +41,7 @@ void MapOrder::fill(size_t count, Id first, NameOf nameOf, NextOf nextOf)
     uint8_t inlineBuckets[kInlineCapacity];
     uint8_t* buckets = inlineBuckets;
     if (count > kInlineCapacity) {
-        reallocate(block_, count + count / sizeof(Id) + 1);  // ids, then the bucket of each name
+        reallocate(block_, blockSize(count));
         sorted_ = block_.get();
         buckets = reinterpret_cast<uint8_t*>(sorted_ + count);
     }

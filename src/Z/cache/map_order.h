@@ -3,6 +3,8 @@
 // It is the order of a hash map with 15 buckets: bucket by bucket, insertion order within a bucket.
 #pragma once
 
+#include <utility>
+
 #include "../memory/malloc_ptr.h"
 #include "contents.h"
 
@@ -18,6 +20,17 @@ public:
 
     Id const* begin() const { return sorted_; }
     Id const* end() const { return sorted_ + count_; }
+
+    /// Returns the size of the block for many ids, in ids. The bucket of each name follows them.
+    static size_t blockSize(size_t count) { return count + count / sizeof(Id) + 1; }
+
+    /// Returns the block of the ids, or null if there are few. The order is empty then.
+    /// owns    owned by the caller.
+    zmemory::MallocPtr<Id[]> release()
+    {
+        count_ = 0;
+        return std::move(block_);
+    }
 
 private:
     template <class NameOf, class NextOf>
