@@ -4,8 +4,6 @@
 // "stop". usage: fleet_server PATH    PATH is etcd://FLEET/NAME or the path of a stanza file
 #include <Z/ZException.h>
 #include <Z/ZFleetProperties.h>
-#include <Z/ZLock.h>
-#include <Z/ZPropertiesSnapshot.h>
 #include <errno.h>
 #include <poll.h>
 #include <stdio.h>
@@ -14,38 +12,9 @@
 #include <thread>
 #include <vector>
 
+#include "published.h"
+
 namespace {
-
-// The snapshot for the next requests.
-class Published {
-public:
-    explicit Published(ZProperties_6_0 const& store) : snapshot_(store) {}
-
-    // Returns whether the store has new contents.
-    bool publish(ZProperties_6_0 const& store)
-    {
-        ZPropertiesSnapshot_6_0 const fresh(store);
-        ZResourceLock_6_0 const guard(lock_);
-        if (snapshot_.isShared(fresh))
-            return false;
-        snapshot_ = fresh;
-        ++version_;
-        return true;
-    }
-
-    unsigned version() const { return version_; }
-
-    ZPropertiesSnapshot_6_0 snapshot()
-    {
-        ZResourceLock_6_0 const guard(lock_);
-        return snapshot_;
-    }
-
-private:
-    ZLock_6_0 lock_;
-    ZPropertiesSnapshot_6_0 snapshot_;  // guarded by lock_
-    std::atomic<unsigned> version_ = 0;
-};
 
 struct Totals {
     std::atomic<unsigned long> requests = 0;

@@ -2,8 +2,6 @@
 // in a snapshot, without a lock, and takes the next snapshot after a change.
 // usage: server FILE
 #include <Z/ZException.h>
-#include <Z/ZLock.h>
-#include <Z/ZPropertiesSnapshot.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <stdio.h>
 
@@ -11,35 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "published.h"
+
 namespace {
-
-// The snapshot for the next requests. Reading the version is cheap: the processors share its cache
-// line until publish() writes it.
-class Published {
-public:
-    explicit Published(ZProperties_6_0 const& store) : snapshot_(store) {}
-
-    void publish(ZProperties_6_0 const& store)
-    {
-        ZPropertiesSnapshot_6_0 const fresh(store);
-        ZResourceLock_6_0 const guard(lock_);
-        snapshot_ = fresh;
-        ++version_;
-    }
-
-    unsigned version() const { return version_; }
-
-    ZPropertiesSnapshot_6_0 snapshot()
-    {
-        ZResourceLock_6_0 const guard(lock_);
-        return snapshot_;
-    }
-
-private:
-    ZLock_6_0 lock_;
-    ZPropertiesSnapshot_6_0 snapshot_;  // guarded by lock_
-    std::atomic<unsigned> version_ = 0;
-};
 
 constexpr unsigned kThreads = 4;
 constexpr unsigned kRequests = 20000;
