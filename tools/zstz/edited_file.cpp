@@ -241,9 +241,24 @@ void EditedFile::storeCopy() const
     }
 }
 
+// Returns whether nothing but the store needs the text: store() finds changes itself.
+bool EditedFile::isStoredDirectly() const
+{
+    return !request_.dryRun && request_.file != kStandardInput && !request_.normalise &&
+           request_.backupSuffix.empty() && !isText_ && access(request_.file.c_str(), W_OK) == 0;
+}
+
+void EditedFile::storeAll()
+{
+    store_.setReplacing(request_.replace);
+    store_.store(request_.file.c_str());
+}
+
 void EditedFile::finish()
 {
     requireKeptLines();
+    if (isStoredDirectly())
+        return storeAll();
     std::string const after = text();
     if (request_.dryRun)
         return printDifference(after);
@@ -261,8 +276,7 @@ void EditedFile::finish()
         storeCopy();
     if (isText_ && !changesSecrets)
         return storeText(after);
-    store_.setReplacing(request_.replace);
-    store_.store(request_.file.c_str());
+    storeAll();
 }
 
 int runChange(Request const& request, std::function<void(EditedFile&, Request const&)> const& apply)

@@ -64,6 +64,8 @@ private:
     bool removes(ZStanzaProblem_6_0 const& problem) const;
     bool touches(ZStanzaProblem_6_0 const& problem) const;
     std::string secrets() const;
+    bool isStoredDirectly() const;
+    void storeAll();
     void storeText(std::string const& text) const;
     void storeCopy() const;
     void printDifference(std::string const& text) const;

@@ -515,7 +515,8 @@ Entries Difference::entriesOf(uint32_t stanza)
 
 bool Difference::hasKey(Entry const& entry, uint32_t line)
 {
-    return dialect_.comparableKey(entry.text, nameSpace_) == outline_.keyName(line, keySpace_);
+    return dialect_.writtenKey(text_, outline_.lines()[line], keySpace_) == entry.text ||
+           dialect_.comparableKey(entry.text, nameSpace_) == outline_.keyName(line, keySpace_);
 }
 
 // Returns whether a line of a key has another spelling of a name that was set.
@@ -573,15 +574,16 @@ bool Difference::compareInOrder(Entries entries, ReadStanza const& read)
     return next == entries.size() ? true : fail();
 }
 
-// Compares the lines of one key from `line` on with its values, and stores the first line of
-// another key. Returns false if the numbers of values differ, if several values do, or if a value
-// does not read back.
+// Compares the lines of one key from its line `line` on with its values, and stores the first line
+// of another key. Returns false if the numbers of values differ, if several values do, or if a
+// value does not read back.
 bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
 {
     uint32_t const first = line;
     uint32_t count = 0;
-    for (; line < end && outline_.lines()[line].isKey() && hasKey(entry, line); ++line)
-        count += outline_.lines()[line].kind == valueLine ? 1 : 0;
+    do
+        count += outline_.lines()[line++].kind == valueLine ? 1 : 0;
+    while (line < end && outline_.lines()[line].isKey() && hasKey(entry, line));
     if (count != entry.valueCount)
         return false;
     for (uint32_t at = first; at < line; ++at)
