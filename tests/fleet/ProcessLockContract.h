@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "LockStates.h"
+#include "ProcessLockChecks.h"
 #include "Raised.h"
 #include "Threads.h"
 
@@ -33,29 +34,7 @@ protected:
 
     using Lock = typename Kind::Lock;
 
-    class Observer final : public ZObserverInterface_6_0 {
-    public:
-        std::string changes;  // "old>new " for each change
-        bool throws = false;
-
-        void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
-        {
-            auto const& change = dynamic_cast<ZSequenceUpdate_6_0 const&>(parm);
-            changes += std::to_string(change.getLastSequence()) + ">" +
-                       std::to_string(change.getSequence()) + " ";
-            if (throws)
-                throw std::runtime_error("observer");
-        }
-    };
-
-    // Returns whether the action ends; false if it hangs.
-    static bool comesThrough(std::future<void>& done)
-    {
-        if (done.wait_for(kHangs) != std::future_status::ready)
-            return false;
-        done.get();
-        return true;
-    }
+    using Observer = process_lock::Observer;
 
     void expectFree(Lock& lock)
     {
@@ -89,10 +68,10 @@ TYPED_TEST_P(ProcessLockContract, TwoObjectsExcludeOneAnother)
                 same->unlock(0);
             });
             bool const together = first == kRead && second == kRead;
-            EXPECT_TRUE(together ? this->comesThrough(done) : staysBlocked(done));
+            EXPECT_TRUE(together ? process_lock::comesThrough(done) : staysBlocked(done));
             EXPECT_EQ(first == kRead ? "read" : "write", this->kind_.held());
             one->unlock(0);
-            EXPECT_TRUE(together || this->comesThrough(done));
+            EXPECT_TRUE(together || process_lock::comesThrough(done));
             this->expectFree(*one);
             this->expectFree(*same);
         }
@@ -108,7 +87,7 @@ TYPED_TEST_P(ProcessLockContract, ThreadsExcludeOneAnother)
     });
     EXPECT_TRUE(staysBlocked(reading));
     lock->unlock();
-    EXPECT_TRUE(this->comesThrough(reading));
+    EXPECT_TRUE(process_lock::comesThrough(reading));
     this->expectFree(*lock);
 }
 
@@ -143,52 +122,14 @@ TYPED_TEST_P(ProcessLockContract, LastReaderOfTheProcessReleasesTheLock)
 
 TYPED_TEST_P(ProcessLockContract, SequenceIncreasesIfAWriterReleasesWithUpdate)
 {
-    struct Case {
-        char const* name;
-        State state;
-        int update;
-        unsigned raisedBy;
-    };
-    Case const cases[] = {{"writer with update", kWrite, 1, 1},
-                          {"writer without", kWrite, 0, 0},
-                          {"protect is a writer", kProtect, 1, 1},
-                          {"reader", kRead, 1, 0}};
     auto const lock = this->kind_.make();
-    uint32_t before = 0;
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.name);
-        lock->lock(c.state);
-        lock->unlock(c.update);
-        EXPECT_EQ(before + c.raisedBy, this->kind_.sequence());
-        EXPECT_EQ(before + c.raisedBy, lock->getSequence());
-        EXPECT_EQ(lock->getSequence(), lock->getLastSequence());
-        before += c.raisedBy;
-    }
-    // A writer has the flag set, a reader does not.
-    lock->lock();
-    lock->unlock();
-    lock->readLock();
-    lock->unlock();
-    EXPECT_EQ(before + 1, this->kind_.sequence());
+    process_lock::expectWritersIncreaseSequence(*lock, [&] { return this->kind_.sequence(); });
 }
 
 TYPED_TEST_P(ProcessLockContract, SequenceIsIncrementedByWritersOnly)
 {
     auto const lock = this->kind_.make();
-    auto const raisesState = [&](char const* state) {
-        EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(32, TestFixture::kFileLock, 112,
-                                                               [&] { lock->incSequence(); }));
-        try {
-            lock->incSequence();
-        } catch (ZInvalidResourceStateException_6_0 const& e) {
-            EXPECT_STREQ(state, e.value());
-        }
-    };
-    raisesState("unset");
-    lock->readLock();
-    raisesState("read");
-    lock->unlock();
-    EXPECT_EQ(0u, this->kind_.sequence());
+    process_lock::expectOnlyWritersIncrement(*lock, [&] { return this->kind_.sequence(); });
 }
 
 TYPED_TEST_P(ProcessLockContract, SequenceSkipsTheInvalidNumber)

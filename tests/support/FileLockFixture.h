@@ -5,14 +5,12 @@
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
-#include <future>
-#include <stdexcept>
 #include <string>
 
 #include "LockStates.h"
 #include "OtherLocker.h"
+#include "ProcessLockChecks.h"
 #include "Raised.h"
 #include "SeenRanges.h"
 #include "SystemCalls.h"
@@ -25,29 +23,8 @@ inline constexpr char kSource[] = "src/Z/ZProcessReadWriteFileLock";
 
 using Lock = ZUnixProcessReadWriteFileLock_6_0;
 
-class Observer final : public ZObserverInterface_6_0 {
-public:
-    std::string changes;  // "old>new " for each change
-    bool throws = false;
-
-    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
-    {
-        auto const& change = static_cast<ZSequenceUpdate_6_0 const&>(parm);
-        changes += std::to_string(change.getLastSequence()) + ">" +
-                   std::to_string(change.getSequence()) + " ";
-        if (throws)
-            throw std::runtime_error("observer");
-    }
-};
-
-// Returns whether the action ends; false if it hangs.
-inline bool comesThrough(std::future<void>& done)
-{
-    if (done.wait_for(kHangs) != std::future_status::ready)
-        return false;
-    done.get();
-    return true;
-}
+using process_lock::comesThrough;
+using process_lock::Observer;
 
 class ZProcessReadWriteFileLock : public testing::Test {
 protected:
