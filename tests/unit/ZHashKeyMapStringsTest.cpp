@@ -4,6 +4,7 @@
 #include <Z/ZLCString.h>
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <iostream>
 #include <map>
@@ -16,6 +17,7 @@
 #include "Containers.h"
 #include "EachAllocation.h"
 #include "FailingAllocator.h"
+#include "Sanitizers.h"
 
 namespace {
 
@@ -36,6 +38,12 @@ private:
 ZLCString_6_0 const& stringOf(ZObject_6_0 const* obj)
 {
     return dynamic_cast<ZLCString_6_0 const&>(*obj);
+}
+
+size_t heapInUse()
+{
+    struct mallinfo2 const info = mallinfo2();
+    return info.uordblks + info.hblkhd;
 }
 
 void put(ZKeyMap_6_0& map, std::string const& key, std::string const& value)
@@ -189,6 +197,41 @@ TEST(ZHashKeyMapStrings, AStoredKeyAndValueCanBePutAgain)
     EXPECT_EQ("second", get(map, "a"));
     map.putEntry(keys.get(1), keys.get(1));
     EXPECT_EQ(2u, map.size());
+}
+
+TEST(ZHashKeyMapStrings, SmallMapNeedsAtMostOneAndAHalfTimesTheMemoryOfSeparateObjects)
+{
+    if (kHasSanitizer)
+        GTEST_SKIP() << "the allocator of a sanitizer has no mallinfo2()";
+    constexpr int kMaps = 200;  // a mean, because the C library counts some free blocks
+    for (unsigned entries : {1u, 2u, 3u, 4u, 5u, 9u, 17u, 33u, 65u, 100u, 513u}) {
+        SCOPED_TRACE(entries);
+        std::vector<std::unique_ptr<ZHashKeyMap_6_0>> maps;
+        std::vector<std::unique_ptr<ZObject_6_0>> objects;
+        maps.reserve(2 * kMaps);
+        objects.reserve(size_t{2} * kMaps * entries);
+        auto const bytesOf = [&](bool owns) {
+            size_t const before = heapInUse();
+            for (int i = 0; i < kMaps; ++i) {
+                maps.push_back(std::make_unique<ZHashKeyMap_6_0>(10, owns ? kOwns : kBorrows));
+                for (unsigned entry = 0; entry < entries; ++entry) {
+                    ZLCString_6_0 const key(std::to_string(entry).c_str());
+                    ZLCString_6_0 const value("value");
+                    if (owns) {
+                        maps.back()->putEntry(&key, &value);
+                        continue;
+                    }
+                    objects.emplace_back(key.clone());
+                    objects.emplace_back(value.clone());
+                    maps.back()->putEntry((objects.end() - 2)->get(), objects.back().get());
+                }
+            }
+            return heapInUse() - before;
+        };
+        size_t const separate = bytesOf(false);
+        size_t const inCells = bytesOf(true);
+        EXPECT_LE(inCells, separate * 3 / 2) << separate;
+    }
 }
 
 TEST(ZHashKeyMapStrings, FailedAllocationLeavesTheMapUnchanged)

@@ -147,9 +147,9 @@ private:
         NodeIndex node;  // 0 if the slot is free
     };
 
-    // The cells of the nodes, in blocks: the first two have the cells of kFirstNodes nodes each,
-    // and each further block twice the number of its predecessor, up to kSmallNodes nodes in all.
-    // The blocks after them consist of huge pages.
+    // The cells of the nodes, in blocks: the first has the cells of kFirstNodes nodes, and two
+    // blocks of the same size double that number, again and again, up to kSmallNodes nodes in all:
+    // at most a third of the cells is unused. The blocks after them consist of huge pages.
     class Cells {
     public:
         Cells() = default;
@@ -176,8 +176,8 @@ private:
         };
 
         static constexpr size_t kPairSize = 2 * kCellSize;
-        static constexpr uint32_t kFirstNodes = 4;
-        static constexpr uint32_t kDoublings = 10;
+        static constexpr uint32_t kFirstNodes = 2;
+        static constexpr uint32_t kDoublings = 11;
         static constexpr uint32_t kSmallNodes = kFirstNodes << kDoublings;  // in the small blocks
         // In a huge block.
         static constexpr uint32_t kHugeNodes = 2 * zmemory::kHugePage / kPairSize;
@@ -226,10 +226,12 @@ inline HashTable::Cells::Block HashTable::Cells::blockOf(uint32_t node)
     if (node < kSmallNodes) {
         auto const doublings =
             static_cast<uint32_t>(__builtin_clz(kFirstNodes) - __builtin_clz(node));
-        return {doublings + 1, kFirstNodes << doublings, kFirstNodes << doublings};
+        uint32_t const nodes = kFirstNodes / 2 << doublings;
+        uint32_t const half = (node & nodes) != 0 ? 1 : 0;
+        return {2 * doublings + half + 1, (half + 2) * nodes, nodes};
     }
     uint32_t const huge = (node - kSmallNodes) / kHugeNodes;
-    return {kDoublings + 1 + huge, kSmallNodes + huge * kHugeNodes, kHugeNodes};
+    return {2 * kDoublings + 1 + huge, kSmallNodes + huge * kHugeNodes, kHugeNodes};
 }
 
 constexpr uint32_t HashTable::slotsFor(uint32_t size)
