@@ -717,12 +717,94 @@ TEST_F(FleetLock, RenewalByAnOldLeaderIsNotValid)
     EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ETIMEDOUT, kSource, raiseInKeepAlive,
                                                    [&] { lock.keepAlive(); }));
     EXPECT_GE(before - 50, lock.remaining());
-    cluster_.setRenewalTerm(1);
+    cluster_.setRenewalTerm(std::nullopt);
     cluster_.denyLeases(true);  // but the entry exists
     EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ETIMEDOUT, kSource, raiseInKeepAlive,
                                                    [&] { lock.keepAlive(); }));
     EXPECT_EQ(0, lock.isLost());
     cluster_.denyLeases(false);
+    EXPECT_EQ(1, lock.keepAlive());
+    lock.unlock();
+}
+
+// A leader that was suspended does not know the renewals by the next leader, and ends the lease.
+TEST_F(FleetLock, LeaderOfAnEarlierTermCannotEndARenewedLease)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    int64_t const token = lock.token();
+    cluster_.elect();
+    EXPECT_EQ(1, lock.keepAlive());
+    cluster_.endEarlierLeases();
+    EXPECT_EQ(1, lock.keepAlive());
+    EXPECT_EQ(token, lock.token());
+    EXPECT_LT(0, lock.remaining());
+    EXPECT_EQ(1u, cluster_.keys(kQueue).size());
+    EXPECT_EQ(2u, count("LeaseGrant"));
+    lock.unlock();
+    EXPECT_EQ("1", sequence());
+    lock.writeLock();
+    EXPECT_EQ(2u, count("LeaseGrant"));
+    lock.unlock();
+}
+
+// The lease is only certain for the time of its last renewal in its own term.
+TEST_F(FleetLock, RenewalInALaterTermIsNotValid)
+{
+    setUpFile("call = 200\n");
+    Lock lock(kPath);
+    lock.writeLock();
+    cluster_.elect();
+    cluster_.refuseLeases("LeaseGrant", 14);
+    int64_t const before = lock.remaining();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ETIMEDOUT, kSource, raiseInKeepAlive,
+                                                   [&] { lock.keepAlive(); }));
+    EXPECT_GE(before - 50, lock.remaining());
+    cluster_.refuseLeases("LeaseGrant", 0);
+    EXPECT_EQ(1, lock.keepAlive());
+    EXPECT_LE(before - 50, lock.remaining());
+    lock.unlock();
+}
+
+// The reply to the transaction that moves the entry is lost.
+TEST_F(FleetLock, EntryThatWasMovedInDoubtIsFound)
+{
+    for (auto const fate : {ModelCluster::Fate::replyLost, ModelCluster::Fate::delayed}) {
+        for (bool const isFinal : {false, true}) {
+            setUpFile("call = 200\n");
+            Lock lock(kPath);
+            lock.writeLock();
+            int64_t const token = lock.token();
+            cluster_.elect();
+            cluster_.setFates(std::deque(isFinal ? 1000 : 1, fate));
+            if (isFinal) {
+                EXPECT_TRUE(raises<ZLockResourceException_6_0>(
+                    33, ETIMEDOUT, kSource, raiseInKeepAlive, [&] { lock.keepAlive(); }));
+                cluster_.setFates({});
+            }
+            EXPECT_EQ(1, lock.keepAlive());
+            cluster_.deliver();
+            cluster_.endEarlierLeases();
+            EXPECT_EQ(1, lock.keepAlive());
+            EXPECT_EQ(token, lock.token());
+            EXPECT_EQ(1u, cluster_.keys(kQueue).size());
+            lock.unlock();
+            expectFree(lock);
+        }
+    }
+}
+
+TEST_F(FleetLock, LeaseOfAnEarlierTermIsReplacedBeforeALock)
+{
+    setUpFile("lease = 1\n");
+    Lock lock(kPath);
+    lock.writeLock();
+    lock.unlock();
+    cluster_.elect();
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));  // a third of the lease
+    lock.writeLock();
+    cluster_.endEarlierLeases();
     EXPECT_EQ(1, lock.keepAlive());
     lock.unlock();
 }

@@ -150,7 +150,7 @@ void ModelCluster::fillHeader(wire::Header& header) const
 {
     header.set_cluster(id_);
     header.set_revision(revision_);
-    header.set_term(1);
+    header.set_term(term_);
 }
 
 // ---- Leases ------------------------------------------------------------------------------------
@@ -160,6 +160,21 @@ void ModelCluster::endLeases()
     Guard const guard(mutex_);
     while (!leases_.empty())
         endLease(leases_.begin()->first);
+}
+
+void ModelCluster::endEarlierLeases()
+{
+    Guard const guard(mutex_);
+    std::map<int64_t, Granted> const all = leases_;
+    for (auto const& [id, lease] : all)
+        if (lease.term < term_)
+            endLease(id);
+}
+
+void ModelCluster::setRenewalTerm(std::optional<uint64_t> term)
+{
+    Guard const guard(mutex_);
+    renewalTerm_ = term;
 }
 
 size_t ModelCluster::leases() const
@@ -194,7 +209,7 @@ ScriptedServer::Reply ModelCluster::grantLease(Request const& request)
     form.ParseFromString(request.bytes);
     wire::LeaseGrantResponse response;
     fillHeader(*response.mutable_header());
-    leases_[++lastLease_] = form.ttl();
+    leases_[++lastLease_] = {form.ttl(), term_};
     response.set_id(lastLease_);
     response.set_ttl(form.ttl());
     return {0, response.SerializeAsString()};
@@ -209,11 +224,11 @@ ScriptedServer::Reply ModelCluster::renewLease(Request const& request)
     form.ParseFromString(request.bytes);
     wire::LeaseKeepAliveResponse response;
     fillHeader(*response.mutable_header());
-    response.mutable_header()->set_term(renewalTerm_);
+    response.mutable_header()->set_term(renewalTerm_.value_or(term_));
     response.set_id(form.id());
     auto const known = leases_.find(form.id());
     if (known != leases_.end() && !deniesLeases_)
-        response.set_ttl(known->second);
+        response.set_ttl(known->second.seconds);
     return {0, response.SerializeAsString()};
 }
 
@@ -322,6 +337,8 @@ bool ModelCluster::holds(wire::Compare const& condition) const
         return version != nullptr && condition.value() == version->value;
     if (condition.target() == wire::Compare::CREATE)
         return condition.create_revision() == (version == nullptr ? 0 : version->created);
+    if (condition.target() == wire::Compare::LEASE)
+        return condition.lease() == (version == nullptr ? 0 : version->lease);
     return condition.target() == wire::Compare::MOD &&
            condition.mod_revision() == (version == nullptr ? 0 : version->revision);
 }

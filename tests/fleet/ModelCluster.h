@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -84,8 +85,14 @@ public:
     /// Replies to renewals that no lease exists, as a new leader can do.
     void denyLeases(bool denies) { deniesLeases_ = denies; }
 
-    /// Sets the term of the replies to renewals, which is 1 for all other replies.
-    void setRenewalTerm(uint64_t term) { renewalTerm_ = term; }
+    /// Sets the term of the replies to renewals; without a term, the present one.
+    void setRenewalTerm(std::optional<uint64_t> term);
+
+    /// Elects a leader: the term, which is 1 at the start, rises.
+    void elect() { ++term_; }
+
+    /// Ends the leases of earlier terms with their keys, as their leader can do after a suspension.
+    void endEarlierLeases();
 
     /// Drops the history before the current revision.
     void compact();
@@ -103,6 +110,11 @@ private:
         std::string value;
         int64_t created;  // the revision that created the key
         int64_t lease;
+    };
+
+    struct Granted {
+        int64_t seconds;
+        uint64_t term;
     };
 
     void serve(char const* method, Handler const& execute);
@@ -130,12 +142,13 @@ private:
     uint64_t id_ = 1;
     int64_t revision_ = 1;
     int64_t compacted_ = 0;
-    std::map<int64_t, int64_t> leases_;  // the times, in seconds, by their ids
+    std::atomic<uint64_t> term_{1};
+    std::map<int64_t, Granted> leases_;  // by their ids
     int64_t lastLease_ = 0x1000;
     std::map<std::string, int> leaseStatuses_;
     std::atomic<bool> isFull_{false};
     std::atomic<bool> deniesLeases_{false};
-    std::atomic<uint64_t> renewalTerm_{1};
+    std::optional<uint64_t> renewalTerm_;
     std::function<Reply(Request const&, Handler const& execute)> fault_;
     std::deque<Fate> fates_;
     std::deque<zfleet::wire::TxnRequest> delayed_;

@@ -3,8 +3,8 @@
 //
 // In a program that is linked with fleet_scripted_clock(), and as long as a clock exists, a call
 // waits for its reply without a limit, unless the test permits it to time out. The clock records
-// the time that the library has set for a call. A stepped clock stands still, except for pauses
-// between calls, which take no time, and for calls that time out.
+// the time that the library has set for a call. A stepped clock advances only with pauses between
+// calls, which take no time, and with calls that time out.
 #pragma once
 
 #include <chrono>

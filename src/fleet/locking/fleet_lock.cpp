@@ -78,7 +78,9 @@ LockQueue::View FleetLock::enter(LockMode mode, Clock::time_point deadline)
     Budget budget = budgetUntil(deadline);
     entered_ = 0;
     for (;;) {
+        std::lock_guard<std::mutex> const guard(renewal_);
         lease_.require(queue_.keyOf(lease_.id()), budget);
+        key_ = queue_.keyOf(lease_.id());
         try {
             LockQueue::View view = queue_.add(lease_.id(), mode, budget);
             isTainted_ = isTainted_ || view.wasDoubtful;
@@ -117,11 +119,11 @@ bool FleetLock::waitForTurn(LockMode mode, LockQueue::View& view, Clock::time_po
             wait->wait(live->descriptor(), std::min(deadline, Clock::now() + third));
         try {
             Budget budget(cluster_.settings().callTimeout * 2);
-            if (!lease_.isFresh() && !lease_.renew(queue_.keyOf(lease_.id()), budget).isAlive)
+            if (!lease_.isFresh() && !lease_.renew(key_, budget).isAlive)
                 return false;
             if (!shouldLook)
                 continue;
-            LockQueue::View latest = queue_.look(lease_.id(), mode, budget);
+            LockQueue::View latest = queue_.look(key_, mode, budget);
             live->recordLook(kLookInterval, true);
             if (latest.ticket != view.ticket)
                 return false;
@@ -142,7 +144,7 @@ bool FleetLock::confirm(LockQueue::View const& view)
     if (lease_.remaining() > 0)
         return true;
     Budget budget(cluster_.settings().budget);
-    return lease_.renew(queue_.keyOf(lease_.id()), budget).createdAt == view.ticket;
+    return lease_.renew(key_, budget).createdAt == view.ticket;
 }
 
 std::string FleetLock::acquire(LockMode mode, std::optional<Clock::duration> patience)
@@ -155,7 +157,7 @@ std::string FleetLock::acquire(LockMode mode, std::optional<Clock::duration> pat
         LockQueue::View view = enter(mode, deadline);
         while (!waitForTurn(mode, view, deadline, uncancelled.before()))
             view = enter(mode, deadline);
-        changeHold([&](Hold& hold) { hold = {view.ticket, queue_.keyOf(lease_.id())}; });
+        changeHold([&](Hold& hold) { hold = {view.ticket, key_}; });
         return std::move(view.sequence);
     } catch (...) {
         abandon();
@@ -172,7 +174,7 @@ void FleetLock::abandon()
     try {
         Budget budget(cluster_.settings().callTimeout);
         if (!isTainted_) {
-            queue_.remove(queue_.keyOf(lease_.id()), entered_, std::nullopt, true, budget);
+            queue_.remove(key_, entered_, std::nullopt, true, budget);
             return;
         }
     } catch (CallError const&) {
@@ -280,6 +282,7 @@ Clock::duration FleetLock::renewalTime() const
 bool FleetLock::keepAlive()
 {
     CancelGuard const uncancelled;
+    std::lock_guard<std::mutex> const guard(renewal_);
     Hold const held = hold();
     if (!isCertain(held))
         return false;

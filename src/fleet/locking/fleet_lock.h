@@ -110,7 +110,9 @@ private:
     Cluster& cluster_;
     LockQueue queue_;
     Lease lease_;
-    int64_t entered_ = 0;     // ticket of the request in the queue
+    std::mutex renewal_;      // held by a thread that renews the lease, or adds an entry with it
+    std::string key_;         // of the request in the queue
+    int64_t entered_ = 0;     // ticket of the request
     bool isTainted_ = false;  // a lost request may add the entry later
     mutable std::mutex mutex_;
     Hold hold_;            // guarded by mutex_

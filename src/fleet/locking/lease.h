@@ -6,6 +6,11 @@
 // A node that has lost its leadership without noticing still renews leases. So a renewal is valid
 // only if a linearizable read after it has the same term: then the node that renewed the lease was
 // still the leader.
+//
+// Such a node does not know the renewals by a later leader. When it continues, for example after it
+// was suspended, it can end a lease that was renewed elsewhere. So a lease is only renewed in the
+// term in which it was granted: its leader knows all renewals. In a later term, the key of the
+// lease is moved to a new lease, which earlier leaders do not know.
 #pragma once
 
 #include <mutex>
@@ -19,7 +24,7 @@ class Lease {
 public:
     // The result of a renewal, which includes a read of a key.
     struct Renewal {
-        bool isAlive;       // the lease exists
+        bool isAlive;       // the lease exists, and was granted in the present term
         int64_t createdAt;  // create revision of the key, if it belongs to the lease; else 0
     };
 
@@ -43,7 +48,9 @@ public:
     /// throws  CallError.
     void require(std::string const& key, Budget& budget);
 
-    /// Renews the lease. If it does not exist, forgets it.
+    /// Renews the lease. After its term, replaces it by another lease, which gets its key. If it
+    /// does not exist, forgets it.
+    /// range   one thread at a time, and none in require().
     /// throws  CallError.
     Renewal renew(std::string const& key, Budget& budget);
 
@@ -59,15 +66,23 @@ private:
         int64_t id = 0;
         int64_t sentAt = 0;   // bootTime()
         int64_t seconds = 0;  // granted by the cluster
+        uint64_t term = 0;    // of the grant
+
+        int64_t remaining() const;
     };
 
     State state() const;
-    void record(LeaseResult const& result);
+    void record(State const& state);
     void forget(int64_t id);
+    State grant(std::string const& key, Budget& budget);
+    State successorFor(std::string const& key, Budget& budget);
+    bool move(KeyValue const& entry, Budget& budget);
+    bool isMoved(RangeResult const& read);
 
     Cluster& cluster_;
     mutable std::mutex mutex_;
-    State state_;  // guarded by mutex_
+    State state_;      // guarded by mutex_
+    State successor_;  // guarded by mutex_; the key may have been moved to this lease
 };
 
 }  // namespace zfleet

@@ -108,10 +108,10 @@ LockQueue::View LockQueue::add(int64_t lease, LockMode mode, Budget& budget)
     return view;
 }
 
-LockQueue::View LockQueue::look(int64_t lease, LockMode mode, Budget& budget)
+LockQueue::View LockQueue::look(std::string const& key, LockMode mode, Budget& budget)
 {
     return viewOf(cluster_.commit({{}, readOperations(), {}}, Repetition::changesNothing, budget),
-                  keyOf(lease), mode);
+                  key, mode);
 }
 
 LockQueue::Removal LockQueue::remove(std::string const& key, int64_t ticket,

@@ -52,9 +52,9 @@ public:
     /// throws  CallError, with ENOENT if the lease does not exist.
     View add(int64_t lease, LockMode mode, Budget& budget);
 
-    /// Reads the queue.
+    /// Reads the queue, as the entry `key` sees it.
     /// throws  CallError.
-    View look(int64_t lease, LockMode mode, Budget& budget);
+    View look(std::string const& key, LockMode mode, Budget& budget);
 
     /// Removes an entry, and writes the sequence number in the same transaction.
     /// range   `isRepeated`: an earlier attempt may have been executed.

@@ -33,6 +33,14 @@ bool isMetadata(std::string const& token)
                        [](unsigned char byte) { return byte >= ' ' && byte < 127; });
 }
 
+template <class Number>
+void raise(std::atomic<Number>& highest, Number number)
+{
+    Number known = highest;
+    while (known < number && !highest.compare_exchange_weak(known, number)) {
+    }
+}
+
 void sleepFor(Clock::duration time)
 {
     auto const whole = std::chrono::duration_cast<std::chrono::nanoseconds>(time).count();
@@ -144,10 +152,8 @@ void Cluster::recognise(char const* method, Header const& header, int64_t earlie
     if (header.revision < earlier)
         throw CallError{nameOfMethod(method), EREMCHG, false,
                         "the cluster is in an earlier state than before"};
-    int64_t highest = revision_;
-    while (highest < header.revision &&
-           !revision_.compare_exchange_weak(highest, header.revision)) {
-    }
+    raise(revision_, header.revision);
+    raise(term_, header.term);
 }
 
 void Cluster::dropToken(std::string const& token)

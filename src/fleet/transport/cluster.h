@@ -54,6 +54,9 @@ public:
     uint64_t id() const { return id_; }
     int64_t revision() const { return revision_; }
 
+    /// Returns the highest term of all replies; 0 before the first.
+    uint64_t term() const { return term_; }
+
     /// Reads keys.
     /// throws  CallError.
     RangeResult read(Range const& range, Budget& budget);
@@ -114,6 +117,7 @@ private:
     std::atomic<unsigned> current_;                   // the endpoint of the next call
     std::atomic<uint64_t> id_{0};                     // of the cluster; 0: no reply yet
     std::atomic<int64_t> revision_{0};                // the highest of all replies
+    std::atomic<uint64_t> term_{0};                   // the highest of all replies
     std::mutex mutex_;
     std::string token_;        // guarded by mutex_; empty: authenticate first
     bool hasNoUsers_ = false;  // guarded by mutex_; the cluster works without users
