@@ -72,6 +72,27 @@ TEST(FleetCalls, ReadReturnsTheEntry)
     EXPECT_EQ("", server.requests()[0].token);
 }
 
+TEST(FleetCalls, CallAfterATimeoutStartsAtAnotherEndpoint)
+{
+    ScriptedServer servers[2];
+    Settings settings = settingsFor({servers[0].address(), servers[1].address()});
+    settings.callTimeout = std::chrono::milliseconds(200);
+    for (ScriptedServer& server : servers)
+        for (char const* const method : {"Range", "Txn"})
+            server.script(method, {{0, "", Reply::never}});
+    Cluster cluster(settings);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(failure("Range", ETIMEDOUT), readValue(cluster, std::chrono::milliseconds(200)));
+    for (int i = 0; i < 2; ++i) {
+        Budget budget(std::chrono::seconds(60));
+        EXPECT_THROW(cluster.commit(putOf("k"), Repetition::isHarmful, budget), CallError);
+    }
+    for (ScriptedServer const& server : servers) {
+        EXPECT_EQ(1u, server.count("Range"));
+        EXPECT_EQ(1u, server.count("Txn"));
+    }
+}
+
 TEST(FleetCalls, FinalStatusesFailAfterOneCall)
 {
     struct Case {

@@ -85,15 +85,6 @@ struct Cluster::Attempts {
     {
         throw CallError{nameOfMethod(method), error, isDoubtful, detail};
     }
-
-    void moveOn()
-    {
-        for (size_t i = 0; i < unfit.size(); ++i) {
-            endpoint = (endpoint + 1) % static_cast<unsigned>(unfit.size());
-            if (!unfit[endpoint])
-                return;
-        }
-    }
 };
 
 Cluster::Cluster(Settings settings) : settings_(std::move(settings)), current_(0)
@@ -164,6 +155,17 @@ void Cluster::dropToken(std::string const& token)
     hasNoUsers_ = false;
 }
 
+// Chooses another endpoint, for this call and the next ones.
+void Cluster::moveOn(Attempts& attempts)
+{
+    std::vector<bool> const& unfit = attempts.unfit;
+    do {
+        attempts.endpoint = (attempts.endpoint + 1) % static_cast<unsigned>(unfit.size());
+    } while (unfit[attempts.endpoint] &&
+             std::find(unfit.begin(), unfit.end(), false) != unfit.end());
+    current_.store(attempts.endpoint, std::memory_order_relaxed);
+}
+
 // Prepares the next attempt after a failed one, or throws.
 void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition repetition,
                      Budget& budget)
@@ -181,6 +183,8 @@ void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition re
                             repetition != Repetition::changesNothing;
     attempts.isDoubtful = attempts.isDoubtful || isDoubtful;
     bool const mayRepeat = repetition != Repetition::isHarmful || !attempts.isDoubtful;
+    if (verdict.handling == Handling::retry)
+        moveOn(attempts);
     if (verdict.handling == Handling::final || !mayRepeat)
         attempts.fail(verdict.error, detail);
     if (verdict.handling == Handling::renewToken) {
@@ -194,8 +198,8 @@ void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition re
         attempts.unfit[attempts.endpoint] = true;
         if (std::find(attempts.unfit.begin(), attempts.unfit.end(), false) == attempts.unfit.end())
             attempts.fail(verdict.error, detail);
+        moveOn(attempts);
     }
-    attempts.moveOn();
     budget.pause();
     if (budget.isUsedUp())
         attempts.fail(verdict.error, detail);
@@ -205,8 +209,8 @@ Cluster::Call Cluster::call(char const* method, Message const& request, Message&
                             Repetition repetition, Budget& budget)
 {
     requireOwnProcess(method);
-    unsigned const first = current_.load(std::memory_order_relaxed);
-    Attempts attempts{method, first, std::vector<bool>(endpoints_.size())};
+    Attempts attempts{method, current_.load(std::memory_order_relaxed),
+                      std::vector<bool>(endpoints_.size())};
     int64_t sentAt = 0;
     for (;;) {
         Endpoint& endpoint = *endpoints_[attempts.endpoint];
@@ -224,8 +228,6 @@ Cluster::Call Cluster::call(char const* method, Message const& request, Message&
             break;
         handle(attempts, status, repetition, budget);
     }
-    if (attempts.endpoint != first)
-        current_.store(attempts.endpoint, std::memory_order_relaxed);
     return {attempts.isDoubtful, sentAt};
 }
 

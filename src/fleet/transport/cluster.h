@@ -107,6 +107,7 @@ private:
               Budget& budget);
     void handle(Attempts& attempts, CallStatus const& status, Repetition repetition,
                 Budget& budget);
+    void moveOn(Attempts& attempts);
     std::string tokenFor(Endpoint& endpoint, Budget const& budget, CallStatus& status);
     Clock::duration timeoutOf(Budget const& budget) const;
     void recognise(char const* method, Header const& header, int64_t earlier);
