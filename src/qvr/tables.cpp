@@ -361,6 +361,21 @@ void requireUnique(std::vector<Row> const& rows, std::string const& path)
                           std::to_string(first->line) + "; remove one of them");
 }
 
+// Returns the rows of a table as aliases, in the order of their keys.
+std::vector<Alias> toAliases(std::vector<Row>& rows, std::string const& path)
+{
+    std::sort(rows.begin(), rows.end(), [](Row const& a, Row const& b) {
+        int const order = a.key.compare(b.key);
+        return order != 0 ? order < 0 : a.line < b.line;
+    });
+    requireUnique(rows, path);
+    std::vector<Alias> aliases;
+    aliases.reserve(rows.size());
+    for (Row& row : rows)
+        aliases.push_back({std::move(row.key), std::string(row.name)});
+    return aliases;
+}
+
 // Parses a table: each line has an alias and the name it stands for, "#" starts a comment. Returns
 // the rows in the order of their aliases.
 std::vector<Alias> readTable(std::string const& directory, TableKind const& kind)
@@ -400,16 +415,7 @@ std::vector<Alias> readTable(std::string const& directory, TableKind const& kind
             throwBadLine(quoted(alias) + " is built in and cannot stand for " + quoted(name) +
                          "; remove the line");
     }
-    std::sort(rows.begin(), rows.end(), [](Row const& a, Row const& b) {
-        int const order = a.key.compare(b.key);
-        return order != 0 ? order < 0 : a.line < b.line;
-    });
-    requireUnique(rows, path);
-    std::vector<Alias> aliases;
-    aliases.reserve(rows.size());
-    for (Row& row : rows)
-        aliases.push_back({std::move(row.key), std::string(row.name)});
-    return aliases;
+    return toAliases(rows, path);
 }
 
 // Makes `directory` absolute: the process may change its working directory before it reads a
