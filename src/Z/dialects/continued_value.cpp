@@ -242,24 +242,64 @@ std::map<std::string_view, std::vector<size_t>> ContinuedValue::placesOfParts(
     return {places.begin(), places.end()};
 }
 
+// The longest sequence of old parts that do not overlap in the new value. Parts are added in their
+// order, and each at descending positions.
+class ContinuedValue::LongestSequence {
+public:
+    /// Adds a part that takes `size` bytes of the value.
+    void add(Break part, size_t size)
+    {
+        auto const next =
+            std::upper_bound(ends_.begin(), ends_.end(), part.at,
+                             [](size_t position, End const& last) { return position < last.at; });
+        End const last{part.at + size, all_.size()};
+        size_t const above = next == ends_.begin() ? kNone : std::prev(next)->index;
+        if (next == ends_.end())
+            ends_.push_back(last);
+        else if (last.at < next->at)
+            *next = last;
+        else
+            return;
+        all_.push_back({part, above});
+    }
+
+    std::vector<Break> parts() const
+    {
+        std::vector<Break> found;
+        for (size_t at = ends_.empty() ? kNone : ends_.back().index; at != kNone;
+             at = all_[at].above)
+            found.push_back(all_[at].part);
+        std::reverse(found.begin(), found.end());
+        return found;
+    }
+
+private:
+    static constexpr size_t kNone = SIZE_MAX;
+
+    struct Entry {
+        Break part;
+        size_t above;  // the index of the part above, in `all_`
+    };
+    struct End {
+        size_t at;     // in the value
+        size_t index;  // of the last part, in `all_`
+    };
+
+    std::vector<Entry> all_;
+    std::vector<End> ends_;  // the first ends of sequences of 1, 2, 3, … parts
+};
+
 // Returns the positions at which the new value contains old lines between two breaks: the longest
 // sequence that keeps the order of the lines. Returns nothing if that takes too long.
 std::vector<ContinuedValue::Break> ContinuedValue::findParts(Break first, Break end,
                                                              std::string_view value) const
 {
     constexpr size_t kMaxPlaces = size_t{1} << 22;
-    constexpr size_t kNone = SIZE_MAX;
     // The first line has the key, and the last one has no mark.
     first.part = std::max<size_t>(first.part, 1);
     end.part = std::min(end.part, parts_.size() - 1);
     auto const places = placesOfParts(first, end, value);
-    struct Found {
-        Break at;
-        size_t above;  // the part above, an index of `all`
-    };
-    std::vector<Found> all;
-    // Of sequences of 1, 2, 3, … parts: the first end in the value, and the last part in `all`.
-    std::vector<std::pair<size_t, size_t>> ends;
+    LongestSequence sequence;
     size_t count = 0;
     for (size_t part = first.part; part < end.part; ++part) {
         size_t const size = parts_[part].meaning.size();
@@ -269,28 +309,11 @@ std::vector<ContinuedValue::Break> ContinuedValue::findParts(Break first, Break 
         count += known->second.size();
         if (count > kMaxPlaces)
             return {};
-        for (auto at = known->second.rbegin(); at != known->second.rend(); ++at) {
-            if (!isLineStart(value, *at, part) || !isLineStart(value, *at + size, part + 1))
-                continue;
-            auto const next =
-                std::upper_bound(ends.begin(), ends.end(), *at,
-                                 [](size_t place, auto const& last) { return place < last.first; });
-            std::pair<size_t, size_t> const last{*at + size, all.size()};
-            size_t const above = next == ends.begin() ? kNone : std::prev(next)->second;
-            if (next == ends.end())
-                ends.push_back(last);
-            else if (last.first < next->first)
-                *next = last;
-            else
-                continue;
-            all.push_back({{*at, part}, above});
-        }
+        for (auto at = known->second.rbegin(); at != known->second.rend(); ++at)
+            if (isLineStart(value, *at, part) && isLineStart(value, *at + size, part + 1))
+                sequence.add({*at, part}, size);
     }
-    std::vector<Break> found;
-    for (size_t at = ends.empty() ? kNone : ends.back().second; at != kNone; at = all[at].above)
-        found.push_back(all[at].at);
-    std::reverse(found.begin(), found.end());
-    return found;
+    return sequence.parts();
 }
 
 // Returns whether an old line can start at a position of the new value: between bytes of the same

@@ -51,6 +51,8 @@ private:
         size_t part;  // the first old part below it
     };
 
+    class LongestSequence;  // continued_value.cpp
+
     // Runs of spaces around line breaks, and the position of the break in each.
     using BreakRuns = std::map<std::string_view, size_t>;
 
