@@ -34,6 +34,14 @@ constexpr char const* kNames[] = {"n1",    "a",   "b",     "k",    "[x]",      "
                                   "#c",    "=",   "a=b",   "a]b",  "A",        " x",       "x\\",
                                   "a \"b", "k[]", "k[$e]", "[$i]", "export k", "a]2",      "."};
 
+StoreEdits::Kind storeEditOf(unsigned choice)
+{
+    constexpr unsigned kFirst = StoreEdits::firstOfKeys;
+    return static_cast<StoreEdits::Kind>(choice < kFirstOfKeys
+                                             ? choice % kFirst
+                                             : kFirst + choice % (StoreEdits::kindCount - kFirst));
+}
+
 // Chooses a value of the file. Returns false if it has none.
 bool chooseValue(Choices& choices, DialectModel const& model, Edit& edit)
 {
@@ -50,6 +58,27 @@ bool chooseValue(Choices& choices, DialectModel const& model, Edit& edit)
     edit.key = key.name;
     edit.index = choices.below(static_cast<unsigned>(key.values.size()));
     return true;
+}
+
+// Chooses one or two edits. Returns none if the file has no value.
+std::vector<Edit> chooseEdits(Choices& choices, DialectModel const& model, unsigned kind,
+                              std::string const& wanted)
+{
+    std::vector<Edit> edits(kind < kFirstPair ? 1 : 2);
+    for (size_t i = 0; i < edits.size(); ++i) {
+        Edit& edit = edits[i];
+        if (!chooseValue(choices, model, edit))
+            return {};
+        bool const isNewKey = kind == kNewKey || (kind == kValueAndNewKey && i == 1);
+        edit.kind = isNewKey || kind == kTwoAdditions ? Edit::add
+                    : kind < kNewKey                  ? static_cast<Edit::Kind>(kind)
+                    : i == 0                          ? Edit::set
+                                                      : Edit::remove;
+        if (isNewKey)
+            edit.key = "newkey";
+        edit.value = wanted;
+    }
+    return edits;
 }
 
 // EditCheck takes a byte order mark for a line, and a lone carriage return at the end of the file
@@ -83,35 +112,21 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     if (wanted.find('\0') != std::string::npos || !canBeWritten(dialect))
         return 0;
     if (choice >= kFirstOfStores) {
-        auto const of = static_cast<StoreEdits::Kind>(
-            choice < kFirstOfKeys ? choice % StoreEdits::firstOfKeys
-                                  : StoreEdits::firstOfKeys +
-                                        choice % (StoreEdits::kindCount - StoreEdits::firstOfKeys));
-        bool const isName = of == StoreEdits::renameKey || of == StoreEdits::renameStanza ||
-                            of == StoreEdits::addKey;
+        StoreEdits::Kind const edit = storeEditOf(choice);
+        bool const isName = edit == StoreEdits::renameKey || edit == StoreEdits::renameStanza ||
+                            edit == StoreEdits::addKey;
         int const row = 1 + data[0] % (zdialects::kRowCount - 1);
         StoreEdits(dialect, row, text)
-            .run(of, position, isName && value < std::size(kNames) ? kNames[value] : wanted);
+            .run(edit, position, isName && value < std::size(kNames) ? kNames[value] : wanted);
         return 0;
     }
     Switches const rules = modelSwitches(dialect.switches());
     DialectModel const model(text, rules);
     if (model.refused() || !canBeChecked(text))
         return 0;
-    std::vector<Edit> edits(kind < kFirstPair ? 1 : 2);
-    for (size_t i = 0; i < edits.size(); ++i) {
-        Edit& edit = edits[i];
-        if (!chooseValue(position, model, edit))
-            return 0;
-        bool const isNewKey = kind == kNewKey || (kind == kValueAndNewKey && i == 1);
-        edit.kind = isNewKey || kind == kTwoAdditions ? Edit::add
-                    : kind < kNewKey                  ? static_cast<Edit::Kind>(kind)
-                    : i == 0                          ? Edit::set
-                                                      : Edit::remove;
-        if (isNewKey)
-            edit.key = "newkey";
-        edit.value = wanted;
-    }
+    std::vector<Edit> const edits = chooseEdits(position, model, kind, wanted);
+    if (edits.empty())
+        return 0;
     auto const identityOf = [&](Edit const& edit) {
         return std::pair(edit.stanza, model.identityOfKey(edit.key));
     };
