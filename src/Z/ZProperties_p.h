@@ -201,8 +201,9 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
                                                             zproperties::raiseForNewText);
     }
 
-    /// Checks a value that will be set for a key, which can have it in a dialect: its line stays
-    /// then, even if no new line could have the value.
+    /// Requires that a new line of the key can have the value, or, in a dialect, that the key has
+    /// the value already: its line stays then.
+    /// throws  ZInvalidParameterException_6_0.
     static void requireValidOrPresentValue(ZProperties_6_0 const& store, char const* category,
                                            char const* key, char const* value);
 

@@ -6,7 +6,7 @@ namespace zcache {
 
 void LineTreap::reserve(SlotPool<Line> const& lines)
 {
-    size_t const wanted = lines.capacity() + 1;  // no line has the id 0
+    size_t const wanted = lines.capacity() + 1;  // nodes are indexed by line ids, which start at 1
     if (capacity_ >= wanted)
         return;
     reallocate(nodes_, wanted);
