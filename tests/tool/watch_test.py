@@ -5,6 +5,7 @@ import os
 import queue
 import subprocess
 import threading
+import time
 
 import tool
 from tool import DONE, INVALID_DATA, NO_ACCESS, USAGE
@@ -261,6 +262,29 @@ class WatchTest(tool.ToolTest):
         self.assertIn("gateway.conf:1:1: ", watch.process.stderr.readline())
         self.rename("[s]\nk = 2\n")
         self.assertEqual("s k 1 2\n", watch.next("s "))
+
+    def test_notes_a_missing_file_and_continues(self):
+        self.path.write_text("[s]\nk = 1\n")
+        watch = self.start()
+        for number in (2, 3):
+            self.path.unlink()
+            self.assertEqual(f"zstz: {self.file}: note: the file is missing; waiting for a new one\n",
+                             watch.process.stderr.readline())
+            self.rename(f"[s]\nk = {number}\n")
+            self.assertEqual(f"s k {number - 1} {number}\n", watch.next("s "))
+
+    def test_notes_no_missing_file_if_an_editor_creates_the_file_again(self):
+        self.path.write_text("[s]\nk = 1\n")
+        watch = self.start()
+        started = time.monotonic()
+        self.path.unlink()
+        self.path.write_text("[s]\nk = 2\n")
+        seconds = time.monotonic() - started
+        self.assertEqual("s k 1 2\n", watch.next("s "))
+        watch.process.kill()
+        noted = watch.process.stderr.read()
+        if seconds < 0.5:  # the machine was not too busy
+            self.assertEqual("", noted)
 
     def test_masks_obfuscated_values(self):
         watch = self.start()

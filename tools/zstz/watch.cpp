@@ -21,8 +21,9 @@
 
 namespace {
 
-constexpr int kRetryInterval = 20;   // milliseconds
-constexpr int kMaxQuietTries = 100;  // after them, a program has the file open and does not write
+constexpr int kRetryInterval = 20;     // milliseconds
+constexpr int kMissingInterval = 500;  // milliseconds
+constexpr int kMaxQuietTries = 100;    // after them, a program has the file open and does not write
 
 // Returns `text` as a word of a shell command.
 std::string toWord(std::string const& text)
@@ -59,14 +60,23 @@ public:
     [[noreturn]] void run()
     {
         state_ = readComplete(true);
+        bool isMissing = false, isNoted = false;
         for (;;) {
-            watch_.wait(-1);
+            // An editor may create the file again.
+            if (!watch_.wait(isMissing && !isNoted ? kMissingInterval : -1)) {
+                noteMissingFile();
+                isNoted = true;
+                continue;
+            }
             std::optional<FileContents> fresh;
+            isMissing = false;
             try {
                 fresh = readComplete(false);
+                isMissing = !fresh;
             } catch (...) {
                 report(describe(std::current_exception(), request_.file));
             }
+            isNoted = isNoted && isMissing;
             if (!fresh)
                 continue;
             print(*state_, *fresh);
@@ -75,6 +85,13 @@ public:
     }
 
 private:
+    void noteMissingFile() const
+    {
+        if (!request_.quiet)
+            fprintf(stderr, "zstz: %s: note: the file is missing; waiting for a new one\n",
+                    toPrintable(request_.file).c_str());
+    }
+
     // Reads a state that a program has left. Returns nothing if the file does not exist now.
     std::optional<FileContents> readComplete(bool isFirst)
     {
