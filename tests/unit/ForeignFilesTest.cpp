@@ -11,10 +11,6 @@
 #include "SystemCalls.h"
 #include "TestDirectory.h"
 
-namespace {
-
-}  // namespace
-
 TEST(ForeignFiles, NameNoCompanion)
 {
     TestDirectory const directory;

@@ -353,7 +353,7 @@ TEST(TextMerge, ChangesCommentsAtTheLinesThatTheyAreAbove)
     }
 }
 
-TEST(TextMerge, AddsACommentOnceThatBothVersionsHaveInDifferentPlaces)
+TEST(TextMerge, AddsACommentOnceThatBothVersionsHaveAboveDifferentLines)
 {
     auto const dialect = zdialects::dialectWith(zdialects::findRow("ini")->switches);
     auto const merged = [&](char const* base, char const* ours, char const* theirs) {

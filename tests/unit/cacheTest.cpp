@@ -235,7 +235,7 @@ TEST(SlotPool, FreesItsBlockWithItsLastRecord)
 }
 
 // Most stores need no treaps, templates, old names or further values.
-TEST(Cache, TakesMemoryForRarePartsWhenTheyAreNeeded)
+TEST(Cache, TakesMemoryForRarelyUsedFieldsOnDemand)
 {
     EXPECT_GE(512u, sizeof(Contents));
     Contents contents;
@@ -285,9 +285,9 @@ TEST(Cache, KeyKeepsItsOnlyValueWhenItGetsFurtherFields)
             c.call(contents, contents.liveKey("s", "k"));
             EXPECT_NE(nullptr, contents.findExtra(contents.liveKey("s", "k")));
             Contents const copy(contents);
-            for (Contents const* const each : {static_cast<Contents const*>(&contents), &copy}) {
-                EXPECT_EQ(value + "," + c.plain, valuesOf(*each, Contents::plain));
-                EXPECT_EQ(c.obfuscated, valuesOf(*each, Contents::obfuscated));
+            for (Contents const* const checked : {static_cast<Contents const*>(&contents), &copy}) {
+                EXPECT_EQ(value + "," + c.plain, valuesOf(*checked, Contents::plain));
+                EXPECT_EQ(c.obfuscated, valuesOf(*checked, Contents::obfuscated));
             }
             contents.set("s", "k", "new", Contents::plain);
             EXPECT_EQ("new,", valuesOf(contents, Contents::plain));

@@ -138,7 +138,7 @@ TEST(qvr, ASpanEndsAtEachInvalidByte)
 TEST(qvr, CaseChangesAsThatOfEachCharacter)
 {
     constexpr unsigned kSeed = 20261123;
-    constexpr size_t kLongest = 1000;  // more than the longest block
+    constexpr size_t kMaxSize = 1000;  // more than the longest block
     std::cout << "seed " << kSeed << "\n";
     std::mt19937 random(kSeed);
     End end;
@@ -148,7 +148,7 @@ TEST(qvr, CaseChangesAsThatOfEachCharacter)
     for (Sample const& sample : samples()) {
         SCOPED_TRACE(sample.codeset);
         Codeset const cs(sample.codeset);
-        for (size_t size = 0; size <= kLongest; size += size < 200 ? 1 : 37) {
+        for (size_t size = 0; size <= kMaxSize; size += size < 200 ? 1 : 37) {
             std::string const text = randomText(random, sample, size) + '\0';
             for (qvr_loc_t const loc :
                  {static_cast<qvr_loc_t>(plain), static_cast<qvr_loc_t>(turkish)}) {
