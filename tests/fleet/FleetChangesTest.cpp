@@ -169,6 +169,23 @@ TEST_F(FleetChanges, WatchThatEndsIsResumedWithoutALoss)
     }
 }
 
+// A node can be reachable, reply to pings, and stay silent otherwise.
+TEST_F(FleetChanges, WatchThatIsNotAcceptedIsReplaced)
+{
+    auto const watches = std::make_shared<unsigned>(0);
+    cluster_.setFault([=](auto const& request, auto const& execute) {
+        bool const isIgnored = request.method == "Watch" && ++*watches <= 2;
+        return isIgnored ? ModelCluster::Reply{0, "", ModelCluster::Reply::never}
+                         : execute(request);
+    });
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.descriptor();
+    cluster_.put(kText, "[s]\nx = 2\n");
+    EXPECT_TRUE(waitForChange(store));
+    EXPECT_EQ("2", value(store, "x"));
+    EXPECT_EQ(3u, cluster_.server().count("Watch"));
+}
+
 TEST_F(FleetChanges, CompactedRevisionsAreReadAgain)
 {
     ZFleetProperties_6_0 store(kPath, 1);

@@ -53,10 +53,17 @@ Live::~Live()
     close(timer_);
 }
 
-void Live::pause()
+// Starts a watch at the next endpoint, after a pause.
+void Live::moveOn()
 {
     watch_ = nullptr;
+    ++endpoint_;
     startAt_ = Clock::now() + randomPause(pauses_++);
+}
+
+bool Live::isLate(Clock::time_point now) const
+{
+    return watch_ != nullptr && !isAccepted_ && now >= acceptBefore_;
 }
 
 void Live::takeNews(Cluster& cluster, int64_t revision)
@@ -65,8 +72,10 @@ void Live::takeNews(Cluster& cluster, int64_t revision)
         return;
     Watch::News const news = watch_->take();
     isHinted_ = isHinted_ || news.revision > revision;
-    if (news.isStarted)
+    if (news.isStarted) {
         pauses_ = 0;
+        isAccepted_ = true;
+    }
     if (!news.isOver)
         return;
     if (classify(news.status.code, news.status.message).handling == Handling::renewToken)
@@ -74,25 +83,30 @@ void Live::takeNews(Cluster& cluster, int64_t revision)
     // The cluster has dropped revisions: their changes are not reported.
     if (news.status.code == statusOutOfRange)
         isHinted_ = true;
-    ++endpoint_;
-    pause();
+    moveOn();
 }
 
 void Live::start(Cluster& cluster, WatchedKeys const& keys, int64_t revision)
 {
     try {
         watch_ = cluster.watch(endpoint_, keys, revision + 1, event_);
+        isAccepted_ = false;
+        // On a busy machine, each of the next ones has more time.
+        acceptBefore_ = Clock::now() + cluster.settings().callTimeout * (1 + std::min(pauses_, 4u));
     } catch (CallError const& error) {
         if (error.error == ECHILD)
             throw;
-        ++endpoint_;
-        pause();
+        moveOn();
     }
 }
 
 void Live::setTimer() const
 {
-    Clock::time_point const next = watch_ == nullptr ? std::min(startAt_, lookAt_) : lookAt_;
+    Clock::time_point next = lookAt_;
+    if (watch_ == nullptr)
+        next = std::min(next, startAt_);
+    else if (!isAccepted_)
+        next = std::min(next, acceptBefore_);
     auto const left = std::max<long long>(
         1, std::chrono::duration_cast<std::chrono::nanoseconds>(next - Clock::now()).count());
     itimerspec time{};
@@ -109,6 +123,8 @@ bool Live::process(Cluster& cluster, WatchedKeys const& keys, int64_t revision)
     [[maybe_unused]] ssize_t const expirations = read(timer_, &ignored, sizeof ignored);
     takeNews(cluster, revision);
     Clock::time_point const now = Clock::now();
+    if (isLate(now))
+        moveOn();
     if (watch_ == nullptr && now >= startAt_)
         start(cluster, keys, revision);
     bool const shouldLook = isHinted_ || now >= lookAt_;

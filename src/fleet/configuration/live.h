@@ -2,7 +2,12 @@
 //
 // Notices of a watch are hints only: the new contents are always read. The configuration is also
 // read from time to time without a hint. After a watch has ended, another one continues at the next
-// revision, at another endpoint.
+// revision, at another endpoint. So it does if a node does not accept a watch within the time of a
+// call.
+//
+// The longest silence after a node has ended a watch is a pause of 400 ms, and the time of a call
+// if the first attempt to read goes to the same node. A node that does not accept the next watch
+// adds another pause and the time of a call.
 #pragma once
 
 #include <memory>
@@ -34,7 +39,8 @@ public:
 private:
     void takeNews(Cluster& cluster, int64_t revision);
     void start(Cluster& cluster, WatchedKeys const& keys, int64_t revision);
-    void pause();
+    bool isLate(Clock::time_point now) const;
+    void moveOn();
     void setTimer() const;
 
     std::shared_ptr<Event> const event_;
@@ -45,6 +51,8 @@ private:
     unsigned pauses_ = 0;
     bool isHinted_ = false;
     Clock::time_point startAt_{};
+    bool isAccepted_ = false;           // by the node
+    Clock::time_point acceptBefore_{};  // else another watch replaces it
     Clock::time_point lookAt_{};
 };
 
