@@ -92,57 +92,73 @@ Case const kCases[] = {{"no replica", 0, false, "none damaged new"},
                        {"replica of another cluster", 2, false, "old none damaged new"},
                        {"damaged replica", 1, true, "damaged none new"}};
 
+class FleetReplicaCampaign : public testing::Test {
+protected:
+    // Writes a replica, and kills the writer at a call. Returns false if it has ended before.
+    bool killAt(Case const& c, unsigned call) const
+    {
+        TestDirectory const directory;
+        Settings settings;
+        settings.fleet = "test";
+        settings.replicaDirectory = directory.path();
+        Replica const replica(settings, "gateway");
+        Reader const reader(settings, before_, after_, third_);
+        if (c.cluster != 0) {
+            EXPECT_TRUE(replica.write({before_, c.cluster}, 10));
+        }
+        if (c.isDamaged)
+            directory.write("test/gateway.conf", "[s\n");
+        bool const isKilled = killWriterAt(replica, call);
+        std::string const found = reader.read();
+        EXPECT_NE(std::string::npos, (" " + std::string(c.allowed) + " ").find(" " + found + " "))
+            << found;
+        // The replica of another cluster is in the replica file or in the ".orphan" file.
+        std::string const orphan = directory.read("test/gateway.conf.orphan");
+        if (c.cluster == 2 && found != "old") {
+            EXPECT_NE(std::string::npos, orphan.find("x = old")) << found << orphan;
+        }
+        if (c.isDamaged && found != "damaged") {
+            EXPECT_EQ("[s\n", orphan);
+        }
+        replica.write({third_, 1}, 30);
+        EXPECT_EQ("third", reader.read());
+        return isKilled;
+    }
+
+private:
+    bool killWriterAt(Replica const& replica, unsigned call) const
+    {
+        Stepper process([&] {
+            replica.write({after_, 1}, 20);
+            return 0;
+        });
+        for (unsigned i = 0; process.nextOnFiles(); ++i)
+            if (i == call) {
+                process.kill();
+                return true;
+            }
+        return false;
+    }
+
+    Snapshot const before_ = snapshotOf("old", 10);
+    Snapshot const after_ = snapshotOf("new", 20);
+    Snapshot const third_ = snapshotOf("third", 30);
+};
+
 }  // namespace
 
-TEST(FleetReplicaCampaign, KillAtEachCallKeepsAReplica)
+TEST_F(FleetReplicaCampaign, KillAtEachCallKeepsAReplica)
 {
     std::string const obstacle = Stepper::obstacle();
     if (!obstacle.empty())
         GTEST_SKIP() << obstacle;
-    Snapshot const before = snapshotOf("old", 10);
-    Snapshot const after = snapshotOf("new", 20);
-    Snapshot const third = snapshotOf("third", 30);
     for (Case const& c : kCases) {
         unsigned kills = 0;
-        for (unsigned call = 0, isOver = 0; isOver == 0; call += scaled(1, 5)) {
+        bool isKilled = true;
+        for (unsigned call = 0; isKilled; call += scaled(1, 5)) {
             SCOPED_TRACE(std::string(c.name) + ", call " + std::to_string(call));
-            TestDirectory const directory;
-            Settings settings;
-            settings.fleet = "test";
-            settings.replicaDirectory = directory.path();
-            Replica const replica(settings, "gateway");
-            Reader const reader(settings, before, after, third);
-            if (c.cluster != 0) {
-                ASSERT_TRUE(replica.write({before, c.cluster}, 10));
-            }
-            if (c.isDamaged)
-                directory.write("test/gateway.conf", "[s\n");
-            Stepper process([&] {
-                replica.write({after, 1}, 20);
-                return 0;
-            });
-            isOver = 1;
-            for (unsigned i = 0; process.nextOnFiles(); ++i)
-                if (i == call) {
-                    process.kill();
-                    isOver = 0;
-                    ++kills;
-                    break;
-                }
-            std::string const found = reader.read();
-            EXPECT_NE(std::string::npos,
-                      (" " + std::string(c.allowed) + " ").find(" " + found + " "))
-                << found;
-            // The replica of another cluster is in the replica file or in the ".orphan" file.
-            std::string const orphan = directory.read("test/gateway.conf.orphan");
-            if (c.cluster == 2 && found != "old") {
-                EXPECT_NE(std::string::npos, orphan.find("x = old")) << found << orphan;
-            }
-            if (c.isDamaged && found != "damaged") {
-                EXPECT_EQ("[s\n", orphan);
-            }
-            replica.write({third, 1}, 30);
-            EXPECT_EQ("third", reader.read());
+            isKilled = killAt(c, call);
+            kills += isKilled ? 1 : 0;
         }
         printf("%s: %u kills\n", c.name, kills);
         EXPECT_LT(2u, kills);
