@@ -163,8 +163,8 @@ TEST_F(FleetCampaign, NoUpdateIsLostWhileLeadersFail)
            writers.total(), writers.conflicts(), kills, stops, secondsSince(begin));
 }
 
-// Programs that have read the same value increment it. With a guard left out, only one of them
-// counts.
+// Programs that have read the same value increment it. With a guard left out, all but one increment
+// are lost.
 TEST_F(FleetCampaign, IncrementsAreLostWithoutTheGuards)
 {
     start("budget = 60\ncall = 500\n");
