@@ -18,6 +18,7 @@
 #include "EachAllocation.h"
 #include "Raised.h"
 #include "StanzaStore.h"
+#include "StanzaStoreContract.h"
 
 namespace {
 
@@ -38,9 +39,23 @@ public:
     }
 };
 
+class FileKind {
+public:
+    using Store = ZStanzaFileProperties_6_0;
+
+    std::string path() const { return directory_.at("conf"); }
+    void write(std::string const& text) const { directory_.write("conf", text); }
+    std::string read() const { return directory_.read("conf"); }
+
+private:
+    TestDirectory const directory_{TestDirectory::Place::memory};
+};
+
 }  // namespace
 
 using ZStanzaFileProperties = StanzaStoreTest;
+
+INSTANTIATE_TYPED_TEST_SUITE_P(OfFiles, StanzaStoreContract, FileKind);
 
 // ---- Files -------------------------------------------------------------------------------------
 
@@ -54,35 +69,12 @@ TEST_F(ZStanzaFileProperties, ConstructorWithAPathLoadsTheFile)
     EXPECT_THROW(Store(nullptr, 1), ZInvalidParameterException_6_0);
 }
 
-TEST_F(ZStanzaFileProperties, RewriteKeepsCommentsBlankLinesAndOrder)
-{
-    constexpr char kText[] =
-        "# head\n\n[b]\n# port = 1\n\nz = 1\na = 2\na = 3\n\n# tail of b\n[a]\nempty =\n\n";
-    load(kText);
-    EXPECT_EQ(kText, stored());
-}
-
-TEST_F(ZStanzaFileProperties, RewriteNormalisesWhitespaceAndDropsTextAfterAHeader)
-{
-    load("  # c  \n \t \n  [ s ] tail\n  k   =   v  \nx=\n");
-    EXPECT_EQ("# c\n\n[ s ]\nk = v\nx =\n", stored());
-}
-
 TEST_F(ZStanzaFileProperties, CommentsAreDroppedUnlessKept)
 {
     std::string const path = directory_.write("conf", "# c\n\n[s]\n# d\nk = v\n\n");
     Store store(path.c_str(), 0);
     store.store(nullptr);
     EXPECT_EQ("[s]\nk = v\n", directory_.read("conf"));
-}
-
-TEST_F(ZStanzaFileProperties, NewKeyFollowsItsTemplateComment)
-{
-    load("[s]\na = 1\n# key = 5\n\nb = 2\n[t]\n");
-    store_.setValue("s", "key", "6");
-    store_.setValue("s", "other", "7");
-    store_.setValue("u", "k", "8");
-    EXPECT_EQ("[s]\na = 1\n# key = 5\nkey = 6\n\nb = 2\nother = 7\n[t]\n\n[u]\nk = 8\n", stored());
 }
 
 TEST_F(ZStanzaFileProperties, CopyIsAStanzaStore)
@@ -186,72 +178,7 @@ TEST_F(ZStanzaFileProperties, EmptyUTF8IsStoredIfEveryValueIsConvertible)
 
 // ---- Comments ----------------------------------------------------------------------------------
 
-TEST_F(ZStanzaFileProperties, CommentsGetAHashSign)
-{
-    load("[s]\nk = v\n");
-    store_.addFileComment("file\n#marked");
-    store_.addStanzaComment("s", "stanza");
-    store_.addEntryComment("s", "k", "entry\nof two lines");
-    store_.addStanzaComment("nowhere", "ignored");
-    EXPECT_EQ("#file\n#marked\n\n#stanza\n[s]\n\n#entry\n#of two lines\nk = v\n", stored());
-    ZLCString_6_0 comment;
-    store_.checkComment(comment);
-    EXPECT_STREQ("#", comment.getChars());
-}
-
-TEST_F(ZStanzaFileProperties, LinesOfAStanzaCommentStayTogether)
-{
-    load("[r]\nk = a\n[s]\nk = a\n");
-    store_.addStanzaComment("r", "one\n#two\n\nfour");
-    store_.addStanzaComment("s", "five\nsix");
-    EXPECT_EQ("\n#one\n#two\n#\n#four\n[r]\nk = a\n\n#five\n#six\n[s]\nk = a\n", stored());
-    // A separate comment stays separated by a blank line.
-    store_.addStanzaComment("s", "seven\neight");
-    EXPECT_EQ("\n#one\n#two\n#\n#four\n[r]\nk = a\n\n#five\n#six\n\n#seven\n#eight\n[s]\nk = a\n",
-              stored());
-    store_.reload(nullptr);
-    store_.deleteStanza("r");
-    store_.addStanzaComment("s", "nine\n");
-    EXPECT_EQ("\n#one\n#two\n#\n#four\n\n#nine\n#\n[s]\nk = a\n", stored());
-}
-
-TEST_F(ZStanzaFileProperties, CommentsCheckTheirArguments)
-{
-    load("[s]\nk = v\n");
-    std::string const tooLong(8190, 'x');
-    std::vector<std::function<void()>> const calls = {
-        [&] { store_.addFileComment(nullptr); },
-        [&] { store_.addFileComment(tooLong.c_str()); },
-        [&] { store_.addStanzaComment("s", nullptr); },
-        [&] { store_.addStanzaComment(nullptr, "c"); },
-        [&] { store_.addStanzaComment("", "c"); },
-        [&] { store_.addEntryComment("s", "k", nullptr); },
-        [&] { store_.addEntryComment("s", "a=b", "c"); },
-        [&] { store_.addEntryComment("s", "new", tooLong.c_str()); },
-    };
-    for (auto const& call : calls)
-        EXPECT_THROW(call(), ZInvalidParameterException_6_0);
-    EXPECT_EQ(0, store_.isModified());
-    EXPECT_EQ("[s]\nk = v\n", stored());
-}
-
 // ---- Stanzas -----------------------------------------------------------------------------------
-
-TEST_F(ZStanzaFileProperties, StanzasAreAddedAndDeleted)
-{
-    load("[s]\nk = v\n# c\n[t]\nx = 1\n");
-    NotedChanges observer;
-    store_.addObserver(&observer);
-    store_.addStanza("new");
-    EXPECT_EQ(1, store_.exists("new"));
-    EXPECT_EQ(1, store_.isModified());
-    store_.deleteStanza("s");
-    EXPECT_EQ(0, store_.exists("s"));
-    store_.addStanza("t");
-    store_.deleteStanza("missing");
-    EXPECT_EQ("0[new] 1[s] 0[t] 1[missing] ", observer.log);
-    EXPECT_EQ("[t]\nx = 1\n\n[new]\n", stored());
-}
 
 TEST_F(ZStanzaFileProperties, StanzaNamesAreChecked)
 {
@@ -267,14 +194,6 @@ TEST_F(ZStanzaFileProperties, StanzaNamesAreChecked)
     EXPECT_EQ(0, store_.count());
     EXPECT_EQ(0, store_.isModified());
     EXPECT_EQ("", observer.log);
-}
-
-TEST_F(ZStanzaFileProperties, KeysAreListed)
-{
-    load("[s]\nk = v\nl = w\n");
-    std::unique_ptr<ZArrayList_6_0> const keys(store_.getKeys("s"));
-    EXPECT_EQ(2u, keys->size());
-    EXPECT_EQ(nullptr, store_.getKeys("nowhere"));
 }
 
 TEST_F(ZStanzaFileProperties, KeepsTheFirstValueInAStanzaList)
@@ -297,119 +216,6 @@ TEST_F(ZStanzaFileProperties, KeepsTheFirstValueInAStanzaList)
 
 // ---- Adding values -----------------------------------------------------------------------------
 
-TEST_F(ZStanzaFileProperties, AddValueAppendsAValueOnce)
-{
-    load("[s]\nk = a\nk = b\n");
-    NotedChanges observer;
-    store_.addObserver(&observer);
-    store_.addValue("s", "k", "c", 0);
-    store_.addValue("s", "k", "a", 0);
-    EXPECT_EQ("a,b,c,", valuesOf(store_, "s", "k"));
-    EXPECT_EQ("", observer.log);
-    store_.addValue("s", "new", "x", 0);
-    EXPECT_EQ("2[s]new ", observer.log);
-    EXPECT_EQ("[s]\nk = a\nk = b\nk = c\nnew = x\n", stored());
-}
-
-TEST_F(ZStanzaFileProperties, AddValueAcceptsFiveTypesOfStrings)
-{
-    store_.addValue("s", "k", "1", 0);
-    store_.addValue("s", "k", ZLCString_6_0("2"), 0);
-    store_.addValue("s", "k", ZUTF8String_6_0("3"), 0);
-    store_.addValue("s", "k", ZLCConstString_6_0("4"), 0);
-    store_.addValue("s", "k", ZUTF8ConstString_6_0("5"), 0);
-    EXPECT_EQ("1,2,3,4,5,", valuesOf(store_, "s", "k"));
-}
-
-TEST_F(ZStanzaFileProperties, ManyValuesAreAddedWithoutDuplicates)
-{
-    load("[s]\nk = a\n");
-    ZArrayList_6_0 values(8, 1);
-    for (char const* text : {"b", "a", "b", "", "c"}) {
-        ZLCString_6_0 const value(text);
-        values.add(&value);
-    }
-    ZUTF8String_6_0 const last("d");
-    values.add(&last);
-    store_.addValues("s", "k", values, 0);
-    EXPECT_EQ("a,b,,c,d,", valuesOf(store_, "s", "k"));
-    store_.addValues("s", "hidden", values, 1);
-    EXPECT_EQ("b,a,,c,d,", valuesOf(store_, "s", "hidden"));
-    EXPECT_EQ(1, store_.isObfuscated("s", "hidden"));
-    ZArrayList_6_0 const none(1, 1);
-    store_.addValues("s", "k", none, 0);
-    EXPECT_EQ("a,b,,c,d,", valuesOf(store_, "s", "k"));
-    // A file does not represent the empty value.
-    EXPECT_EQ("a,b,c,d,", readBack("s", "k"));
-    EXPECT_EQ("b,a,c,d,", readBack("s", "hidden"));
-}
-
-TEST_F(ZStanzaFileProperties, EmptyValueAddedToAKeyWithoutValuesCreatesTheKey)
-{
-    ZArrayList_6_0 values(2, 1);
-    values.addNoCopy(new ZLCString_6_0(""));
-    store_.addValues("s", "k", values, 0);
-    EXPECT_EQ(1, store_.exists("s", "k"));
-    EXPECT_EQ("", valuesOf(store_, "s", "k"));
-    values.addNoCopy(new ZLCString_6_0("a"));
-    NotedChanges observer;
-    store_.addObserver(&observer);
-    store_.addValues("s", "k", values, 0);
-    EXPECT_EQ("a,", valuesOf(store_, "s", "k"));
-    EXPECT_EQ("2[s]k 2[s]k ", observer.log);  // emptied, then set
-    values.addNoCopy(new ZLCString_6_0("b"));
-    store_.addValues("s", "k", values, 0);
-    EXPECT_EQ("a,,b,", valuesOf(store_, "s", "k"));
-    EXPECT_EQ("2[s]k 2[s]k ", observer.log);  // adding to existing values sends no notice
-}
-
-TEST_F(ZStanzaFileProperties, AddingChecksItsArgumentsAndChangesNothing)
-{
-    load("[s]\nk = a\n");
-    store_.setValue("s", "hidden", "h", 1);
-    store_.resetModified();
-    std::string const tooLong(8190, 'x');
-    ZArrayList_6_0 bad(2, 1);
-    ZLCString_6_0 const good("good");
-    ZLCString_6_0 const feed("a\nb");
-    bad.add(&good);
-    bad.add(&feed);
-    ZArrayList_6_0 noStrings(1, 0);
-    ZObject_6_0 const object;
-    noStrings.addNoCopy(&object);
-    ZArrayList_6_0 nulls(1, 0);
-    nulls.addNoCopy(nullptr);
-    std::vector<std::function<void()>> const calls = {
-        [&] { store_.addValue(nullptr, "k", "v", 0); },
-        [&] { store_.addValue("", "k", "v", 0); },
-        [&] { store_.addValue("s", nullptr, "v", 0); },
-        [&] { store_.addValue("s", "", "v", 0); },
-        [&] { store_.addValue("s", "k", static_cast<char const*>(nullptr), 0); },
-        [&] { store_.addValue("s", "k", "", 0); },
-        [&] { store_.addValue("s", "k", ZLCString_6_0(), 0); },
-        [&] { store_.addValue("s", "k", ZUTF8String_6_0(), 0); },
-        [&] { store_.addValue("s]", "k", "v", 0); },
-        [&] { store_.addValue("s", "#k", "v", 0); },
-        [&] { store_.addValue("s", "k", "a\nb", 0); },
-        [&] { store_.addValue("s", "k", tooLong.c_str(), 0); },
-        [&] { store_.addValue("s", "k", "v", 1); },
-        [&] { store_.addValue("s", "hidden", "v", 0); },
-        [&] { store_.addValues("s", "k", bad, 0); },
-        [&] { store_.addValues("s", "new", bad, 0); },
-        [&] { store_.addValues("s", "k", noStrings, 0); },
-        [&] { store_.addValues("s", "k", nulls, 0); },
-    };
-    for (size_t i = 0; i < calls.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_THROW(calls[i](), ZInvalidParameterException_6_0);
-    }
-    EXPECT_THROW(store_.addValue("s", "k", ZUTF8String_6_0("\xC3"), 0), ZFromUTF8Exception_6_0);
-    EXPECT_EQ("a,", valuesOf(store_, "s", "k"));
-    EXPECT_EQ("h,", valuesOf(store_, "s", "hidden"));
-    EXPECT_EQ(2, store_.count("s"));
-    EXPECT_EQ(0, store_.isModified());
-}
-
 TEST_F(ZStanzaFileProperties, TwentyThousandValuesAreAddedInOneCall)
 {
     ZArrayList_6_0 values(20000, 1);
@@ -422,86 +228,6 @@ TEST_F(ZStanzaFileProperties, TwentyThousandValuesAreAddedInOneCall)
 }
 
 // ---- Batches -----------------------------------------------------------------------------------
-
-TEST_F(ZStanzaFileProperties, ItemsAreReadByTheirType)
-{
-    load("[s]\nyes = true\nn = 0x10\ntext = t\nmany = a\nmany = b\n");
-    int truth = -1;
-    unsigned int number = 0;
-    ZLCString_6_0 text;
-    ZArrayList_6_0 local(1, 1);
-    ZArrayList_6_0 utf8(1, 1);
-    ZPropertiesKVList_6_0 stanza(zPropLocalStrings);
-    ZLCString_6_0 defaulted;
-    unsigned int missing = 0;
-    ZStzFileItem_6_0 items[] = {
-        {zStzBoolean, "s", "yes", 1, &truth, {}},
-        {zStzInteger, "s", "n", 1, &number, {}},
-        {zStzString, "s", "text", 0, &text, {"x"}},
-        {zStzStrings, "s", "many", 1, &local, {}},
-        {zStzUTF8Strings, "s", "many", 0, &utf8, {}},
-        {zStzStanza, "s", nullptr, 0, &stanza, {}},
-        {zStzString, "s", "missing", 0, &defaulted, {"default"}},
-        {zStzInteger, "s", "missing", 0, &missing, {}},
-    };
-    items[7].defaultValue.number = 7;
-    store_.getItems(items, 8);
-    EXPECT_EQ(1, truth);
-    EXPECT_EQ(16u, number);
-    EXPECT_STREQ("t", text.getChars());
-    EXPECT_EQ(2u, local.size());
-    ASSERT_EQ(2u, utf8.size());
-    EXPECT_NE(nullptr, dynamic_cast<ZUTF8String_6_0*>(utf8.get(0)));
-    EXPECT_EQ(4, stanza.getItemCount());
-    EXPECT_STREQ("default", defaulted.getChars());
-    EXPECT_EQ(7u, missing);
-}
-
-TEST_F(ZStanzaFileProperties, AnInvalidTypeEndsTheBatch)
-{
-    load("[s]\nn = 1\n");
-    unsigned int first = 0;
-    unsigned int second = 0;
-    for (int type : {0, 7, -1, 100}) {
-        ZStzFileItem_6_0 items[] = {
-            {zStzInteger, "s", "n", 0, &first, {}},
-            {type, "s", "n", 0, nullptr, {}},
-            {zStzInteger, "s", "n", 0, &second, {}},
-        };
-        first = 0;
-        store_.getItems(items, 3);
-        EXPECT_EQ(1u, first);
-        EXPECT_EQ(0u, second);
-    }
-}
-
-TEST_F(ZStanzaFileProperties, BatchesCheckTheirArguments)
-{
-    load("[s]\nn = 1\nbad = x\n");
-    unsigned int first = 0;
-    unsigned int second = 5;
-    ZStzFileItem_6_0 items[] = {
-        {zStzInteger, "s", "n", 0, &first, {}},
-        {zStzInteger, "s", "bad", 0, &second, {}},
-    };
-    auto const refused = [](auto call) {
-        return raises<ZInvalidParameterException_6_0>(22, kSource, 260, call);
-    };
-    EXPECT_TRUE(refused([&] { store_.getItems(nullptr, 1); }));
-    EXPECT_TRUE(refused([&] { store_.getItems(items, 0); }));
-    store_.getItems(items, -1);
-    EXPECT_EQ(0u, first);
-    ZStzFileItem_6_0 noResult = {zStzInteger, "s", "n", 0, nullptr, {}};
-    EXPECT_TRUE(refused([&] { store_.getItems(&noResult, 1); }));
-    EXPECT_THROW(store_.getItems(items, 2), ZPropertiesInvalidValueException_6_0);
-    EXPECT_EQ(1u, first);
-    EXPECT_EQ(5u, second);
-    items[1] = {zStzInteger, "s", "missing", 1, &second, {}};
-    EXPECT_THROW(store_.getItems(items, 2), ZPropertiesMissingPropertyException_6_0);
-    items[1].required = -1;
-    store_.getItems(items, 2);
-    EXPECT_EQ(0u, second);
-}
 
 // ---- Factory and iterators ---------------------------------------------------------------------
 
@@ -530,17 +256,6 @@ TEST_F(ZStanzaFileProperties, AnotherFactoryHasItsOwnStores)
     EXPECT_NE(store, ZProperties_6_0::getPropertiesFor(path.c_str(), *Store::getFactory(), 0));
     EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
     EXPECT_EQ("v,", valuesOf(*store, "s", "k"));
-}
-
-TEST_F(ZStanzaFileProperties, StanzaIteratorsIterateOverKeysAndValues)
-{
-    load("[s]\nk = a\nk = b\n");
-    ZStanzaIterator_6_0 keys(store_, "s");
-    keys.nextEntry();
-    EXPECT_STREQ("k", keys.entryName());
-    ZStanzaValueIterator_6_0 values(store_, "s", "k", zPropLocalStrings, zPropIterAny);
-    EXPECT_EQ(2, values.valueCount());
-    EXPECT_THROW(ZStanzaIterator_6_0(store_, nullptr), ZInvalidParameterException_6_0);
 }
 
 // ---- Failed allocations ------------------------------------------------------------------------
