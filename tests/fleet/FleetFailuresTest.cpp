@@ -350,47 +350,55 @@ protected:
         if (program.lock.token() != 0)
             program.lock.unlock(0);
     }
+
+    struct Pairs {
+        unsigned all;
+        unsigned tried;
+    };
+
+    // Calls `expect` for each pair with the number 0, `step`, 2 * `step`, … of a call, whose number
+    // is `at`, and a failure that is wanted.
+    template <class IsWanted, class Expect>
+    static Pairs forEachPair(unsigned step, IsWanted isWanted, Expect expect)
+    {
+        Pairs pairs{0, 0};
+        for (Operation const& operation : kOperations) {
+            std::vector<Call> const calls = callsOf(operation);
+            for (size_t at = 0; at < calls.size(); ++at)
+                for (Failure const& failure : kFailures) {
+                    if (!isWanted(failure) || pairs.all++ % step != 0)
+                        continue;
+                    SCOPED_TRACE(std::string(operation.name) + ", " + calls[at].method + " " +
+                                 std::to_string(at) + ", " + failure.name);
+                    expect(operation, calls[at], at, failure);
+                    ++pairs.tried;
+                }
+        }
+        return pairs;
+    }
 };
 
 }  // namespace
 
 TEST_F(FleetFailures, EachFailureOfEachCallHasItsException)
 {
-    unsigned const step = scaled(1, 11);
-    unsigned pairs = 0;
-    unsigned tried = 0;
-    for (Operation const& operation : kOperations) {
-        std::vector<Call> const calls = callsOf(operation);
-        for (size_t at = 0; at < calls.size(); ++at)
-            for (Failure const& failure : kFailures) {
-                if (pairs++ % step != 0)
-                    continue;
-                SCOPED_TRACE(std::string(operation.name) + ", " + calls[at].method + " " +
-                             std::to_string(at) + ", " + failure.name);
-                expectOnce(operation, calls[at].method, at, failure);
-                ++tried;
-            }
-    }
+    auto const all = [](Failure const&) { return true; };
+    auto const [pairs, tried] = forEachPair(
+        scaled(1, 11), all,
+        [](Operation const& operation, Call const& call, size_t at, Failure const& failure) {
+            expectOnce(operation, call.method, at, failure);
+        });
     printf("%u of %u pairs of a call and a failure\n", tried, pairs);
 }
 
 TEST_F(FleetFailures, FailureThatLastsEndsWithTheBudget)
 {
-    unsigned const step = scaled(1, 19);
-    unsigned pairs = 0;
-    unsigned tried = 0;
-    for (Operation const& operation : kOperations) {
-        std::vector<Call> const calls = callsOf(operation);
-        for (size_t at = 0; at < calls.size(); ++at)
-            for (Failure const& failure : kFailures) {
-                if (failure.error != 0 || pairs++ % step != 0)
-                    continue;
-                SCOPED_TRACE(std::string(operation.name) + ", " + std::to_string(at) + ", " +
-                             failure.name);
-                expectLasting(operation, calls[at].isStore, at, failure);
-                ++tried;
-            }
-    }
+    auto const canLast = [](Failure const& failure) { return failure.error == 0; };
+    auto const [pairs, tried] = forEachPair(
+        scaled(1, 19), canLast,
+        [](Operation const& operation, Call const& call, size_t at, Failure const& failure) {
+            expectLasting(operation, call.isStore, at, failure);
+        });
     printf("%u of %u pairs of a call and a lasting failure\n", tried, pairs);
 }
 
