@@ -129,11 +129,39 @@ TEST(ValueMerge, MakesBothChangesInOneList)
         {"both reorder", "abc", "cab", "bca", "bca"},
         {"a replacement here is an addition there", "ab", "cb", "abc", "cb"},
         {"the same value twice in the base", "aa", "a", "aab", "ab"},
+        {"both add a value above the removed one", "c", "xy", "xyc", "xy"},
+        {"both replace, one adds above", "c", "64", "4", "64"},
+        {"one replaces and has the added value", "c", "64", "6c", "64"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(c.merged, mergedValues(c.base, c.ours, c.theirs));
     }
+}
+
+TEST(ValueMerge, GivesTheSameInBothDirections)
+{
+    std::mt19937 random(20261123);
+    auto const makeList = [&](unsigned letters) {
+        std::string list;
+        for (unsigned i = static_cast<unsigned>(random()) % 5; i > 0; --i)
+            list += static_cast<char>('a' + random() % letters);
+        return list;
+    };
+    for (unsigned const letters : {2u, 4u, 6u})
+        for (int round = 0; round < 3000; ++round) {
+            std::string const base = makeList(letters);
+            std::string const ours = makeList(letters);
+            std::string const theirs = makeList(letters);
+            std::string const one = mergedValues(base, ours, theirs);
+            std::string const other = mergedValues(base, theirs, ours);
+            SCOPED_TRACE(base + ", " + ours + ", " + theirs);
+            bool const isConflict = one.find('|') != one.npos;
+            ASSERT_EQ(isConflict, other.find('|') != other.npos) << one << ' ' << other;
+            if (!isConflict) {
+                ASSERT_EQ(one, other);
+            }
+        }
 }
 
 TEST(TextMerge, MakesTheChangesOfBothSides)

@@ -69,96 +69,120 @@ struct Addition {
 class Changes {
 public:
     Changes(Strings const& base, Strings const& side)
-        : base_(base), side_(side), positionOf(base.size(), kAbsent), isReplaced(base.size())
+        : base_(base),
+          side_(side),
+          baseOf_(side.size(), kAbsent),
+          gapOfBase_(base.size(), 0),
+          gapOfSide_(side.size(), 0),
+          positionOf(base.size(), kAbsent),
+          isReplaced(base.size())
     {
-        std::vector<uint32_t> baseOf(side.size(), kAbsent);
-        std::vector<size_t> gapOfBase(base.size(), 0);
-        std::vector<size_t> gapOfSide(side.size(), 0);
         auto const pairs = align(viewsOf(base), viewsOf(side));
         for (auto const& [before, after] : pairs) {
             positionOf[before] = after;
-            baseOf[after] = before;
-            ++gapOfBase[before];
-            ++gapOfSide[after];
+            baseOf_[after] = before;
+            ++gapOfBase_[before];
+            ++gapOfSide_[after];
         }
         for (size_t i = 1; i < base.size(); ++i)
-            gapOfBase[i] += gapOfBase[i - 1];
+            gapOfBase_[i] += gapOfBase_[i - 1];
         for (size_t i = 1; i < side.size(); ++i)
-            gapOfSide[i] += gapOfSide[i - 1];
-        findMoves(baseOf);
-        findReplacements(baseOf, gapOfBase, gapOfSide);
-        uint32_t last = kAbsent;
-        for (uint32_t i = 0; i < side.size(); ++i) {
-            if (baseOf[i] != kAbsent)
-                order.push_back(last = baseOf[i]);
-            else
-                additions.push_back({last, i, side[i]});
+            gapOfSide_[i] += gapOfSide_[i - 1];
+        findMoves();
+    }
+
+    // Pairs lost and new values of both sides. A new value that both sides have replaces a value
+    // only if both sides lost that value: it is an addition otherwise. The order of the sides must
+    // not depend on the direction of the merge.
+    static void findReplacements(Changes& ours, Changes& theirs)
+    {
+        std::multimap<std::string_view, uint32_t> known;
+        for (uint32_t i = 0; i < theirs.side_.size(); ++i)
+            if (theirs.baseOf_[i] == kAbsent)
+                known.emplace(theirs.side_[i], i);
+        std::vector<bool> isCommon[2] = {std::vector<bool>(ours.side_.size()),
+                                         std::vector<bool>(theirs.side_.size())};
+        std::vector<uint32_t> lost;  // by both
+        for (uint32_t i = 0; i < ours.base_.size(); ++i)
+            if (ours.isRemoved(i) && theirs.isRemoved(i))
+                lost.push_back(i);
+        for (uint32_t i = 0; i < ours.side_.size(); ++i) {
+            auto const found = ours.baseOf_[i] == kAbsent ? known.find(ours.side_[i]) : known.end();
+            if (found == known.end())
+                continue;
+            uint32_t const their = found->second;
+            known.erase(found);
+            isCommon[0][i] = isCommon[1][their] = true;
+            auto const replaced = std::find_if(lost.begin(), lost.end(), [&](uint32_t index) {
+                return ours.gapOfBase_[index] == ours.gapOfSide_[i] &&
+                       theirs.gapOfBase_[index] == theirs.gapOfSide_[their];
+            });
+            if (replaced == lost.end())
+                continue;
+            ours.replace(*replaced, i);
+            theirs.replace(*replaced, their);
+            lost.erase(replaced);
         }
-        hasMoved = !std::is_sorted(order.begin(), order.end());
+        ours.pairRest(isCommon[0]);
+        theirs.pairRest(isCommon[1]);
     }
 
     std::string const& valueOf(uint32_t index) const { return side_[positionOf[index]]; }
     bool isRemoved(uint32_t index) const { return positionOf[index] == kAbsent; }
     bool isKept(uint32_t index) const { return !isRemoved(index) && !isReplaced[index]; }
 
-    // Drops additions that the other side has as replacements. If the replaced value was removed
-    // here, this side has the replacement too.
-    void dropDuplicates(Changes const& other)
-    {
-        std::multimap<std::string, uint32_t> replaced;
-        for (uint32_t i = 0; i < base_.size(); ++i)
-            if (other.isReplaced[i] && !isReplaced[i])
-                replaced.emplace(other.valueOf(i), i);
-        std::erase_if(additions, [&](Addition const& addition) {
-            auto const found = replaced.find(addition.text);
-            if (found == replaced.end())
-                return false;
-            if (isRemoved(found->second)) {
-                positionOf[found->second] = addition.position;
-                isReplaced[found->second] = true;
-            }
-            replaced.erase(found);
-            return true;
-        });
-    }
-
 private:
-    void findMoves(std::vector<uint32_t>& baseOf)
+    void findMoves()
     {
         std::multimap<std::string_view, uint32_t> lost;
         for (uint32_t i = 0; i < base_.size(); ++i)
             if (positionOf[i] == kAbsent)
                 lost.emplace(base_[i], i);
         for (uint32_t i = 0; i < side_.size(); ++i) {
-            auto const found = baseOf[i] == kAbsent ? lost.find(side_[i]) : lost.end();
+            auto const found = baseOf_[i] == kAbsent ? lost.find(side_[i]) : lost.end();
             if (found == lost.end())
                 continue;
-            baseOf[i] = found->second;
+            baseOf_[i] = found->second;
             positionOf[found->second] = i;
             lost.erase(found);
         }
     }
 
-    // Pairs the lost and the new values between two unchanged ones.
-    void findReplacements(std::vector<uint32_t>& baseOf, std::vector<size_t> const& gapOfBase,
-                          std::vector<size_t> const& gapOfSide)
+    void replace(uint32_t index, uint32_t position)
+    {
+        baseOf_[position] = index;
+        positionOf[index] = position;
+        isReplaced[index] = true;
+    }
+
+    // Pairs the lost and the new values between two unchanged ones, and lists the additions.
+    void pairRest(std::vector<bool> const& isAddition)
     {
         uint32_t at = 0;
         for (uint32_t i = 0; i < base_.size(); ++i) {
             if (positionOf[i] != kAbsent)
                 continue;
-            while (at < side_.size() && (baseOf[at] != kAbsent || gapOfSide[at] < gapOfBase[i]))
+            while (at < side_.size() &&
+                   (baseOf_[at] != kAbsent || isAddition[at] || gapOfSide_[at] < gapOfBase_[i]))
                 ++at;
-            if (at == side_.size() || gapOfSide[at] != gapOfBase[i])
-                continue;
-            baseOf[at] = i;
-            positionOf[i] = at;
-            isReplaced[i] = true;
+            if (at < side_.size() && gapOfSide_[at] == gapOfBase_[i])
+                replace(i, at);
         }
+        uint32_t last = kAbsent;
+        for (uint32_t i = 0; i < side_.size(); ++i) {
+            if (baseOf_[i] != kAbsent)
+                order.push_back(last = baseOf_[i]);
+            else
+                additions.push_back({last, i, side_[i]});
+        }
+        hasMoved = !std::is_sorted(order.begin(), order.end());
     }
 
     Strings const& base_;
     Strings const& side_;
+    std::vector<uint32_t> baseOf_;   // the index in the base of each value
+    std::vector<size_t> gapOfBase_;  // of each value: the number of unchanged values up to it
+    std::vector<size_t> gapOfSide_;
 
 public:
     std::vector<uint32_t> positionOf;  // of each value of the base, in the side
@@ -281,8 +305,7 @@ std::vector<MergedValue> mergeValues(Strings const& base, Strings const& ours,
     }
     Changes a(base, ours);
     Changes b(base, theirs);
-    a.dropDuplicates(b);
-    b.dropDuplicates(a);
+    Changes::findReplacements(isOursFirst ? a : b, isOursFirst ? b : a);
     std::vector<uint32_t> const order = orderOf(base, a, b, isOursFirst);
     dropLater(a, b, order);
     AdditionsAfter const oursAfter = groupAdditions(a);
