@@ -60,8 +60,45 @@ std::vector<MergedComment> mergeComments(std::vector<SideComment> const& base,
     return merged;
 }
 
-MovedComments::MovedComments(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs)
-    : base_(base), ours_(ours)
+namespace {
+
+// Calls `call(stanza, key)` for each key and header of a side that can have comments.
+template <class Call>
+void forEachOwner(MergeSide const& side, Call call)
+{
+    for (std::string const& stanza : side.stanzas()) {
+        call(stanza, std::string_view());
+        for (uint32_t const key : side.find(stanza)->keys)
+            call(stanza, side.key(key).name());
+    }
+    call(kEndOfText, std::string_view());
+}
+
+// Counts the comments of a key or header of `side` that neither of the others has there.
+void countOwn(std::map<std::string_view, ptrdiff_t>& counts, std::string_view stanza,
+              std::string_view key, MergeSide const& side, MergeSide const& other,
+              MergeSide const& another)
+{
+    std::vector<SideComment> const comments = side.commentsOf(stanza, key);
+    if (comments.empty())
+        return;
+    std::map<std::string_view, ptrdiff_t> own;
+    for (SideComment const& comment : comments)
+        ++own[comment.words()];
+    std::map<std::string_view, ptrdiff_t> others[2];
+    for (SideComment const& comment : other.commentsOf(stanza, key))
+        ++others[0][comment.words()];
+    for (SideComment const& comment : another.commentsOf(stanza, key))
+        ++others[1][comment.words()];
+    for (auto const& [words, count] : own)
+        if (ptrdiff_t const most = std::max(others[0][words], others[1][words]); count > most)
+            counts[words] += count - most;
+}
+
+}  // namespace
+
+MovedComments::MovedComments(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs,
+                             MergedContents const& contents)
 {
     auto const count = [](Counts& counts, std::vector<SideComment> const& comments, int sign) {
         for (SideComment const& comment : comments)
@@ -75,16 +112,17 @@ MovedComments::MovedComments(MergeSide const& base, MergeSide const& ours, Merge
         count(ourLoose_, ours.commentsOf(loose, ""), 1);
         count(theirLoose_, theirs.commentsOf(loose, ""), 1);
     }
-}
-
-ptrdiff_t& MovedComments::addedByOurs(std::string_view words)
-{
-    if (!std::exchange(hasAdded_, true))
-        for (auto const& [side, sign] : {std::pair(&ours_, 1), std::pair(&base_, -1)})
-            for (uint32_t i = 0; i < side->outline().lines().size(); ++i)
-                if (side->outline().lines()[i].kind == commentLine)
-                    ourAdded_[side->outline().comment(i)] += sign;
-    return ourAdded_[words];
+    forEachOwner(ours, [&](std::string_view stanza, std::string_view key) {
+        bool const isKept =
+            key.empty() ? stanza == kTopOfText || stanza == kEndOfText || contents.has(stanza)
+                        : contents.find(stanza, key) != nullptr;
+        if (isKept)
+            countOwn(ourAdded_, stanza, key, ours, base, theirs);
+    });
+    if (!ourAdded_.empty())
+        forEachOwner(base, [&](std::string_view stanza, std::string_view key) {
+            countOwn(lost_, stanza, key, base, ours, theirs);
+        });
 }
 
 // Takes a moved comment of `ours` with these words. Returns false if none is left.
@@ -102,9 +140,14 @@ bool MovedComments::takeKnown(bool isLoose, std::string_view words)
     ptrdiff_t const both = isLoose || their == nullptr ? 0 : std::max<ptrdiff_t>(*their, 0);
     if (our != nullptr && *our > both)
         return --*our, true;
-    if (!isLoose || addedByOurs(words) <= 0)
+    ptrdiff_t* const added = in(ourAdded_);
+    ptrdiff_t* const lost = in(lost_);
+    bool const isMoved = lost != nullptr && *lost > 0;
+    if (added == nullptr || *added <= 0 || (!isLoose && !isMoved))
         return false;
-    --addedByOurs(words);
+    --*added;
+    if (isMoved)
+        --*lost;
     return true;
 }
 

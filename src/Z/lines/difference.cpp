@@ -400,7 +400,9 @@ void Difference::removeStanza(uint32_t removed, uint32_t kept,
         uint32_t const at = hasComment ? outline_.sectionIndexOf(comment) : 0;
         uint32_t const around = stanzaOf[at] == removed ? stanzaAbove[at] : stanzaOf[at];
         bool const isInLater = !isLast && around > removed && !outline_.stanzas()[around].isKept;
-        uint32_t const end = isInLater ? section.end : comment;
+        bool const isOfHeader = document_.removesHeaderComments && hasNextComment &&
+                                i + 1 < stanzaOf.size() && stanzaOf[i + 1] == removed;
+        uint32_t const end = isInLater || isOfHeader ? section.end : comment;
         dropsComments_ = dropsComments_ || isInLater;
         if (first < end) {
             std::fill(gone_.begin() + first, gone_.begin() + end, true);

@@ -180,6 +180,7 @@ private:
     void placeHeaderComments(Reordered const& stanza, uint32_t headerIndex, Placement& at);
     void moveBelowKey(Placement& at);
     void placeRemainingComments(Reordered const& stanza, Placement& at);
+    bool hasLineBetween(uint32_t after, uint32_t line) const;
     void insertCommentsBelow(Placement& at, bool needsBlankBelow);
     void insertComments(Placement& at, uint32_t position, uint32_t after, LineKind below,
                         bool needsBlankBelow);

@@ -71,13 +71,12 @@ void Difference::place(Reordered const& stanza)
         }
         // A comment of the text can be some lines of the new comment, without the blank line above.
         bool const isBelowBlankLine = line > 0 && isBlank(line - 1);
-        // The key of the entry before can have further lines.
-        bool const isBelowKeyLine = line > 0 && lines[line - 1].isKey() && !isGone(line - 1);
-        if (!at.comments.empty() &&
-            (at.headerIndex != 0 ||
-             (!entry.isParted() && (!entry.isComment || isBelowBlankLine || isBelowKeyLine))))
+        bool const isBelowFurtherLine = !entry.isBelowGap && hasLineBetween(at.after, line);
+        if (!at.comments.empty() && (at.headerIndex != 0 || isBelowFurtherLine ||
+                                     (!entry.isParted() && (!entry.isComment || isBelowBlankLine))))
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1,
-                           entry.isComment ? otherLine : valueLine, false);
+                           entry.isComment ? otherLine : valueLine,
+                           isBelowFurtherLine && entry.isBelowBlank);
         else if (!at.comments.empty())
             insertCommentsBelow(at, entry.isBelowBlank);
         at.after = entry.isComment ? line : firstStaying(line);
@@ -264,14 +263,29 @@ void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
         return;
     }
     bool const isParted = next < readOf_.size() && document_.stanzas[next].isParted();
-    if (next >= readOf_.size() || readOf_[next] == 0 || isParted) {
-        insertCommentsBelow(at, isParted);
-        return;
-    }
+    if (next >= readOf_.size() || readOf_[next] == 0 || readOf_[next] == kNone)
+        return insertCommentsBelow(at, isParted);
     uint32_t const header =
         outline_.sections()[outline_.stanzas()[readOf_[next]].firstSection].header;
+    bool const isBelowFurtherLine =
+        !document_.stanzas[next].isBelowGap && hasLineBetween(at.after, header);
+    if (isParted && !isBelowFurtherLine)
+        return insertCommentsBelow(at, isParted);
     insertComments(at, outline_.lines()[header].begin, header == 0 ? kNone : header - 1, headerLine,
-                   false);
+                   isParted);
+}
+
+// Returns whether the line of a key or header that stays is right above `line`, perhaps with blank
+// lines between, and after the line `after`: the key or stanza of an entry can have further lines.
+bool Difference::hasLineBetween(uint32_t after, uint32_t line) const
+{
+    uint32_t const first = after == kNone ? 0 : after + 1;
+    while (line > first && (isBlank(line - 1) || isGone(line - 1)))
+        --line;
+    if (line <= first)
+        return false;
+    Line const& above = outline_.lines()[line - 1];
+    return above.isKey() || above.kind == headerLine;
 }
 
 // Inserts new comments after the entry before them.
@@ -325,7 +339,7 @@ void Difference::appendComments(std::vector<NewComment> const& comments, uint32_
 // Appends a new comment. A comment that moves keeps its bytes.
 void Difference::appendMoved(NewComment const& comment, uint32_t after, std::string& out) const
 {
-    if (std::string_view const copied = document_.ownLineOf(comment.text); !copied.empty()) {
+    if (std::string_view const copied = document_.commentLineOf(comment.text); !copied.empty()) {
         (out += copied) += outline_.lineEndingAfter(after);
         return;
     }

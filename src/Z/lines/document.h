@@ -5,13 +5,31 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "line.h"
+
 namespace zlines {
+
+// Returns whether a string is a view of bytes of the text.
+inline bool isPartOf(std::string_view text, std::string_view part)
+{
+    return std::less_equal<>()(text.data(), part.data()) &&
+           std::less_equal<>()(part.data() + part.size(), text.data() + text.size());
+}
+
+// Returns the line of the text that has a part, without its line ending.
+inline std::string_view lineAround(std::string_view text, std::string_view part)
+{
+    size_t const at = static_cast<size_t>(part.data() - text.data());
+    size_t const begin = at == 0 ? 0 : text.rfind('\n', at - 1) + 1;
+    return withoutLineEnding(text.substr(begin, text.find('\n', at) - begin));
+}
 
 // A comment, or a key with its values.
 struct Entry {
@@ -30,11 +48,12 @@ struct Entry {
     bool isBelowGap = false;      // the line right above is not an entry
     bool isBelowComment = false;  // a new comment, above the same line as the comment before it
     bool isAtEnd = false;         // a new comment at the end of the text
-
-    std::string_view oldName = {};  // the name in the text, if the key was renamed
+    bool isMoved = false;         // a comment that belongs to another key or line than in the text
 
     // Of a comment above a further header of its stanza: the index of the header; else 0.
     uint32_t headerIndex = 0;
+
+    std::string_view oldName = {};  // the name in the text, if the key was renamed
 
     // Whether another line is between it and a comment above.
     bool isParted() const { return isBelowBlank || isBelowGap; }
@@ -61,11 +80,17 @@ struct Document {
     // Lines of another text, without their line endings, that new lines are copied from. A value
     // that replaces another takes its whole line from there.
     std::vector<std::pair<size_t, std::string_view>> lines;      // of values, by their indexes
-    std::unordered_map<char const*, std::string_view> ownLines;  // by the name or comment
+    std::unordered_map<char const*, std::string_view> ownLines;  // by the name
+
+    // The versions of a merge: a new comment that is a view of one gets its whole line.
+    std::vector<std::string_view> versions;
 
     // Whether a stanza of the text that is not wanted is renamed if a new stanza at its index has
     // the same contents.
     bool renamesStanzas = true;
+
+    // The comments above the further headers of a stanza are removed with the stanza.
+    bool removesHeaderComments = false;
 
     Document() { stanzas.push_back({{}, 0, 0, false}); }
     Document(Document const&) = delete;
@@ -116,17 +141,29 @@ struct Document {
         return found == lines.end() || found->first != value ? std::string_view() : found->second;
     }
 
-    /// Returns the line that a header, a comment or a key without values is copied from.
+    /// Returns the line that a header or a key without values is copied from.
     std::string_view ownLineOf(std::string_view text) const
     {
         auto const found = ownLines.find(text.data());
         return found == ownLines.end() ? std::string_view() : found->second;
     }
 
+    /// Returns the line that a new comment is copied from, without its line ending; empty: none.
+    std::string_view commentLineOf(std::string_view comment) const
+    {
+        for (std::string_view const version : versions)
+            if (isPartOf(version, comment))
+                return lineAround(version, comment);
+        return {};
+    }
+
+    bool hasLines() const { return !lines.empty() || !ownLines.empty() || !versions.empty(); }
+
     void dropLines()
     {
         lines.clear();
         ownLines.clear();
+        versions.clear();
     }
 
     void dropOldNames()

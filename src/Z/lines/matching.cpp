@@ -54,7 +54,7 @@ public:
             matchOldNames();
         matchNames();
         bool const isOrdered = matchGaps();
-        matchCommentsAnywhere(isScattered || found_.isScattered || !isOrdered);
+        matchCommentsAnywhere(isScattered || found_.isScattered || !isOrdered, hasOldNames);
         for (Item const& item : read_)
             if (!item.isKey && !isMatched_[&item - read_.data()])
                 found_.removedComments.push_back(item.at);
@@ -298,7 +298,7 @@ private:
     }
 
     // Finds the remaining comments anywhere in the stanza: they stay there or are moved.
-    void matchCommentsAnywhere(bool areStaying)
+    void matchCommentsAnywhere(bool areStaying, bool hasOldNames)
     {
         // Lists of the comments of each text.
         std::vector<uint32_t> first;
@@ -325,7 +325,7 @@ private:
                 continue;
             uint32_t const read = first[text];
             first[text] = next[read];
-            if (areStaying)
+            if (areStaying && !(hasOldNames && entries_[wanted_[i].at].isMoved))
                 pair(read, i);
             else
                 found_.movedFrom[wanted_[i].at] = read_[read].at;

@@ -103,7 +103,7 @@ void MergeSide::addSection(Section const& section, std::string const& name)
             stanza.spelled = outline_.spelledName(section.header);
             stanza.isBelowBlank = isBelowBlank(section.header);
         }
-        addEntry({SideEntry::header, isBelowBlank(section.header), false, header, ownName, {}, {}});
+        addEntry({SideEntry::header, isBelowBlank(section.header), false, false, header, ownName});
     }
     for (uint32_t line = section.first; line < section.end; ++line) {
         if (outline_.lines()[line].kind == commentLine)
@@ -195,7 +195,7 @@ void MergeSide::addKey(std::string const& name, SideStanza& stanza, uint32_t lin
     if (record.first == kNone) {
         record.first = record.last = line;
         stanza.keys.push_back(index);
-        addEntry({SideEntry::key, isBelowBlank(line), false, 0, name, record.name, {}});
+        addEntry({SideEntry::key, isBelowBlank(line), false, false, 0, name, record.name});
         return;
     }
     if (next_.empty())
@@ -230,8 +230,14 @@ void MergeSide::takeComments(std::string const& stanza, std::string const& key, 
         auto& [name, parent] = stanzaOf(stanza);
         if (key.empty()) {
             parent.comments.push_back(comment);
-            addEntry(
-                {SideEntry::comment, comment.isBelowBlank, false, header, name, {}, comment.text});
+            addEntry({SideEntry::comment,
+                      comment.isBelowBlank,
+                      false,
+                      false,
+                      header,
+                      name,
+                      {},
+                      comment.text});
             continue;
         }
         KeyRecord& owner = keys_[recordOf(parent, key, key)];
@@ -240,8 +246,8 @@ void MergeSide::takeComments(std::string const& stanza, std::string const& key, 
         if (owner.comments != kNone)
             std::swap(commentsOfKeys_[added].next, commentsOfKeys_[owner.comments].next);
         owner.comments = added;
-        addEntry(
-            {SideEntry::comment, comment.isBelowBlank, false, 0, name, owner.name, comment.text});
+        addEntry({SideEntry::comment, comment.isBelowBlank, false, false, 0, name, owner.name,
+                  comment.text});
     }
     pending_.clear();
 }

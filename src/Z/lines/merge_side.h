@@ -51,6 +51,11 @@ public:
     std::vector<SideComment> comments() const;
     bool isBelowBlank() const;
 
+    bool isSame(SideKey const& other) const
+    {
+        return side_ == other.side_ && index_ == other.index_;
+    }
+
     /// Returns whether both have the same values; a missing key differs from every other key.
     bool hasSameValues(SideKey const& other) const;
 
@@ -99,11 +104,12 @@ struct SideEntry {
 
     Kind kind;
     bool isBelowBlank;
-    bool isBelowComment;      // of a new comment: above the same line as the comment before it
-    uint32_t headerIndex;     // of a header or its comment: its index in its stanza
-    std::string_view stanza;  // of a comment: the stanza or key that it belongs to
-    std::string_view name;    // of the key; empty: the header
-    std::string_view text;    // of a comment, with its mark
+    bool isBelowComment;         // of a new comment: above the same line as the comment before it
+    bool isMoved;                // of a comment: it belongs to another key or line than in the text
+    uint32_t headerIndex;        // of a header or its comment: its index in its stanza
+    std::string_view stanza;     // of a comment: the stanza or key that it belongs to
+    std::string_view name = {};  // of the key; empty: the header
+    std::string_view text = {};  // of a comment, with its mark
 };
 
 using EntryList = std::pmr::list<SideEntry>;
@@ -153,12 +159,8 @@ public:
     /// Returns the comments above lines without a meaning.
     std::vector<SideComment> commentsOfOtherLines() const;
 
-    /// Returns whether a header of a stanza, by its index, is below a blank line.
-    /// range   not the part above the first header.
-    bool isHeaderBelowBlank(SideStanza const& stanza, uint32_t header) const
-    {
-        return isBelowBlank(outline_.sections()[stanza.sections[header]].header);
-    }
+    /// Returns whether a blank line is right above a line of the text.
+    bool isBelowBlank(uint32_t line) const;
 
 private:
     friend class SideKey;
@@ -190,7 +192,6 @@ private:
                       uint32_t header = 0);
     void takeCommentsAtStart(uint32_t line);
     void addEntry(SideEntry const& entry);
-    bool isBelowBlank(uint32_t line) const;
     std::pair<std::string const, SideStanza>& stanzaOf(std::string const& name);
 
     // Calls `call(line)` for each line of a key.

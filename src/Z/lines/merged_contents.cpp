@@ -125,6 +125,17 @@ bool addsTo(MergeSide const& base, MergeSide const& side, std::string_view stanz
 
 }  // namespace
 
+std::vector<std::string> MergedKey::result() const
+{
+    if (side)
+        return side.values();
+    std::vector<std::string> result;
+    for (MergedValue const& value : values)
+        for (std::string const& text : value.ours.empty() ? value.theirs : value.ours)
+            result.push_back(text);
+    return result;
+}
+
 MergedContents::MergedContents(MergeSide const& base, MergeSide const& ours,
                                MergeSide const& theirs, std::string_view fixed)
 {

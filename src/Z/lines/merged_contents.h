@@ -20,6 +20,10 @@ struct MergedKey {
     bool takesAll = false;    // `theirs` gives all lines, with and without a value
 
     bool hasValues() const { return side ? side.hasValues() : !values.empty(); }
+
+    /// Returns the values of the result; of a conflict, the values of `ours` or, without those, of
+    /// `theirs`.
+    std::vector<std::string> result() const;
 };
 
 struct MergedStanza {

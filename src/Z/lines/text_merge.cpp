@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <span>
 #include <utility>
 
 #include "alignment.h"
@@ -24,12 +25,6 @@ using Position = EntryList::iterator;
 // Of a stanza; of a key, or empty. The sides and the merged contents have the strings.
 using Name = std::pair<std::string_view, std::string_view>;
 
-bool isPartOf(std::string_view text, std::string_view part)
-{
-    return std::less_equal<>()(text.data(), part.data()) &&
-           std::less_equal<>()(part.data() + part.size(), text.data() + text.size());
-}
-
 // The position of a new stanza: after the first or last header of the stanza before it. If a
 // removed stanza with the same contents is between them, the new stanza takes over its lines.
 enum class NewStanzas { afterLastHeader, afterFirstHeader };
@@ -46,13 +41,15 @@ public:
           contents_(contents),
           entries_(ours.entries()),
           keyPositions_(ours.keyCount(), entries_.end()),
-          movedComments_(base, ours, theirs)
+          movedComments_(base, ours, theirs, contents)
     {
         for (Position at = entries_.begin(); at != entries_.end(); ++at) {
             if (at->kind != SideEntry::comment && !has(at->stanza, at->name))
                 setPosition(at->stanza, at->name, at);
-            if (at->kind == SideEntry::header)
-                headers_[at->stanza].push_back(at);
+            if (at->kind != SideEntry::header)
+                continue;
+            headers_[at->stanza].push_back(at);
+            hasRepeatedHeaders_ = hasRepeatedHeaders_ || at->headerIndex > 0;
         }
     }
 
@@ -205,7 +202,7 @@ private:
             }
             last = std::next(add(
                 endOfNewSections(last),
-                {SideEntry::header, theirs_.find(stanza)->isBelowBlank, false, 0, stanza, {}, {}}));
+                {SideEntry::header, theirs_.find(stanza)->isBelowBlank, false, false, 0, stanza}));
         }
     }
 
@@ -233,19 +230,10 @@ private:
             Position const at =
                 known != entries_.end()
                     ? known
-                    : add(skipNewKeys(next, stanza),
-                          {SideEntry::key, key.isBelowBlank(), false, 0, stanza, key.name(), {}});
+                    : add(skipNewKeys(next, stanza), {SideEntry::key, key.isBelowBlank(), false,
+                                                      false, 0, stanza, key.name()});
             next = std::next(at);
         }
-    }
-
-    // Returns whether the other side has a key or header below a blank line.
-    bool isBelowBlankThere(std::string_view stanza, std::string_view key, uint32_t header) const
-    {
-        if (key.empty())
-            return theirs_.isHeaderBelowBlank(*theirs_.find(stanza), header);
-        SideKey const found = theirs_.find(stanza, key);
-        return found && found.isBelowBlank();
     }
 
     // Each header has its own comments if all versions have the same number of headers. Otherwise
@@ -373,8 +361,10 @@ private:
             return comments;
         };
         std::vector<SideComment> const base = commentsOf(base_);
-        std::vector<SideComment> const ours = commentsOf(ours_);
+        std::vector<SideComment> ours = commentsOf(ours_);
         std::vector<SideComment> theirs = commentsOf(theirs_);
+        if (!key.empty())
+            moveFromGoneLines({stanza, key}, ours);
         movedComments_.undoMoves({stanza, key}, base, ours, theirs);
         std::vector<MergedComment> const merged = mergeComments(base, ours, theirs);
         if (merged.size() == ours.size() &&
@@ -382,12 +372,9 @@ private:
                         [](MergedComment const& comment) { return comment.ours != kNone; }))
             return;
         std::vector<Position> positions;  // of the comments of `ours`
-        auto const isBefore = [](Position at, Name const& owner) { return ownerOf(at) < owner; };
-        for (auto at =
-                 std::lower_bound(comments_.begin(), comments_.end(), Name(stanza, key), isBefore);
-             at != comments_.end() && ownerOf(*at) == Name(stanza, key); ++at)
-            if (header == kNone || (*at)->headerIndex == header)
-                positions.push_back(*at);
+        for (Position const at : commentsOfOwner({stanza, key}))
+            if (header == kNone || at->headerIndex == header)
+                positions.push_back(at);
         placeComments({stanza, key}, ours, theirs, merged, positions);
         if (key.empty() && !headers_.contains(stanza))
             moveToNewHeader(stanza);
@@ -395,6 +382,67 @@ private:
         Position const below = stanza == kTopOfText && key.empty() ? startOfTop() : entries_.end();
         if (!merged.empty() && below != entries_.end())
             below->isBelowBlank = true;
+    }
+
+    // Returns the positions of the comments of a key or header of `ours`.
+    std::span<Position> commentsOfOwner(Name const& owner)
+    {
+        auto const first =
+            std::lower_bound(comments_.begin(), comments_.end(), owner,
+                             [](Position at, Name const& name) { return ownerOf(at) < name; });
+        auto const end =
+            std::find_if(first, comments_.end(), [&](Position at) { return ownerOf(at) != owner; });
+        return {first, end};
+    }
+
+    // Returns the lines of a key of `ours` that the writer removes, with their values.
+    static std::vector<uint32_t> goneLines(SideKey const& ours, MergedKey const& merged)
+    {
+        std::vector<std::string> const before = ours.values();
+        std::vector<std::string> const after = merged.result();
+        Pairs pairs = align({before.begin(), before.end()}, {after.begin(), after.end()});
+        pairs.emplace_back(before.size(), after.size());
+        std::vector<uint32_t> const lines = ours.valueLines();
+        std::vector<uint32_t> gone;
+        uint32_t line = 0;
+        uint32_t value = 0;
+        for (auto const& [nextLine, nextValue] : pairs) {
+            for (line += std::min(nextLine - line, nextValue - value); line < nextLine; ++line)
+                gone.push_back(lines[line]);
+            line = nextLine + 1;
+            value = nextValue + 1;
+        }
+        return gone;
+    }
+
+    // Moves the comments above removed lines of a key above its first line.
+    void moveFromGoneLines(Name const& owner, std::vector<SideComment>& ours)
+    {
+        SideKey const key = ours_.find(owner.first, owner.second);
+        MergedKey const& merged = *contents_.find(owner.first, owner.second);
+        auto const isAboveFirst = [&](SideComment const& comment) {
+            return comment.line == key.firstLine();
+        };
+        if (merged.side.isSame(key) || std::all_of(ours.begin(), ours.end(), isAboveFirst))
+            return;
+        std::vector<uint32_t> const gone = goneLines(key, merged);
+        std::span<Position> const positions = commentsOfOwner(owner);
+        Position const first = positionOf(owner.first, owner.second);
+        size_t count = 0;  // of the comments above the first line
+        for (size_t i = 0; i < ours.size(); ++i) {
+            if (!isAboveFirst(ours[i])) {
+                if (!std::binary_search(gone.begin(), gone.end(), ours[i].line))
+                    continue;
+                entries_.splice(first, entries_, positions[i]);
+                positions[i]->isBelowBlank = std::exchange(first->isBelowBlank, false);
+                positions[i]->isMoved = true;
+                ours[i].line = key.firstLine();
+            }
+            std::rotate(ours.begin() + count, ours.begin() + i, ours.begin() + i + 1);
+            std::rotate(positions.begin() + count, positions.begin() + i,
+                        positions.begin() + i + 1);
+            ++count;
+        }
     }
 
     // Comments of `ours` that stay are not moved. A new comment replaces a removed comment above
@@ -442,7 +490,7 @@ private:
             auto const after =
                 std::find_if(merged.begin() + static_cast<ptrdiff_t>(i), merged.end(),
                              [&](MergedComment const& next) { return next.ours != kNone; });
-            SideEntry entry{SideEntry::comment, comment.isBelowBlank, false,       0,
+            SideEntry entry{SideEntry::comment, comment.isBelowBlank, false,       true, 0,
                             owner.first,        owner.second,         comment.text};
             if (owner.second.empty() && owner.first != kTopOfText && owner.first != kEndOfText)
                 entry.headerIndex = place;
@@ -461,12 +509,15 @@ private:
                 before = lineOf(owner, place);
                 bool const isOnly =
                     std::find(placeOfOurs.begin(), placeOfOurs.end(), place) == placeOfOurs.end();
-                // The blank line above the key or header is above its comments then.
+                // The blank line above the key or header is above its comments then. If headers are
+                // repeated, a blank line below them would give them to another stanza.
                 bool const isTop = owner == Name(kTopOfText, "");
-                if (isOnly && !isOurs && !isTop && before != entries_.end() &&
-                    std::exchange(before->isBelowBlank, isBelowBlankThere(owner.first, owner.second,
-                                                                          comment.headerIndex)))
-                    entry.isBelowBlank = true;
+                if (isOnly && !isOurs && !isTop && before != entries_.end()) {
+                    bool const isParted = theirs_.isBelowBlank(comment.line) &&
+                                          !(owner.second.empty() && hasRepeatedHeaders_);
+                    entry.isBelowBlank =
+                        std::exchange(before->isBelowBlank, isParted) || entry.isBelowBlank;
+                }
             }
             entry.isBelowComment = before != entries_.begin() && !placed.empty() &&
                                    std::prev(before) == placed.back().at && place != 0;
@@ -536,16 +587,9 @@ private:
     std::vector<Position> comments_;                  // of the first side that stay, by owner
     std::vector<std::pair<Position, bool>> removed_;  // comments, and whether each was replaced
     std::map<std::string_view, std::vector<Position>> headers_;  // of each stanza of the first side
+    bool hasRepeatedHeaders_ = false;                            // on the first side
     MovedComments movedComments_;
 };
-
-// Returns the line of the text that has a part, without its line ending.
-std::string_view wholeLine(std::string_view text, std::string_view part)
-{
-    size_t const at = static_cast<size_t>(part.data() - text.data());
-    size_t const begin = at == 0 ? 0 : text.rfind('\n', at - 1) + 1;
-    return withoutLineEnding(text.substr(begin, text.find('\n', at) - begin));
-}
 
 // Writes the entries into `document_`, which has views of the contents of both versions, but not of
 // the objects of the sides.
@@ -565,6 +609,8 @@ public:
     std::vector<std::string> write(EntryList const& entries)
     {
         document_.reserve(ours_.stanzas().size(), entries.size());
+        document_.removesHeaderComments = true;
+        document_.versions = {ours_.outline().text(), theirs_.outline().text()};
         std::vector<std::string> order{kTopOfText};
         std::map<std::string_view, std::vector<Section>> sections;
         std::vector<Section> lastComments;  // of each stanza but the last
@@ -626,9 +672,7 @@ private:
                                  isOfHeader ? entry.headerIndex : 0);
             document_.entries.back().isBelowComment = entry.isBelowComment && !entry.name.empty();
             document_.entries.back().isAtEnd = entry.stanza == kEndOfText;
-            std::string_view const text = theirs_.outline().text();
-            if (isPartOf(text, entry.text))
-                document_.ownLines[entry.text.data()] = wholeLine(text, entry.text);
+            document_.entries.back().isMoved = entry.isMoved;
             return;
         }
         if (entry.kind == SideEntry::header) {
@@ -685,7 +729,7 @@ private:
 bool rewriteByLines(std::string_view ours, Dialect const& dialect, Document& document,
                     std::string& out)
 {
-    if (!document.lines.empty() || !document.ownLines.empty()) {
+    if (document.hasLines()) {
         try {
             TextHistory history;
             return rewrite(ours, dialect, document, history, out);
