@@ -187,6 +187,22 @@ class CommentMarksTest(tool.ToolTest):
                         self.assertEqual((DONE, ""), self.comment(dialect, "s", "k", "--on"))
                     self.assertEqual({"f": text.encode()}, self.read_files())
 
+    def test_a_value_has_any_number_of_lines_where_comments_continue(self):
+        text = b"[s]\nk = 0" + b"".join(b" \\\n %d" % i for i in range(20000)) + b"\nl = 1\n"
+        self.write_files({"f": text})
+        self.assertEqual((DONE, ""), self.comment("samba", "s", "k", "--off"))
+        self.assertEqual({"f": text.replace(b"k =", b"# k =")}, self.read_files())
+        self.assertEqual((DONE, ""), self.comment("samba", "s", "k", "--on"))
+        self.assertEqual({"f": text}, self.read_files())
+
+    def test_a_line_that_is_passed_over_does_not_become_a_part_of_a_value(self):
+        for dialect, line in (("systemd", "x"), ("systemd,marks=;", "x"), ("systemd,marks=;", "# x")):
+            text = f"[s]\n; k = a \\\n{line} \\\n y\nl = 1\n".encode()
+            self.write_files({"f": text})
+            with self.subTest((dialect, line)):
+                self.assertEqual(REFUSED, self.comment(dialect, "s", "k", "--on")[0])
+                self.assertEqual({"f": text}, self.read_files())
+
     def test_the_time_is_linear_in_the_comments_of_a_file(self):
         def prepare(count):
             self.path.write_text("[s]\n# k = 1\n" + "# words of a comment\n" * count)

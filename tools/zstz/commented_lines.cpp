@@ -52,14 +52,6 @@ bool readsAsOneLine(zlines::Dialect const& dialect, std::string_view bytes)
     return zdialects::LoneText(dialect, bytes).isOneLine();
 }
 
-// Returns whether the backslash of a comment continues the comment, which is passed over then.
-bool joinsComments(zlines::Dialect const& dialect)
-{
-    std::string const comment = std::string(dialect.ownComment()) + " k \\\n l";
-    zdialects::LoneText const lone(dialect, comment);
-    return lone.isOneLine() && lone.lines.back().kind == zlines::otherLine;
-}
-
 // Decides whether a line that alone continues no value can be followed by a line that does.
 class PassedLines {
 public:
@@ -98,7 +90,7 @@ struct Candidate {
     uint32_t end;      // the position after the last line, without its line ending
 };
 
-// A commented value has at most this number of lines after its first.
+// A commented value has at most this number of lines after its first, if each has a mark.
 constexpr uint32_t kMaxContinuations = 1000;
 
 // A line of a comment.
@@ -114,7 +106,7 @@ public:
         : outline_(outline),
           rules_(outline.dialect()),
           passedLines_(outline.dialect()),
-          joinsComments_(joinsComments(outline.dialect())),
+          joinsComments_(rules_.joinsComments()),
           key_(rules_.keyIdentity(request.key))
     {
         uint32_t const stanza = outline.find(rules_.stanzaIdentity(request.stanza), 0);
@@ -201,12 +193,9 @@ private:
     // Returns whether a line is a comment, perhaps of several lines of the file.
     bool isComment(uint32_t index) const
     {
-        zlines::LineKind const kind = static_cast<zlines::LineKind>(outline_.lines()[index].kind);
-        if (kind != zlines::otherLine || !joinsComments_)
-            return kind == zlines::commentLine;
-        std::string_view const bytes = bytesOf(outline_, index);
-        std::string_view const mark = bytes.substr(indentOf(bytes), 1);
-        return !mark.empty() && rules_.readAlone(mark).kind == zlines::commentLine;
+        auto const kind = static_cast<zlines::LineKind>(outline_.lines()[index].kind);
+        return kind == zlines::commentLine || (kind == zlines::otherLine && joinsComments_ &&
+                                               rules_.startsComment(bytesOf(outline_, index)));
     }
 
     // Returns the number of marks of our own at the start of a comment.
@@ -237,6 +226,7 @@ private:
                 std::string_view const part = bytes.substr(0, bytes.find('\n'));
                 bool const isFirst = read.text.empty() && i == index;
                 bool const isJoined = at != outline_.lines()[i].begin;
+                bool const isContinued = part.size() < bytes.size();
                 CommentedLine next = readLine(part, isFirst ? &line : nullptr);
                 // The mark of the first line makes a joined line a comment, too.
                 if (isJoined && (next.marks == 0 || next.marks != read.marks))
@@ -250,16 +240,18 @@ private:
                 read.marks = isFirst || read.marks == next.marks ? next.marks : 0;
                 read.last = i;
                 read.end = at + static_cast<uint32_t>(part.size());
-                bool const isWhole = isFirst || ((read.marks > 0 || isJoined) &&
+                // A comment of several lines is a whole only at its end.
+                bool const isWhole = isFirst || ((isJoined ? !isContinued : read.marks > 0) &&
                                                  readsAsOneLine(outline_.dialect(), read.text));
                 if (isWhole)
                     candidate = read;
                 bool const isLast =
-                    isFirst ? !mayContinue(read.text)
-                            : i - index >= kMaxContinuations ||
-                                  (!isWhole &&
-                                   ((read.marks == 0 && !isJoined) ||
-                                    !passedLines_.mayContain(next.text, i - candidate.last)));
+                    isFirst       ? !mayContinue(read.text)
+                    : isContinued ? false
+                                  : i - index >= kMaxContinuations ||
+                                        (!isWhole &&
+                                         ((read.marks == 0 && !isJoined) ||
+                                          !passedLines_.mayContain(next.text, i - candidate.last)));
                 if (isLast)
                     return candidate;
                 size_t const length = std::min(part.size() + 1, bytes.size());
@@ -432,7 +424,7 @@ std::string commentLines(Outline const& outline, std::vector<KeyLine> const& lin
     for (size_t i = 0; i < markCount; ++i)
         mark += outline.dialect().ownComment();
     mark += ' ';
-    bool const isJoined = joinsComments(outline.dialect());
+    bool const isJoined = LineRules(outline.dialect()).joinsComments();
     std::string after;
     uint32_t done = 0;
     for (KeyLine const& line : lines) {
@@ -504,9 +496,10 @@ void turnOff(EditedFile& file, Request const& request)
     if (lines.empty())
         throw refuse(request, name + " has obfuscated values, which cannot be in a comment",
                      "remove the key with 'zstz unset'");
+    bool const isLimited = !LineRules(outline.dialect()).joinsComments();
     for (KeyLine const& line : lines) {
         std::string_view const bytes = bytesOf(outline, line.index);
-        if (std::count(bytes.begin(), bytes.end(), '\n') > kMaxContinuations)
+        if (isLimited && std::count(bytes.begin(), bytes.end(), '\n') > kMaxContinuations)
             throw refuse(request,
                          name + " has more than " + std::to_string(kMaxContinuations + 1) +
                              " lines in a value",

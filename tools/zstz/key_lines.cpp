@@ -134,15 +134,14 @@ std::vector<Entry> entriesOf(zlines::Outline& outline, std::vector<KeyLine> cons
 // Returns the number of lines without a meaning, apart from comments of several lines.
 size_t countOthers(zlines::Outline const& outline)
 {
+    zdialects::LineRules const rules(outline.dialect());
+    bool const joinsComments = rules.joinsComments();
     size_t count = 0;
     for (uint32_t i = 0; i < outline.lines().size(); ++i) {
         zlines::Line const& line = outline.lines()[i];
-        std::string_view const bytes =
-            zlines::slice(outline.text(), line.nameBegin(), outline.endOf(i));
-        size_t const newline = bytes.find('\n');
-        bool const hasSeveralLines = newline != bytes.npos && newline + 1 < bytes.size();
         if (line.kind == zlines::otherLine &&
-            !(hasSeveralLines && (bytes.front() == '#' || bytes.front() == ';')))
+            !(joinsComments &&
+              rules.startsComment(zlines::slice(outline.text(), line.begin, outline.endOf(i)))))
             ++count;
     }
     return count;

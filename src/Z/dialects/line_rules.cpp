@@ -77,6 +77,18 @@ bool LineRules::dropsBlanks() const
     return rules != nullptr && rules->switches().dropBlanks;
 }
 
+bool LineRules::joinsComments() const
+{
+    LoneText const lone(dialect_, std::string(dialect_.ownComment()) + " k \\\n l");
+    return lone.isOneLine() && lone.lines.back().kind == zlines::otherLine;
+}
+
+bool LineRules::startsComment(std::string_view line) const
+{
+    size_t const mark = line.find_first_not_of(" \t");
+    return mark != line.npos && readAlone(line.substr(mark, 1)).kind == zlines::commentLine;
+}
+
 LineRules::LoneLine LineRules::readAlone(std::string_view line) const
 {
     LoneText const lone(dialect_, line);

@@ -47,6 +47,13 @@ public:
     /// Returns whether a key ignores its spaces.
     bool dropsBlanks() const;
 
+    /// Returns whether a comment continues after a backslash at the end of its line. It is read as
+    /// a line that is passed over then.
+    bool joinsComments() const;
+
+    /// Returns whether a line starts with the mark of a comment, perhaps after spaces.
+    bool startsComment(std::string_view line) const;
+
     // A line without its neighbours.
     struct LoneLine {
         zlines::LineKind kind = zlines::otherLine;
