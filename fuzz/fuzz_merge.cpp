@@ -168,13 +168,8 @@ void mergeStanzaFiles(Choices& choices)
 // not joined are in the order of their contents.
 using Stanzas = std::multimap<std::string, std::map<std::string, Values>>;
 
-struct DialectFile {
-    Stanzas stanzas;
-    bool isMixed = false;  // a key has lines with and without a value
-};
-
 // Returns nothing if the file cannot be read.
-std::optional<DialectFile> read(std::string const& text, zdialects::SwitchedDialect const& dialect)
+std::optional<Stanzas> read(std::string const& text, zdialects::SwitchedDialect const& dialect)
 {
     zproblems::DialectInspector inspector(text, dialect);
     inspector.inspect();
@@ -182,11 +177,9 @@ std::optional<DialectFile> read(std::string const& text, zdialects::SwitchedDial
         if (complaint.isError)
             return {};
     zlines::Outline const outline(text, dialect);
-    DialectFile file;
     std::vector<std::pair<std::string, std::map<std::string, Values>>> found;
     for (zlines::ReadStanza const& stanza : outline.stanzas()) {
         std::map<std::string, Values> keys;
-        std::map<std::string, unsigned> alone;
         std::string space;
         for (uint32_t at = stanza.firstSection; at != zlines::kNone;
              at = outline.sections()[at].next)
@@ -197,11 +190,7 @@ std::optional<DialectFile> read(std::string const& text, zdialects::SwitchedDial
                 Values& values = keys[key];
                 if (outline.lines()[i].kind == zlines::valueLine)
                     values.emplace_back(outline.value(i, space));
-                else
-                    ++alone[key];
             }
-        for (auto const& [key, count] : alone)
-            file.isMixed = file.isMixed || !keys[key].empty();
         std::string name(stanza.name);
         if (!dialect.joinsHeaders())
             name.resize(std::min(name.find(']'), name.size()));
@@ -210,8 +199,7 @@ std::optional<DialectFile> read(std::string const& text, zdialects::SwitchedDial
             found.emplace_back(std::move(name), std::move(keys));
     }
     std::sort(found.begin(), found.end());
-    file.stanzas.insert(found.begin(), found.end());
-    return file;
+    return Stanzas(found.begin(), found.end());
 }
 
 std::string makeDialectLine(Choices& choices)
@@ -318,21 +306,19 @@ void mergeDialectFiles(Choices& choices)
     } catch (zlines::Refusal const&) {
         return;  // no spelling of a value fits into its line
     }
-    if (before->isMixed || our->isMixed || their->isMixed)
-        return;
     check((swapped.conflicts > 0) == (merged.conflicts > 0), "swapped sides have conflicts, too");
     if (merged.conflicts > 0)
         return;
     auto const one = read(merged.text, dialect), other = read(swapped.text, dialect);
     check(one && other, "the result can be read");
-    check(one->stanzas == other->stanzas, "swapped sides give the same values");
+    check(*one == *other, "swapped sides give the same values");
     if (!dialect.joinsHeaders())
         return;
-    for (DialectFile const* const file : {&*before, &*our, &*their})
-        for (auto const& [stanza, keys] : file->stanzas)
+    for (Stanzas const* const file : {&*before, &*our, &*their})
+        for (auto const& [stanza, keys] : *file)
             for (auto const& [key, values] : keys) {
-                auto const in = [&stanza = stanza, &key = key](DialectFile const& where) {
-                    return findValues(where.stanzas, stanza, key);
+                auto const in = [&stanza = stanza, &key = key](Stanzas const& where) {
+                    return findValues(where, stanza, key);
                 };
                 if (areSame(in(*our), in(*before)))
                     check(areSame(in(*one), in(*their)), "a change of the other side is there");
