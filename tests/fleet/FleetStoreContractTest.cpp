@@ -7,7 +7,6 @@
 #include "FleetFile.h"
 #include "ModelCluster.h"
 #include "StanzaStoreContract.h"
-#include "TestDirectory.h"
 
 namespace {
 
@@ -26,19 +25,8 @@ private:
     FleetFile const file_{FleetFile::textFor({cluster_.address()}) + "budget = 60\n"};
 };
 
-class LocalKind {
-public:
-    using Store = ZFleetProperties_6_0;
-
-    std::string path() const { return directory_.at("conf"); }
-    void write(std::string const& text) const { directory_.write("conf", text); }
-    std::string read() const { return directory_.read("conf"); }
-
-private:
-    TestDirectory const directory_{TestDirectory::Place::memory};
-};
-
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(OfFleets, StanzaStoreContract, FleetKind);
-INSTANTIATE_TYPED_TEST_SUITE_P(OfLocalFiles, StanzaStoreContract, LocalKind);
+INSTANTIATE_TYPED_TEST_SUITE_P(OfLocalFiles, StanzaStoreContract,
+                               LocalFileKind<ZFleetProperties_6_0>);

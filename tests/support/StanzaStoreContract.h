@@ -24,6 +24,21 @@
 
 #include "Raised.h"
 #include "StanzaStore.h"
+#include "TestDirectory.h"
+
+// The Kind of a class of stores with a local file.
+template <class StoreClass>
+class LocalFileKind {
+public:
+    using Store = StoreClass;
+
+    std::string path() const { return directory_.at("conf"); }
+    void write(std::string const& text) const { directory_.write("conf", text); }
+    std::string read() const { return directory_.read("conf"); }
+
+private:
+    TestDirectory const directory_{TestDirectory::Place::memory};
+};
 
 template <class Kind>
 class StanzaStoreContract : public testing::Test {

@@ -39,23 +39,12 @@ public:
     }
 };
 
-class FileKind {
-public:
-    using Store = ZStanzaFileProperties_6_0;
-
-    std::string path() const { return directory_.at("conf"); }
-    void write(std::string const& text) const { directory_.write("conf", text); }
-    std::string read() const { return directory_.read("conf"); }
-
-private:
-    TestDirectory const directory_{TestDirectory::Place::memory};
-};
-
 }  // namespace
 
 using ZStanzaFileProperties = StanzaStoreTest;
 
-INSTANTIATE_TYPED_TEST_SUITE_P(OfFiles, StanzaStoreContract, FileKind);
+INSTANTIATE_TYPED_TEST_SUITE_P(OfFiles, StanzaStoreContract,
+                               LocalFileKind<ZStanzaFileProperties_6_0>);
 
 // ---- Files -------------------------------------------------------------------------------------
 
