@@ -31,6 +31,7 @@
 #include "FleetNetwork.h"
 #include "ZFleetConnection_p.h"
 #include "ZFleetReadWriteLock_p.h"
+#include "transport/cluster.h"
 #include "transport/failure.h"
 
 namespace {
@@ -179,7 +180,7 @@ private:
     Shared& shared_;
     Holder& own_;
     Lock lock_;
-    zfleet::Cluster& cluster_;
+    zfleet::ClusterInterface& cluster_;
     std::string const prefix_;
     std::string const ackKey_;
     std::minstd_rand random_{std::random_device{}()};

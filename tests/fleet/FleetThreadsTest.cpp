@@ -70,7 +70,7 @@ TEST(FleetThreads, WatchMayOutliveItsCluster)
     auto const event = std::make_shared<Event>();
     for (int i = 0; i < 150; ++i) {
         auto cluster = std::make_unique<Cluster>(settings);
-        std::unique_ptr<Watch> watch = cluster->watch(0, {"k"}, 1, event);
+        std::unique_ptr<WatchInterface> watch = cluster->watch(0, {"k"}, 1, event);
         cluster = nullptr;
         watch = nullptr;
     }

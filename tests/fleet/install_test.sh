@@ -56,25 +56,57 @@ cat >"$room/program.cpp" <<'END'
 #include <Z/ZFleetProperties.h>
 #include <stdio.h>
 
-int main()
+#include <fstream>
+#include <string>
+
+// Loads a path, and prints the failure, and whether the process has loaded gRPC.
+int main(int argc, char** argv)
 {
     ZFleetProperties_6_0 store(1);
     try {
-        store.load("etcd://fleet/not/a/name");
+        store.load(argv[argc - 1]);
+        printf("loaded");
     } catch (ZPropertiesIOException_6_0 const& e) {
-        printf("%s %d\n", e.propFile().getChars(), e.excerrno());
+        printf("%s %s %d", e.propFile().getChars(), e.api().getChars(), e.excerrno());
     }
+    std::ifstream maps("/proc/self/maps");
+    bool hasGrpc = false;
+    for (std::string line; std::getline(maps, line);)
+        hasGrpc = hasGrpc || line.find("libgrpc") != std::string::npos;
+    printf(hasGrpc ? ", with gRPC\n" : "\n");
     return ZFleetProperties_6_0::getFactory() == nullptr;
 }
 END
-expected="etcd://fleet/not/a/name 22"
+
+# Nothing listens on port 1.
+printf '[fleet]\nplain = yes\nendpoint = 127.0.0.1:1\nbudget = 1\n' >"$room/fleets.conf"
+printf '[s]\nk = v\n' >"$room/local.conf"
+module=$libdir/libzfleet-grpc-6.0.so.0
+
+# prints NAME PROGRAM PATH TEXT: fails unless the program prints the text for the path.
+prints()
+{
+    local printed
+    printed=$(QVRDIR=$tables ZFLEETCONF=$room/fleets.conf "$2" "$3")
+    [ "$printed" = "$4" ] || fail "the program built with $1 printed for $3: $printed"
+}
+
+# check_program NAME PROGRAM: only a path in a cluster loads gRPC.
+check_program()
+{
+    prints "$1" "$2" "$room/local.conf" "loaded"
+    prints "$1" "$2" etcd://fleet/not/a/name "etcd://fleet/not/a/name etcd:// 22"
+    prints "$1" "$2" etcd://fleet/name "etcd://fleet/name Txn 110, with gRPC"
+    mv "$module" "$module.away"
+    prints "$1" "$2" etcd://fleet/name "etcd://fleet dlopen(libzfleet-grpc-6.0.so.0) 79"
+    mv "$module.away" "$module"
+}
 
 export PKG_CONFIG_PATH=$libdir/pkgconfig
 # shellcheck disable=SC2046  # a list
 "$cxx" -std=c++17 -pedantic-errors -Wall -Wextra -Werror "$room/program.cpp" -o "$room/program" \
     $(pkg-config --cflags --libs zfleet-6.0) -Wl,-rpath,"$libdir"
-printed=$(QVRDIR=$tables "$room/program")
-[ "$printed" = "$expected" ] || fail "the program built with pkg-config printed: $printed"
+check_program pkg-config "$room/program"
 
 # The installed example, with a local file that stops the server.
 printf '[limits]\nlow = 1\nhigh = 101\n[server]\nstop = yes\n' >"$room/server.conf"
@@ -95,8 +127,7 @@ END
 cmake -S "$room" -B "$room/build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$prefix" \
     >"$room/cmake.txt"
 cmake --build "$room/build" >"$room/build.txt"
-printed=$(QVRDIR=$tables "$room/build/program")
-[ "$printed" = "$expected" ] || fail "the program built with CMake printed: $printed"
+check_program CMake "$room/build/program"
 
 # The plain functions load libzfleet, if it is installed.
 cat >"$room/plain.c" <<'END'

@@ -116,7 +116,7 @@ LockState readState(std::string const& path)
     zfleet::Path const name = zfleet::parsePath(path.c_str());
     std::unique_ptr<ZFleetConnection_6_0, ReleaseConnection> const connection(
         ZFleetConnection_6_0::open(name.fleet.c_str()));
-    zfleet::Cluster& cluster = connection->rep().cluster;
+    zfleet::ClusterInterface& cluster = connection->rep().cluster;
     LockState state;
     try {
         zfleet::Budget budget(cluster.settings().budget);

@@ -65,6 +65,10 @@ ZFleetConnection_6_0* ZFleetConnection_6_0::open(char const* fleet)
         return at->second;
     } catch (std::bad_alloc const&) {
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInOpen);
+    } catch (zfleet::CallError const& error) {
+        ZPropertiesIOException_6_0((std::string("etcd://") + fleet).c_str(), error.call.c_str(),
+                                   error.error)
+            .throwException(kSource, raiseInOpen);
     }
     return nullptr;  // not reached
 }
@@ -132,7 +136,7 @@ char const* ZFleetConnection_6_0::endpoint(unsigned index) const
 void ZFleetConnection_6_0::checkEndpoint(unsigned index, ZFleetMember_6_0& member) const
 {
     endpoint(index);
-    zfleet::Cluster& cluster = rep_->cluster;
+    zfleet::ClusterInterface& cluster = rep_->cluster;
     try {
         zfleet::Budget budget(cluster.settings().callTimeout);
         zfleet::Header const header = cluster.probe(index, budget);

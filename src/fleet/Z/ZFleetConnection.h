@@ -32,7 +32,9 @@ public:
     ///         ZStanzaFileProperties_6_0::load() for the file of the fleets;
     ///         ZPropertiesMissingPropertyException_6_0 (file, fleet, key) if it lacks a key;
     ///         ZPropertiesInvalidValueException_6_0 if a value is invalid;
-    ///         ZPropertiesIOException_6_0 (file, "read()", errno) for an unreadable certificate.
+    ///         ZPropertiesIOException_6_0 (file, "read()", errno) for an unreadable certificate,
+    ///         and ("etcd://fleet", "dlopen(…)", ELIBACC) if gRPC or its part of this library is
+    ///         missing.
     /// threads any.
     static ZFleetConnection_6_0* open(char const* fleet);
 

@@ -66,11 +66,11 @@ bool Live::isLate(Clock::time_point now) const
     return watch_ != nullptr && !isAccepted_ && now >= acceptBefore_;
 }
 
-void Live::takeNews(Cluster& cluster, int64_t revision)
+void Live::takeNews(ClusterInterface& cluster, int64_t revision)
 {
     if (watch_ == nullptr)
         return;
-    Watch::News const news = watch_->take();
+    WatchInterface::News const news = watch_->take();
     isHinted_ = isHinted_ || news.revision > revision;
     if (news.isStarted) {
         pauses_ = 0;
@@ -86,7 +86,7 @@ void Live::takeNews(Cluster& cluster, int64_t revision)
     moveOn();
 }
 
-void Live::start(Cluster& cluster, WatchedKeys const& keys, int64_t revision)
+void Live::start(ClusterInterface& cluster, WatchedKeys const& keys, int64_t revision)
 {
     try {
         watch_ = cluster.watch(endpoint_, keys, revision + 1, event_);
@@ -115,9 +115,9 @@ void Live::setTimer() const
     timerfd_settime(timer_, 0, &time, nullptr);
 }
 
-bool Live::process(Cluster& cluster, WatchedKeys const& keys, int64_t revision)
+bool Live::process(ClusterInterface& cluster, WatchedKeys const& keys, int64_t revision)
 {
-    requireOwnProcess("/Watch");
+    cluster.requireUsable("/Watch");
     event_->clear();
     uint64_t ignored;
     [[maybe_unused]] ssize_t const expirations = read(timer_, &ignored, sizeof ignored);

@@ -13,8 +13,7 @@
 #include <memory>
 #include <string>
 
-#include "transport/cluster.h"
-#include "transport/watch.h"
+#include "transport/cluster_interface.h"
 
 namespace zfleet {
 
@@ -31,14 +30,14 @@ public:
 
     /// Takes the hints, and watches `keys` for changes after `revision`, which the caller's
     /// contents have. Returns whether the caller should read the configuration.
-    bool process(Cluster& cluster, WatchedKeys const& keys, int64_t revision);
+    bool process(ClusterInterface& cluster, WatchedKeys const& keys, int64_t revision);
 
     /// Records whether the caller has read the configuration.
     void recordLook(Clock::duration interval, bool hasSucceeded);
 
 private:
-    void takeNews(Cluster& cluster, int64_t revision);
-    void start(Cluster& cluster, WatchedKeys const& keys, int64_t revision);
+    void takeNews(ClusterInterface& cluster, int64_t revision);
+    void start(ClusterInterface& cluster, WatchedKeys const& keys, int64_t revision);
     bool isLate(Clock::time_point now) const;
     void moveOn();
     void setTimer() const;
@@ -46,7 +45,7 @@ private:
     std::shared_ptr<Event> const event_;
     int const timer_;
     int const epoll_;
-    std::unique_ptr<Watch> watch_;  // null: it starts at startAt_
+    std::unique_ptr<WatchInterface> watch_;  // null: it starts at startAt_
     unsigned endpoint_ = 0;
     unsigned pauses_ = 0;
     bool isHinted_ = false;

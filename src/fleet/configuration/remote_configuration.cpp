@@ -47,7 +47,7 @@ std::string valueOf(RangeResult& result)
 
 }  // namespace
 
-RemoteConfiguration::RemoteConfiguration(Cluster& cluster, std::string const& name)
+RemoteConfiguration::RemoteConfiguration(ClusterInterface& cluster, std::string const& name)
     : cluster_(cluster), directory_(cluster.settings().prefix + "/cfg/" + name + "/")
 {
 }

@@ -11,7 +11,7 @@
 
 #include "configuration/fence.h"
 #include "configuration/metadata.h"
-#include "transport/cluster.h"
+#include "transport/cluster_interface.h"
 
 namespace zfleet {
 
@@ -66,7 +66,7 @@ struct WriteResult {
 
 class RemoteConfiguration {
 public:
-    RemoteConfiguration(Cluster& cluster, std::string const& name);
+    RemoteConfiguration(ClusterInterface& cluster, std::string const& name);
 
     /// Returns the key of the text.
     std::string textKey() const { return directory_ + "text"; }
@@ -103,7 +103,7 @@ private:
     WriteResult find(std::vector<Attempt> const& attempts, std::string const& own, Snapshot current,
                      Budget& budget);
 
-    Cluster& cluster_;
+    ClusterInterface& cluster_;
     std::string const directory_;  // of the keys, with "/" at its end
 };
 

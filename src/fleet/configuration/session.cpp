@@ -57,7 +57,7 @@ struct Session::Target {
     {
     }
 
-    Cluster& cluster() const { return connection->rep().cluster; }
+    ClusterInterface& cluster() const { return connection->rep().cluster; }
 
     Connection connection;
     RemoteConfiguration remote;
@@ -114,7 +114,7 @@ int64_t Session::revisionOf(char const* path) const
 
 bool Session::processHints(char const* path, Live& live)
 {
-    Cluster& cluster = sources_.at(path).connection->rep().cluster;
+    ClusterInterface& cluster = sources_.at(path).connection->rep().cluster;
     RemoteConfiguration const remote(cluster, parsePath(path).name);
     return live.process(cluster, {remote.textKey()}, revisionOf(path));
 }
@@ -154,7 +154,7 @@ Session::Loaded Session::loadReplica(Target& target, char const* path, CallError
 // Writes the replica. A failure is reported once: the configuration itself has been read or stored.
 void Session::keepReplica(char const* path, Source const& source)
 {
-    Cluster const& cluster = source.connection->rep().cluster;
+    ClusterInterface const& cluster = source.connection->rep().cluster;
     if (source.isOffline || cluster.settings().replicaDirectory.empty())
         return;
     Replica const replica(cluster.settings(), parsePath(path).name);

@@ -29,7 +29,7 @@ bool maySucceedLater(CallError const& error)
 
 }  // namespace
 
-FleetLock::FleetLock(Cluster& cluster, std::string const& name)
+FleetLock::FleetLock(ClusterInterface& cluster, std::string const& name)
     : cluster_(cluster), queue_(cluster, name), lease_(cluster)
 {
 }

@@ -31,7 +31,7 @@ public:
         notCounted  // the entry was removed, but the cluster has no space for the sequence number
     };
 
-    FleetLock(Cluster& cluster, std::string const& name);
+    FleetLock(ClusterInterface& cluster, std::string const& name);
     FleetLock(FleetLock const&) = delete;
     FleetLock& operator=(FleetLock const&) = delete;
 
@@ -107,7 +107,7 @@ private:
     template <class Change>
     void changeHold(Change change);
 
-    Cluster& cluster_;
+    ClusterInterface& cluster_;
     LockQueue queue_;
     Lease lease_;
     std::mutex renewal_;      // held by a thread that renews the lease, or adds an entry with it

@@ -16,7 +16,7 @@
 #include <mutex>
 #include <string>
 
-#include "transport/cluster.h"
+#include "transport/cluster_interface.h"
 
 namespace zfleet {
 
@@ -28,7 +28,7 @@ public:
         int64_t createdAt;  // create revision of the key, if it belongs to the lease; else 0
     };
 
-    explicit Lease(Cluster& cluster) : cluster_(cluster) {}
+    explicit Lease(ClusterInterface& cluster) : cluster_(cluster) {}
     Lease(Lease const&) = delete;
     Lease& operator=(Lease const&) = delete;
 
@@ -79,7 +79,7 @@ private:
     bool move(KeyValue const& entry, Budget& budget);
     bool isMoved(RangeResult const& read);
 
-    Cluster& cluster_;
+    ClusterInterface& cluster_;
     mutable std::mutex mutex_;
     State state_;      // guarded by mutex_
     State successor_;  // guarded by mutex_; the key may have been moved to this lease

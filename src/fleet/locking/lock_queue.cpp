@@ -69,7 +69,7 @@ LockQueue::View viewOf(TransactionResult const& result, std::string const& own, 
 
 }  // namespace
 
-LockQueue::LockQueue(Cluster& cluster, std::string const& name)
+LockQueue::LockQueue(ClusterInterface& cluster, std::string const& name)
     : cluster_(cluster), directory_(cluster.settings().prefix + "/lock/" + name + "/")
 {
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "transport/cluster.h"
+#include "transport/cluster_interface.h"
 
 namespace zfleet {
 
@@ -40,7 +40,7 @@ public:
         unknown   // the cluster has dropped the history that would show who removed the entry
     };
 
-    LockQueue(Cluster& cluster, std::string const& name);
+    LockQueue(ClusterInterface& cluster, std::string const& name);
 
     /// Returns the key of the entry of a lease.
     std::string keyOf(int64_t lease) const;
@@ -70,7 +70,7 @@ private:
     Removal findRemoval(std::string const& key, int64_t ticket, int64_t written, Budget& budget);
     std::vector<Operation> readOperations() const;
 
-    Cluster& cluster_;
+    ClusterInterface& cluster_;
     std::string const directory_;  // of the keys, with "/" at its end
 };
 

@@ -1,10 +1,10 @@
 #include "transport/cluster.h"
 
 #include <errno.h>
-#include <time.h>
 
 #include <algorithm>
 #include <random>
+#include <utility>
 
 #include "transport/failure.h"
 #include "transport/wire_forms.h"
@@ -15,16 +15,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kFirstPause{5};
-constexpr milliseconds kLongestPause{400};
-
 constexpr int64_t kMaxLease = 1'000'000'000;  // seconds; more would overflow in nanoseconds
-
-std::minstd_rand& randomNumbers()
-{
-    thread_local std::minstd_rand numbers{std::random_device{}()};
-    return numbers;
-}
 
 // Returns whether gRPC can send a token. It would end the process for any other bytes.
 bool isMetadata(std::string const& token)
@@ -41,34 +32,11 @@ void raise(std::atomic<Number>& highest, Number number)
     }
 }
 
-void sleepFor(Clock::duration time)
-{
-    auto const whole = std::chrono::duration_cast<std::chrono::nanoseconds>(time).count();
-    timespec left{whole / 1'000'000'000, whole % 1'000'000'000};
-    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
-    }
-}
-
 }  // namespace
 
-int64_t bootTime()
+std::unique_ptr<ClusterInterface> openCluster(Settings settings)
 {
-    timespec now{};
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
-}
-
-Clock::duration randomPause(unsigned pauses)
-{
-    milliseconds const longest = std::min(kLongestPause, kFirstPause * (1 << std::min(pauses, 7u)));
-    std::uniform_int_distribution<long> choose(longest.count() / 2 + 1, longest.count());
-    return milliseconds(choose(randomNumbers()));
-}
-
-void Budget::pause()
-{
-    Clock::duration const time = randomPause(pauses_++);
-    sleepFor(std::clamp(time, Clock::duration::zero(), std::max(left(), Clock::duration::zero())));
+    return std::make_unique<Cluster>(std::move(settings));
 }
 
 // The attempts of a call.
@@ -94,7 +62,7 @@ Cluster::Cluster(Settings settings) : settings_(std::move(settings)), current_(0
         watched_.push_back(std::make_unique<Endpoint>(address, settings_.certificates));
     }
     // The hosts of a fleet spread over the nodes.
-    current_ = static_cast<unsigned>(randomNumbers()() % endpoints_.size());
+    current_ = static_cast<unsigned>(std::random_device{}() % endpoints_.size());
 }
 
 Clock::duration Cluster::timeoutOf(Budget const& budget) const
@@ -293,8 +261,9 @@ void Cluster::revokeLease(int64_t id, Budget& budget)
     }
 }
 
-std::unique_ptr<Watch> Cluster::watch(unsigned endpoint, WatchedKeys const& keys, int64_t revision,
-                                      std::shared_ptr<Event> const& event)
+std::unique_ptr<WatchInterface> Cluster::watch(unsigned endpoint, WatchedKeys const& keys,
+                                               int64_t revision,
+                                               std::shared_ptr<Event> const& event)
 {
     requireOwnProcess(kAuthenticateMethod);
     size_t const index = (current_.load(std::memory_order_relaxed) + endpoint) % watched_.size();
@@ -305,6 +274,11 @@ std::unique_ptr<Watch> Cluster::watch(unsigned endpoint, WatchedKeys const& keys
         throw CallError{nameOfMethod(kAuthenticateMethod),
                         classify(status.code, status.message).error, false, status.message};
     return std::make_unique<Watch>(*watched_[index], keys, revision, std::move(token), event);
+}
+
+void Cluster::requireUsable(char const* method) const
+{
+    requireOwnProcess(method);
 }
 
 Header Cluster::probe(unsigned endpoint, Budget& budget)

@@ -11,87 +11,33 @@
 #include <string>
 #include <vector>
 
-#include "settings/fleet_settings.h"
+#include "transport/cluster_interface.h"
 #include "transport/endpoint.h"
-#include "transport/requests.h"
 #include "transport/watch.h"
 
 namespace zfleet {
 
-// Whether a transaction may be executed twice without harm. A put without a condition is not
-// idempotent: repeated late, it would undo another program's later put. A call that changes nothing
-// is never doubtful.
-enum class Repetition { isHarmless, isHarmful, changesNothing };
-
-/// Returns the random pause after a number of earlier pauses.
-Clock::duration randomPause(unsigned pauses);
-
-// The time that an operation may take, and the pauses between its attempts.
-class Budget {
+class Cluster : public ClusterInterface {
 public:
-    explicit Budget(Clock::duration time) : end_(Clock::now() + time) {}
-
-    Clock::duration left() const { return end_ - Clock::now(); }
-    bool isUsedUp() const { return left() <= Clock::duration::zero(); }
-
-    /// Waits a random time before the next attempt, but not past the end.
-    void pause();
-
-private:
-    Clock::time_point const end_;
-    unsigned pauses_ = 0;
-};
-
-class Cluster {
-public:
-    /// range   the endpoints are nodes of one cluster. A reply of another cluster, or of an earlier
-    ///         state of the cluster, fails with EREMCHG.
+    /// range   as openCluster().
     explicit Cluster(Settings settings);
 
-    Settings const& settings() const { return settings_; }
-
-    /// Returns the id of the cluster, and the highest revision of all replies; 0 before the first.
-    uint64_t id() const { return id_; }
-    int64_t revision() const { return revision_; }
-
-    /// Returns the highest term of all replies; 0 before the first.
-    uint64_t term() const { return term_; }
-
-    /// Reads keys.
-    /// throws  CallError.
-    RangeResult read(Range const& range, Budget& budget);
-
-    /// Executes a transaction.
-    /// throws  CallError. The transaction may have been executed if `isDoubtful` is set.
-    TransactionResult commit(Transaction const& transaction, Repetition repetition, Budget& budget);
-
-    /// Creates a lease. After a lost reply, another lease may exist, which ends unused.
-    /// throws  CallError.
-    LeaseResult grantLease(int64_t seconds, Budget& budget);
-
-    /// Renews a lease, at a node that may have lost its leadership without noticing: the renewal is
-    /// valid only if a later read has the same term.
-    /// throws  CallError.
-    LeaseResult renewLease(int64_t id, Budget& budget);
-
-    /// Ends a lease, if it exists, and removes its keys.
-    /// throws  CallError.
-    void revokeLease(int64_t id, Budget& budget);
-
-    /// Starts to watch keys for changes from `revision` on, at the endpoint with this number,
-    /// counted modulo their number. Watches have channels of their own, which large replies of
-    /// other calls do not delay.
-    /// throws  CallError without a token, and with ECHILD.
-    std::unique_ptr<Watch> watch(unsigned endpoint, WatchedKeys const& keys, int64_t revision,
-                                 std::shared_ptr<Event> const& event);
-
-    /// Forgets a token that the cluster has refused, unless another thread has replaced it.
-    void dropToken(std::string const& token);
-
-    /// Reads the state of the cluster from one endpoint, without failover. The cluster may be
-    /// another one.
-    /// throws  CallError.
-    Header probe(unsigned endpoint, Budget& budget);
+    Settings const& settings() const override { return settings_; }
+    uint64_t id() const override { return id_; }
+    int64_t revision() const override { return revision_; }
+    uint64_t term() const override { return term_; }
+    RangeResult read(Range const& range, Budget& budget) override;
+    TransactionResult commit(Transaction const& transaction, Repetition repetition,
+                             Budget& budget) override;
+    LeaseResult grantLease(int64_t seconds, Budget& budget) override;
+    LeaseResult renewLease(int64_t id, Budget& budget) override;
+    void revokeLease(int64_t id, Budget& budget) override;
+    std::unique_ptr<WatchInterface> watch(unsigned endpoint, WatchedKeys const& keys,
+                                          int64_t revision,
+                                          std::shared_ptr<Event> const& event) override;
+    void dropToken(std::string const& token) override;
+    Header probe(unsigned endpoint, Budget& budget) override;
+    void requireUsable(char const* method) const override;
 
 private:
     struct Attempts;

@@ -1,6 +1,5 @@
 #include "transport/watch.h"
 
-#include <errno.h>
 #include <grpcpp/channel.h>
 #include <grpcpp/client_context.h>
 #include <grpcpp/generic/generic_stub.h>
@@ -10,8 +9,6 @@
 #else
 #include <grpcpp/impl/codegen/proto_utils.h>
 #endif
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -29,28 +26,6 @@ namespace {
 constexpr char kWatchMethod[] = "/etcdserverpb.Watch/Watch";
 
 }  // namespace
-
-Event::Event() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
-{
-    if (fd_ < 0)
-        throw CallError{"eventfd()", errno, false, "no descriptor"};
-}
-
-Event::~Event()
-{
-    close(fd_);
-}
-
-void Event::signal() const
-{
-    eventfd_write(fd_, 1);
-}
-
-void Event::clear() const
-{
-    eventfd_t ignored;
-    eventfd_read(fd_, &ignored);
-}
 
 // Used by the stream until its last reaction.
 struct Watch::State {
