@@ -375,7 +375,7 @@ private:
         for (Position const at : commentsOfOwner({stanza, key}))
             if (header == kNone || at->headerIndex == header)
                 positions.push_back(at);
-        placeComments({stanza, key}, ours, theirs, merged, positions);
+        CommentPlacement(*this, {stanza, key}, ours, theirs, merged, positions).run();
         if (key.empty() && !headers_.contains(stanza))
             moveToNewHeader(stanza);
         // A blank line separates the comments at the start from the rest.
@@ -445,88 +445,149 @@ private:
         }
     }
 
-    // Comments of `ours` that stay are not moved. A new comment replaces a removed comment above
-    // the same line, or follows the comment before it, or precedes the comment after it. Otherwise
-    // it is right above the line.
-    void placeComments(Name const& owner, std::vector<SideComment> const& ours,
-                       std::vector<SideComment> const& theirs,
-                       std::vector<MergedComment> const& merged,
-                       std::vector<Position> const& positions)
-    {
-        Places const places(*this, owner.first, owner.second);
-        std::vector<uint32_t> placeOfOurs;
-        for (SideComment const& comment : ours)
-            placeOfOurs.push_back(places.ofOurs(comment.line));
-        std::vector<bool> isFree(ours.size(), true);  // removed, and not replaced yet
-        for (MergedComment const& comment : merged)
-            if (comment.ours != kNone)
-                isFree[comment.ours] = false;
-        std::vector<bool> const isRemoved = isFree;
-        auto const hasStaying = [&](uint32_t place) {
-            for (size_t i = 0; i < ours.size(); ++i)
-                if (placeOfOurs[i] == place && !isRemoved[i])
+    // Places the merged comments of a key or header. Comments of `ours` that stay are not moved. A
+    // new comment replaces a removed comment above the same line, or follows the comment before it,
+    // or precedes the comment after it. Otherwise it is right above the line.
+    class CommentPlacement {
+    public:
+        /// range   the arguments, except the name of the owner, outlive the object.
+        CommentPlacement(Assembly& assembly, Name owner, std::vector<SideComment> const& ours,
+                         std::vector<SideComment> const& theirs,
+                         std::vector<MergedComment> const& merged,
+                         std::vector<Position> const& positions)
+            : assembly_(assembly),
+              owner_(owner),
+              ours_(ours),
+              theirs_(theirs),
+              merged_(merged),
+              positions_(positions),
+              places_(assembly, owner.first, owner.second),
+              isRemoved_(ours.size(), true)
+        {
+            for (SideComment const& comment : ours)
+                placeOfOurs_.push_back(places_.ofOurs(comment.line));
+            for (MergedComment const& comment : merged)
+                if (comment.ours != kNone)
+                    isRemoved_[comment.ours] = false;
+            isFree_ = isRemoved_;
+        }
+
+        void run()
+        {
+            for (size_t i = 0; i < merged_.size(); ++i) {
+                uint32_t const staying = merged_[i].ours;
+                if (staying == kNone) {
+                    insert(i);
+                    continue;
+                }
+                nextOfOurs_ = staying + 1;
+                placed_.push_back({positions_[staying], placeOfOurs_[staying]});
+            }
+            for (size_t i = 0; i < ours_.size(); ++i)
+                if (isRemoved_[i])
+                    assembly_.removed_.push_back({positions_[i], !isFree_[i]});
+        }
+
+    private:
+        void insert(size_t index)
+        {
+            SideComment const& comment = merged_[index].comment;
+            uint32_t const place = placeOf(comment);
+            SideEntry entry{SideEntry::comment, comment.isBelowBlank, false,       true, 0,
+                            owner_.first,       owner_.second,        comment.text};
+            if (owner_.second.empty() && owner_.first != kTopOfText && owner_.first != kEndOfText)
+                entry.headerIndex = place;
+            Position const before = findPosition(index, place, entry);
+            EntryList& entries = assembly_.entries_;
+            entry.isBelowComment = before != entries.begin() && !placed_.empty() &&
+                                   std::prev(before) == placed_.back().at && place != 0;
+            placed_.push_back({entries.insert(before, entry), place});
+        }
+
+        bool isOurs(SideComment const& comment) const
+        {
+            return isPartOf(assembly_.ours_.outline().text(), comment.text);
+        }
+
+        uint32_t placeOf(SideComment const& comment) const
+        {
+            uint32_t const place =
+                isOurs(comment) ? places_.ofOurs(comment.line) : places_.ofTheirs(comment.line);
+            // Only the first line of a key is an entry.
+            return owner_.second.empty() || hasStaying(place) ? place : 0;
+        }
+
+        bool hasStaying(uint32_t place) const
+        {
+            for (size_t i = 0; i < ours_.size(); ++i)
+                if (placeOfOurs_[i] == place && !isRemoved_[i])
                     return true;
             return false;
-        };
-        std::vector<PlacedComment> placed;
-        uint32_t nextOfOurs = 0;
-        for (size_t i = 0; i < merged.size(); ++i) {
-            SideComment const& comment = merged[i].comment;
-            if (merged[i].ours != kNone) {
-                nextOfOurs = merged[i].ours + 1;
-                placed.push_back({positions[merged[i].ours], placeOfOurs[merged[i].ours]});
-                continue;
-            }
-            bool const isOurs = isPartOf(ours_.outline().text(), comment.text);
-            uint32_t place = isOurs ? places.ofOurs(comment.line) : places.ofTheirs(comment.line);
-            // Only the first line of a key is an entry.
-            if (!owner.second.empty() && !hasStaying(place))
-                place = 0;
-            uint32_t replaced = nextOfOurs;
-            while (replaced < ours.size() && isRemoved[replaced] &&
-                   !(isFree[replaced] && placeOfOurs[replaced] == place))
-                ++replaced;
-            bool const isReplacement = replaced < ours.size() && isFree[replaced];
-            auto const after =
-                std::find_if(merged.begin() + static_cast<ptrdiff_t>(i), merged.end(),
-                             [&](MergedComment const& next) { return next.ours != kNone; });
-            SideEntry entry{SideEntry::comment, comment.isBelowBlank, false,       true, 0,
-                            owner.first,        owner.second,         comment.text};
-            if (owner.second.empty() && owner.first != kTopOfText && owner.first != kEndOfText)
-                entry.headerIndex = place;
-            Position before;
-            if (isReplacement) {
-                isFree[replaced] = false;
-                before = positions[replaced];
-                entry.isBelowBlank = before->isBelowBlank;
-            } else if (!placed.empty() && placed.back().place == place) {
-                before = std::next(placed.back().at);
-            } else if (after != merged.end() && placeOfOurs[after->ours] == place) {
-                before = positions[after->ours];
-                entry.isBelowBlank = before->isBelowBlank;
-                before->isBelowBlank = isBelowBlankIn(theirs, after->comment);
-            } else {
-                before = lineOf(owner, place);
-                bool const isOnly =
-                    std::find(placeOfOurs.begin(), placeOfOurs.end(), place) == placeOfOurs.end();
-                // The blank line above the key or header is above its comments then. If headers are
-                // repeated, a blank line below them would give them to another stanza.
-                bool const isTop = owner == Name(kTopOfText, "");
-                if (isOnly && !isOurs && !isTop && before != entries_.end()) {
-                    bool const isParted = theirs_.isBelowBlank(comment.line) &&
-                                          !(owner.second.empty() && hasRepeatedHeaders_);
-                    entry.isBelowBlank =
-                        std::exchange(before->isBelowBlank, isParted) || entry.isBelowBlank;
-                }
-            }
-            entry.isBelowComment = before != entries_.begin() && !placed.empty() &&
-                                   std::prev(before) == placed.back().at && place != 0;
-            placed.push_back({entries_.insert(before, entry), place});
         }
-        for (size_t i = 0; i < ours.size(); ++i)
-            if (isRemoved[i])
-                removed_.push_back({positions[i], !isFree[i]});
-    }
+
+        // Returns the entry that a new comment precedes. Adapts the blank lines of both.
+        Position findPosition(size_t index, uint32_t place, SideEntry& entry)
+        {
+            if (size_t const replaced = findReplaced(place); replaced < ours_.size()) {
+                isFree_[replaced] = false;
+                entry.isBelowBlank = positions_[replaced]->isBelowBlank;
+                return positions_[replaced];
+            }
+            if (!placed_.empty() && placed_.back().place == place)
+                return std::next(placed_.back().at);
+            auto const after =
+                std::find_if(merged_.begin() + static_cast<ptrdiff_t>(index), merged_.end(),
+                             [&](MergedComment const& next) { return next.ours != kNone; });
+            if (after != merged_.end() && placeOfOurs_[after->ours] == place) {
+                Position const before = positions_[after->ours];
+                entry.isBelowBlank = before->isBelowBlank;
+                before->isBelowBlank = isBelowBlankIn(theirs_, after->comment);
+                return before;
+            }
+            Position const before = assembly_.lineOf(owner_, place);
+            takeBlankLine(merged_[index].comment, place, before, entry);
+            return before;
+        }
+
+        // Returns the index of the removed comment that a new comment replaces, or the number of
+        // the comments.
+        size_t findReplaced(uint32_t place) const
+        {
+            size_t i = nextOfOurs_;
+            while (i < ours_.size() && isRemoved_[i] && !(isFree_[i] && placeOfOurs_[i] == place))
+                ++i;
+            return i < ours_.size() && isFree_[i] ? i : ours_.size();
+        }
+
+        // The blank line above the key or header is above its comments then. If headers are
+        // repeated, a blank line below them would give them to another stanza.
+        void takeBlankLine(SideComment const& comment, uint32_t place, Position before,
+                           SideEntry& entry) const
+        {
+            bool const isOnly =
+                std::find(placeOfOurs_.begin(), placeOfOurs_.end(), place) == placeOfOurs_.end();
+            bool const isTop = owner_ == Name(kTopOfText, "");
+            if (!isOnly || isOurs(comment) || isTop || before == assembly_.entries_.end())
+                return;
+            bool const isParted = assembly_.theirs_.isBelowBlank(comment.line) &&
+                                  !(owner_.second.empty() && assembly_.hasRepeatedHeaders_);
+            entry.isBelowBlank =
+                std::exchange(before->isBelowBlank, isParted) || entry.isBelowBlank;
+        }
+
+        Assembly& assembly_;
+        Name const owner_;
+        std::vector<SideComment> const& ours_;
+        std::vector<SideComment> const& theirs_;
+        std::vector<MergedComment> const& merged_;
+        std::vector<Position> const& positions_;  // of the comments of `ours`
+        Places const places_;
+        std::vector<uint32_t> placeOfOurs_;
+        std::vector<bool> isRemoved_;  // of the comments of `ours`
+        std::vector<bool> isFree_;     // removed, and not replaced yet
+        std::vector<PlacedComment> placed_;
+        uint32_t nextOfOurs_ = 0;  // the first comment of `ours` after the last one that stays
+    };
 
     // Removes comments. The blank line above a comment that has no replacement is above the entry
     // below.
