@@ -586,7 +586,7 @@ private:
         std::vector<bool> isRemoved_;  // of the comments of `ours`
         std::vector<bool> isFree_;     // removed, and not replaced yet
         std::vector<PlacedComment> placed_;
-        uint32_t nextOfOurs_ = 0;  // the first comment of `ours` after the last one that stays
+        uint32_t nextOfOurs_ = 0;  // of `ours`: the comment after the last staying comment
     };
 
     // Removes comments. The blank line above a comment that has no replacement is above the entry
