@@ -32,6 +32,13 @@ protected:
         }
     }
 
+    void storeGenerationsAgain(unsigned count)
+    {
+        cluster_.put(kText, "");
+        cluster_.put(kMeta, "");
+        storeGenerations(count);
+    }
+
     static std::string value(ZFleetProperties_6_0 const& store, char const* key)
     {
         ZLCString_6_0 text;
@@ -69,6 +76,13 @@ protected:
                 execute(request);
             return ModelCluster::Reply{8, "Received message larger than max"};
         });
+    }
+
+    // Undoes the last generation; the program does not learn the outcome.
+    void undoWithoutOutcome(ZFleetProperties_6_0& store, bool isExecuted)
+    {
+        loseOutcome(isExecuted);
+        EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.undo(nullptr, 0); }));
     }
 
     // Another program changes a value.
@@ -197,12 +211,9 @@ TEST_F(FleetHistory, RepetitionAfterAnUnknownOutcomeDoesNotUndoTheUndo)
     for (bool const isExecuted : {true, false})
         for (unsigned const number : {0u, 3u}) {
             SCOPED_TRACE(std::to_string(isExecuted) + ", " + std::to_string(number));
-            cluster_.put(kText, "");
-            cluster_.put(kMeta, "");
-            storeGenerations(3);
+            storeGenerationsAgain(3);
             ZFleetProperties_6_0 store(kPath, 1);
-            loseOutcome(isExecuted);
-            EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.undo(nullptr, 0); }));
+            undoWithoutOutcome(store, isExecuted);
             EXPECT_EQ("3", value(store, "x"));
             EXPECT_EQ(isExecuted ? "\n[s]\ny = 1\nx = 2\n" : "\n[s]\ny = 1\nx = 3\n",
                       cluster_.get(kText));
@@ -222,12 +233,9 @@ TEST_F(FleetHistory, RepetitionAfterAnUnknownOutcomeUndoesTheSameGeneration)
 {
     for (bool const isExecuted : {true, false}) {
         SCOPED_TRACE(isExecuted);
-        cluster_.put(kText, "");
-        cluster_.put(kMeta, "");
-        storeGenerations(3);
+        storeGenerationsAgain(3);
         ZFleetProperties_6_0 store(kPath, 1);
-        loseOutcome(isExecuted);
-        EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.undo(nullptr, 0); }));
+        undoWithoutOutcome(store, isExecuted);
         storeElsewhere("y", "7");
         store.undo(nullptr, 0);
         EXPECT_EQ("2", value(store, "x"));
@@ -266,8 +274,7 @@ TEST_F(FleetHistory, LoadAfterAnUnknownOutcomeEndsTheUndo)
 {
     storeGenerations(3);
     ZFleetProperties_6_0 store(kPath, 1);
-    loseOutcome(true);
-    EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.undo(nullptr, 0); }));
+    undoWithoutOutcome(store, true);
     store.reload(nullptr);
     EXPECT_EQ("2", value(store, "x"));
     store.undo(nullptr, 0);  // of the undo
