@@ -147,6 +147,8 @@ CHANGE = [
         GIT.replace(b"\tbare", b"\t# why\n\tbare")),
     row("git", GIT, ["comment", "core", "bare", "a\nb"], b"", DONE,
         GIT.replace(b"\tbare", b"\t# a\n\t# b\n\tbare")),
+    row("ini", b"[a]\nk=1\n", ["comment", "a", "k", "# b\nc\n; d"], b"", DONE,
+        b"[a]\n; b\n; c\n; d\nk=1\n"),
     row("env", b"# old\nexport A=1\n", ["comment", ".", "A", "new", "--above"], b"", DONE,
         b"# new\n# old\nexport A=1\n"),
     row("git", GIT, ["rename", "core", "Core"], b"", DONE, GIT.replace(b"[core]", b"[Core]")),

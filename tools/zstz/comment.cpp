@@ -16,23 +16,28 @@ namespace {
 using zlines::Line;
 using zlines::Outline;
 
-// Returns the mark that starts a comment in the format of the file.
+// Returns the mark that starts a new comment in the format of the file.
 std::string commentMark(Store const& store)
 {
     zlines::SharedText const kept = keptText(store);
     return kept != nullptr ? std::string(kept->dialect.ownComment()) : "#";
 }
 
-// Returns a comment with a mark at the start of each line.
-std::string markLines(std::string const& text, std::string const& mark, Request const& request)
+// Returns a comment with a mark of the format of the file at the start of each line.
+std::string markLines(std::string const& text, Store const& store, Request const& request)
 {
+    zlines::SharedText const kept = keptText(store);
+    std::string const mark = commentMark(store);
+    auto const isMarked = [&](std::string const& line) {
+        return line.starts_with(mark) ||
+               (kept != nullptr &&
+                zdialects::LineRules(kept->dialect).startsComment(line.substr(0, 1)));
+    };
     std::string comment;
     for (size_t at = 0; at <= text.size();) {
         size_t const end = std::min(text.find('\n', at), text.size());
         std::string const line = text.substr(at, end - at);
-        std::string const marked = line.starts_with(mark) ? line
-                                   : line.empty()         ? mark
-                                                          : mark + ' ' + line;
+        std::string const marked = isMarked(line) ? line : line.empty() ? mark : mark + ' ' + line;
         if (marked.size() > zstanza::kMaxLineLength)
             throw Failure{exitInvalidValue,
                           request.file,
@@ -160,7 +165,7 @@ void setComment(EditedFile& file, Request const& request)
             store.setComment(stanza, key, nullptr);
         return;
     }
-    std::string comment = markLines(request.text, commentMark(store), request);
+    std::string comment = markLines(request.text, store, request);
     requireComments(store, comment, request);
     bool const isFirst = store.getComment(stanza, key, old) == 0;
     if ((keepsOld && !request.normalise) || (isFirst && isIndentedKey(file, request)))
