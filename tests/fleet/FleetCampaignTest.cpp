@@ -138,6 +138,116 @@ std::string valueOf(Cluster& cluster, std::string const& key)
     return result.entries.empty() ? "(missing)" : result.entries[0].value;
 }
 
+// Waits until a node replies at this connection.
+void connect(Endpoint& endpoint)
+{
+    wire::RangeRequest request;
+    request.set_key("k");
+    wire::RangeResponse response;
+    CallStatus status{statusUnavailable};
+    for (int i = 0; status.code != 0 && i < 20; ++i)
+        status = endpoint.invoke(kRangeMethod, request, response, std::chrono::seconds(10), "");
+    ASSERT_EQ(0, status.code) << status.message;
+}
+
+// Writes the value "first"; with a guard, only if the key does not exist.
+void putFirst(Endpoint& endpoint, std::string const& key, bool isGuarded)
+{
+    wire::TxnRequest request;
+    if (isGuarded) {
+        wire::Compare& guard = *request.add_compare();
+        guard.set_key(key);
+        guard.set_target(wire::Compare::MOD);
+        guard.set_mod_revision(0);
+    }
+    wire::PutRequest& put = *request.add_success()->mutable_put();
+    put.set_key(key);
+    put.set_value("first");
+    wire::TxnResponse response;
+    endpoint.invoke(kTxnMethod, request, response, std::chrono::seconds(20), "");
+}
+
+// A key with rising values: one thread writes, four threads read.
+class Register {
+public:
+    /// The writer writes until join(), the readers read `wanted` times in all.
+    Register(Settings const& settings, unsigned wanted) : settings_(settings), wanted_(wanted)
+    {
+        threads_.emplace_back([this] { write(); });
+        for (int i = 0; i < 4; ++i)
+            threads_.emplace_back([this] { read(); });
+    }
+    Register(Register const&) = delete;
+    Register& operator=(Register const&) = delete;
+    ~Register() { join(); }
+
+    void join()
+    {
+        isOver_ = true;
+        for (std::thread& thread : threads_)
+            thread.join();
+        threads_.clear();
+    }
+
+    long acknowledged() const { return acknowledged_; }
+    unsigned long reads() const { return reads_; }
+    unsigned long older() const { return older_; }        // than an acknowledged write
+    unsigned long backward() const { return backward_; }  // than the read before
+
+private:
+    void write()
+    {
+        Cluster cluster(settings_);
+        int64_t base = 0;
+        for (long value = 1; !isOver_; ++value) {
+            // Without the guard, an attempt that is executed late would undo later writes.
+            Budget budget(cluster.settings().budget);
+            TransactionResult const result =
+                cluster.commit({{{"register", Condition::modRevision, Condition::equal, base}},
+                                {Put{"register", std::to_string(value)}},
+                                {Range{"register"}}},
+                               Repetition::isHarmless, budget);
+            base = result.hasSucceeded ? result.header.revision
+                                       : result.ranges.at(0).entries.at(0).modRevision;
+            acknowledged_ = value;
+        }
+    }
+
+    void read()
+    {
+        Cluster cluster(settings_);
+        for (long last = 0; reads_ < wanted_; ++reads_) {
+            long const least = acknowledged_;
+            long const value = std::max(0L, atol(valueOf(cluster, "register").c_str()));
+            older_ += value < least ? 1 : 0;
+            backward_ += value < last ? 1 : 0;
+            last = value;
+        }
+    }
+
+    Settings const settings_;
+    unsigned const wanted_;
+    std::atomic<long> acknowledged_{0};
+    std::atomic<unsigned long> reads_{0};
+    std::atomic<unsigned long> older_{0};
+    std::atomic<unsigned long> backward_{0};
+    std::atomic<bool> isOver_{false};
+    std::vector<std::thread> threads_;
+};
+
+// Reads the register without asking the leader. Returns whether the value is older than `least`.
+bool isOlder(Endpoint& endpoint, long least)
+{
+    wire::RangeRequest request;
+    request.set_key("register");
+    request.set_serializable(true);
+    wire::RangeResponse response;
+    CallStatus const status =
+        endpoint.invoke(kRangeMethod, request, response, std::chrono::seconds(5), "");
+    return status.code == 0 && response.kvs_size() > 0 &&
+           atol(response.kvs(0).value().c_str()) < least;
+}
+
 }  // namespace
 
 TEST_F(FleetCampaign, NoUpdateIsLostWhileLeadersFail)
@@ -226,13 +336,7 @@ TEST_F(FleetCampaign, LateWritesUndoNoLaterWrite)
         unsigned const leader = nodes_->leader();
         Certificates const plain;
         Endpoint endpoint(nodes_->endpoints()[leader], plain);
-        wire::RangeRequest read;
-        read.set_key("k");
-        wire::RangeResponse found;
-        CallStatus status{statusUnavailable};
-        for (int i = 0; status.code != 0 && i < 20; ++i)
-            status = endpoint.invoke(kRangeMethod, read, found, std::chrono::seconds(10), "");
-        ASSERT_EQ(0, status.code) << status.message;
+        ASSERT_NO_FATAL_FAILURE(connect(endpoint));
         auto const keyOf = [&](unsigned i) {
             return "late" + std::to_string(round) + "/" + std::to_string(i);
         };
@@ -242,20 +346,7 @@ TEST_F(FleetCampaign, LateWritesUndoNoLaterWrite)
         nodes_->suspend(leader);
         std::vector<std::thread> writers;
         for (unsigned i = 0; i < 2 * kBatch; ++i)
-            writers.emplace_back([&, i] {
-                wire::TxnRequest request;
-                if (i % 2 == 0) {
-                    wire::Compare& guard = *request.add_compare();
-                    guard.set_key(keyOf(i));
-                    guard.set_target(wire::Compare::MOD);
-                    guard.set_mod_revision(0);
-                }
-                wire::PutRequest& put = *request.add_success()->mutable_put();
-                put.set_key(keyOf(i));
-                put.set_value("first");
-                wire::TxnResponse response;
-                endpoint.invoke(kTxnMethod, request, response, std::chrono::seconds(20), "");
-            });
+            writers.emplace_back([&, i] { putFirst(endpoint, keyOf(i), i % 2 == 0); });
         std::this_thread::sleep_for(milliseconds(100));
         for (unsigned i = 0; i < 2 * kBatch; ++i) {
             Budget budget(known.budget);
@@ -279,43 +370,11 @@ TEST_F(FleetCampaign, ReadsAreNeverOlderThanAcknowledgedWrites)
 {
     start("");
     unsigned const wanted = scaled(1'000'000, 2'000);
-    std::atomic<long> acknowledged{0};
-    std::atomic<unsigned long> reads{0};
-    std::atomic<unsigned long> older{0};
-    std::atomic<unsigned long> backward{0};
-    std::atomic<bool> isOver{false};
-    std::vector<std::thread> threads;
-    threads.emplace_back([&] {
-        Cluster cluster(settings());
-        int64_t base = 0;
-        for (long value = 1; !isOver; ++value) {
-            // Without the guard, an attempt that is executed late would undo later writes.
-            Budget budget(cluster.settings().budget);
-            TransactionResult const result =
-                cluster.commit({{{"register", Condition::modRevision, Condition::equal, base}},
-                                {Put{"register", std::to_string(value)}},
-                                {Range{"register"}}},
-                               Repetition::isHarmless, budget);
-            base = result.hasSucceeded ? result.header.revision
-                                       : result.ranges.at(0).entries.at(0).modRevision;
-            acknowledged = value;
-        }
-    });
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] {
-            Cluster cluster(settings());
-            for (long last = 0; reads < wanted; ++reads) {
-                long const least = acknowledged;
-                long const value = std::max(0L, atol(valueOf(cluster, "register").c_str()));
-                older += value < least ? 1 : 0;
-                backward += value < last ? 1 : 0;
-                last = value;
-            }
-        });
+    Register values(settings(), wanted);
     unsigned long controls = 0;
     unsigned long olderControls = 0;
     unsigned faults = 0;
-    for (; reads < wanted || olderControls == 0; ++faults) {
+    for (; values.reads() < wanted || olderControls == 0; ++faults) {
         if (faults % 3 == 2) {
             restartLeader();
             continue;
@@ -325,28 +384,18 @@ TEST_F(FleetCampaign, ReadsAreNeverOlderThanAcknowledgedWrites)
         Endpoint endpoint(nodes_->endpoints()[node], plain);
         nodes_->suspend(node);
         std::this_thread::sleep_for(milliseconds(600));
-        long const least = acknowledged;
+        long const least = values.acknowledged();
         nodes_->resume(node);
-        for (int i = 0; i < 20; ++i, ++controls) {
-            wire::RangeRequest request;
-            request.set_key("register");
-            request.set_serializable(true);
-            wire::RangeResponse response;
-            if (endpoint.invoke(kRangeMethod, request, response, std::chrono::seconds(5), "")
-                        .code == 0 &&
-                response.kvs_size() > 0)
-                olderControls += atol(response.kvs(0).value().c_str()) < least ? 1 : 0;
-        }
+        for (int i = 0; i < 20; ++i, ++controls)
+            olderControls += isOlder(endpoint, least) ? 1 : 0;
         nodes_->waitUntilReady();
     }
-    isOver = true;
-    for (std::thread& thread : threads)
-        thread.join();
+    values.join();
     printf("%lu reads, %ld writes, %u faults: %lu older, %lu back; %lu of %lu controls older\n",
-           reads.load(), acknowledged.load(), faults, older.load(), backward.load(), olderControls,
-           controls);
-    EXPECT_EQ(0u, older);
-    EXPECT_EQ(0u, backward);
+           values.reads(), values.acknowledged(), faults, values.older(), values.backward(),
+           olderControls, controls);
+    EXPECT_EQ(0u, values.older());
+    EXPECT_EQ(0u, values.backward());
 }
 
 // Without looks, only a watch finds a change.
