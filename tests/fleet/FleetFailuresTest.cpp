@@ -357,7 +357,7 @@ protected:
     };
 
     // Calls `expect` for each pair with the number 0, `step`, 2 * `step`, … of a call, whose number
-    // is `at`, and a failure that is wanted.
+    // is `at`, and a failure for which `isWanted` returns true.
     template <class IsWanted, class Expect>
     static Pairs forEachPair(unsigned step, IsWanted isWanted, Expect expect)
     {
