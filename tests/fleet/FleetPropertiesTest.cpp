@@ -172,6 +172,21 @@ TEST_F(FleetProperties, TextThatDoesNotParseLeavesTheStoreUnchanged)
     EXPECT_THROW(store.store(nullptr), ZPropertiesInvalidDataException_6_0);
     EXPECT_EQ("[listener\nport = 2\n", cluster_.get(kText));
 
+    // The reader of lines would end a line at a zero byte, and the next store would lose its end.
+    std::string const zero("[listener]\nport = 3\0 4\n", 23);
+    putText(zero);
+    try {
+        store.reload(nullptr);
+        FAIL() << "nothing was thrown";
+    } catch (ZPropertiesInvalidDataException_6_0 const& e) {
+        EXPECT_STREQ(kPath, e.propFile().getChars());
+        EXPECT_EQ(2, e.badline());
+        EXPECT_STREQ("port = 3", e.baddata().getChars());
+    }
+    EXPECT_EQ("1", value(store, "listener", "port"));
+    EXPECT_THROW(store.store(nullptr), ZPropertiesInvalidDataException_6_0);
+    EXPECT_EQ(zero, cluster_.get(kText));
+
     putText("[listener]\nport = 3\n");
     cluster_.put(kHidden, "damaged");
     EXPECT_THROW(store.reload(nullptr), ZPropertiesInvalidDataException_6_0);
@@ -505,6 +520,27 @@ TEST_F(FleetProperties, SizeIsLimitedBeforeAnythingIsSent)
         store.deleteKey("large", std::to_string(i).c_str());
     store.store(nullptr);
     EXPECT_EQ(0, store.isModified());
+}
+
+TEST_F(FleetProperties, OneMebibyteIsStoredAndOneByteMoreIsNot)
+{
+    constexpr size_t kMax = size_t{1} << 20;
+    ZFleetProperties_6_0 store(1);
+    store.setValue("s", "last", "x");
+    for (int i = 0; i < 132; ++i)
+        store.setValue("s", std::to_string(i).c_str(), std::string(7900, 'x').c_str());
+    store.store("etcd://test/large");
+    char const* const text = "/zfleet/6/cfg/large/text";
+    size_t const missing = kMax - cluster_.get(text).size();
+    store.setValue("s", "last", std::string(missing + 1, 'x').c_str());
+    store.store(nullptr);
+    EXPECT_EQ(kMax, cluster_.get(text).size());
+    store.setValue("s", "last", std::string(missing + 2, 'x').c_str());
+    EXPECT_EQ(code("write()", EFBIG), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ(kMax, cluster_.get(text).size());
+    EXPECT_EQ(1, store.isModified());
+    ZFleetProperties_6_0 const reader("etcd://test/large", 1);
+    EXPECT_EQ(std::string(missing + 1, 'x'), value(reader, "s", "last"));
 }
 
 TEST_F(FleetProperties, InvalidPathsAreRefused)

@@ -2,11 +2,17 @@
 
 #include <Z/ZArrayList.h>
 #include <Z/ZBuffer.h>
+#include <Z/ZException.h>
 #include <Z/ZLCString.h>
+
+#include <algorithm>
 
 namespace zfleet {
 
 namespace {
+
+constexpr char kSource[] = "src/fleet/configuration/parsing";
+enum RaiseSite { raiseForZeroByte = 1 };
 
 // The entry of a stanza file that names its companion; docs/file-formats.md.
 constexpr char kReservedStanza[] = "configuration-database";
@@ -22,6 +28,20 @@ bool isLastStanza(ZSCFData_6_0 const& cache, char const* stanza)
     ZArrayList_6_0 names(8, 1);
     cache.getNamesInFileOrder(names);
     return names.size() > 0 && nameAt(names, names.size() - 1) == std::string(stanza);
+}
+
+// The reader of lines ends a line at a zero byte: the next store would lose the rest of the line.
+void requireNoZeroByte(char const* path, std::string const& text)
+{
+    size_t const zero = text.find('\0');
+    if (zero == std::string::npos)
+        return;
+    size_t const start = text.rfind('\n', zero) + 1;  // 0 in the first line
+    auto const line =
+        std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(zero), '\n');
+    ZPropertiesInvalidDataException_6_0(path, text.substr(start, zero - start).c_str(),
+                                        static_cast<int>(line) + 1)
+        .throwException(kSource, raiseForZeroByte);
 }
 
 // Removes the name of the companion.
@@ -61,6 +81,7 @@ std::vector<std::string> listOf(ZSCFData_6_0 const& cache, char const* stanza, c
 std::unique_ptr<ZSCFData_6_0> parseContents(char const* path, Contents const& contents,
                                             ZSCFData_6_0 const& prototype)
 {
+    requireNoZeroByte(path, contents.text);
     std::unique_ptr<ZSCFData_6_0> cache(static_cast<ZSCFData_6_0*>(prototype.makeEmpty()));
     cache->readText(path, contents.text.data(), contents.text.size());
     dropCompanionName(*cache);
