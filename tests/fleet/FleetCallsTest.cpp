@@ -2,8 +2,13 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include "LoopbackSocket.h"
 #include "ScriptedServer.h"
@@ -385,6 +390,37 @@ TEST(FleetCalls, EndpointsThatAreNotOfAClusterAreCalledOnce)
 
     second.script("Range", {{0, rangeReply("k", "value")}});
     EXPECT_EQ("value", readValue(cluster));
+}
+
+// Servers of other protocols at the port of an endpoint.
+TEST(FleetCalls, EndpointOfAnotherProtocolIsRefused)
+{
+    struct Case {
+        char const* greeting;
+        int error;
+    };
+    for (Case const& c : {Case{"HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n", EPROTO},
+                          Case{"SSH-2.0-server\r\n", ETIMEDOUT}}) {
+        SCOPED_TRACE(c.greeting);
+        LoopbackSocket const server;
+        server.listen();
+        std::atomic<bool> isOver{false};
+        std::thread greeter([&] {
+            while (!isOver)
+                if (int const client = server.accept(); client >= 0) {
+                    send(client, c.greeting, strlen(c.greeting), MSG_NOSIGNAL);
+                    shutdown(client, SHUT_WR);
+                    char ignored[4096];
+                    while (recv(client, ignored, sizeof ignored, 0) > 0) {
+                    }
+                    close(client);
+                }
+        });
+        Cluster cluster(settingsFor({server.address()}));
+        EXPECT_EQ(failure("Range", c.error), readValue(cluster, std::chrono::seconds(2)));
+        isOver = true;
+        greeter.join();
+    }
 }
 
 TEST(FleetCalls, NoEndpointFailsAfterTheBudget)

@@ -229,6 +229,25 @@ TEST_F(FleetChanges, ContentsThatDoNotParseAreReportedOnce)
     EXPECT_EQ("2", value(store, "x"));
 }
 
+TEST_F(FleetChanges, AnotherClusterIsReportedOnceAndKeepsTheValues)
+{
+    setUpLooks(1);
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.descriptor();
+    waitForWatch(store);
+    cluster_.becomeAnother(2);
+    cluster_.put(kText, "[s]\nx = 2\n");
+    try {
+        waitForChange(store);
+        FAIL() << "nothing was thrown";
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        EXPECT_EQ(EREMCHG, e.excerrno());
+        EXPECT_STREQ(kPath, e.propFile().getChars());
+    }
+    EXPECT_FALSE(waitForChange(store, std::chrono::milliseconds(1500)));
+    EXPECT_EQ("1", value(store, "x"));
+}
+
 TEST_F(FleetChanges, OutageKeepsTheValuesAndEnds)
 {
     setUpLooks(1);

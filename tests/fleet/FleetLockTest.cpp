@@ -809,6 +809,28 @@ TEST_F(FleetLock, LeaseOfAnEarlierTermIsReplacedBeforeALock)
     lock.unlock();
 }
 
+TEST_F(FleetLock, AnotherClusterIsRefused)
+{
+    Lock lock(kPath);
+    lock.writeLock();
+    int64_t const token = lock.token();
+    cluster_.becomeAnother(2);
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EREMCHG, kSource, raiseInKeepAlive,
+                                                   [&] { lock.keepAlive(); }));
+    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(34, EREMCHG, kSource, raiseInUnlock,
+                                                     [&] { lock.unlock(); }));
+    EXPECT_EQ(token, lock.token());
+    cluster_.becomeAnother(1);
+    lock.unlock(0);
+    Lock free(kPath);
+    cluster_.becomeAnother(2);
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EREMCHG, kSource, raiseInLock,
+                                                   [&] { free.writeLock(); }));
+    EXPECT_EQ(0, free.token());
+    cluster_.becomeAnother(1);
+    expectFree(free);
+}
+
 TEST_F(FleetLock, FreeLockIsNotRenewed)
 {
     Lock lock(kPath);
