@@ -242,8 +242,8 @@ std::map<std::string_view, std::vector<size_t>> ContinuedValue::placesOfParts(
     return {places.begin(), places.end()};
 }
 
-// The longest sequence of old parts that do not overlap in the new value. Parts are added in their
-// order, and each at descending positions.
+// The longest sequence of present parts that do not overlap in the new value. Parts are added in
+// their order, and each at descending positions.
 class ContinuedValue::LongestSequence {
 public:
     /// Adds a part that takes `size` bytes of the value.
