@@ -72,6 +72,36 @@ TEST_F(FleetTool, SetStoresAValue)
     EXPECT_EQ("v\n(0)", run("get etcd://test/new s k"));
 }
 
+// No verb of this tool takes --dialect, which zstz would suggest for this file.
+TEST_F(FleetTool, FailuresSuggestNoDialect)
+{
+    std::string const path =
+        file_.directory().write("long.conf", "[s]\nk = " + std::string(9000, 'v') + "\n");
+    for (std::string const& command : {"push " + path + " etcd://test/gateway", "list " + path}) {
+        std::string const output = run(command);
+        EXPECT_NE(std::string::npos, output.find("shorten it or use a line per value\n(3)"));
+        EXPECT_EQ(std::string::npos, output.find("--dialect")) << output;
+    }
+}
+
+TEST_F(FleetTool, ConfigurationOfOneMebibyteIsTheLargest)
+{
+    std::string text = "[s]\n";
+    for (int key = 0; text.size() < (1u << 20) - 8000; ++key)
+        text += "k" + std::to_string(key) + " = " + std::string(1000, 'v') + "\n";
+    text += "z = " + std::string((1u << 20) - text.size() - 5, 'v') + "\n";
+    ASSERT_EQ(1u << 20, text.size());
+    std::string const path = file_.directory().write("large.conf", text);
+    EXPECT_EQ("(0)", run("push " + path + " etcd://test/large --create --quiet"));
+    EXPECT_EQ(text, cluster_.get("/zfleet/6/cfg/large/text"));
+    file_.directory().write("large.conf", text.insert(text.size() - 1, "v"));
+    EXPECT_EQ(
+        "zfleet: etcd://test/large: larger than the cluster stores; keep text and companion "
+        "within 1 MiB\n(7)",
+        run("push " + path + " etcd://test/large"));
+    EXPECT_EQ((1u << 20), cluster_.get("/zfleet/6/cfg/large/text").size());
+}
+
 TEST_F(FleetTool, LocalFilesWork)
 {
     std::string const path = file_.directory().write("local.conf", "[s]\nk = 1\n");

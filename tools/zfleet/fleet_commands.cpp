@@ -42,7 +42,7 @@ constexpr ErrorRow kErrors[] = {
     {ENOENT, exitNoAccess, "no such configuration", "check the name, or create it with --create"},
     {EINVAL, exitUsage, "not the path of a configuration", "write it as etcd://FLEET/NAME"},
     {ESTALE, exitLocked, "other programs change the configuration all the time", "try again"},
-    {EFBIG, exitRefused, "larger than the cluster stores", "keep text and companion below 1 MiB"},
+    {EFBIG, exitRefused, "larger than the cluster stores", "keep text and companion within 1 MiB"},
     {ETIMEDOUT, exitNoAccess, "no majority of the cluster replies", "run 'zfleet status %'"},
     {EACCES, exitNoAccess, "the cluster denies access",
      "check user and password of the fleet, and the rights of the user"},

@@ -8,7 +8,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <string>
+#include <utility>
 
 #include "arguments.h"
 #include "commands.h"
@@ -197,6 +199,16 @@ int run(int argc, char const* const* argv, Request& request)
     }
 }
 
+// Drops the suggestion to read a file as another dialect: no verb of this tool takes a dialect.
+Failure withoutDialect(Failure failure)
+{
+    std::string& remedy = failure.problem.remedy;
+    remedy.erase(std::min(remedy.find("; reads as "), remedy.size()));
+    for (Failure& other : failure.further)
+        other = withoutDialect(std::move(other));
+    return failure;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -224,6 +236,6 @@ int main(int argc, char** argv)
     } catch (ZPropertiesInvalidValueException_6_0 const& exception) {
         return report(describeFleetError(exception));
     } catch (...) {
-        return report(describe(std::current_exception(), request.file));
+        return report(withoutDialect(describe(std::current_exception(), request.file)));
     }
 }
