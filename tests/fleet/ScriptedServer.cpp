@@ -97,7 +97,8 @@ public:
             reply();
     }
 
-    // Sends a message on a stream, or ends it.
+    // Sends a message on a stream, or ends it. Messages wait until the reply has opened the stream;
+    // a call whose reply is no stream never sends them.
     void push(std::string const& bytes)
     {
         std::lock_guard<std::mutex> const guard(mutex_);
@@ -123,15 +124,13 @@ public:
             isRepeated_ = true;
             StartWrite(&out_);
         } else {
-            Finish(grpc::Status::OK);
+            end(grpc::Status::OK);
         }
     }
 
     void OnCancel() override
     {
-        if (reply_.manner == Reply::never)
-            Finish(grpc::Status::CANCELLED);
-        if (reply_.manner == Reply::stream)
+        if (reply_.manner == Reply::never || reply_.manner == Reply::stream)
             end(grpc::Status::CANCELLED);
     }
 
@@ -156,11 +155,14 @@ private:
     void reply()
     {
         if (reply_.code != 0)
-            return Finish(grpc::Status(static_cast<grpc::StatusCode>(reply_.code), reply_.text));
+            return end(grpc::Status(static_cast<grpc::StatusCode>(reply_.code), reply_.text));
         if (reply_.manner == Reply::withoutMessage)
-            return Finish(grpc::Status::OK);
+            return end(grpc::Status::OK);
         if (reply_.manner == Reply::stream) {
-            push(reply_.text);
+            std::lock_guard<std::mutex> const guard(mutex_);
+            pending_.push_front(reply_.text);
+            isOpen_ = true;
+            sendNext();
             return;
         }
         out_ = bufferOf(reply_.text);
@@ -170,7 +172,7 @@ private:
     // Under the mutex.
     void sendNext()
     {
-        if (isWriting_ || isFinished_ || pending_.empty())
+        if (!isOpen_ || isWriting_ || isFinished_ || pending_.empty())
             return;
         out_ = bufferOf(pending_.front());
         pending_.pop_front();
@@ -184,6 +186,7 @@ private:
     bool isRepeated_ = false;
     std::mutex mutex_;  // of the fields of a stream
     std::deque<std::string> pending_;
+    bool isOpen_ = false;
     bool isWriting_ = false;
     bool isFinished_ = false;
     grpc::ByteBuffer in_;
