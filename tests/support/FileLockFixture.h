@@ -26,7 +26,8 @@ using Lock = ZUnixProcessReadWriteFileLock_6_0;
 using process_lock::comesThrough;
 using process_lock::Observer;
 
-class ZProcessReadWriteFileLock : public testing::Test {
+// The file of the lock "a" in a directory of its own.
+class LockFile {
 protected:
     std::string const& dir() const { return directory_.path(); }
     std::string path() const { return directory_.at("._zpla"); }
@@ -47,6 +48,11 @@ protected:
                          std::string(reinterpret_cast<char const*>(&value), sizeof value));
     }
 
+    TestDirectory directory_{TestDirectory::Place::memory};
+};
+
+class ZProcessReadWriteFileLock : public testing::Test, protected LockFile {
+protected:
     // Another process increments the sequence number.
     void changeElsewhere() const
     {
@@ -71,7 +77,5 @@ protected:
         });
         callPlan = before;
     }
-
-    TestDirectory directory_{TestDirectory::Place::memory};
 };
 }  // namespace file_lock

@@ -7,15 +7,45 @@
 #include <thread>
 
 #include "FileLockFixture.h"
+#include "ProcessLockContract.h"
 
 using namespace file_lock;
 
 namespace {
 
 constexpr char kBaseSource[] = "src/Z/ZProcessReadWriteLock";
-constexpr char kThreadLock[] = "src/Z/ZReadWriteLock";
+
+class FileKind : private LockFile {
+public:
+    using Lock = file_lock::Lock;
+
+    using LockFile::putSequence;
+
+    std::unique_ptr<Lock> make() const { return std::make_unique<Lock>(dir().c_str(), "a"); }
+    uint32_t sequence() const { return word(0); }
+    std::string held() const
+    {
+        char const data = seen()[0];
+        return data == 'r' ? "read" : data == 'w' ? "write" : "free";
+    }
+
+    // Both ranges and the descriptor.
+    void checkDetails(Lock const& lock) const
+    {
+        std::string const ranges = seen();
+        if (held() == "free") {
+            EXPECT_TRUE(ranges == "--" || ranges == "??") << ranges;
+            EXPECT_EQ(-1, lock.getFileHandle());
+        } else {
+            EXPECT_EQ(held() == "read" ? "r-" : "ww", ranges);
+            EXPECT_GE(lock.getFileHandle(), 3);
+        }
+    }
+};
 
 }  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(OfFiles, ProcessLockContract, FileKind);
 
 // ---- Names and directories ---------------------------------------------------------------------
 
@@ -197,28 +227,13 @@ TEST_F(ZProcessReadWriteFileLock, SequenceSkipsTheInvalidNumber)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, SequenceIncreasesIfAWriterReleasesWithUpdate)
-{
-    Lock lock(dir().c_str(), "a");
-    process_lock::expectWritersIncreaseSequence(lock, [&] { return word(0); });
-}
-
-TEST_F(ZProcessReadWriteFileLock, SequenceIsIncrementedByWritersOnly)
-{
-    Lock lock(dir().c_str(), "a");
-    process_lock::expectOnlyWritersIncrement(lock, [&] { return word(0); });
-}
-
-TEST_F(ZProcessReadWriteFileLock, WordsInTheFileHave32Bits)
+TEST_F(ZProcessReadWriteFileLock, SequenceNumberIsOneWordOfTheFile)
 {
     Lock lock(dir().c_str(), "a");
     lock.writeLock();
     lock.writeSequenceNumber(0x1122334455667788ul);
-    unsigned long sequence = ~0ul;
-    lock.readSequenceNumber(&sequence);
-    EXPECT_EQ(0x55667788ul, sequence);
-    lock.readSequenceNumber(nullptr);
     lock.unlock(0);
+    EXPECT_EQ(0x55667788u, word(0));
     EXPECT_EQ(static_cast<uint32_t>(getpid()), word(1));
 }
 
@@ -409,95 +424,31 @@ TEST_F(ZProcessReadWriteFileLock, ProtocolRunsTheStepsInOrder)
     EXPECT_EQ("put04 unset04 unset44 ", lock.taken());
 }
 
-TEST_F(ZProcessReadWriteFileLock, LastReaderOfTheProcessReleasesTheFile)
+TEST_F(ZProcessReadWriteFileLock, LastReaderOfTheProcessClosesTheFile)
 {
     Lock lock(dir().c_str(), "a");
     lock.readLock();
     int const fd = lock.getFileHandle();
     elsewhere([&] {
         lock.readLock();
-        EXPECT_EQ(2, lock.getReaderCount());
         EXPECT_EQ(fd, lock.getFileHandle());
     });
     lock.unlock();
-    EXPECT_EQ(kRead, lock.getLockState());
-    EXPECT_EQ("r-", seen());
     EXPECT_EQ(fd, lock.getFileHandle());
     elsewhere([&] { lock.unlock(); });
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, OneThreadMayReadTwice)
-{
-    Lock lock(dir().c_str(), "a");
-    lock.readLock();
-    lock.readLock();
-    EXPECT_EQ(2, lock.getReaderCount());
-    lock.unlock();
-    EXPECT_EQ("r-", seen());
-    lock.unlock();
-    expectFree(lock);
-}
-
-TEST_F(ZProcessReadWriteFileLock, ThreadsExcludeOneAnother)
-{
-    Lock lock(dir().c_str(), "a");
-    lock.writeLock();
-    std::future<void> reading = std::async(std::launch::async, [&] {
-        lock.readLock();
-        lock.unlock();
-    });
-    EXPECT_TRUE(staysBlocked(reading));
-    lock.unlock();
-    EXPECT_TRUE(comesThrough(reading));
-    expectFree(lock);
-}
-
 // ---- Releasing ---------------------------------------------------------------------------------
 
-TEST_F(ZProcessReadWriteFileLock, ReleasingAFreeLockThrowsAndCreatesNoFile)
+TEST_F(ZProcessReadWriteFileLock, RefusedCallsCreateNoFile)
 {
     Lock lock(dir().c_str(), "a");
-    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(6, kThreadLock, 97, [&] { lock.unlock(); }));
+    EXPECT_THROW(lock.unlock(), ZUnlockResourceException_6_0);
     EXPECT_EQ("", directory_.names());
-}
-
-TEST_F(ZProcessReadWriteFileLock, ReleasingInAnotherThreadThrowsAndChangesNothing)
-{
-    Lock lock(dir().c_str(), "a");
-    lock.writeLock();
-    elsewhere([&] {
-        EXPECT_TRUE(
-            raises<ZUnlockResourceException_6_0>(6, kThreadLock, 104, [&] { lock.unlock(); }));
-        EXPECT_TRUE(
-            raises<ZUnlockResourceException_6_0>(6, kThreadLock, 104, [&] { lock.lock(kUnset); }));
-    });
-    EXPECT_EQ("ww", seen());
-    EXPECT_EQ(0u, word(0));
-    EXPECT_EQ(kWrite, lock.getLockState());
-    lock.unlock();
-    expectFree(lock);
-}
-
-TEST_F(ZProcessReadWriteFileLock, InvalidStateThrowsAndChangesNothing)
-{
-    Lock lock(dir().c_str(), "a");
     for (int value : {4, 7, -1})
-        EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(
-            32, kSource, 203, [&] { lock.lock(static_cast<State>(value)); }));
+        EXPECT_THROW(lock.lock(static_cast<State>(value)), ZInvalidResourceStateException_6_0);
     EXPECT_EQ("", directory_.names());
-    expectFree(lock);
-}
-
-TEST_F(ZProcessReadWriteFileLock, RequestingTheWriteLockTwiceThrowsAndChangesNothing)
-{
-    Lock lock(dir().c_str(), "a");
-    lock.writeLock();
-    EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, kThreadLock, 61, [&] { lock.writeLock(); }));
-    EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, kThreadLock, 61, [&] { lock.readLock(); }));
-    EXPECT_EQ("ww", seen());
-    lock.unlock();
-    expectFree(lock);
 }
 
 TEST_F(ZProcessReadWriteFileLock, WriterIsRefusedIfTheStateIsSetButNoThreadHoldsTheLock)

@@ -5,9 +5,11 @@
 //
 //     using Lock                             the class of the lock
 //     std::unique_ptr<Lock> make()           a lock object; all of them are one lock
-//     uint32_t sequence()                    the number that other processes see; 0 without one
+//     uint32_t sequence()                    the number that other processes see
 //     void putSequence(uint32_t)             another process has written this number
 //     std::string held()                     "free", "read" or "write", as other processes see it
+//     void checkDetails(Lock const& lock)    checks that further properties of this kind of lock
+//                                            agree with held(); only `lock` uses the lock then
 #pragma once
 
 #include <Z/ZException.h>
@@ -36,11 +38,18 @@ protected:
 
     using Observer = process_lock::Observer;
 
+    // Expects that other processes see this, while only this object uses the lock.
+    void expectHeld(char const* held, Lock const& lock)
+    {
+        EXPECT_EQ(held, kind_.held());
+        kind_.checkDetails(lock);
+    }
+
     void expectFree(Lock& lock)
     {
         EXPECT_EQ(kUnset, lock.getLockState());
         EXPECT_EQ(0, lock.getReaderCount());
-        EXPECT_EQ("free", kind_.held());
+        expectHeld("free", lock);
         // No thread holds the lock between threads either.
         elsewhere([&] {
             lock.writeLock();
@@ -98,7 +107,7 @@ TYPED_TEST_P(ProcessLockContract, OneThreadMayReadTwice)
     lock->readLock();
     EXPECT_EQ(2, lock->getReaderCount());
     lock->unlock();
-    EXPECT_EQ("read", this->kind_.held());
+    this->expectHeld("read", *lock);
     lock->unlock();
     this->expectFree(*lock);
 }
@@ -113,7 +122,7 @@ TYPED_TEST_P(ProcessLockContract, LastReaderOfTheProcessReleasesTheLock)
     });
     lock->unlock();
     EXPECT_EQ(kRead, lock->getLockState());
-    EXPECT_EQ("read", this->kind_.held());
+    this->expectHeld("read", *lock);
     elsewhere([&] { lock->unlock(); });
     this->expectFree(*lock);
 }
@@ -176,7 +185,7 @@ TYPED_TEST_P(ProcessLockContract, ReleasingInAnotherThreadThrowsAndChangesNothin
         EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(6, TestFixture::kThreadLock, 104,
                                                          [&] { lock->lock(kUnset); }));
     });
-    EXPECT_EQ("write", this->kind_.held());
+    this->expectHeld("write", *lock);
     EXPECT_EQ(0u, this->kind_.sequence());
     EXPECT_EQ(kWrite, lock->getLockState());
     lock->unlock();
@@ -200,7 +209,7 @@ TYPED_TEST_P(ProcessLockContract, RequestingTheWriteLockTwiceThrowsAndChangesNot
                                                    [&] { lock->writeLock(); }));
     EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, TestFixture::kThreadLock, 61,
                                                    [&] { lock->readLock(); }));
-    EXPECT_EQ("write", this->kind_.held());
+    this->expectHeld("write", *lock);
     lock->unlock();
     this->expectFree(*lock);
 }
@@ -256,7 +265,7 @@ TYPED_TEST_P(ProcessLockContract, ReaderThatNotifiesHasTheWriteLock)
         EXPECT_EQ(std::to_string(sequence - 1) + ">" + std::to_string(sequence) + " ",
                   observer.changes);
         EXPECT_EQ(kWrite, lock->getLockState());
-        EXPECT_EQ("write", this->kind_.held());
+        this->expectHeld("write", *lock);
         EXPECT_EQ(0, lock->getUpdate());
         EXPECT_EQ(0, lock->isCurrent());
         lock->unlock();
@@ -293,7 +302,7 @@ TYPED_TEST_P(ProcessLockContract, ObserverThatThrowsLeavesNothingHeld)
         this->kind_.putSequence(++sequence);
         EXPECT_THROW(lock->lock(asked), std::runtime_error);
         EXPECT_EQ(kUnset, lock->getLockState());
-        EXPECT_EQ("free", this->kind_.held());
+        this->expectHeld("free", *lock);
         EXPECT_EQ(sequence, this->kind_.sequence());
         // The observer must be notified again.
         observer.throws = false;
