@@ -401,6 +401,8 @@ TEST(DialectLines, ACommentThatEndsWithTheOldCommentIsAtItsPlace)
     Change const ofKey = [](Store& store) { store.setComment("a", "k", "# d\n# e\n# c"); };
     EXPECT_EQ("[a]\nl=1\n\n# d\n# e\n# c\nk=1\n",
               textAfter("systemd", "[a]\nl=1\n\n# c\nk=1\n", {ofKey}));
+    EXPECT_EQ("[a]\nl=1\njunk\n# d\n# e\n# c\nk=1\n",
+              textAfter("systemd", "[a]\nl=1\njunk\n# c\nk=1\n", {ofKey}));
 }
 
 // Only headers with subsections fold the part of a name before a subsection.

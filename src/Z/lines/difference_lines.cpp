@@ -275,8 +275,8 @@ void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
                    isParted);
 }
 
-// Returns whether the line of a key or header that stays is right above `line`, perhaps with blank
-// lines between, and after the line `after`: the key or stanza of an entry can have further lines.
+// Returns whether a key, a header or a line that is passed over stays right above `line`, perhaps
+// with blank lines between, and after the line `after`: a key or stanza can have further lines.
 bool Difference::hasLineBetween(uint32_t after, uint32_t line) const
 {
     uint32_t const first = after == kNone ? 0 : after + 1;
@@ -285,7 +285,7 @@ bool Difference::hasLineBetween(uint32_t after, uint32_t line) const
     if (line <= first)
         return false;
     Line const& above = outline_.lines()[line - 1];
-    return above.isKey() || above.kind == headerLine;
+    return above.isKey() || above.kind == headerLine || above.kind == otherLine;
 }
 
 // Inserts new comments after the entry before them.
