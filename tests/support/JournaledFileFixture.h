@@ -20,6 +20,7 @@
 
 #include "FailingAllocator.h"
 #include "Nobody.h"
+#include "SharedFileTable.h"
 #include "SystemCalls.h"
 #include "TestDirectory.h"
 
@@ -271,6 +272,7 @@ protected:
     static int failEachAllocation(CallPlan const& plan, Call call, Check check,
                                   FailingAllocator::Mode mode = FailingAllocator::once)
     {
+        createTableOfSharedFiles();
         for (unsigned long n = 1;; ++n) {
             SCOPED_TRACE("allocation " + std::to_string(n));
             long const descriptors = openDescriptors();

@@ -12,6 +12,7 @@
 #include "JavaFilesFixture.h"
 #include "Raised.h"
 #include "Sanitizers.h"
+#include "SharedFileTable.h"
 
 using namespace java_store;
 
@@ -359,13 +360,6 @@ TEST_F(ZJavaPropertiesFiles, ThatFailAreUndoneCompletelyIfDestroyingAValueThrows
     EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
 }
 
-// Reads a file once, before a test counts blocks: the first shared file that a process opens
-// creates its table of shared files, one block that the library keeps until the process ends.
-void createTableOfSharedFiles(std::string const& path)
-{
-    Store().load(path.c_str());
-}
-
 TEST_F(ZJavaPropertiesFiles, ReadInsideOneAnotherAddNothingIfMemoryIsExhausted)
 {
     std::string const longText(200, 'x');
@@ -379,7 +373,7 @@ TEST_F(ZJavaPropertiesFiles, ReadInsideOneAnotherAddNothingIfMemoryIsExhausted)
                               {longText, "y"},
                               {"b", longText},
                               {"set", longText}};
-    createTableOfSharedFiles(outer);
+    createTableOfSharedFiles();
     unsigned long n = 1;
     for (bool failed = true; failed && !HasFailure(); ++n) {
         SCOPED_TRACE("allocation " + std::to_string(n));
@@ -428,7 +422,7 @@ TEST_F(ZJavaPropertiesFiles, AddNothingIfMemoryIsExhausted)
     std::string const path = directory_.write("f", text + "a = 2\nkey7 = 3\n");
     Entries const before = {{"a", "1"}, {"key50", "before"}, {longText, "1"}};
 
-    createTableOfSharedFiles(path);
+    createTableOfSharedFiles();
     unsigned long n = 1;
     unsigned survived = 0;
     for (bool failed = true; failed && !HasFailure(); ++n) {
