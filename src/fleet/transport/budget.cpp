@@ -47,10 +47,14 @@ Clock::duration randomPause(unsigned pauses)
     return milliseconds(choose(randomNumbers()));
 }
 
-void Budget::pause()
+void Budget::pause(Endpoint* next)
 {
-    Clock::duration const time = randomPause(pauses_++);
-    sleepFor(std::clamp(time, Clock::duration::zero(), std::max(left(), Clock::duration::zero())));
+    Clock::duration const time = std::clamp(randomPause(pauses_++), Clock::duration::zero(),
+                                            std::max(left(), Clock::duration::zero()));
+    Clock::time_point const end = Clock::now() + time;
+    if (next != nullptr)
+        next->waitForConnection(time);
+    sleepFor(std::max(end - Clock::now(), Clock::duration::zero()));
 }
 
 }  // namespace zfleet

@@ -21,8 +21,9 @@ public:
     Clock::duration left() const { return end_ - Clock::now(); }
     bool isUsedUp() const { return left() <= Clock::duration::zero(); }
 
-    /// Waits a random time before the next attempt, but not past the end.
-    void pause();
+    /// Waits a random time before the next attempt, but not past the end. The connection to `next`,
+    /// which may be null, makes progress in this time.
+    void pause(Endpoint* next = nullptr);
 
 private:
     Clock::time_point const end_;

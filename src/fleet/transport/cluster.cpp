@@ -168,7 +168,7 @@ void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition re
             attempts.fail(verdict.error, detail);
         moveOn(attempts);
     }
-    budget.pause();
+    budget.pause(endpoints_[attempts.endpoint].get());
     if (budget.isUsedUp())
         attempts.fail(verdict.error, detail);
 }

@@ -146,6 +146,13 @@ bool Endpoint::isDueToCertificates(CallStatus const& status, Clock::duration tim
             isCertificateRefused(address_, certificates_, timeout));
 }
 
+void Endpoint::waitForConnection(Clock::duration time)
+{
+    CancelGuard const uncancelled;
+    SignalGuard const unsignalled;
+    channel()->WaitForConnected(deadlineAfter(time));
+}
+
 CallStatus Endpoint::invoke(char const* method, MessageLite const& request, MessageLite& response,
                             Clock::duration timeout, std::string const& token)
 {

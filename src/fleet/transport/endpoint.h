@@ -69,6 +69,12 @@ public:
                       google::protobuf::MessageLite& response, Clock::duration timeout,
                       std::string const& token);
 
+    /// Connects to the node, unless it is connected, for this time at most. A connection makes
+    /// progress only while a thread waits in a call, and a call fails immediately while the last
+    /// attempt to connect has failed: calls alone, with pauses, may never connect.
+    /// threads as invoke().
+    void waitForConnection(Clock::duration time);
+
     /// Returns the channel, which the first call creates.
     std::shared_ptr<grpc::Channel> channel();
 
