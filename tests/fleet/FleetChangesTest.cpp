@@ -186,6 +186,29 @@ TEST_F(FleetChanges, WatchThatIsNotAcceptedIsReplaced)
     EXPECT_EQ(3u, cluster_.server().count("Watch"));
 }
 
+// A node accepts the watch of a user without the right to read, and cancels it with the same reply.
+TEST_F(FleetChanges, WatchThatIsCanceledAtOnceIsNotRepeatedAllTheTime)
+{
+    zfleet::wire::WatchResponse canceled;
+    canceled.set_created(true);
+    canceled.set_canceled(true);
+    canceled.set_reason("etcdserver: permission denied");
+    cluster_.setFault([text = canceled.SerializeAsString()](auto const& request,
+                                                            auto const& execute) {
+        return request.method == "Watch" ? ModelCluster::Reply{0, text, ModelCluster::Reply::stream}
+                                         : execute(request);
+    });
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.descriptor();
+    EXPECT_FALSE(waitForChange(store, std::chrono::seconds(2)));
+    // The pauses are 3 ms at least, and double up to 201 ms at least.
+    EXPECT_GE(17u, cluster_.server().count("Watch"));
+    EXPECT_LE(5u, cluster_.server().count("Watch"));
+    cluster_.setFault(nullptr);
+    cluster_.put(kText, "[s]\nx = 2\n");
+    EXPECT_TRUE(waitForChange(store));
+}
+
 TEST_F(FleetChanges, CompactedRevisionsAreReadAgain)
 {
     ZFleetProperties_6_0 store(kPath, 1);

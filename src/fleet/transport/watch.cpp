@@ -76,7 +76,7 @@ public:
             revision = std::max(revision, event.kv().mod_revision());
         bool const isCanceled = response_.canceled();
         state_.record([&](News& news) {
-            news.isStarted = true;
+            news.isStarted = news.isStarted || !isCanceled;
             news.revision = std::max(news.revision, revision);
             if (isCanceled)
                 end(news, {response_.compact_revision() != 0 ? statusOutOfRange : statusUnavailable,
