@@ -405,6 +405,15 @@ TEST(DialectLines, ACommentThatEndsWithTheOldCommentIsAtItsPlace)
               textAfter("systemd", "[a]\nl=1\njunk\n# c\nk=1\n", {ofKey}));
 }
 
+// A further header of the stanza is above the first comment that stays.
+TEST(DialectLines, TheCommentAboveAKeyIsRemovedNotAnEqualOne)
+{
+    std::string const above = "[a]\n; c\n\n[a]\n; d\n; i\njunk\n; i\njunk\n; i\njunk\n";
+    EXPECT_EQ(above + "m=2\n", textAfter("systemd", above + "; i\nm=2\n", {[](Store& store) {
+                                             store.setComment("a", "m", nullptr);
+                                         }}));
+}
+
 // Only headers with subsections fold the part of a name before a subsection.
 TEST(DialectLines, HeadersWithoutSubsectionsKeepTheirCase)
 {

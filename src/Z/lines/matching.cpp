@@ -38,6 +38,7 @@ public:
 
     Matching match(ReadStanza const& stanza, bool isScattered, bool hasOldNames)
     {
+        findFurtherHeaders(stanza);
         std::vector<uint32_t> lines;
         forEachLine(outline_, stanza, [&](uint32_t line) {
             if (isComment(line) || outline_.lines()[line].isKey())
@@ -80,22 +81,35 @@ private:
 
     bool isComment(uint32_t line) const { return outline_.lines()[line].kind == commentLine; }
 
-    // Returns whether a blank line is above a comment, perhaps with lines of no meaning between.
+    // Returns whether a blank line is above a comment, perhaps with lines of no meaning and further
+    // headers of the stanza between.
     bool isBelowBlank(uint32_t line) const
     {
-        std::vector<Line> const& lines = outline_.lines();
-        while (line > 0 && lines[line - 1].kind == otherLine)
+        while (line > 0 && isMeaningless(line - 1))
             --line;
-        return line > 0 && lines[line - 1].kind == blankLine;
+        return line > 0 && outline_.lines()[line - 1].kind == blankLine;
     }
 
-    // Returns whether a line of no meaning is right above a comment, perhaps with a blank line
-    // between.
+    // Returns whether such a line is right above a comment, perhaps with a blank line between.
     bool isBelowGap(uint32_t line) const
     {
-        std::vector<Line> const& lines = outline_.lines();
-        uint32_t const blanks = line > 0 && lines[line - 1].kind == blankLine ? 1 : 0;
-        return line > blanks && lines[line - 1 - blanks].kind == otherLine;
+        uint32_t const blanks = line > 0 && outline_.lines()[line - 1].kind == blankLine ? 1 : 0;
+        return line > blanks && isMeaningless(line - 1 - blanks);
+    }
+
+    bool isMeaningless(uint32_t line) const
+    {
+        return outline_.lines()[line].kind == otherLine ||
+               std::binary_search(furtherHeaders_.begin(), furtherHeaders_.end(), line);
+    }
+
+    void findFurtherHeaders(ReadStanza const& stanza)
+    {
+        std::vector<Section> const& sections = outline_.sections();
+        for (uint32_t i = sections[stanza.firstSection].next; i != kNone; i = sections[i].next)
+            if (sections[i].header != kNone)
+                furtherHeaders_.push_back(sections[i].header);
+        std::sort(furtherHeaders_.begin(), furtherHeaders_.end());
     }
 
     // Returns whether a comment of the text and a wanted comment are below the same: a blank line,
@@ -467,7 +481,8 @@ private:
     Outline& outline_;
     Document const& document_;
     Entries const entries_;
-    bool const hasGaps_;  // the entries have the places of lines of no meaning
+    bool const hasGaps_;                    // the entries have the places of lines of no meaning
+    std::vector<uint32_t> furtherHeaders_;  // of the stanza, ascending
     Matching found_;
     size_t firstLine_ = 0;  // of the lines between both ends
     size_t endLine_ = 0;
