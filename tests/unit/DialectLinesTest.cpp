@@ -316,6 +316,7 @@ TEST(DialectLines, ANewCommentOfTheFileIsAboveALineThatIsPassedOver)
                           {"networkd", "]\n[a]\nk=1\n", "# f\n\n]\n[a]\nk=1\n"},
                           {"ini", "# c\njunk\n[a]\nk=1\n", "# f\n\njunk\n[a]\nk=1\n"},
                           {"ini", "junk\n; of a\n[a]\n", "; f\njunk\n; of a\n[a]\n"},
+                          {"ini", "junk\n\n; of a\n[a]\n", "; f\n\njunk\n\n; of a\n[a]\n"},
                           {"ini", "junk\nk=1\n", "; f\n\njunk\nk=1\n"},
                           {"php", ";\nk\nl=\n", "; f\nk\nl=\n"},
                           {"ini", ";\njunk\nk=1\n", "; f\njunk\nk=1\n"},

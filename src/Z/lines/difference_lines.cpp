@@ -70,10 +70,11 @@ void Difference::place(Reordered const& stanza)
             continue;
         }
         // A comment of the text can be some lines of the new comment, without the blank line above.
-        bool const isBelowBlankLine = line > 0 && isBlank(line - 1);
+        bool const isBelowNoEntry =
+            line > 0 && (isBlank(line - 1) || lines[line - 1].kind == otherLine);
         bool const isBelowFurtherLine = !entry.isBelowGap && hasLineBetween(at.after, line);
         if (!at.comments.empty() && (at.headerIndex != 0 || isBelowFurtherLine ||
-                                     (!entry.isParted() && (!entry.isComment || isBelowBlankLine))))
+                                     (!entry.isParted() && (!entry.isComment || isBelowNoEntry))))
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1,
                            entry.isComment ? otherLine : valueLine,
                            isBelowFurtherLine && entry.isBelowBlank);
@@ -275,8 +276,8 @@ void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
                    isParted);
 }
 
-// Returns whether a key, a header or a line that is passed over stays right above `line`, perhaps
-// with blank lines between, and after the line `after`: a key or stanza can have further lines.
+// Returns whether the line of a key or header that stays is right above `line`, perhaps with blank
+// lines between, and after the line `after`: the key or stanza of an entry can have further lines.
 bool Difference::hasLineBetween(uint32_t after, uint32_t line) const
 {
     uint32_t const first = after == kNone ? 0 : after + 1;
@@ -285,7 +286,7 @@ bool Difference::hasLineBetween(uint32_t after, uint32_t line) const
     if (line <= first)
         return false;
     Line const& above = outline_.lines()[line - 1];
-    return above.isKey() || above.kind == headerLine || above.kind == otherLine;
+    return above.isKey() || above.kind == headerLine;
 }
 
 // Inserts new comments after the entry before them.
