@@ -47,13 +47,13 @@ Clock::duration randomPause(unsigned pauses)
     return milliseconds(choose(randomNumbers()));
 }
 
-void Budget::pause(Endpoint* next)
+void Budget::pause(std::function<void(Clock::duration)> const& wait)
 {
     Clock::duration const time = std::clamp(randomPause(pauses_++), Clock::duration::zero(),
                                             std::max(left(), Clock::duration::zero()));
     Clock::time_point const end = Clock::now() + time;
-    if (next != nullptr)
-        next->waitForConnection(time);
+    if (wait)
+        wait(time);
     sleepFor(std::max(end - Clock::now(), Clock::duration::zero()));
 }
 

@@ -1,6 +1,8 @@
 // budget: the time of an operation, and whether its calls may be repeated.
 #pragma once
 
+#include <functional>
+
 #include "transport/endpoint.h"
 
 namespace zfleet {
@@ -21,9 +23,9 @@ public:
     Clock::duration left() const { return end_ - Clock::now(); }
     bool isUsedUp() const { return left() <= Clock::duration::zero(); }
 
-    /// Waits a random time before the next attempt, but not past the end. The connection to `next`,
-    /// which may be null, makes progress in this time.
-    void pause(Endpoint* next = nullptr);
+    /// Waits a random time before the next attempt, but not past the end. `wait` may take a part of
+    /// this time, which it receives.
+    void pause(std::function<void(Clock::duration)> const& wait = {});
 
 private:
     Clock::time_point const end_;

@@ -168,7 +168,9 @@ void Cluster::handle(Attempts& attempts, CallStatus const& status, Repetition re
             attempts.fail(verdict.error, detail);
         moveOn(attempts);
     }
-    budget.pause(endpoints_[attempts.endpoint].get());
+    // The connection to the next node makes progress in the pause.
+    Endpoint& next = *endpoints_[attempts.endpoint];
+    budget.pause([&next](Clock::duration time) { next.waitForConnection(time); });
     if (budget.isUsedUp())
         attempts.fail(verdict.error, detail);
 }
