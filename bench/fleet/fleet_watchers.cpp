@@ -41,7 +41,7 @@ std::string pathOf(unsigned host)
 // ---- The hosts of one process
 // --------------------------------------------------------------------
 
-// A host that notes the time of its latest notice.
+// A host that records the time of its latest notice.
 class Host final : public ZObserverInterface_6_0 {
 public:
     explicit Host(unsigned number) : store_(pathOf(number).c_str(), 1)

@@ -273,8 +273,8 @@ TEST_F(FleetCampaign, NoUpdateIsLostWhileLeadersFail)
            writers.total(), writers.conflicts(), kills, stops, secondsSince(begin));
 }
 
-// Programs that have read the same value increment it. With a guard left out, all but one increment
-// are lost.
+// Programs that have read the same value increment it. Without the guard, only one increment
+// stays.
 TEST_F(FleetCampaign, IncrementsAreLostWithoutTheGuards)
 {
     start("budget = 60\ncall = 500\n");

@@ -98,7 +98,7 @@ public:
     }
 
     // Sends a message on a stream, or ends it. Messages wait until the reply has opened the stream;
-    // a call whose reply is no stream never sends them.
+    // a call with a single reply never sends them.
     void push(std::string const& bytes)
     {
         std::lock_guard<std::mutex> const guard(mutex_);

@@ -240,7 +240,7 @@ private:
                 read.marks = isFirst || read.marks == next.marks ? next.marks : 0;
                 read.last = i;
                 read.end = at + static_cast<uint32_t>(part.size());
-                // A comment of several lines is a whole only at its end.
+                // Only at its end has a comment with multiple lines been read completely.
                 bool const isWhole = isFirst || ((isJoined ? !isContinued : read.marks > 0) &&
                                                  readsAsOneLine(outline_.dialect(), read.text));
                 if (isWhole)

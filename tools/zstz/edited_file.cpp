@@ -241,7 +241,7 @@ void EditedFile::storeCopy() const
     }
 }
 
-// Returns whether nothing but the store needs the text: store() finds changes itself.
+// Returns whether only the store needs the text: store() detects changes.
 bool EditedFile::isStoredDirectly() const
 {
     return !request_.dryRun && request_.file != kStandardInput && !request_.normalise &&

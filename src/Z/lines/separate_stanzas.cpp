@@ -153,7 +153,7 @@ uint32_t countCommon(std::vector<std::string> const& a, std::vector<std::string>
 
 // Returns the value of a match: the common lines. A comment counts less than a key, and a header or
 // the comment above it less still: that comment remains if its stanza is removed. Of matches with
-// as many common lines, the match of equal keys counts most.
+// equal numbers of common lines, a match of equal keys and values has the highest value.
 uint32_t valueOf(Signature const& before, Signature const& after)
 {
     uint32_t const common = 8 * countCommon(before.lines, after.lines) +

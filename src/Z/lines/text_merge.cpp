@@ -445,7 +445,7 @@ private:
         }
     }
 
-    // Places the merged comments of a key or header. Comments of `ours` that stay are not moved. A
+    // Inserts the merged comments of a key or header. Comments of `ours` that stay are not moved. A
     // new comment replaces a removed comment above the same line, or follows the comment before it,
     // or precedes the comment after it. Otherwise it is right above the line.
     class CommentPlacement {

@@ -71,7 +71,7 @@ public:
 
     /// Connects to the node, unless it is connected, for this time at most. A connection makes
     /// progress only while a thread waits in a call, and a call fails immediately while the last
-    /// attempt to connect has failed: calls alone, with pauses, may never connect.
+    /// attempt to connect has failed: calls with pauses between may never connect.
     /// threads as invoke().
     void waitForConnection(Clock::duration time);
 
