@@ -135,7 +135,7 @@ TEST_F(ProcessLocks, KilledProcessHoldsNothing)
         next.order('w');
         EXPECT_TRUE(next.waits());
         holder.kill();
-        EXPECT_EQ("write 0", next.answer(1000));
+        EXPECT_EQ("write 0", next.answer());
         next.does('n');
     }
     // Kill a process that waits while it holds the gate.

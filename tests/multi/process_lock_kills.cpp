@@ -58,12 +58,12 @@ void fault(Shared& shared, std::string const& what)
         std::snprintf(shared.firstFault, sizeof shared.firstFault, "%s", what.c_str());
 }
 
-// Returns whether a process ends soon: its locks are released a little before it is seen to be
-// dead.
+// Returns whether a process ends: its locks are released a little before it is seen to be dead.
 bool ends(pid_t process)
 {
     std::string const path = "/proc/" + std::to_string(process) + "/stat";
-    for (int i = 0; i < 1000; ++i) {
+    auto const limit = Clock::now() + kMaxWait;
+    do {
         FILE* const file = std::fopen(path.c_str(), "re");
         if (file == nullptr)
             return true;
@@ -73,7 +73,7 @@ bool ends(pid_t process)
         if (got != 1 || state == 'Z' || state == 'X')
             return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    } while (Clock::now() < limit);
     return false;
 }
 

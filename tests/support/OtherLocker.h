@@ -11,13 +11,16 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <string>
 
 #include "OwnProgram.h"
+#include "Threads.h"
 
 class OtherLocker {
 public:
@@ -44,10 +47,11 @@ public:
     // Returns the reply to the oldest command: the state, the sequence number and the changes
     // reported to the observer so far; or the message number and the rc of an exception. "" if no
     // reply arrives in time.
-    std::string answer(int milliseconds = 10000)
+    std::string answer(std::chrono::milliseconds within = kHangs)
     {
         std::string line;
         pollfd ready = {process_.from, POLLIN, 0};
+        auto const milliseconds = static_cast<int>(within.count());
         char c = 0;
         while (poll(&ready, 1, milliseconds) == 1 && read(process_.from, &c, 1) == 1 && c != '\n')
             line += c;
@@ -60,8 +64,19 @@ public:
         return answer();
     }
 
-    // Returns whether no reply has arrived, and none arrives soon.
-    bool waits() { return answer(60).empty(); }
+    // Waits until the process sleeps in the oldest command. Returns whether no reply has arrived
+    // then, and none arrives soon.
+    bool waits()
+    {
+        WatchedThread const process(process_.id);
+        waitUntil([&] {
+            int unread = 0;
+            return (ioctl(process_.to, FIONREAD, &unread) == 0 && unread == 0) ||
+                   process.hasEnded();
+        });
+        process.waitUntilAsleep();
+        return answer(std::chrono::milliseconds(60)).empty();
+    }
 
     // Kills the process and waits for its end.
     void kill()

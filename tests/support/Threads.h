@@ -39,13 +39,22 @@ public:
     // Waits until the thread has called enter() and then sleeps, or has ended.
     void waitUntilAsleep() const
     {
-        waitUntil([this] { return isAsleep() || (id_ != 0 && hasEnded()); });
+        waitUntil([this] { return isAsleep() || hasEnded(); });
     }
 
     // Waits until the thread has called enter() and has ended.
     void waitUntilEnded() const
     {
-        waitUntil([this] { return id_ != 0 && hasEnded(); });
+        waitUntil([this] { return hasEnded(); });
+    }
+
+    // Returns whether the thread has called enter() and has ended.
+    bool hasEnded() const
+    {
+        if (id_ == 0)
+            return false;
+        char const now = state();
+        return now == '\0' || now == 'Z' || now == 'X';
     }
 
 private:
@@ -60,11 +69,6 @@ private:
         size_t const name = text.rfind(") ");
         return name != std::string::npos ? text[name + 2] : '\0';
     }
-    bool hasEnded() const
-    {
-        char const now = state();
-        return now == '\0' || now == 'Z' || now == 'X';
-    }
 
     std::atomic<pid_t> id_{0};
 };
@@ -73,6 +77,23 @@ private:
 inline bool staysBlocked(std::future<void> const& done)
 {
     return done.wait_for(std::chrono::milliseconds(60)) == std::future_status::timeout;
+}
+
+// Starts `action` in another thread, which `thread` watches.
+inline std::future<void> startWatched(WatchedThread& thread, std::function<void()> action)
+{
+    return std::async(std::launch::async, [&thread, action = std::move(action)] {
+        thread.enter();
+        action();
+    });
+}
+
+// Waits until the thread sleeps in its action. Returns whether the action has not ended then, nor
+// after enough time for it.
+inline bool staysBlocked(WatchedThread const& thread, std::future<void> const& done)
+{
+    thread.waitUntilAsleep();
+    return staysBlocked(done);
 }
 
 // A thread that can be cancelled; cancelling a std::thread would end the process.

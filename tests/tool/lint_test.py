@@ -195,7 +195,7 @@ class LintTest(tool.ToolTest):
         self.path.write_text("x\n" * 5000)
         with open("/dev/full", "w") as full:
             run = subprocess.run([tool.TOOL, "lint", self.file], stdout=full, check=False,
-                                 stderr=subprocess.PIPE, text=True, timeout=60)
+                                 stderr=subprocess.PIPE, text=True, timeout=tool.HANGS)
         self.assertEqual((NO_ACCESS,
                           "zstz: standard output: cannot write; check its destination\n"),
                          (run.returncode, run.stderr))

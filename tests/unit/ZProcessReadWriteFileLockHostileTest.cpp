@@ -497,7 +497,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, ChildWithALockOfItsOwnWaitsForItsParent
     pollfd ready = {pipes[0], POLLIN, 0};
     EXPECT_EQ(0, poll(&ready, 1, 100)) << "the child does not wait for its parent";
     lock.unlock();
-    EXPECT_EQ(1, poll(&ready, 1, 10000));
+    EXPECT_EQ(1, poll(&ready, 1, std::chrono::milliseconds(kHangs).count()));
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(0, WIFEXITED(status) ? WEXITSTATUS(status) : -1);

@@ -106,11 +106,12 @@ TEST_F(ZProcessReadWriteFileLock, CycleOfObjectsAndThreadsIsBroken)
     Lock writes(dir().c_str(), "a");
     Lock readsToo(dir().c_str(), "a");
     reads.readLock();
-    std::future<void> writing = std::async(std::launch::async, [&] {
+    WatchedThread writer;
+    std::future<void> writing = startWatched(writer, [&] {
         writes.writeLock();
         writes.unlock(0);
     });
-    EXPECT_TRUE(staysBlocked(writing));
+    EXPECT_TRUE(staysBlocked(writer, writing));
     // The writer holds the gate and waits for this thread.
     EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, kSource, 327, [&] { readsToo.readLock(); }));
     reads.unlock();
@@ -127,16 +128,17 @@ TEST_F(ZProcessReadWriteFileLock, ThreadGetsDeadlockInAnObjectWhereAnotherThread
         for (State state : {kRead, kWrite}) {
             SCOPED_TRACE(inside * 10 + state);
             held.writeLock();
-            std::future<void> waiting = std::async(std::launch::async, [&] {
+            WatchedThread threads[2];
+            std::future<void> waiting = startWatched(threads[0], [&] {
                 waited.lock(inside);
                 waited.unlock(0);
             });
-            EXPECT_TRUE(staysBlocked(waiting));
-            std::future<void> another = std::async(std::launch::async, [&] {
+            EXPECT_TRUE(staysBlocked(threads[0], waiting));
+            std::future<void> another = startWatched(threads[1], [&] {
                 waited.writeLock();
                 waited.unlock(0);
             });
-            EXPECT_TRUE(staysBlocked(another));
+            EXPECT_TRUE(staysBlocked(threads[1], another));
             EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EDEADLK, kSource, 327,
                                                            [&] { waited.lock(state); }));
             EXPECT_EQ("ww", seen());
@@ -169,7 +171,8 @@ TEST_F(ZProcessReadWriteFileLock, LocksOnTwoFilesInOppositeOrderGetDeadlock)
     Lock two(dir().c_str(), "b");
     one.writeLock();
     std::promise<void> entered;
-    std::future<void> other = std::async(std::launch::async, [&] {
+    WatchedThread otherThread;
+    std::future<void> other = startWatched(otherThread, [&] {
         two.readLock();
         entered.set_value();
         one.readLock();
@@ -177,7 +180,7 @@ TEST_F(ZProcessReadWriteFileLock, LocksOnTwoFilesInOppositeOrderGetDeadlock)
         two.unlock();
     });
     entered.get_future().wait();
-    EXPECT_TRUE(staysBlocked(other));
+    EXPECT_TRUE(staysBlocked(otherThread, other));
     EXPECT_TRUE(
         raises<ZLockResourceException_6_0>(33, EDEADLK, kSource, 327, [&] { two.writeLock(); }));
     one.unlock();

@@ -141,8 +141,9 @@ TEST_F(ZProcessReadWriteFileLock, RemovedFileIsReplacedByTheNextHolder)
     OtherLocker other(dir(), "a");
     ASSERT_EQ("write 0", other.does('w'));
     Lock lock(dir().c_str(), "a");
-    std::future<void> waiting = std::async(std::launch::async, [&] { lock.readLock(); });
-    EXPECT_TRUE(staysBlocked(waiting));
+    WatchedThread thread;
+    std::future<void> waiting = startWatched(thread, [&] { lock.readLock(); });
+    EXPECT_TRUE(staysBlocked(thread, waiting));
     ASSERT_EQ(0, unlink(path().c_str()));
     EXPECT_TRUE(staysBlocked(waiting));
     other.does('u');

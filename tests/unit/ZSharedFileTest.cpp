@@ -227,11 +227,12 @@ TEST_F(ZSharedFileTable, ReaderCanReadAgainWhileAWriterWaits)
     ASSERT_EQ(0, again.open(path_.c_str(), O_RDONLY, 0));
     ASSERT_EQ(0, stranger.open(path_.c_str(), O_RDONLY, 0));
     ASSERT_EQ(0, writer.open(path_.c_str(), O_RDWR, 0));
-    std::future<void> const writing = std::async(std::launch::async, [&] {
+    WatchedThread thread;
+    std::future<void> const writing = startWatched(thread, [&] {
         EXPECT_EQ(0, writer.lock(F_WRLCK, 0, 4));
         EXPECT_EQ(0, writer.unlock(0, 4));
     });
-    EXPECT_TRUE(staysBlocked(writing));
+    EXPECT_TRUE(staysBlocked(thread, writing));
     EXPECT_EQ(0, again.lock(F_RDLCK, 0, 4));
     std::future<void> const reading =
         std::async(std::launch::async, [&] { EXPECT_EQ(0, stranger.lock(F_RDLCK, 0, 4)); });
