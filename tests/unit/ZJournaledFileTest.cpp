@@ -1,5 +1,6 @@
 #include <Z/files/shared_file.h>
 #include <Z/store/journaled_file.h>
+#include <Z/store/text_diff.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -336,6 +337,25 @@ TEST_F(ZJournaledFileCase, WritesOnlyTheChangedRange)
             EXPECT_EQ(c.written, watch.writes[0]);
         } else {
             EXPECT_EQ(1u, watch.writes.size());
+        }
+    }
+}
+
+TEST_F(ZJournaledFileCase, ChangedRangeIsExactAtAnyDistanceFromTheEnds)
+{
+    std::string const same(9000, 's');
+    for (size_t const head : {0, 1, 15, 16, 17, 255, 256, 272, 273, 4095, 4096, 4368, 8193}) {
+        for (size_t const tail : {0, 1, 15, 16, 17, 255, 256, 272, 273, 4095, 4096, 4368, 8193}) {
+            for (char const* const middle : {"", "0", "0123456789abcdefghi"}) {
+                SCOPED_TRACE(std::to_string(head) + middle + std::to_string(tail));
+                std::string const before = same.substr(0, head) + middle + same.substr(0, tail);
+                std::string const after = same.substr(0, head) + "1" + same.substr(0, tail);
+                zstore::TextDiff const diff(before, after);
+                EXPECT_EQ(head, diff.prefix);
+                EXPECT_EQ(middle, diff.oldMiddle);
+                EXPECT_EQ("1", diff.newMiddle);
+                EXPECT_EQ(tail, diff.moved.size() + diff.suffix);
+            }
         }
     }
 }

@@ -12,7 +12,8 @@ namespace zstore {
 
 namespace {
 
-constexpr size_t kBlockSize = 4096;  // compared with one memcmp()
+// The bytes that one memcmp() compares. Where two blocks differ, smaller blocks follow.
+constexpr size_t kBlockSizes[] = {4096, 256, 16};
 
 }  // namespace
 
@@ -40,8 +41,9 @@ size_t commonPrefix(std::string_view a, std::string_view b)
 {
     size_t const limit = std::min(a.size(), b.size());
     size_t n = 0;
-    while (limit - n >= kBlockSize && memcmp(a.data() + n, b.data() + n, kBlockSize) == 0)
-        n += kBlockSize;
+    for (size_t const size : kBlockSizes)
+        while (limit - n >= size && memcmp(a.data() + n, b.data() + n, size) == 0)
+            n += size;
     while (n < limit && a[n] == b[n])
         ++n;
     return n;
@@ -53,9 +55,9 @@ size_t commonSuffix(std::string_view a, std::string_view b)
     char const* const endOfB = b.data() + b.size();
     size_t const limit = std::min(a.size(), b.size());
     size_t n = 0;
-    while (limit - n >= kBlockSize &&
-           memcmp(endOfA - n - kBlockSize, endOfB - n - kBlockSize, kBlockSize) == 0)
-        n += kBlockSize;
+    for (size_t const size : kBlockSizes)
+        while (limit - n >= size && memcmp(endOfA - n - size, endOfB - n - size, size) == 0)
+            n += size;
     while (n < limit && *(endOfA - n - 1) == *(endOfB - n - 1))
         ++n;
     return n;
