@@ -237,6 +237,32 @@ TEST_F(FleetChanges, LooksFindChangesWithoutAHint)
     EXPECT_EQ("2", value(store, "x"));
 }
 
+TEST_F(FleetChanges, LooksFindACompanionPutByHand)
+{
+    constexpr char kHidden[] = "/zfleet/6/cfg/gateway/hidden";
+    setUpLooks(1);
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("s", "password", "before", 1);
+    store.store(nullptr);
+    {
+        ZFleetProperties_6_0 other(kPath, 1);
+        other.setValue("s", "password", "by hand", 1);
+        other.store("etcd://test/other");
+    }
+    cluster_.copy("/zfleet/6/cfg/other/hidden", kHidden);
+    NoticeRecorder recorder;
+    store.addObserver(&recorder);
+    EXPECT_TRUE(waitForChange(store));
+    EXPECT_EQ("by hand", value(store, "password"));
+    EXPECT_EQ("12s/password ", recorder.seen);
+    cluster_.put(kHidden, "");
+    EXPECT_TRUE(waitForChange(store));
+    EXPECT_EQ("(none)", value(store, "password"));
+    cluster_.put(kHidden, "damaged");
+    EXPECT_THROW(waitForChange(store), ZPropertiesException_6_0);
+    EXPECT_FALSE(waitForChange(store, std::chrono::milliseconds(1500)));
+}
+
 TEST_F(FleetChanges, ContentsThatDoNotParseAreReportedOnce)
 {
     setUpLooks(1);

@@ -196,6 +196,31 @@ TEST_F(FleetHistory, UndoUsesTheTextThatWasPutByHand)
     EXPECT_EQ("[s]\nx = 7\n", cluster_.get(kText));
 }
 
+TEST_F(FleetHistory, UndoKeepsTheCompanionThatWasPutByHand)
+{
+    constexpr char kHidden[] = "/zfleet/6/cfg/gateway/hidden";
+    for (bool const isRemoved : {false, true}) {
+        SCOPED_TRACE(isRemoved);
+        {
+            ZFleetProperties_6_0 store(1);
+            store.setValue("s", "password", "by hand", 1);
+            store.store("etcd://test/other");
+            store.setValue("s", "password", "before", 1);
+            store.store(kPath);
+        }
+        if (isRemoved)
+            cluster_.put(kHidden, "");
+        else
+            cluster_.copy("/zfleet/6/cfg/other/hidden", kHidden);
+        ZFleetProperties_6_0 store(kPath, 1);
+        store.setValue("s", "x", "1");
+        store.store(nullptr);
+        store.undo(nullptr, 0);
+        EXPECT_EQ("(none)", value(store, "x"));
+        EXPECT_EQ(isRemoved ? "(none)" : "by hand", value(store, "password"));
+    }
+}
+
 TEST_F(FleetHistory, UndoThatLosesARaceIsMergedAgain)
 {
     storeGenerations(2);

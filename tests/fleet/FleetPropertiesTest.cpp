@@ -239,6 +239,40 @@ TEST_F(FleetProperties, TextPutByHandIsNotOverwritten)
     EXPECT_EQ("[listener]\nport = 9\n", cluster_.get(kText));
 }
 
+TEST_F(FleetProperties, CompanionPutByHandIsNotOverwritten)
+{
+    constexpr char kOtherHidden[] = "/zfleet/6/cfg/other/hidden";
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("listener", "password", "before", 1);
+    store.store(nullptr);
+    {
+        ZFleetProperties_6_0 other(kPath, 1);
+        other.setValue("listener", "password", "by hand", 1);
+        other.store("etcd://test/other");
+    }
+    cluster_.copy(kOtherHidden, kHidden);
+    store.setValue("listener", "port", "2");
+    store.store(nullptr);
+    EXPECT_EQ("by hand", value(store, "listener", "password"));
+    EXPECT_EQ(cluster_.get(kOtherHidden), cluster_.get(kHidden));
+    EXPECT_EQ("# top\n[listener]\nport = 2\n", cluster_.get(kText));
+    cluster_.put(kHidden, "");
+    store.setValue("listener", "password", "mine", 1);
+    EXPECT_EQ(code("merge()", ESTALE), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ("(missing)", cluster_.get(kHidden));
+    EXPECT_EQ(1, store.isModified());
+}
+
+TEST_F(FleetProperties, CompanionWithoutATextPreventsNoCreation)
+{
+    cluster_.put("/zfleet/6/cfg/new/hidden", "left");
+    ZFleetProperties_6_0 store(1);
+    EXPECT_EQ(code("Txn", ENOENT), failure([&] { store.load("etcd://test/new"); }));
+    store.setValue("s", "x", "1");
+    store.store("etcd://test/new");
+    EXPECT_EQ("(missing)", cluster_.get("/zfleet/6/cfg/new/hidden"));
+}
+
 TEST_F(FleetProperties, LostReplyOfAnExecutedStoreIsFound)
 {
     ZFleetProperties_6_0 store(kPath, 1);

@@ -216,6 +216,22 @@ TEST_F(FleetReplica, EarlierStateDoesNotReplaceTheReplica)
     EXPECT_EQ(text, directory_.read("test/gateway.conf"));
 }
 
+TEST_F(FleetReplica, CompanionPutByHandReplacesTheCompanionOfTheReplica)
+{
+    constexpr char kHidden[] = "/zfleet/6/cfg/gateway/hidden";
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("s", "password", "by hand", 1);
+    store.store("etcd://test/other");
+    store.setValue("s", "password", "before", 1);
+    store.store(kPath);
+    cluster_->copy("/zfleet/6/cfg/other/hidden", kHidden);
+    store.load(kPath);
+    EXPECT_EQ("by hand", valueIn(replica(), "password"));
+    cluster_->put(kHidden, "");
+    store.load(kPath);
+    EXPECT_EQ("(none)", valueIn(replica(), "password"));
+}
+
 TEST_F(FleetReplica, DamagedReplicaIsKeptAsAnOrphan)
 {
     loadOnce();

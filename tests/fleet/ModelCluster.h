@@ -63,6 +63,9 @@ public:
     /// Sets a key, as another program does. An empty value removes it.
     void put(std::string const& key, std::string const& value);
 
+    /// Copies the value of a key to another key, as a program that knows only keys does.
+    void copy(std::string const& from, std::string const& to) { put(to, get(from)); }
+
     /// Returns the value of a key; "(missing)" if it does not exist.
     std::string get(std::string const& key) const;
 

@@ -132,9 +132,9 @@ bool ZFleetProperties_6_0::Rep::look(ZFleetProperties_6_0& store, char const* pa
 {
     Rep& rep = *store.rep_;
     zfleet::Session::Loaded loaded = rep.session.look(path);
-    int64_t const revision = loaded.snapshot.textRevision;
-    bool const isKnown = revision == rep.session.revisionOf(path);
-    if (revision == 0 && !isKnown)
+    int64_t const revision = loaded.snapshot.revision();
+    bool const isKnown = rep.session.isCurrent(path, loaded.snapshot);
+    if (loaded.snapshot.textRevision == 0 && !isKnown)
         throw zfleet::CallError{"Txn", ENOENT, false, "the configuration was removed"};
     if (isKnown || revision == rep.badRevision) {
         if (isKnown && store.isModified() == 0)
@@ -343,7 +343,7 @@ int ZFleetProperties_6_0::descriptor()
 {
     Hold const hold(*this);
     char const* const path = fileName().getChars();
-    if (!zfleet::isFleetPath(path) || rep_->session.revisionOf(path) < 0)
+    if (!zfleet::isFleetPath(path) || !rep_->session.knows(path))
         return -1;
     zfleet::translateFailures(kSource, path, [&] {
         if (rep_->live != nullptr)

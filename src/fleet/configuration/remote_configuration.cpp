@@ -77,6 +77,7 @@ Snapshot RemoteConfiguration::snapshotOf(TransactionResult& result) const
         return range.entries.empty() ? 0 : range.entries[0].modRevision;
     };
     snapshot.textRevision = revisionOf(result.ranges[readText]);
+    snapshot.hiddenRevision = revisionOf(result.ranges[readHidden]);
     snapshot.metaRevision = revisionOf(result.ranges[readMeta]);
     snapshot.contents = {valueOf(result.ranges[readText]), valueOf(result.ranges[readHidden])};
     snapshot.metaLines = valueOf(result.ranges[readMeta]);
@@ -131,6 +132,10 @@ Transaction RemoteConfiguration::writeTransaction(Contents const& contents, Snap
     Transaction transaction;
     transaction.conditions = {
         {directory_ + "text", Condition::modRevision, Condition::equal, guard.textRevision}};
+    // A companion without text is not a configuration.
+    if (guard.textRevision != 0)
+        transaction.conditions.push_back({directory_ + "hidden", Condition::modRevision,
+                                          Condition::equal, guard.hiddenRevision});
     // In a cluster that was restored from a backup, other contents can have the same revision.
     if (!guard.metaLines.empty())
         transaction.conditions.push_back(

@@ -1,10 +1,12 @@
 // remote_configuration: a configuration in a cluster, read and written as a whole.
 //
 // The keys below PREFIX/cfg/NAME/ are "text", "hidden" (the companion), "meta" and
-// "log/GENERATION". A write is one transaction, guarded by the revision of the text that was
-// changed. It has a random id, so that its outcome can be found after a lost reply.
+// "log/GENERATION". A write is one transaction, guarded by the revisions of the text and of the
+// companion that were changed. It has a random id, so that its outcome can be found after a lost
+// reply.
 #pragma once
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,8 +32,18 @@ struct Contents {
 struct Snapshot {
     Contents contents;
     std::string metaLines;
-    int64_t textRevision = 0;  // 0: the configuration does not exist
-    int64_t metaRevision = 0;  // another one than of the text: the text was put by hand
+    int64_t textRevision = 0;    // 0: the configuration does not exist
+    int64_t hiddenRevision = 0;  // another one than of the text: the companion was put by hand
+    int64_t metaRevision = 0;    // another one than of the text: the text was put by hand
+
+    /// Returns the revision of the last write of text or companion. Removals are ignored.
+    int64_t revision() const { return std::max(textRevision, hiddenRevision); }
+
+    /// Returns whether no program has written the contents between the two snapshots.
+    bool hasVersionOf(Snapshot const& other) const
+    {
+        return textRevision == other.textRevision && hiddenRevision == other.hiddenRevision;
+    }
 
     Metadata metadata() const { return parseMetadata(metaLines); }
 };
@@ -39,7 +51,7 @@ struct Snapshot {
 // A write that may have been executed.
 struct Attempt {
     std::string id;
-    int64_t base;         // revision of the text that it replaced
+    int64_t base;         // revision of the contents that it replaced
     uint64_t generation;  // that it wrote
 };
 

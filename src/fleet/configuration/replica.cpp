@@ -23,7 +23,7 @@ enum RaiseSite { raiseInRead = 1, raiseInCreate, raiseInRename };
 
 // The stanza of a file that the foundation reserves for its own entries.
 constexpr char kReservedStanza[] = "configuration-database";
-constexpr char const* kKeys[] = {"cluster", "revision", "generation"};
+constexpr char const* kKeys[] = {"cluster", "revision", "hidden", "generation"};
 
 // A local stanza file whose cache this module reads and replaces.
 class File : public ZStanzaFileProperties_6_0 {
@@ -52,6 +52,16 @@ void makeDirectory(std::string const& path)
         throwFailure(path, "mkdir()", raiseInCreate);
 }
 
+// Returns whether `state` was read later than `present`. If only one of them has a companion, which
+// was put or removed by hand, their order is unknown, and the result is true.
+bool isLater(Snapshot const& state, Snapshot const& present)
+{
+    if (state.textRevision != present.textRevision)
+        return state.textRevision > present.textRevision;
+    return state.hiddenRevision > present.hiddenRevision ||
+           (state.hiddenRevision == 0 && present.hiddenRevision != 0);
+}
+
 }  // namespace
 
 Replica::Replica(Settings const& settings, std::string const& name)
@@ -67,6 +77,7 @@ Replica::State Replica::read() const
     Snapshot snapshot;
     uint64_t const cluster = strtoull(file.entry("cluster").c_str(), nullptr, 16);
     snapshot.textRevision = strtoll(file.entry("revision").c_str(), nullptr, 10);
+    snapshot.hiddenRevision = strtoll(file.entry("hidden").c_str(), nullptr, 10);
     if (cluster == 0 || snapshot.textRevision <= 0)
         ZPropertiesInvalidDataException_6_0(path_.c_str(), "", 0)
             .throwException(kSource, raiseInRead);
@@ -84,10 +95,9 @@ Replica::Present Replica::compare(State const& state, int64_t revision) const
 {
     try {
         State const present = read();
-        int64_t const at = present.snapshot.textRevision;
-        if (present.cluster != state.cluster || at > revision)
+        if (present.cluster != state.cluster || present.snapshot.revision() > revision)
             return Present::isForeign;
-        return at >= state.snapshot.textRevision ? Present::isRecent : Present::isOlder;
+        return isLater(state.snapshot, present.snapshot) ? Present::isOlder : Present::isRecent;
     } catch (ZPropertiesIOException_6_0 const& e) {
         if (e.excerrno() != ENOENT)
             throw;
@@ -140,6 +150,7 @@ bool Replica::write(State const& state, int64_t revision) const
     char cluster[17];
     snprintf(cluster, sizeof cluster, "%llx", static_cast<unsigned long long>(state.cluster));
     std::string const values[] = {cluster, std::to_string(snapshot.textRevision),
+                                  std::to_string(snapshot.hiddenRevision),
                                   std::to_string(snapshot.metadata().generation)};
     for (size_t i = 0; i < std::size(values); ++i)
         file.setValue(kReservedStanza, kKeys[i], values[i].c_str());

@@ -1,7 +1,7 @@
 // replica: a copy of a configuration in a local file, for starts without the cluster.
 //
 // The file DIRECTORY/FLEET/NAME.conf is a stanza file with its companion. Its reserved stanza has
-// the id of the cluster, and the revision and generation of the text.
+// the id of the cluster, the revisions of text and companion, and the generation.
 #pragma once
 
 #include <string>

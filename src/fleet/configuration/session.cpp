@@ -79,7 +79,7 @@ Session::Loaded Session::load(char const* path)
     }
     // Unless the undo may still be executed, the caller sees its outcome now.
     auto const undo = undos_.find(path);
-    if (undo != undos_.end() && undo->second.source.guard.textRevision != snapshot.textRevision)
+    if (undo != undos_.end() && !undo->second.source.guard.hasVersionOf(snapshot))
         undos_.erase(undo);
     if (snapshot.textRevision == 0) {
         Source missing;
@@ -106,17 +106,12 @@ Session::Loaded Session::look(char const* path)
     }
 }
 
-int64_t Session::revisionOf(char const* path) const
-{
-    auto const known = sources_.find(path);
-    return known == sources_.end() ? -1 : known->second.guard.textRevision;
-}
-
 bool Session::processHints(char const* path, Live& live)
 {
-    ClusterInterface& cluster = sources_.at(path).connection->rep().cluster;
+    Source const& source = sources_.at(path);
+    ClusterInterface& cluster = source.connection->rep().cluster;
     RemoteConfiguration const remote(cluster, parsePath(path).name);
-    return live.process(cluster, {remote.textKey()}, revisionOf(path));
+    return live.process(cluster, {remote.textKey()}, source.guard.textRevision);
 }
 
 Clock::duration Session::lookInterval(char const* path) const
@@ -220,7 +215,7 @@ void Session::prepare(Operation& operation) const
 // same transaction.
 Metadata Session::metadataFor(Operation const& operation, Source const& source) const
 {
-    int64_t const base = operation.guard.textRevision;
+    int64_t const base = operation.guard.revision();
     uint64_t const generation = operation.guard.metadata().generation + 1;
     Metadata const& last = source.metadata;
     bool const isRepeated = !source.doubts.empty() && source.doubts.back().attempt.id == last.id &&
@@ -269,21 +264,22 @@ void Session::acceptMerge(char const* path)
     source.origin = std::make_shared<Contents const>(source.guard.contents);
 }
 
-Session::Stored Session::finish(Target& target, Operation& operation, Source& source,
-                                int64_t revision)
+// Records that `state` is in the cluster.
+Session::Stored Session::finish(Target& target, Operation const& operation, Snapshot state)
 {
-    bool const isMerged = operation.sent != *operation.mine;
+    bool const isMerged = state.contents != *operation.mine;
     Source stored;
     stored.connection = std::move(target.connection);
-    stored.guard = {operation.sent, format(source.metadata), revision, revision};
+    stored.guard = std::move(state);
     stored.origin = operation.mine;
-    revision_ = revision;
-    generation_ = source.metadata.generation;
+    revision_ = stored.guard.textRevision;
+    generation_ = stored.guard.metadata().generation;
     isOffline_ = false;
     keepReplica(operation.path, stored);
+    Contents contents = stored.guard.contents;
     record(operation.path, std::move(stored));
     undos_.erase(operation.path);
-    return {std::move(operation.sent), isMerged};
+    return {std::move(contents), isMerged};
 }
 
 Session::Stored Session::store(char const* path, Contents const& mine,
@@ -314,8 +310,13 @@ Session::Stored Session::write(Target& target, Operation& operation, Source& sou
         WriteResult result = send(target, operation, source);
         std::vector<Doubt>& doubts = source.doubts;
         switch (result.outcome) {
-            case WriteResult::stored:
-                return finish(target, operation, source, result.textRevision);
+            case WriteResult::stored: {
+                int64_t const revision = result.textRevision;
+                int64_t const hiddenRevision = operation.sent.hidden.empty() ? 0 : revision;
+                return finish(target, operation,
+                              {std::move(operation.sent), format(source.metadata), revision,
+                               hiddenRevision, revision});
+            }
             case WriteResult::unknown:
                 ZPropertiesIOException_6_0(path, "Txn", EINPROGRESS)
                     .throwException(kSource, raiseForUnknown);
@@ -330,18 +331,15 @@ Session::Stored Session::write(Target& target, Operation& operation, Source& sou
                 source.guard = operation.guard = std::move(result.current);
                 doubts.clear();
                 // A repetition of the earlier write has nothing to change.
-                if (operation.origin != nullptr && *operation.origin == *operation.mine) {
-                    operation.sent = operation.guard.contents;
-                    source.metadata = operation.guard.metadata();
-                    return finish(target, operation, source, operation.guard.textRevision);
-                }
+                if (operation.origin != nullptr && *operation.origin == *operation.mine)
+                    return finish(target, operation, operation.guard);
                 break;
             }
             case WriteResult::overtaken: {
                 operation.guard = std::move(result.current);
                 // The others cannot be executed any more.
                 auto const isDead = [&](Doubt const& doubt) {
-                    return doubt.attempt.base != operation.guard.textRevision;
+                    return doubt.attempt.base != operation.guard.revision();
                 };
                 doubts.erase(std::remove_if(doubts.begin(), doubts.end(), isDead), doubts.end());
             }
@@ -382,37 +380,41 @@ Contents Session::contentsOf(char const* path, uint64_t generation)
     return {std::move(entry.text), std::move(entry.hidden)};
 }
 
+// Returns the contents that a generation has replaced. If the cluster has dropped the revision, the
+// log has them, unless they were put by hand.
+Contents Session::contentsBefore(Target& target, char const* path, LoggedGeneration const& undone)
+{
+    Metadata const& metadata = undone.entry.metadata;
+    try {
+        Snapshot before;
+        if (metadata.base != 0)
+            before = target.remote.readAt(undone.revision - 1, target.budget);
+        // A program that copies keys between clusters gives them other revisions.
+        if (before.textRevision != 0 && before.revision() <= metadata.base)
+            return std::move(before.contents);
+    } catch (CallError const& error) {
+        if (error.error != ESTALE)
+            throw;
+        std::optional<LoggedGeneration> logged =
+            target.remote.readGeneration(metadata.generation - 1, target.budget);
+        if (logged.has_value() && logged->revision == metadata.base && !logged->entry.isOmitted)
+            return {std::move(logged->entry.text), std::move(logged->entry.hidden)};
+    }
+    throwNotLogged(path);
+}
+
 // Reads the contents before and after a generation.
 Session::Undo Session::makeUndo(Target& target, char const* path, uint64_t generation)
 {
-    Budget& budget = target.budget;
     Source source;
-    source.guard = target.remote.read(budget);
+    source.guard = target.remote.read(target.budget);
     if (generation == 0)
         generation = source.guard.metadata().generation;
-    LogEntry undone = requireGeneration(target.remote, path, generation, budget).entry;
+    LoggedGeneration undone = requireGeneration(target.remote, path, generation, target.budget);
+    auto const before = std::make_shared<Contents const>(contentsBefore(target, path, undone));
     source.origin = std::make_shared<Contents const>(
-        Contents{std::move(undone.text), std::move(undone.hidden)});
-    // The generation before may have been changed by hand.
-    int64_t const base = undone.metadata.base;
-    Contents before;
-    std::optional<LoggedGeneration> logged = target.remote.readGeneration(generation - 1, budget);
-    if (logged.has_value() && logged->revision == base && !logged->entry.isOmitted) {
-        before = {std::move(logged->entry.text), std::move(logged->entry.hidden)};
-    } else {
-        Snapshot earlier;
-        try {
-            if (base != 0)
-                earlier = target.remote.readAt(base, budget);
-        } catch (CallError const& error) {
-            if (error.error != ESTALE)
-                throw;
-        }
-        if (earlier.textRevision == 0)
-            throwNotLogged(path);
-        before = std::move(earlier.contents);
-    }
-    return {generation, std::make_shared<Contents const>(std::move(before)), std::move(source)};
+        Contents{std::move(undone.entry.text), std::move(undone.entry.hidden)});
+    return {generation, before, std::move(source)};
 }
 
 Contents Session::undo(char const* path, uint64_t generation, ZSCFData_6_0 const& prototype)

@@ -62,9 +62,15 @@ public:
     /// throws  CallError.
     Loaded look(char const* path);
 
-    /// Returns the revision of the text that the contents from `path` have; -1 if the session has
-    /// not loaded or stored it.
-    int64_t revisionOf(char const* path) const;
+    /// Returns whether the session has loaded or stored the configuration at `path`.
+    bool knows(char const* path) const { return sources_.count(path) != 0; }
+
+    /// Returns whether `present` has the contents that the session has last read from `path` or
+    /// stored there. The session must know `path`.
+    bool isCurrent(char const* path, Snapshot const& present) const
+    {
+        return sources_.at(path).guard.hasVersionOf(present);
+    }
 
     /// Takes the hints of `live` about changes at `path`, which the session has loaded or stored.
     /// Returns whether look() should be called.
@@ -151,12 +157,14 @@ private:
         Contents sent = {};  // `mine`, or the result of a merge with the contents of `guard`
     };
 
-    Undo makeUndo(Target& target, char const* path, uint64_t generation);
+    static Contents contentsBefore(Target& target, char const* path,
+                                   LoggedGeneration const& undone);
+    static Undo makeUndo(Target& target, char const* path, uint64_t generation);
     void prepare(Operation& operation) const;
     Stored write(Target& target, Operation& operation, Source& source);
     Metadata metadataFor(Operation const& operation, Source const& source) const;
     WriteResult send(Target& target, Operation const& operation, Source& source);
-    Stored finish(Target& target, Operation& operation, Source& source, int64_t revision);
+    Stored finish(Target& target, Operation const& operation, Snapshot state);
     void record(char const* path, Source source);
     Loaded loadReplica(Target& target, char const* path, CallError const& error);
     void keepReplica(char const* path, Source const& source);
