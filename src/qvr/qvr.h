@@ -16,14 +16,15 @@
 // UTF-8 (UTF-16, UTF-32, UTF-7, CESU-8, SCSU). qvr_to_utf8 and qvr_from_utf8 serve them like any
 // other codeset; all other functions treat each of their bytes except the terminator as invalid.
 //
-// Memory: functions that create handles, read tables or convert strings fail if memory is short.
-// Searches for long needles or sets allocate a table (see their costs), and qvr_strptime may read
-// the words of a locale. Apart from that a function allocates in two cases only, and the calling
-// thread then keeps a converter until it ends. The first is to encode a character that is longer
-// than two bytes in a multibyte codeset other than UTF-8; without memory the codeset seems not to
-// have the character. The second is to decode a character longer than two bytes in a codeset that
-// has characters of four (GB18030, EUC-TW); without memory its bytes are treated as invalid. ASCII
-// never needs memory.
+// Memory: functions that create handles, read tables or convert strings fail if memory is short. If
+// memory is short in the first of these calls, later ones can fail until the process ends: ICU
+// remembers that it could not read its data. Searches for long needles or sets allocate a table
+// (see their costs), and qvr_strptime may read the words of a locale. Apart from that a function
+// allocates in two cases only, and the calling thread then keeps a converter until it ends. The
+// first is to encode a character that is longer than two bytes in a multibyte codeset other than
+// UTF-8; without memory the codeset seems not to have the character. The second is to decode a
+// character longer than two bytes in a codeset that has characters of four (GB18030, EUC-TW);
+// without memory its bytes are treated as invalid. ASCII never needs memory.
 //
 // Ownership: the caller owns handles and releases them with qvr_cs_free and qvr_loc_free. No
 // function keeps a pointer to a string of the caller, except qvr_strtok (see there).

@@ -16,10 +16,11 @@ namespace {
 constexpr int kBorrows = 0;
 
 // Objects that differ only in their addresses.
+std::vector<ZObject_6_0> objects(1000);
+
 ZObject_6_0* object(unsigned number)
 {
-    static std::vector<ZObject_6_0> const objects(1000);
-    return const_cast<ZObject_6_0*>(&objects[number % objects.size()]);
+    return &objects[number % objects.size()];
 }
 
 using Elements = std::vector<ZObject_6_0*>;

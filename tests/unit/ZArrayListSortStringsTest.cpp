@@ -113,6 +113,7 @@ class ScopedLocale {
 public:
     explicit ScopedLocale(char const* name)
     {
+        ZLCString_6_0 const first;  // the first string of a process sets the locale
         setenv("LOCPATH", Z_TEST_LOCALES, 1);
         EXPECT_NE(nullptr, setlocale(LC_ALL, name)) << name;
     }
@@ -199,7 +200,7 @@ Elements randomElements(std::mt19937& random, Strings& strings, size_t size)
 constexpr char const* kLocales[] = {"C", "C.UTF-8", "en_US.UTF-8", "de_DE.UTF-8", "ja_JP.EUC-JP"};
 
 // Runs a function in a thread. Returns the number of bytes of the stack that it has written.
-size_t stackUsedBy(std::function<void()> const& function)
+[[maybe_unused]] size_t stackUsedBy(std::function<void()> const& function)
 {
     constexpr size_t kSize = 256 * 1024;
     constexpr unsigned char kUnused = 0xA5;

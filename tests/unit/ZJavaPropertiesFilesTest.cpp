@@ -427,8 +427,11 @@ TEST_F(ZJavaPropertiesFiles, AndValuesAreUnchangedIfMemoryIsExhausted)
     EXPECT_EQ(longText, bytesOf(value));
     EXPECT_LT(2u, failEachAllocation([&] { store_.listKeys(keys); },
                                      [&] { EXPECT_EQ(0u, keys.size()); }));
-    EXPECT_LT(3u, failEachAllocation(store, [&] { EXPECT_EQ("", directory_.names()); }));
+    store();  // the first store creates the table of open files
     std::string const written = directory_.read("f");
+    ASSERT_EQ(0, unlink(path.c_str()));
+    EXPECT_LT(3u, failEachAllocation(store, [&] { EXPECT_EQ("", directory_.names()); }));
+    EXPECT_EQ(written, directory_.read("f"));
     directory_.write("f", "old\n");
     EXPECT_LT(3u, failEachAllocation(store, [&] {
                   EXPECT_EQ("old\n", directory_.read("f"));

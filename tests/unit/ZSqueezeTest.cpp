@@ -97,14 +97,16 @@ TEST(ZSqueeze, TooSmallADestinationGivesABufferError)
     Bytes packed = squeezed(source);
     Bytes dest(source.size());
     ZSqueeze_6_0 squeeze;
-    long const blocks = FailingAllocator::blocks();
     for (size_t room = 0; room < packed.size(); ++room) {
         SCOPED_TRACE(room);
+        long const blocks = FailingAllocator::blocks();
         squeeze.setSource(source.data(), source.size());
         EXPECT_EQ(kBufferError, squeeze.squeeze(dest.data(), room));
         squeeze.setSource(packed.data(), packed.size());
         EXPECT_EQ(kBufferError, squeeze.unsqueeze(dest.data(), room));
+        EXPECT_EQ(blocks, FailingAllocator::blocks());
     }
+    long const blocks = FailingAllocator::blocks();
     squeeze.setSource(packed.data(), packed.size());
     EXPECT_EQ(kBufferError, squeeze.unsqueeze(dest.data(), source.size() - 1));
     EXPECT_EQ(blocks, FailingAllocator::blocks());
@@ -115,13 +117,13 @@ TEST(ZSqueeze, AStreamThatEndsEarlyGivesABufferError)
     Bytes packed = squeezed(bytesOf("a string worth compressing, compressing, compressing"));
     Bytes dest(1000);
     ZSqueeze_6_0 squeeze;
-    long const blocks = FailingAllocator::blocks();
     for (size_t length = 0; length < packed.size(); ++length) {
         SCOPED_TRACE(length);
+        long const blocks = FailingAllocator::blocks();
         squeeze.setSource(packed.data(), length);
         EXPECT_EQ(kBufferError, squeeze.unsqueeze(dest.data(), dest.size()));
+        EXPECT_EQ(blocks, FailingAllocator::blocks());
     }
-    EXPECT_EQ(blocks, FailingAllocator::blocks());
 }
 
 TEST(ZSqueeze, ADamagedStreamGivesADataError)
