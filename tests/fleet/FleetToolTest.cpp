@@ -123,6 +123,22 @@ TEST_F(FleetTool, RefusalsChangeNothing)
     EXPECT_EQ("(missing)", cluster_.get("/zfleet/6/cfg/none/text"));
 }
 
+TEST_F(FleetTool, SetCreatesNoHeaderOfKeysAboveAllStanzas)
+{
+    for (std::string const& path : {std::string("etcd://test/gateway"),
+                                    file_.directory().write("local.conf", "[s]\nk = 1\n")})
+        EXPECT_EQ("zfleet: " + path +
+                      ": invalid stanza name \".\": the dialect stanza has no keys above the first "
+                      "header; use the name of a stanza\n(6)",
+                  run("set " + path + " . k v"));
+    EXPECT_EQ("[s]\nk = 1\n", file_.directory().read("local.conf"));
+    EXPECT_EQ(6, exitOf("set etcd://test/new . k v --create"));
+    EXPECT_EQ("(missing)", cluster_.get("/zfleet/6/cfg/new/text"));
+    cluster_.put(kText, "[.]\nk = v\n");
+    EXPECT_EQ("(0)", run("set etcd://test/gateway . k w"));
+    EXPECT_EQ("[.]\nk = w\n", cluster_.get(kText));
+}
+
 TEST_F(FleetTool, FailuresNameTheirRemedy)
 {
     EXPECT_EQ(

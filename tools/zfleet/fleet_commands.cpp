@@ -212,6 +212,7 @@ int runFleetSet(Request const& request)
     for (int attempt = 1;; ++attempt) {
         FleetStore store;
         loadOrCreate(store, request);
+        checkTopStanza(store.contents(), request.file, request.stanza, "use the name of a stanza");
         requireOneValue(store, request);
         store.setValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
                        request.obfuscated ? 1 : 0);

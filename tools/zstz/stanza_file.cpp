@@ -399,19 +399,27 @@ void checkSpelling(Store const& store, Request const& request, std::string const
                      });
 }
 
+void checkTopStanza(ZPCache_6_0 const& contents, std::string const& path, std::string const& stanza,
+                    std::string const& remedy)
+{
+    if (stanza == "." && contents.contains(".") == 0)
+        throw Failure{
+            exitInvalidValue,
+            path,
+            {"invalid stanza name \".\": the dialect stanza has no keys above the first header",
+             remedy}};
+}
+
 void checkTopStanza(Store const& store, Request const& request, std::string const& stanza)
 {
-    if (stanza != "." || !store.isStanzaFile() || store.contents().contains(".") != 0)
+    if (stanza != "." || !store.isStanzaFile())
         return;
     bool const hasHeaders = request.file.ends_with(".ini") || !outlineOf(store).empty();
     std::string const dialects = request.file.ends_with(".env") ? "env"
                                  : hasHeaders                   ? "ini"
                                                                 : "ini, env or sysctl";
-    throw Failure{
-        exitInvalidValue,
-        request.file,
-        {"invalid stanza name \".\": the dialect stanza has no keys above the first header",
-         "use the name of a stanza, or pass --dialect " + dialects}};
+    checkTopStanza(store.contents(), request.file, stanza,
+                   "use the name of a stanza, or pass --dialect " + dialects);
 }
 
 void checkNames(std::string const& path, std::string const& stanza, std::string const& key)

@@ -121,8 +121,14 @@ void checkReserved(std::string const& path, std::string const& stanza);
 void checkSpelling(Store const& store, Request const& request, std::string const& stanza,
                    std::string const& key, char const* value);
 
-/// Refuses the stanza "." of a file in the dialect "stanza", which has no keys above the first
+/// Refuses the stanza "." in contents of the dialect "stanza", which has no keys above the first
 /// header, unless a header [.] exists.
+/// throws  Failure.
+void checkTopStanza(ZPCache_6_0 const& contents, std::string const& path, std::string const& stanza,
+                    std::string const& remedy);
+
+/// Refuses the stanza "." of a file in the dialect "stanza", unless a header [.] exists, and
+/// suggests a dialect that has keys above the first header.
 /// throws  Failure.
 void checkTopStanza(Store const& store, Request const& request, std::string const& stanza);
 
