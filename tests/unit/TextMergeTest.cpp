@@ -14,19 +14,14 @@
 #include <string>
 #include <vector>
 
+#include "MergeCase.h"
+
 namespace {
 
 using Strings = std::vector<std::string>;
 using zlines::MergedText;
 
-// Three versions and their merge, in which "@" is the end of a conflict.
-struct Case {
-    char const* name;
-    std::string base;
-    std::string ours;
-    std::string theirs;
-    std::string merged;
-};
+using Case = MergeCase;  // "@" is the end of a conflict
 
 // Returns the merged values, a string of a character per value: "(1|2)" is a conflict.
 std::string mergedValues(std::string const& base, std::string const& ours,
@@ -103,18 +98,18 @@ Strings sortedComments(std::string const& text)
     return comments;
 }
 
+struct Versions {
+    std::string base;
+    std::string ours;
+    std::string theirs;
+};
+
 // Random files with few keys, values and stanzas, and changes of them.
 class RandomFiles {
 public:
     enum Comments { likeComments, unlikeComments };
 
     explicit RandomFiles(Comments comments) : comments_(comments) {}
-
-    struct Versions {
-        std::string base;
-        std::string ours;
-        std::string theirs;
-    };
 
     Versions makeVersions()
     {
@@ -172,6 +167,38 @@ std::optional<Strings> valuesIn(Contents const& contents, char const* stanza, ch
     if (parent == contents.end() || !parent->second.contains(key))
         return {};
     return parent->second.at(key);
+}
+
+// Expects that each key whose values one version did not change has the values of the other
+// version.
+void expectChangesOfBoth(Versions const& versions, std::string const& merged)
+{
+    Contents const contents = contentsOf(merged);
+    Contents const sides[] = {contentsOf(versions.base), contentsOf(versions.ours),
+                              contentsOf(versions.theirs)};
+    for (char const* stanza : {"a", "b", "c"})
+        for (char const* key : {"j", "k", "l", "m"}) {
+            auto const of = [&](int side) { return valuesIn(sides[side], stanza, key); };
+            for (int const unchanged : {1, 2}) {
+                if (of(unchanged) == of(0)) {
+                    ASSERT_EQ(of(3 - unchanged), valuesIn(contents, stanza, key));
+                }
+            }
+        }
+}
+
+// Merges versions of random files. Calls `check` with the versions and the result of each merge,
+// until a check fails.
+template <class Check>
+void mergeAtRandom(RandomFiles::Comments comments, int rounds, Check check)
+{
+    RandomFiles files(comments);
+    for (int round = 0; round < rounds && !testing::Test::HasFatalFailure(); ++round) {
+        Versions const versions = files.makeVersions();
+        SCOPED_TRACE("base:\n" + versions.base + "ours:\n" + versions.ours + "theirs:\n" +
+                     versions.theirs);
+        check(versions, merge(versions.base, versions.ours, versions.theirs));
+    }
 }
 
 }  // namespace
@@ -557,60 +584,42 @@ TEST(TextMerge, DetectsAChangeOfBytesThatAreNotRead)
 
 TEST(TextMerge, CommutesInRandomFilesUnlessThereIsAConflict)
 {
-    RandomFiles files(RandomFiles::likeComments);
-    unsigned merges = 0;
     unsigned conflicts = 0;
-    for (int round = 0; round < 3000; ++round) {
-        auto const [base, ours, theirs] = files.makeVersions();
-        SCOPED_TRACE("base:\n" + base + "ours:\n" + ours + "theirs:\n" + theirs);
-        MergedText const one = merge(base, ours, theirs);
-        MergedText const other = merge(base, theirs, ours);
+    mergeAtRandom(RandomFiles::likeComments, 3000, [&](Versions const& of, MergedText const& one) {
+        MergedText const other = merge(of.base, of.theirs, of.ours);
         ASSERT_EQ(one.conflicts > 0, other.conflicts > 0);
-        ASSERT_EQ(theirs, merge(base, base, theirs).text);
-        ++merges;
+        ASSERT_EQ(of.theirs, merge(of.base, of.base, of.theirs).text);
         if (one.conflicts > 0) {
             ++conflicts;
-            continue;
+            return;
         }
         ASSERT_EQ(contentsOf(one.text), contentsOf(other.text)) << one.text << other.text;
-        Contents const contents = contentsOf(one.text);
-        Contents const sides[] = {contentsOf(base), contentsOf(ours), contentsOf(theirs)};
-        for (char const* stanza : {"a", "b", "c"})
-            for (char const* key : {"j", "k", "l", "m"}) {
-                auto const of = [&](int side) { return valuesIn(sides[side], stanza, key); };
-                for (int const unchanged : {1, 2}) {
-                    if (of(unchanged) == of(0)) {
-                        ASSERT_EQ(of(3 - unchanged), valuesIn(contents, stanza, key));
-                    }
-                }
-            }
-    }
-    EXPECT_LT(conflicts, merges);
+        expectChangesOfBoth(of, one.text);
+    });
+    EXPECT_LT(conflicts, 3000u);
     EXPECT_LT(0u, conflicts);
 }
 
 TEST(TextMerge, ChangesFewCommentsIfRandomMergesAreMadeAgain)
 {
-    RandomFiles files(RandomFiles::unlikeComments);
     unsigned merges = 0;
     unsigned changed = 0;
-    for (int round = 0; round < 6000; ++round) {
-        auto const [base, ours, theirs] = files.makeVersions();
-        MergedText const merged = merge(base, ours, theirs);
-        if (merged.conflicts > 0)
-            continue;
-        ++merges;
-        Strings const comments = sortedComments(merged.text);
-        for (auto const& [one, other] : {std::pair(merged.text, theirs),
-                                         {merged.text, ours},
-                                         {ours, merged.text},
-                                         {theirs, merged.text}}) {
-            if (sortedComments(merge(base, one, other).text) == comments)
-                continue;
-            ++changed;
-            break;
-        }
-    }
+    mergeAtRandom(RandomFiles::unlikeComments, 6000,
+                  [&](Versions const& of, MergedText const& one) {
+                      if (one.conflicts > 0)
+                          return;
+                      ++merges;
+                      Strings const comments = sortedComments(one.text);
+                      for (auto const& [ours, theirs] : {std::pair(one.text, of.theirs),
+                                                         {one.text, of.ours},
+                                                         {of.ours, one.text},
+                                                         {of.theirs, one.text}}) {
+                          if (sortedComments(merge(of.base, ours, theirs).text) == comments)
+                              continue;
+                          ++changed;
+                          break;
+                      }
+                  });
     EXPECT_LT(3000u, merges);
     // A new comment of a key belongs to a key below it if the first line of the key is removed and
     // another key is above the second.

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "FailingAllocator.h"
+#include "MergeCase.h"
 #include "PlainFunctionsFixture.h"
 
 namespace {
@@ -111,14 +112,7 @@ TEST(ZPropertiesCMerge, SeparateStanzasAreMatchedByTheirContents)
     std::string const d = "[Peer]\nName=d\n\n";
     std::string const newA = "[Peer]\nKey=a\nPort=9\n\n";
     std::string const newB = "[Peer]\nKey=b\nPort=8\n\n";
-    struct Case {
-        char const* name;
-        std::string base;
-        std::string ours;
-        std::string theirs;
-        std::string merged;
-    };
-    Case const cases[] = {
+    MergeCase const cases[] = {
         {"a new one above and a new one below", a, c + a, a + d, c + a + d},
         {"a new one above and a change below", a + b, c + a + b, a + newB, c + a + newB},
         {"a removed one above and a change below", a + b, b, a + newB, newB},
@@ -127,7 +121,7 @@ TEST(ZPropertiesCMerge, SeparateStanzasAreMatchedByTheirContents)
         {"two new ones", a, a + c, a + d, a + c + d},
         {"both removed", a + b + c, b + c, a + c, c},
     };
-    for (Case const& t : cases) {
+    for (MergeCase const& t : cases) {
         SCOPED_TRACE(t.name);
         // A removed stanza leaves the blank line above it.
         auto const cut = [](std::string const& text) {
