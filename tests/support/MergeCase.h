@@ -3,7 +3,7 @@
 
 #include <string>
 
-// Three versions of a text and their merge.
+// Three versions of a file and their merge.
 struct MergeCase {
     char const* name;
     std::string base;
