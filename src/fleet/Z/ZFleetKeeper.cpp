@@ -3,7 +3,6 @@
 #include <Z/ZException.h>
 #include <Z/ZLock.h>
 #include <Z/ZMessage.h>
-#include <cxxabi.h>
 #include <errno.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -13,6 +12,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -52,15 +52,22 @@ public:
     ~ScopedUnlock() { sleepLock().lock(); }
 };
 
+// Rethrows the cancellation of the thread, which unwinds the stack without a C++ exception.
+// range   only in a `catch (...)`.
+void rethrowCancellation()
+{
+    if (std::current_exception() == nullptr)
+        throw;
+}
+
 // Sends a report. An exception of the message service could not be reported either.
 template <class Report>
 void send(Report report)
 {
     try {
         report();
-    } catch (abi::__forced_unwind const&) {
-        throw;
     } catch (...) {
+        rethrowCancellation();
     }
 }
 
@@ -71,8 +78,6 @@ int reportExceptions(RaiseSite site, int last, Action action)
 {
     try {
         action();
-    } catch (abi::__forced_unwind const&) {
-        throw;
     } catch (ZException_6_0& failure) {
         auto const* const refusal = dynamic_cast<ZResourceException_6_0 const*>(&failure);
         int const error = refusal == nullptr ? 0 : refusal->returnCode();
@@ -80,6 +85,7 @@ int reportExceptions(RaiseSite site, int last, Action action)
             send([&] { failure.dumpException(); });
         return error;
     } catch (...) {
+        rethrowCancellation();
         send([&] {
             ZMessageService_6_0::messageService()->outputMessage(kSource, site, kUnknownException,
                                                                  0, nullptr, nullptr, nullptr,
