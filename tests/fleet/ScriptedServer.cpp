@@ -86,12 +86,14 @@ public:
             std::lock_guard<std::mutex> const guard(service_.streamsMutex);
             service_.streams.insert(this);
         }
-        reply_ = service_.record(request_);
+        record(service_.record(request_));
         if (reply_.manner != Reply::stream) {
             std::lock_guard<std::mutex> const guard(service_.streamsMutex);
             service_.streams.erase(this);
         }
-        if (reply_.manner == Reply::late)
+        if (isOver())
+            end(grpc::Status::CANCELLED);
+        else if (reply_.manner == Reply::late)
             alarm_.Set(std::chrono::system_clock::now() + kLate, [this](bool) { reply(); });
         else if (reply_.manner != Reply::never)
             reply();
@@ -130,7 +132,11 @@ public:
 
     void OnCancel() override
     {
-        if (reply_.manner == Reply::never || reply_.manner == Reply::stream)
+        {
+            std::lock_guard<std::mutex> const guard(mutex_);
+            isCancelled_ = true;
+        }
+        if (isOver())
             end(grpc::Status::CANCELLED);
     }
 
@@ -150,6 +156,21 @@ private:
         return found == context.client_metadata().end()
                    ? ""
                    : std::string(found->second.data(), found->second.size());
+    }
+
+    void record(Reply const& reply)
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        reply_ = reply;
+        hasReply_ = true;
+    }
+
+    // Returns whether the client has cancelled a call that would end in no other way.
+    bool isOver()
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        bool const waits = reply_.manner == Reply::never || reply_.manner == Reply::stream;
+        return isCancelled_ && hasReply_ && waits;
     }
 
     void reply()
@@ -184,7 +205,9 @@ private:
     Request request_;
     Reply reply_;
     bool isRepeated_ = false;
-    std::mutex mutex_;  // of the fields of a stream
+    std::mutex mutex_;  // of the fields of a stream, and of a cancellation
+    bool hasReply_ = false;
+    bool isCancelled_ = false;
     std::deque<std::string> pending_;
     bool isOpen_ = false;
     bool isWriting_ = false;
