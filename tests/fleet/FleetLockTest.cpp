@@ -18,8 +18,10 @@
 #include "LockStates.h"
 #include "ModelCluster.h"
 #include "Raised.h"
+#include "ScriptedClock.h"
 #include "Threads.h"
 #include "ZFleetReadWriteLock_p.h"
+#include "transport/requests.h"
 
 namespace {
 
@@ -31,6 +33,9 @@ using namespace zfleet_lock;
 constexpr char kPath[] = "etcd://test/orders";
 constexpr char kQueue[] = "/zfleet/6/lock/orders/q/";
 constexpr char kSequence[] = "/zfleet/6/lock/orders/seq";
+
+// The time of a new lease that is certain, in milliseconds.
+constexpr int64_t kCertain = 27000;
 
 // The entry of another program, which is before or after all entries of this one by its time.
 constexpr char kOther[] = "/zfleet/6/lock/orders/q/00000000000000ff";
@@ -57,6 +62,13 @@ protected:
         file_.emplace(FleetFile::textFor({cluster_.address()}) + more);
     }
 
+    // The time of budgets passes only with the pauses between calls from now on.
+    void setUpSteppedFile(std::string const& more)
+    {
+        setUpFile(more);
+        clock_.emplace(ScriptedClock::stepped);
+    }
+
     size_t entries() const { return cluster_.keys(kQueue).size(); }
     size_t count(char const* method) const { return cluster_.server().count(method); }
     std::string sequence() const { return cluster_.get(kSequence); }
@@ -76,10 +88,10 @@ protected:
         EXPECT_EQ(0u, entries());
         lock.setPatience(0);
         for (State const state : {kRead, kWrite}) {
-            std::thread([&] {
+            elsewhere([&] {
                 lock.lock(state);
                 lock.unlock(0);
-            }).join();
+            });
         }
         lock.setPatience(-1);
     }
@@ -90,6 +102,8 @@ protected:
         return raises<ZLockResourceException_6_0>(33, error, kSource, raiseInLock, call);
     }
 
+    // Calls fail on purpose only, even on a slow machine.
+    std::optional<ScriptedClock> clock_{ScriptedClock::real};
     ModelCluster cluster_;
     std::optional<FleetFile> file_{FleetFile::textFor({cluster_.address()}) +
                                    "budget = 60\ncall = 1000\n"};
@@ -410,6 +424,8 @@ TEST_F(FleetLock, SignalHandlerEndsTheWaitUnlessItRestartsCalls)
     sigaction(SIGUSR2, &before2, nullptr);
 }
 
+// The sanitizers do not see that a cancellation ends poll() and the frames above the handlers.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(FleetLock, CancelledThreadLeavesTheQueue)
 {
     cluster_.put(kOther, "w elsewhere 1");
@@ -422,6 +438,7 @@ TEST_F(FleetLock, CancelledThreadLeavesTheQueue)
     cluster_.put(kOther, "");
     expectFree(lock);
 }
+#endif
 
 // ---- Replies that are lost, late or doubled ----------------------------------------------------
 
@@ -431,7 +448,9 @@ TEST_F(FleetLock, LostReplyToARequestIsRepeated)
         SCOPED_TRACE(static_cast<int>(fate));
         Lock lock(kPath);
         cluster_.setFates({fate});
+        ScriptedClock::setTimeouts(fate == Fate::noReply);
         lock.writeLock();
+        ScriptedClock::setTimeouts(false);
         EXPECT_EQ(1u, entries());
         lock.unlock();
         EXPECT_EQ(0u, cluster_.leases());  // a late request cannot add the entry again
@@ -453,7 +472,7 @@ TEST_F(FleetLock, LateRequestAddsNoEntry)
 
 TEST_F(FleetLock, RequestThatWasGivenUpAddsNoEntryLater)
 {
-    setUpFile("budget = 1\ncall = 300\n");
+    setUpSteppedFile("budget = 1\ncall = 300\n");
     Lock lock(kPath);
     cluster_.setFates(std::deque<Fate>(200, Fate::delayed));
     EXPECT_TRUE(isRefused(ETIMEDOUT, [&] { lock.writeLock(); }));
@@ -465,7 +484,7 @@ TEST_F(FleetLock, RequestThatWasGivenUpAddsNoEntryLater)
 
 TEST_F(FleetLock, LeaseThatCannotBeRevokedIsNotRenewed)
 {
-    setUpFile("budget = 1\ncall = 300\n");
+    setUpSteppedFile("budget = 1\ncall = 300\n");
     Lock lock(kPath);
     cluster_.setFates(std::deque<Fate>(200, Fate::delayed));
     cluster_.refuseLeases("LeaseRevoke", 14);
@@ -528,7 +547,9 @@ TEST_F(FleetLock, ReleaseWithoutReplyCountsOnce)
         SCOPED_TRACE(static_cast<int>(fate));
         lock.writeLock();
         cluster_.setFates({fate});
+        ScriptedClock::setTimeouts(fate == Fate::noReply);
         lock.unlock();
+        ScriptedClock::setTimeouts(false);
         cluster_.deliver();
         EXPECT_EQ(std::to_string(++expected), sequence());
         expectFree(lock);
@@ -630,7 +651,7 @@ TEST_F(FleetLock, ReleaseWithoutHistoryHasAnUnknownOutcome)
 
 TEST_F(FleetLock, FailedReleaseKeepsTheLock)
 {
-    setUpFile("budget = 1\ncall = 300\n");
+    setUpSteppedFile("budget = 1\ncall = 300\n");
     Lock lock(kPath);
     lock.writeLock();
     cluster_.refuse(14);
@@ -666,7 +687,7 @@ TEST_F(FleetLock, RemainingTimeIsNineTenthsOfTheLease)
     Lock lock(kPath);
     EXPECT_EQ(0, lock.remaining());
     lock.readLock();
-    EXPECT_GE(27000, lock.remaining());
+    EXPECT_GE(kCertain, lock.remaining());
     EXPECT_LT(20000, lock.remaining());
     lock.unlock();
     EXPECT_EQ(0, lock.remaining());
@@ -708,7 +729,7 @@ TEST_F(FleetLock, OldLeaseIsRenewedBeforeTheNextAcquisition)
 
 TEST_F(FleetLock, RenewalByAnOldLeaderIsNotValid)
 {
-    setUpFile("call = 200\n");
+    setUpSteppedFile("call = 200\n");
     Lock lock(kPath);
     lock.writeLock();
     int64_t const before = lock.remaining();
@@ -751,7 +772,7 @@ TEST_F(FleetLock, LeaderOfAnEarlierTermCannotEndARenewedLease)
 // The lease is only certain for the time of its last renewal in its own term.
 TEST_F(FleetLock, RenewalInALaterTermIsNotValid)
 {
-    setUpFile("call = 200\n");
+    setUpSteppedFile("call = 200\n");
     Lock lock(kPath);
     lock.writeLock();
     cluster_.elect();
@@ -762,8 +783,10 @@ TEST_F(FleetLock, RenewalInALaterTermIsNotValid)
                                                    [&] { lock.keepAlive(); }));
     EXPECT_GE(before - 50, lock.remaining());
     cluster_.refuseLeases("LeaseGrant", 0);
+    int64_t const start = zfleet::bootTime();
     EXPECT_EQ(1, lock.keepAlive());
-    EXPECT_LE(before - 50, lock.remaining());
+    int64_t const left = lock.remaining();
+    EXPECT_LE(kCertain - (zfleet::bootTime() - start) / 1'000'000 - 1, left);  // both are rounded
     lock.unlock();
 }
 
@@ -772,7 +795,7 @@ TEST_F(FleetLock, EntryThatWasMovedInDoubtIsFound)
 {
     for (auto const fate : {ModelCluster::Fate::replyLost, ModelCluster::Fate::delayed}) {
         for (bool const isFinal : {false, true}) {
-            setUpFile("call = 200\n");
+            setUpSteppedFile("call = 200\n");
             Lock lock(kPath);
             lock.writeLock();
             int64_t const token = lock.token();
@@ -990,7 +1013,7 @@ TEST_F(FleetLock, FullDatabaseReleasesWithoutTheNumber)
 
 TEST_F(FleetLock, AcquisitionFailsWithTheErrnoOfTheCluster)
 {
-    setUpFile("budget = 1\ncall = 200\n");
+    setUpSteppedFile("budget = 1\ncall = 200\n");
     struct Case {
         int status;
         int error;

@@ -125,8 +125,8 @@ private:
     pthread_t id_;
 };
 
-// Runs `action` in another thread and waits for it to end.
+// Runs `action` in another thread and waits for it to end. Rethrows its exception.
 inline void elsewhere(std::function<void()> const& action)
 {
-    std::thread(action).join();
+    std::async(std::launch::async, action).get();
 }
