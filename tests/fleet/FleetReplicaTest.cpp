@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <memory>
 
@@ -15,6 +16,7 @@ namespace {
 
 constexpr char kPath[] = "etcd://test/gateway";
 constexpr char kText[] = "/zfleet/6/cfg/gateway/text";
+constexpr uid_t kStranger = 65534;
 
 class FleetReplica : public testing::Test {
 protected:
@@ -53,6 +55,16 @@ protected:
     static std::string valueIn(std::string const& path, char const* key)
     {
         return value(ZFleetProperties_6_0(path.c_str(), 1), key);
+    }
+
+    // Returns "access()" if `action` prints the report of a replica that is not trusted, else "".
+    template <class Action>
+    static std::string reported(Action action)
+    {
+        testing::internal::CaptureStderr();
+        action();
+        std::string const printed = testing::internal::GetCapturedStderr();
+        return printed.find("access()") != std::string::npos ? "access()" : "";
     }
 
     static unsigned modeOf(std::string const& path)
@@ -252,6 +264,70 @@ TEST_F(FleetReplica, DamagedReplicaIsKeptAsAnOrphan)
         }
     }
     EXPECT_EQ("gateway.conf", namesIn(directory_.at("test")));
+}
+
+TEST_F(FleetReplica, ReplicaThatAnotherUserCanWriteIsNotWritten)
+{
+    struct Case {
+        char const* name;  // of a file in the directory of the replicas
+        mode_t mode;
+        bool isForeign;  // another user is the owner
+        bool isUsed;
+    };
+    Case const cases[] = {
+        {".", 0755, false, true},
+        {".", 01777, false, true},
+        {".", 0777, false, false},
+        {".", 0775, false, false},
+        {".", 01777, true, false},
+        {"test", 0755, false, true},
+        {"test", 01777, false, false},
+        {"test", 0770, false, false},
+        {"test", 0755, true, false},
+        {"test/gateway.conf", 0644, false, true},
+        {"test/gateway.conf", 0620, false, false},
+        {"test/gateway.conf", 0644, true, false},
+    };
+    for (Case const& c : cases) {
+        if (c.isForeign && geteuid() != 0)
+            continue;  // only root can create such files
+        SCOPED_TRACE(c.name + std::to_string(c.mode));
+        start();
+        loadOnce();
+        std::string const path = directory_.at(c.name);
+        chmod(path.c_str(), c.mode);
+        EXPECT_EQ(0, chown(path.c_str(), c.isForeign ? kStranger : geteuid(), getegid()));
+        cluster_->put(kText, "[s]\nx = 2\n");
+        EXPECT_EQ(c.isUsed ? "" : "access()", reported([&] { loadOnce(); }));
+        EXPECT_EQ(c.isUsed ? "2" : "1", valueIn(replica(), "x"));
+        EXPECT_EQ(0, chown(path.c_str(), geteuid(), getegid()));
+        chmod(path.c_str(), 0700);
+        remove(replica().c_str());
+    }
+}
+
+TEST_F(FleetReplica, ReplicaThatAnotherUserCanWriteIsNotRead)
+{
+    loadOnce();
+    cutOff();
+    for (char const* const name : {".", "test", "test/gateway.conf"}) {
+        SCOPED_TRACE(name);
+        chmod(directory_.at(name).c_str(), 0777);
+        ZFleetProperties_6_0 store(1);
+        EXPECT_EQ("access()", reported([&] {
+                      EXPECT_EQ(code("Txn", ETIMEDOUT), failure([&] { store.load(kPath); }));
+                  }));
+        chmod(directory_.at(name).c_str(), 0700);
+    }
+    EXPECT_EQ("1", value(ZFleetProperties_6_0(kPath, 1), "x"));
+}
+
+TEST_F(FleetReplica, DirectoryThatAnotherUserCanWriteGetsNoReplica)
+{
+    mkdir(directory_.at("test").c_str(), 0700);
+    chmod(directory_.at("test").c_str(), 0777);
+    EXPECT_EQ("access()", reported([&] { loadOnce(); }));
+    EXPECT_EQ("", namesIn(directory_.at("test")));
 }
 
 TEST_F(FleetReplica, ReplicaThatCannotBeWrittenIsReportedOnce)

@@ -19,7 +19,7 @@ namespace zfleet {
 namespace {
 
 constexpr char kSource[] = "src/fleet/configuration/replica";
-enum RaiseSite { raiseInRead = 1, raiseInCreate, raiseInRename };
+enum RaiseSite { raiseInRead = 1, raiseInCreate, raiseInRename, raiseForTrust };
 
 // The stanza of a file that the foundation reserves for its own entries.
 constexpr char kReservedStanza[] = "configuration-database";
@@ -52,6 +52,21 @@ void makeDirectory(std::string const& path)
         throwFailure(path, "mkdir()", raiseInCreate);
 }
 
+// Requires that only the user of the program and root can write a file or directory, if it exists.
+// In a sticky directory, other users can create files, but neither remove nor rename these.
+void requireTrusted(std::string const& path, bool mayBeSticky)
+{
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return;  // the caller finds out why
+    bool const isOurs = status.st_uid == geteuid() || status.st_uid == 0;
+    bool const isShared = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    if (isOurs && (!isShared || (mayBeSticky && (status.st_mode & S_ISVTX) != 0)))
+        return;
+    errno = EPERM;
+    throwFailure(path, "access()", raiseForTrust);
+}
+
 // Returns whether `state` was read later than `present`. If only one of them has a companion, which
 // was put or removed by hand, their order is unknown, and the result is true.
 bool isLater(Snapshot const& state, Snapshot const& present)
@@ -65,13 +80,23 @@ bool isLater(Snapshot const& state, Snapshot const& present)
 }  // namespace
 
 Replica::Replica(Settings const& settings, std::string const& name)
-    : directory_(settings.replicaDirectory + "/" + settings.fleet),
+    : parent_(settings.replicaDirectory),
+      directory_(settings.replicaDirectory + "/" + settings.fleet),
       path_(directory_ + "/" + name + ".conf")
 {
 }
 
+// Another user who can write the file or create it could choose the values of the program.
+void Replica::requireTrust() const
+{
+    requireTrusted(parent_, true);
+    requireTrusted(directory_, false);
+    requireTrusted(path_, false);
+}
+
 Replica::State Replica::read() const
 {
+    requireTrust();
     File file;
     file.load(path_.c_str());
     Snapshot snapshot;
@@ -127,6 +152,7 @@ void Replica::keepAsOrphan() const
 void Replica::createFile() const
 {
     makeDirectory(directory_);
+    requireTrust();
     int const fd = open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0)
         throwFailure(path_, "open()", raiseInCreate);

@@ -25,13 +25,15 @@ public:
 
     /// Reads the replica.
     /// throws  as ZStanzaFileProperties_6_0::load(); ZPropertiesInvalidDataException_6_0 if the
-    ///         file is not a replica.
+    ///         file is not a replica; ZPropertiesIOException_6_0 with "access()" and EPERM if
+    ///         another user can write the file or its directories.
     State read() const;
 
     /// Writes a state of the configuration, unless the replica is as recent. `revision` is the
     /// present one of the cluster. A replica of another cluster, or with a later revision, is kept
     /// as NAME.conf.orphan, and so is a file that is not a replica. Returns false in these cases.
-    /// throws  as ZStanzaFileProperties_6_0::store(); ZPropertiesIOException_6_0 with "mkdir()".
+    /// throws  as ZStanzaFileProperties_6_0::store(); ZPropertiesIOException_6_0 with "mkdir()",
+    ///         and as read().
     bool write(State const& state, int64_t revision) const;
 
 private:
@@ -41,6 +43,9 @@ private:
     void keepAsOrphan() const;
     void createFile() const;
 
+    void requireTrust() const;
+
+    std::string const parent_;
     std::string const directory_;
     std::string const path_;
 };

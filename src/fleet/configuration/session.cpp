@@ -141,35 +141,41 @@ Session::Loaded Session::loadReplica(Target& target, char const* path, CallError
     try {
         Replica const replica(settings, parsePath(path).name);
         return {std::move(target.connection), replica.read().snapshot, true};
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        if (e.excerrno() != ENOENT)
+            reportReplica(e.propFile().getChars(), e.api().getChars(), e.excerrno());
+        throw error;
     } catch (ZPropertiesException_6_0 const&) {
         throw error;
     }
 }
 
-// Writes the replica. A failure is reported once: the configuration itself has been read or stored.
+// Reports a replica that cannot be used, once. The error 0 ends this.
+void Session::reportReplica(std::string const& path, std::string const& call, int error)
+{
+    if (error != 0 && error != replicaError_) {
+        ZPropertiesIOException_6_0 report(path.c_str(), call.c_str(), error);
+        report.addLocation(kSource, reportForReplica);
+        report.dumpException();
+    }
+    replicaError_ = error;
+}
+
+// Writes the replica. A failure is reported: the configuration itself has been read or stored.
 void Session::keepReplica(char const* path, Source const& source)
 {
     ClusterInterface const& cluster = source.connection->rep().cluster;
     if (source.isOffline || cluster.settings().replicaDirectory.empty())
         return;
     Replica const replica(cluster.settings(), parsePath(path).name);
-    int error = 0;
-    std::string call = "rename()";
     try {
-        if (!replica.write({source.guard, cluster.id()}, cluster.revision()))
-            error = EREMCHG;
+        bool const isWritten = replica.write({source.guard, cluster.id()}, cluster.revision());
+        reportReplica(replica.path(), "rename()", isWritten ? 0 : EREMCHG);
     } catch (ZPropertiesIOException_6_0 const& e) {
-        error = e.excerrno();
-        call = e.api().getChars();
+        reportReplica(e.propFile().getChars(), e.api().getChars(), e.excerrno());
     } catch (ZPropertiesException_6_0 const&) {
-        error = EINVAL;
+        reportReplica(replica.path(), "rename()", EINVAL);
     }
-    if (error != 0 && error != replicaError_) {
-        ZPropertiesIOException_6_0 report(replica.path().c_str(), call.c_str(), error);
-        report.addLocation(kSource, reportForReplica);
-        report.dumpException();
-    }
-    replicaError_ = error;
 }
 
 // Replaces the entry of a path. Keeps the contents of a few configurations only: without them,

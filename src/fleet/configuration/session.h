@@ -167,6 +167,7 @@ private:
     Stored finish(Target& target, Operation const& operation, Snapshot state);
     void record(char const* path, Source source);
     Loaded loadReplica(Target& target, char const* path, CallError const& error);
+    void reportReplica(std::string const& path, std::string const& call, int error);
     void keepReplica(char const* path, Source const& source);
 
     std::map<std::string, Source> sources_;  // by path
