@@ -10,6 +10,7 @@
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
 #include <link.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -625,10 +626,13 @@ struct Range {
     uintptr_t end;
 };
 
-// The pages with the thread-local data of the calling thread. The data can span several pages.
+// The pages with the thread-local data of the calling thread, and with the C library's record of
+// the thread, to which the kernel writes when it interrupts the thread.
 Range threadLocalPages()
 {
-    Range data = {reinterpret_cast<uintptr_t>(&errno), reinterpret_cast<uintptr_t>(&errno + 1)};
+    constexpr uintptr_t kMaxRecord = 4096;  // bytes; the C library does not tell the size
+    auto const record = static_cast<uintptr_t>(pthread_self());
+    Range data = {record, record + kMaxRecord};
     dl_iterate_phdr(
         [](dl_phdr_info* module, size_t, void* found) {
             Range& all = *static_cast<Range*>(found);
