@@ -630,7 +630,7 @@ struct Range {
 // the thread, to which the kernel writes when it interrupts the thread.
 Range threadLocalPages()
 {
-    constexpr uintptr_t kMaxRecord = 4096;  // bytes; the C library does not tell the size
+    constexpr uintptr_t kMaxRecord = 4096;  // bytes; the C library declares no size
     auto const record = static_cast<uintptr_t>(pthread_self());
     Range data = {record, record + kMaxRecord};
     dl_iterate_phdr(
