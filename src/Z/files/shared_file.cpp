@@ -466,17 +466,18 @@ void SharedFile::close()
         inode_ = nullptr;
         return;
     }
-    for (auto next = inode_->ranges.begin(); next != inode_->ranges.end();) {
-        auto const position = next++;
-        if (position->user == this)
-            Table::drop(*inode_, position);
-    }
     if (--inode_->users == 0) {
         for (int fd : inode_->descriptors)
-            ::close(fd);
+            ::close(fd);  // also drops the record locks
         files.inodes.erase(at);
         if (files.inodes.empty())
             files.identify();
+    } else {
+        for (auto next = inode_->ranges.begin(); next != inode_->ranges.end();) {
+            auto const position = next++;
+            if (position->user == this)
+                Table::drop(*inode_, position);
+        }
     }
     inode_ = nullptr;
     files.released.notify_all();

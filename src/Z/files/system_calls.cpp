@@ -35,10 +35,14 @@ int readAll(int fd, size_t limit, Bytes& out)
     struct stat status;
     if (fstat(fd, &status) != 0)
         return errno;
-    // One byte more than the size, so that the same call finds the end.
-    auto const size = static_cast<size_t>(status.st_size);
+    return readAll(fd, static_cast<size_t>(status.st_size), limit, out);
+}
+
+int readAll(int fd, size_t size, size_t limit, Bytes& out)
+{
     if (size > limit)
         return EFBIG;
+    // One byte more than the size, so that the same call finds the end.
     size_t capacity = size + 1;
     Bytes bytes(capacity);
     size_t length = 0;

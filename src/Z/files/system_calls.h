@@ -56,6 +56,9 @@ int syncContents(int fd);
 /// throws  std::bad_alloc.
 int readAll(int fd, size_t limit, Bytes& out);
 
+/// As readAll(), for a file that probably has `size` bytes.
+int readAll(int fd, size_t size, size_t limit, Bytes& out);
+
 int writeAll(int fd, std::string_view bytes);
 
 /// Writes at `offset`. Adds the count of written bytes to `*written`, even if a later call fails.

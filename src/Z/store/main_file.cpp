@@ -170,7 +170,7 @@ int MainFile::openByName()
 
 void MainFile::read()
 {
-    if (int const error = readAll(fd, maxFileSize(), contents))
+    if (int const error = readAll(fd, static_cast<size_t>(status.st_size), maxFileSize(), contents))
         throw IoError{path, FailedCall::read, error};
 }
 
