@@ -88,29 +88,34 @@ TEST_F(ZJournaledFileConcurrency, LinksThatAppearDuringAStoreAreNotFollowed)
     struct Case {
         char const* name;
         std::function<void()> swap;
+        int from = 1;  // the first call after the path is resolved this far
     };
-    auto const swapForLink = [&](char const* name) {
-        return Case{name, [&, name] {
+    auto const swapForLink = [&](char const* name, int from = 1) {
+        return Case{name,
+                    [&, name] {
                         std::filesystem::remove_all(directory + "/" + name);
                         std::filesystem::create_symlink(
                             elsewhere.at(strstr(name, "obf") != nullptr ? "conf.obf" : "conf"),
                             directory + "/" + name);
-                    }};
+                    },
+                    from};
     };
+    // The path is resolved by openat2() of the directory, fstat(), and lstat() of the file.
     Case const cases[] = {{"directory",
                            [&] {
                                std::filesystem::rename(directory, away);
                                std::filesystem::create_directory_symlink(elsewhere.path(),
                                                                          directory);
-                           }},
-                          swapForLink("conf"),
+                           },
+                           2},
+                          swapForLink("conf", 4),
                           swapForLink("conf.obf"),
                           swapForLink(".conf.zjn"),
                           swapForLink(".conf.zjn.new"),
                           swapForLink(".conf.obf.new")};
     for (Case const& c : cases)
         for (int kind = 0; kind < 4; ++kind)
-            for (int n = 1;; ++n) {
+            for (int n = c.from;; ++n) {
                 bool const stores = kind % 2 == 1;
                 bool const isOurs =
                     kind / 2 == 1;  // root's own file, in the directory of another user

@@ -30,6 +30,14 @@ std::string targetOf(std::string const& path)
     return isRelative ? path.substr(0, slash + 1) + text : text;
 }
 
+// Returns whether a path is its own real path, unless it has symbolic links.
+bool isNormal(std::string const& path)
+{
+    std::string const closed = path + '/';
+    return path.starts_with('/') && closed.find("//") == closed.npos &&
+           closed.find("/./") == closed.npos && closed.find("/../") == closed.npos;
+}
+
 // Returns whether `path` refers to a file, and `other` to another file or to none.
 bool leadsElsewhere(char const* path, char const* other)
 {
@@ -80,6 +88,8 @@ void MainFile::open()
 // Finds directory and name. If the path is a dangling link, a store creates its target.
 int MainFile::resolve()
 {
+    if (locateWithoutLinks())
+        return 0;
     std::string at = path;
     for (int links = 0; links < kMaxLinks; ++links) {
         char resolved[PATH_MAX];
@@ -101,6 +111,19 @@ int MainFile::resolve()
         at = target;
     }
     return ELOOP;
+}
+
+// Finds an existing file whose path has no symbolic links, as most paths have none. realpath()
+// would read each directory of the path as a link.
+bool MainFile::locateWithoutLinks()
+{
+    struct stat named;
+    name = namePart(path);
+    if (!isNormal(path) || directory.openResolved(directoryPart(path)) != 0 ||
+        directory.stat(name, named) != 0 || S_ISLNK(named.st_mode))
+        return false;
+    real = path;
+    return true;
 }
 
 // The path has no real path: the file is missing, its real path is too long, or it is in another

@@ -71,6 +71,7 @@ struct MainFile {
 
 private:
     int resolve();
+    bool locateWithoutLinks();
     int locateAsGiven(std::string const& path);
     bool openOnce();
     int openByName();
