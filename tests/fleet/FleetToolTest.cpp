@@ -98,7 +98,7 @@ TEST_F(FleetTool, ConfigurationOfOneMebibyteIsTheLargest)
     EXPECT_EQ(
         "zfleet: etcd://test/large: larger than the cluster stores; keep text and companion "
         "within 1 MiB\n(7)",
-        run("push " + path + " etcd://test/large"));
+        run("push --force " + path + " etcd://test/large"));
     EXPECT_EQ((1u << 20), cluster_.get("/zfleet/6/cfg/large/text").size());
 }
 
@@ -240,12 +240,13 @@ TEST_F(FleetTool, PushReplacesTheTextAndPrintsTheDifference)
         "\\ No newline at end of file\n";
     EXPECT_EQ(diff + "(0)", run("push -n " + path + " etcd://test/gateway"));
     EXPECT_EQ("[listener]\nport = 1\nhost = a\nhost = b\n", cluster_.get(kText));
-    EXPECT_EQ(diff + "(0)", run("push " + path + " etcd://test/gateway --reason 'move to port 2'"));
+    EXPECT_EQ(diff + "(0)",
+              run("push --force " + path + " etcd://test/gateway --reason 'move to port 2'"));
     EXPECT_EQ(text, cluster_.get(kText));
     EXPECT_NE(std::string::npos, run("log etcd://test/gateway").find("  move to port 2\n"));
     EXPECT_EQ("(0)", run("push " + path + " etcd://test/gateway"));
     EXPECT_NE(std::string::npos, cluster_.get("/zfleet/6/cfg/gateway/meta").find("generation 1\n"));
-    EXPECT_EQ("(0)", run("push - etcd://test/gateway -q <" +
+    EXPECT_EQ("(0)", run("push - etcd://test/gateway --force -q <" +
                          file_.directory().write("other", "[s]\nk = 1\n")));
     EXPECT_EQ("[s]\nk = 1\n", cluster_.get(kText));
 }
@@ -287,7 +288,8 @@ TEST_F(FleetTool, ObfuscatedValuesTravelWithTheText)
     ZLCString_6_0 value;
     pulled.getValue("s", "secret", value, 0, "");
     EXPECT_STREQ("swordfish", value.getChars());
-    EXPECT_EQ("(0)", run("pull etcd://test/new " + copy));
+    EXPECT_EQ("zfleet: " + copy + ": note: copy of generation 1\n(0)",
+              run("pull etcd://test/new " + copy));
     EXPECT_EQ("(0)", run("push " + copy + " etcd://test/new"));
 
     // A configuration without obfuscated values removes the values of the file.
@@ -359,15 +361,73 @@ TEST_F(FleetTool, PushIsMergedWithAStoreAtTheSameTime)
     cluster_.put(kText, "[listener]\nport = 1\n");
     cluster_.setPrelude([&] { cluster_.put(kText, "[listener]\nport = 1\n[new]\nk = v\n"); });
     EXPECT_EQ("zfleet: etcd://test/gateway: note: merged with a change by another program\n(0)",
-              run("push " + path + " etcd://test/gateway 2>&1 >/dev/null #"));
+              run("push --force " + path + " etcd://test/gateway 2>&1 >/dev/null #"));
     EXPECT_EQ("[listener]\nport = 2\n[new]\nk = v\n", cluster_.get(kText));
     cluster_.put(kText, "[listener]\nport = 1\n");
     cluster_.setPrelude([&] { cluster_.put(kText, "[listener]\nport = 3\n"); });
     EXPECT_EQ(
         "zfleet: etcd://test/gateway: key \"port\" in [listener]: another program was faster; try "
         "again\n(5)",
-        run("push " + path + " etcd://test/gateway"));
+        run("push --force " + path + " etcd://test/gateway"));
     EXPECT_EQ("[listener]\nport = 3\n", cluster_.get(kText));
+}
+
+TEST_F(FleetTool, PushOfAnOldCopyUndoesNoChange)
+{
+    std::string const path = file_.directory().at("local.conf");
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener host c --all"));
+    EXPECT_EQ("zfleet: " + path + ": note: copy of generation 1\n(0)",
+              run("pull etcd://test/gateway " + path + " 2>&1 >/dev/null #"));
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener port 2"));
+    std::string const theirs = "[listener]\nport = 2\nhost = c\n";
+
+    // The copy lacks the change of the port.
+    file_.directory().write("local.conf", "# mine\n[listener]\nport = 1\nhost = d\n");
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway: differs from the file, which may lack changes by other "
+        "programs; run 'zfleet push -n' to see the difference, and pass --generation N to store "
+        "only the changes since generation N, or --force to replace everything\n(7)",
+        run("push " + path + " etcd://test/gateway"));
+    EXPECT_EQ(theirs, cluster_.get(kText));
+    EXPECT_EQ("(0)", run("push " + path + " -q -n etcd://test/gateway"));
+
+    std::string const diff =
+        "--- etcd://test/gateway\n+++ etcd://test/gateway\n@@ -1,3 +1,4 @@\n+# mine\n [listener]\n"
+        " port = 2\n-host = c\n+host = d\n(0)";
+    std::string const push = "push " + path + " etcd://test/gateway --generation ";
+    EXPECT_EQ(diff, run(push + "1 -n"));
+    EXPECT_EQ(theirs, cluster_.get(kText));
+    EXPECT_EQ(diff, run(push + "1"));
+    EXPECT_EQ("# mine\n[listener]\nport = 2\nhost = d\n", cluster_.get(kText));
+    // With the latest generation, the lines of the file stay byte for byte.
+    file_.directory().write("local.conf", "[listener]\nport=9");
+    EXPECT_EQ("(0)", run(push + "3 -q"));
+    EXPECT_EQ("[listener]\nport=9", cluster_.get(kText));
+}
+
+TEST_F(FleetTool, PushSinceAGenerationRefusesConflicts)
+{
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener host c --all"));
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener port 2"));
+    std::string const push =
+        "push " + file_.directory().write("local.conf", "[listener]\nport = 3\nhost = c\n") +
+        " etcd://test/gateway --generation ";
+    for (char const* const option : {"1", "1 -n"})
+        EXPECT_EQ(
+            "zfleet: etcd://test/gateway: key \"port\" in [listener]: changed since generation 1; "
+            "pull the configuration, and change it again, or pass --force\n(7)",
+            run(push + option));
+    EXPECT_EQ("[listener]\nport = 2\nhost = c\n", cluster_.get(kText));
+    EXPECT_EQ(
+        "zfleet: etcd://test/gateway: the log does not have the generation; run 'zfleet log "
+        "etcd://test/gateway'\n(1)",
+        run(push + "9"));
+    EXPECT_EQ(2, exitOf(push + "1 --force"));
+    EXPECT_EQ(2, exitOf(push + "x"));
+    // A file without changes stores nothing.
+    file_.directory().write("local.conf", "[listener]\nport = 1\nhost = c\n");
+    EXPECT_EQ("(0)", run(push + "1"));
+    EXPECT_NE(std::string::npos, cluster_.get("/zfleet/6/cfg/gateway/meta").find("generation 2\n"));
 }
 
 TEST_F(FleetTool, PushAndPullRefuseIncompleteCopies)

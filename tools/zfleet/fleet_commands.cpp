@@ -136,16 +136,6 @@ void requireFleetPath(Request const& request)
         throw UsageError{"a local file has no log", "write the path as etcd://FLEET/NAME"};
 }
 
-uint64_t generationOf(Request const& request)
-{
-    char* end = nullptr;
-    uint64_t const generation = strtoull(request.nth.c_str(), &end, 10);
-    if (request.nth.empty() || request.nth[0] < '0' || request.nth[0] > '9' || *end != 0 ||
-        generation == 0)
-        throw UsageError{"GENERATION is not a number from 1", {}};
-    return generation;
-}
-
 std::string formatTime(int64_t seconds)
 {
     time_t const time = seconds;
@@ -193,6 +183,16 @@ struct ReleaseConnection {
 };
 
 }  // namespace
+
+uint64_t generationOf(Request const& request)
+{
+    char* end = nullptr;
+    uint64_t const generation = strtoull(request.nth.c_str(), &end, 10);
+    if (request.nth.empty() || request.nth[0] < '0' || request.nth[0] > '9' || *end != 0 ||
+        generation == 0)
+        throw UsageError{"GENERATION is not a number from 1", {}};
+    return generation;
+}
 
 bool loadConfiguration(std::string const& path, Store& store)
 {

@@ -12,11 +12,15 @@
 /// throws  as ZFleetProperties_6_0::load().
 bool loadConfiguration(std::string const& path, Store& store);
 
+/// Returns the generation of a request.
+/// throws  UsageError if it is not a number from 1.
+uint64_t generationOf(Request const& request);
+
 /// Sets a key to a single value. Repeats the change while other programs are faster.
 int runFleetSet(Request const& request);
 
-/// Copies a local file to a configuration, and prints the difference. A store of another program
-/// at the same time is merged.
+/// Copies a local file to a configuration, or merges the changes since a generation, and prints the
+/// difference. A store of another program at the same time is merged.
 int runPush(Request const& request);
 
 /// Copies a configuration to a local file, and prints the difference.

@@ -57,7 +57,11 @@ constexpr Option kWait = {"--wait", 0, "SECONDS",
 constexpr Option kPushOptions[] = {
     {"--create", 0, nullptr, "create a missing configuration", &Request::create},
     kDryRun,
-    {"--force", 0, nullptr, "replace a configuration that cannot be read", &Request::overwrite},
+    {"--force", 0, nullptr,
+     "replace a configuration with all its changes, also if it cannot be read",
+     &Request::overwrite},
+    {"--generation", 0, "N", "store only the changes of the file since generation N, a copy of it",
+     &Request::nth},
     {"--reason", 0, "TEXT", "the reason that the log records", &Request::text},
     kQuiet,
     kWait,
@@ -108,8 +112,10 @@ constexpr Verb kVerbs[] = {
     {"push", "FILE CONFIGURATION",
      "replace a configuration by a local file, and print the difference",
      "zfleet push gateway.conf etcd://main/gateway --dry-run\n"
-     "zfleet push gateway.conf etcd://main/gateway --create",
-     kPushOptions, noOptions, false, "", "", nullptr, runPush, nullptr, nullptr},
+     "zfleet push gateway.conf etcd://main/gateway --create\n"
+     "zfleet push gateway.conf etcd://main/gateway --generation 12",
+     kPushOptions, noOptions, false, "--force --generation; --create --generation", "", nullptr,
+     runPush, nullptr, nullptr},
     {"pull", "CONFIGURATION FILE",
      "replace a local file by a configuration, and print the difference",
      "zfleet pull etcd://main/gateway gateway.conf", kPullOptions, noOptions, false, "", "",
@@ -140,7 +146,8 @@ usage: zfleet VERB [OPTION...] etcd://FLEET/NAME [STANZA [KEY [VALUE]]]
   get FILE STANZA KEY          the last value of a key; --all, --as number|boolean|text, --default V
   list FILE [STANZA [KEY]]     everything; stanzas FILE, keys FILE STANZA: only names
   set FILE STANZA KEY VALUE    the one value; --all to replace several, --create, --obfuscated
-  push FILE CONFIGURATION      a local file to the cluster, with a diff; -n, --create, --force
+  push FILE CONFIGURATION      a local file to the cluster, with a diff; -n, --create, --force, or
+                               --generation N: only the changes since generation N
   pull CONFIGURATION FILE      a configuration to a local file, with a diff; -n
   log FILE                     the generations, the latest first
   show FILE [STANZA [KEY]]     an earlier generation; --generation N

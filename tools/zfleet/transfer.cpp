@@ -13,6 +13,7 @@
 
 #include "arguments.h"
 #include "busy.h"
+#include "configuration/merge.h"
 #include "configuration/parsing.h"
 #include "configuration/session.h"
 #include "edited_file.h"
@@ -141,6 +142,15 @@ Side readFile(Request const& request)
     return {std::move(contents), std::move(cache)};
 }
 
+// Stores the file, or its merge with a change by another program at the same time.
+Contents store(Request const& request, Session& session, Side const& mine)
+{
+    Session::Stored stored = session.store(request.other.c_str(), mine.contents, *mine.cache);
+    if (stored.isMerged && request.nth.empty())
+        note(request, request.other, "merged with a change by another program");
+    return std::move(stored.contents);
+}
+
 void requirePaths(Request const& request)
 {
     if (ZFleetProperties_6_0::isFleetPath(request.other.c_str()) == 0)
@@ -149,13 +159,88 @@ void requirePaths(Request const& request)
         throw UsageError{"FILE is not a local file"};
 }
 
-// Describes a push of keys that another program has changed since they were read.
-Failure describeLostRace(zfleet::Conflict const& conflict, size_t count, std::string const& path)
+// Describes a push of keys that another program has changed since they were read, or since the
+// generation of the request.
+Failure describeConflicts(std::vector<zfleet::Conflict> const& conflicts, Request const& request)
 {
-    std::string const what =
-        conflict.key.empty() ? "[" + conflict.stanza + "]" : nameKey(conflict.key, conflict.stanza);
-    std::string const more = count == 1 ? "" : " and " + std::to_string(count - 1) + " more";
-    return {exitLocked, path, {what + more + ": another program was faster", "try again"}};
+    zfleet::Conflict const& first = conflicts.front();
+    std::string const name =
+        first.key.empty() ? "[" + first.stanza + "]" : nameKey(first.key, first.stanza);
+    std::string const more =
+        conflicts.size() == 1 ? "" : " and " + std::to_string(conflicts.size() - 1) + " more";
+    if (request.nth.empty())
+        return {
+            exitLocked, request.other, {name + more + ": another program was faster", "try again"}};
+    return {exitRefused,
+            request.other,
+            {name + more + ": changed since generation " + request.nth,
+             "pull the configuration, and change it again, or pass --force"}};
+}
+
+// Describes the generation of a state, for a later push of its copy; empty without a generation.
+std::string describeOrigin(zfleet::Snapshot const& snapshot)
+{
+    uint64_t const generation = snapshot.metadata().generation;
+    if (generation == 0)
+        return {};
+    bool const isChanged = snapshot.revision() != snapshot.metaRevision;
+    return std::string(isChanged ? "changed by hand after generation " : "copy of generation ") +
+           std::to_string(generation);
+}
+
+bool isSame(Side const& one, Side const& other)
+{
+    return one.contents.text == other.contents.text && !differsInSecrets(one, other);
+}
+
+// Returns the contents of the generation that the file is a changed copy of: the present ones
+// without a generation.
+// throws  Failure if neither a generation nor --force was passed.
+Side readBase(Request const& request, Session& session, Side const& present)
+{
+    if (!request.nth.empty()) {
+        Contents contents = session.contentsOf(request.other.c_str(), generationOf(request));
+        CachePointer cache = parse(request.other, contents);
+        return {std::move(contents), std::move(cache)};
+    }
+    if (!request.overwrite && !request.dryRun)
+        throw Failure{
+            exitRefused,
+            request.other,
+            {"differs from the file, which may lack changes by other programs",
+             "run 'zfleet push -n' to see the difference, and pass --generation N to store only "
+             "the changes since generation N, or --force to replace everything"}};
+    return {present.contents, nullptr};
+}
+
+// Returns the contents that push() would store.
+Contents preview(Request const& request, Contents const& base, Side const& mine,
+                 Side const& present)
+{
+    if (base == present.contents)
+        return mine.contents;
+    zfleet::Merged merged =
+        zfleet::merge(request.other.c_str(), base, mine.contents, present.contents,
+                      zfleet::ConflictPolicy::refuse, *mine.cache);
+    if (!merged.conflicts.empty())
+        throw zfleet::ConflictError{std::move(merged.conflicts)};
+    return std::move(merged.contents);
+}
+
+// Replaces a configuration, which was loaded, or merges the changes since a generation. Returns the
+// contents that were stored, or would be.
+Contents push(Request const& request, Session& session, Session::Loaded loaded, Side const& mine,
+              Side const& present)
+{
+    Side const base = readBase(request, session, present);
+    if (base.cache != nullptr && isSame(base, mine))
+        return present.contents;
+    if (request.dryRun)
+        return preview(request, base.contents, mine, present);
+    // Contents that cannot be read cannot be merged.
+    session.merges = present.cache != nullptr;
+    session.accept(request.other.c_str(), std::move(loaded), base.contents);
+    return store(request, session, mine);
 }
 
 }  // namespace
@@ -179,25 +264,18 @@ int runPush(Request const& request)
         }
         Side const present = isNew ? Side{{}, parse(request.other, {})}
                                    : readTarget(request, loaded.snapshot.contents);
-        bool const isSame = !isNew && present.contents.text == mine.contents.text &&
-                            !differsInSecrets(present, mine);
-        if (isSame)
+        if (!isNew && isSame(present, mine))
             return;
-        if (!request.dryRun) {
-            // Contents that cannot be read cannot be merged.
-            session.merges = present.cache != nullptr;
-            if (!isNew)
-                session.accept(path, std::move(loaded));
-            try {
-                Session::Stored const stored = session.store(path, mine.contents, *mine.cache);
-                if (stored.isMerged)
-                    note(request, request.other, "merged with a change by another program");
-            } catch (zfleet::ConflictError const& error) {
-                throw describeLostRace(error.conflicts.front(), error.conflicts.size(),
-                                       request.other);
-            }
+        try {
+            Contents after = !isNew ? push(request, session, std::move(loaded), mine, present)
+                             : request.dryRun ? mine.contents
+                                              : store(request, session, mine);
+            CachePointer cache = parse(request.other, after);
+            printDifference(request, request.other, isNew, present,
+                            {std::move(after), std::move(cache)});
+        } catch (zfleet::ConflictError const& error) {
+            throw describeConflicts(error.conflicts, request);
         }
-        printDifference(request, request.other, isNew, present, mine);
     });
     return exitDone;
 }
@@ -207,10 +285,13 @@ int runPull(Request const& request)
     requirePaths(request);
     char const* const path = request.other.c_str();
     Side theirs;
+    std::string origin;
     try {
         zfleet::translateFailures(kSource, path, [&] {
             Session session;
-            theirs.contents = loadFrom(session, path).snapshot.contents;
+            zfleet::Snapshot const snapshot = loadFrom(session, path).snapshot;
+            theirs.contents = snapshot.contents;
+            origin = describeOrigin(snapshot);
         });
     } catch (ZPropertiesIOException_6_0 const& e) {
         if (e.excerrno() != ENOENT)
@@ -249,5 +330,7 @@ int runPull(Request const& request)
             cache.setCompanionFile(companion.c_str());
         });
     printDifference(request, request.file, isNew, before, theirs);
+    if (!request.dryRun && !origin.empty())
+        note(request, request.file, origin);
     return exitDone;
 }

@@ -119,11 +119,12 @@ Clock::duration Session::lookInterval(char const* path) const
     return sources_.at(path).connection->rep().cluster.settings().lookInterval;
 }
 
-void Session::accept(char const* path, Loaded loaded)
+void Session::accept(char const* path, Loaded loaded, std::optional<Contents> origin)
 {
     Source source;
     source.connection = std::move(loaded.connection);
-    source.origin = std::make_shared<Contents const>(loaded.snapshot.contents);
+    source.origin = std::make_shared<Contents const>(origin.has_value() ? std::move(*origin)
+                                                                        : loaded.snapshot.contents);
     source.guard = std::move(loaded.snapshot);
     revision_ = source.guard.textRevision;
     generation_ = source.guard.metadata().generation;

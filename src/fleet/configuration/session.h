@@ -79,8 +79,9 @@ public:
     /// Returns the time between looks without a hint.
     Clock::duration lookInterval(char const* path) const;
 
-    /// Records that the store has these contents now.
-    void accept(char const* path, Loaded loaded);
+    /// Records that the store has these contents now, or contents that derive from `origin`, an
+    /// earlier state: the next store merges both.
+    void accept(char const* path, Loaded loaded, std::optional<Contents> origin = std::nullopt);
 
     /// Writes `mine`, or the result of a merge. `prototype` has the attributes of the store.
     /// throws  as load(); ConflictError; FenceError; ZPropertiesIOException_6_0 as
