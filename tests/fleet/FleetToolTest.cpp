@@ -149,6 +149,7 @@ TEST_F(FleetTool, FailuresNameTheirRemedy)
         "zfleet: etcd://test/a/b: not the path of a configuration; write it as "
         "etcd://FLEET/NAME\n(2)",
         run("get etcd://test/a/b s k"));
+    EXPECT_EQ(std::string::npos, run("get --help").find("dialect"));
     EXPECT_EQ("zfleet: missing command; run 'zfleet --help' for a list\n(2)", run(""));
     EXPECT_EQ("zfleet: unknown command \"shove\"; run 'zfleet --help' for a list\n(2)",
               run("shove"));

@@ -114,8 +114,12 @@ std::string formatHelp(Verb const& verb)
     }
     help += "\nOptions:\n";
     help[0] = static_cast<char>(toupper(static_cast<unsigned char>(help[0])));
-    forEachOption(verb, [&](Option const& option) { appendOption(verb, option, help); });
+    bool hasDialects = false;
+    forEachOption(verb, [&](Option const& option) {
+        appendOption(verb, option, help);
+        hasDialects = hasDialects || option.name == std::string_view("--dialect");
+    });
     bool const hasStanza = std::string_view(verb.arguments).find("STANZA") != std::string::npos;
     return help + "  -h, --help                   print this help\n\n" +
-           (hasStanza ? kStanzaNames : "") + formatExamples(verb.examples);
+           (hasStanza && hasDialects ? kStanzaNames : "") + formatExamples(verb.examples);
 }
