@@ -116,6 +116,7 @@ printf '[limits]\nlow = 1\nhigh = 101\n[server]\nstop = yes\n' >"$room/server.co
 QVRDIR=$tables "$room/server" "$room/server.conf" | grep "low = 1, high = 101" >/dev/null ||
     fail "the example does not serve a local file"
 [ -s "$prefix/share/doc/zfleet-6.0/fleet.md" ] || fail "the documentation is not installed"
+[ -n "$(find "$prefix/share/man/man1" -name 'zfleet.1*')" ] || fail "the manual page is not installed"
 
 cat >"$room/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.16)

@@ -161,7 +161,7 @@ exit     0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot reach, read or w
          programs were faster, or hold the lock, or the lock was lost, 6 invalid value, 7 change
          refused, 8 an endpoint does not reply, 9 internal; of lock also the code of COMMAND, or
          126, 127, or 128 plus a signal
-zfleet VERB --help has examples
+zfleet VERB --help has examples; zfleet(1)
 )";
 
 Verb const* findFleetVerb(std::string_view name)
