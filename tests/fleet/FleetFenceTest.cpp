@@ -128,6 +128,25 @@ TEST_F(FleetFence, StoreFindsTheLossOfTheLock)
     EXPECT_EQ("[s]\nk = 2\n", text());
 }
 
+TEST_F(FleetFence, StoreInAnotherClusterFindsTheLossOfTheLock)
+{
+    lock_.writeLock();
+    std::string const token = std::to_string(lock_.token());
+    store_.setValue("s", "k", "2");
+    cluster_.becomeAnother(2);
+    try {
+        store_.store(nullptr);
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        EXPECT_EQ(EREMCHG, e.excerrno());
+    }
+    EXPECT_EQ(token + " ", observer_.seen);
+    EXPECT_EQ(1, lock_.isLost());
+    EXPECT_EQ(0, lock_.remaining());
+    lock_.unlock(0);
+    EXPECT_EQ(0, lock_.token());
+}
+
 TEST_F(FleetFence, EntryOfALaterAcquisitionIsNotMistaken)
 {
     lock_.writeLock();

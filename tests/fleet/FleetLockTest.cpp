@@ -69,6 +69,21 @@ protected:
         clock_.emplace(ScriptedClock::stepped);
     }
 
+    // The cluster gets another id, or is restored in an earlier state without the entries and with
+    // their leases.
+    void moveToAnotherCluster(bool isRestored)
+    {
+        for (std::string const& entry : cluster_.keys(kQueue))
+            cluster_.put(entry, "");
+        cluster_.becomeAnother(isRestored ? 1 : 2, isRestored ? 1 : 0);
+    }
+
+    void returnToTheCluster()
+    {
+        cluster_.becomeAnother(1, laterRevision_ += 1000);
+        cluster_.endLeases();
+    }
+
     size_t entries() const { return cluster_.keys(kQueue).size(); }
     size_t count(char const* method) const { return cluster_.server().count(method); }
     std::string sequence() const { return cluster_.get(kSequence); }
@@ -102,6 +117,7 @@ protected:
         return raises<ZLockResourceException_6_0>(33, error, kSource, raiseInLock, call);
     }
 
+    int64_t laterRevision_ = 0;
     // Calls fail on purpose only, even on a slow machine.
     std::optional<ScriptedClock> clock_{ScriptedClock::real};
     ModelCluster cluster_;
@@ -832,26 +848,64 @@ TEST_F(FleetLock, LeaseOfAnEarlierTermIsReplacedBeforeALock)
     lock.unlock();
 }
 
-TEST_F(FleetLock, AnotherClusterIsRefused)
+// A cluster that replaces another one, or that was restored from a backup, does not know the lock:
+// other programs may hold it there.
+TEST_F(FleetLock, LockIsLostInAnotherCluster)
+{
+    enum Finder { renewal, releaseWithNumber, releaseWithout };
+    for (bool const isRestored : {false, true})
+        for (Finder const finder : {renewal, releaseWithNumber, releaseWithout}) {
+            SCOPED_TRACE(std::to_string(isRestored) + std::to_string(finder));
+            Lock lock(kPath);
+            Observer observer;
+            lock.addObserver(&observer);
+            lock.writeLock();
+            std::string const loss = "lost " + std::to_string(lock.token()) + " ";
+            moveToAnotherCluster(isRestored);
+            auto const unlock = [&] { lock.unlock(); };
+            if (finder == renewal) {
+                EXPECT_EQ(0, lock.keepAlive());
+            }
+            if (finder != releaseWithout) {
+                EXPECT_TRUE(
+                    raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss, unlock));
+                EXPECT_EQ(1, lock.isLost());
+                EXPECT_EQ(0, lock.remaining());
+                EXPECT_EQ(kWrite, lock.getLockState());
+            }
+            lock.unlock(0);
+            EXPECT_EQ(loss, observer.seen);
+            EXPECT_EQ(0, lock.token());
+            EXPECT_TRUE(isRefused(EREMCHG, [&] { lock.writeLock(); }));
+            EXPECT_EQ("(missing)", sequence());
+            returnToTheCluster();
+            lock.deleteObservers();
+            expectFree(lock);
+        }
+}
+
+TEST_F(FleetLock, GuardReleasesALockOfAnotherCluster)
+{
+    Lock lock(kPath);
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(34, ESTALE, kSource, raiseForLoss, [&] {
+        ZStackReadWriteLock_6_0 guard(lock, 1);
+        guard.writeLock();
+        moveToAnotherCluster(false);
+    }));
+    returnToTheCluster();
+    expectFree(lock);
+}
+
+// The request is executed in the state of the backup, and its reply is refused.
+TEST_F(FleetLock, RefusedReplyLeavesNoEntryInARestoredCluster)
 {
     Lock lock(kPath);
     lock.writeLock();
-    int64_t const token = lock.token();
-    cluster_.becomeAnother(2);
-    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EREMCHG, kSource, raiseInKeepAlive,
-                                                   [&] { lock.keepAlive(); }));
-    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(34, EREMCHG, kSource, raiseInUnlock,
-                                                     [&] { lock.unlock(); }));
-    EXPECT_EQ(token, lock.token());
-    cluster_.becomeAnother(1);
-    lock.unlock(0);
-    Lock free(kPath);
-    cluster_.becomeAnother(2);
-    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EREMCHG, kSource, raiseInLock,
-                                                   [&] { free.writeLock(); }));
-    EXPECT_EQ(0, free.token());
-    cluster_.becomeAnother(1);
-    expectFree(free);
+    lock.unlock();
+    moveToAnotherCluster(true);
+    EXPECT_TRUE(isRefused(EREMCHG, [&] { lock.writeLock(); }));
+    EXPECT_EQ(0u, entries());
+    EXPECT_EQ(0u, cluster_.leases());
 }
 
 TEST_F(FleetLock, FreeLockIsNotRenewed)

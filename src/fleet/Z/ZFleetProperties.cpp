@@ -219,6 +219,11 @@ void ZFleetProperties_6_0::Rep::change(ZFleetProperties_6_0& store, char const* 
         } catch (zfleet::FenceError const& error) {
             rep.lock->rep().lock.recordLoss(error.fence.createRevision);
             throwFence(path, ESTALE);
+        } catch (zfleet::CallError const& error) {
+            // Another cluster does not know the lock.
+            if (error.error == EREMCHG && rep.session.fence.has_value())
+                rep.lock->rep().lock.recordLoss(rep.session.fence->createRevision);
+            throw;
         }
     });
 }

@@ -75,7 +75,8 @@ public:
     /// transaction: other programs see the new number if and only if the lock was released.
     /// throws  as the base. After a failure the lock is still held, and its numbers are unchanged.
     ///         ZWriteResourceException_6_0 with message 34 and ESTALE if the lock was lost: another
-    ///         program may have had it. `unlock(0)` releases it then.
+    ///         program may have had it, or the endpoints belong to another cluster than before.
+    ///         `unlock(0)` releases it then.
     ///         ZWriteResourceException_6_0 with message 33 and ENOSPC if the database of the
     ///         cluster is full: other programs can acquire the lock, but do not see a new number.
     ///         `unlock(0)` releases it here. ZUnlockResourceException_6_0 (message 34) with

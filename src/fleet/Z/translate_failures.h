@@ -30,8 +30,9 @@ void translateFailures(char const* source, char const* path, Operation operation
         ZFleetConflictException_6_0(path, new ZFleetConflictException_6_0::List(error.conflicts))
             .throwException(source, raiseForConflict);
     } catch (CallError const& error) {
-        // A timeout implies that the outcome is unknown; other codes do not.
-        bool const isUnknown = error.isDoubtful && error.error != ETIMEDOUT;
+        // A timeout and another cluster imply that the outcome is unknown; other codes do not.
+        bool const isUnknown =
+            error.isDoubtful && error.error != ETIMEDOUT && error.error != EREMCHG;
         ZPropertiesIOException_6_0(path, error.call.c_str(), isUnknown ? EINPROGRESS : error.error)
             .throwException(source, raiseForCall);
     }

@@ -209,7 +209,9 @@ FleetLock::Release FleetLock::release(std::optional<std::string> const& number, 
             return Release::notCounted;
         }
         changeHold([&](Hold& hold) { hold.isDoubted = held.isDoubted || error.isDoubtful; });
-        throw;
+        if (error.error != EREMCHG)
+            throw;
+        removal = LockQueue::Removal::missing;  // another cluster does not know the lock
     }
     if (removal == LockQueue::Removal::unknown) {
         changeHold([](Hold& hold) { hold.isRemoved = true; });
@@ -290,8 +292,8 @@ bool FleetLock::keepAlive()
         Budget budget(renewalTime());
         if (lease_.renew(held.key, budget).createdAt == held.ticket)
             return token() == held.ticket;
-    } catch (CallError const&) {
-        if (remaining() > 0)
+    } catch (CallError const& error) {
+        if (remaining() > 0 && error.error != EREMCHG)
             throw;
     }
     recordLoss(held.ticket);

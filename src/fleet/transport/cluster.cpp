@@ -101,15 +101,15 @@ std::string Cluster::tokenFor(Endpoint& endpoint, Budget const& budget, CallStat
 }
 
 // Checks that a reply comes from the cluster of all earlier replies. `earlier` is a revision that
-// the cluster had before the call.
-void Cluster::recognise(char const* method, Header const& header, int64_t earlier)
+// the cluster had before the call; `isDoubtful`: the request may have been executed, anywhere.
+void Cluster::recognise(char const* method, Header const& header, int64_t earlier, bool isDoubtful)
 {
     uint64_t known = 0;
     bool const isFirst = id_.compare_exchange_strong(known, header.cluster);
     if (!isFirst && known != header.cluster)
-        throw CallError{nameOfMethod(method), EREMCHG, false, "a reply of another cluster"};
+        throw CallError{nameOfMethod(method), EREMCHG, isDoubtful, "a reply of another cluster"};
     if (header.revision < earlier)
-        throw CallError{nameOfMethod(method), EREMCHG, false,
+        throw CallError{nameOfMethod(method), EREMCHG, isDoubtful,
                         "the cluster is in an earlier state than before"};
     raise(revision_, header.revision);
     raise(term_, header.term);
@@ -207,7 +207,7 @@ RangeResult Cluster::read(Range const& range, Budget& budget)
     wire::RangeResponse response;
     call(kRangeMethod, toWire(range), response, Repetition::changesNothing, budget);
     RangeResult result = fromWire(response);
-    recognise(kRangeMethod, result.header, earlier);
+    recognise(kRangeMethod, result.header, earlier, false);
     return result;
 }
 
@@ -218,7 +218,8 @@ TransactionResult Cluster::commit(Transaction const& transaction, Repetition rep
     wire::TxnResponse response;
     Call const done = call(kTxnMethod, toWire(transaction), response, repetition, budget);
     TransactionResult result = fromWire(response);
-    recognise(kTxnMethod, result.header, earlier);
+    bool const isWritten = repetition != Repetition::changesNothing && result.hasSucceeded;
+    recognise(kTxnMethod, result.header, earlier, done.wasDoubtful || isWritten);
     result.wasDoubtful = done.wasDoubtful;
     return result;
 }
@@ -232,7 +233,7 @@ LeaseResult Cluster::grantLease(int64_t seconds, Budget& budget)
     wire::LeaseGrantResponse response;
     Call const done = call(kLeaseGrantMethod, request, response, Repetition::isHarmless, budget);
     Header const header = fromWire(response.header());
-    recognise(kLeaseGrantMethod, header, 0);
+    recognise(kLeaseGrantMethod, header, 0, false);
     if (response.id() == 0 || response.ttl() <= 0)
         throw CallError{nameOfMethod(kLeaseGrantMethod), EIO, false, "a reply without a lease"};
     return {header, response.id(), std::min(response.ttl(), kMaxLease), done.sentAt};
@@ -246,7 +247,7 @@ LeaseResult Cluster::renewLease(int64_t id, Budget& budget)
     Call const done =
         call(kLeaseKeepAliveMethod, request, response, Repetition::isHarmless, budget);
     Header const header = fromWire(response.header());
-    recognise(kLeaseKeepAliveMethod, header, 0);
+    recognise(kLeaseKeepAliveMethod, header, 0, false);
     return {header, id, std::clamp<int64_t>(response.ttl(), 0, kMaxLease), done.sentAt};
 }
 

@@ -56,7 +56,7 @@ private:
     void moveOn(Attempts& attempts);
     std::string tokenFor(Endpoint& endpoint, Budget const& budget, CallStatus& status);
     Clock::duration timeoutOf(Budget const& budget) const;
-    void recognise(char const* method, Header const& header, int64_t earlier);
+    void recognise(char const* method, Header const& header, int64_t earlier, bool isDoubtful);
 
     Settings const settings_;
     std::vector<std::unique_ptr<Endpoint>> endpoints_;
