@@ -223,6 +223,27 @@ TEST_F(FleetChanges, CompactedRevisionsAreReadAgain)
     EXPECT_EQ("4", value(store, "x"));
 }
 
+// The cluster has dropped the revision of the text, which is still the latest one.
+TEST_F(FleetChanges, UnchangedConfigurationIsWatchedAfterACompaction)
+{
+    file_ = nullptr;
+    file_ = std::make_unique<FleetFile>(FleetFile::textFor({cluster_.address()}) +
+                                        "budget = 600\ncall = 60000\nlook = 3600\n");
+    cluster_.put("/other", "1");
+    cluster_.put("/other", "2");
+    cluster_.compact();
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("s", "y", "2");  // with unsaved changes, nothing is taken in
+    for (size_t const watches : {1, 3}) {
+        store.descriptor();
+        EXPECT_FALSE(waitForChange(store, std::chrono::milliseconds(1500)));
+        EXPECT_EQ(watches, cluster_.server().count("Watch"));
+        cluster_.put("/other", "3");
+        cluster_.compact();
+        cluster_.endWatches(14, "stopped");
+    }
+}
+
 TEST_F(FleetChanges, LooksFindChangesWithoutAHint)
 {
     setUpLooks(1);

@@ -28,8 +28,9 @@ public:
     /// Returns a descriptor that is readable when process() has something to do.
     int descriptor() const { return epoll_; }
 
-    /// Takes the hints, and watches `keys` for changes after `revision`, which the caller's
-    /// contents have. Returns whether the caller should read the configuration.
+    /// Takes the hints, and watches `keys` for changes after `revision`: the caller knows all
+    /// changes up to it. The cluster should still have the next revisions: a watch of older ones
+    /// ends with a hint. Returns whether the caller should read the configuration.
     bool process(ClusterInterface& cluster, WatchedKeys const& keys, int64_t revision);
 
     /// Records whether the caller has read the configuration.

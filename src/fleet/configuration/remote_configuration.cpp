@@ -81,6 +81,7 @@ Snapshot RemoteConfiguration::snapshotOf(TransactionResult& result) const
     snapshot.metaRevision = revisionOf(result.ranges[readMeta]);
     snapshot.contents = {valueOf(result.ranges[readText]), valueOf(result.ranges[readHidden])};
     snapshot.metaLines = valueOf(result.ranges[readMeta]);
+    snapshot.asOf = result.header.revision;
     return snapshot;
 }
 
@@ -88,7 +89,10 @@ Snapshot RemoteConfiguration::readAt(int64_t revision, Budget& budget)
 {
     TransactionResult result =
         cluster_.commit({{}, readOperations(revision), {}}, Repetition::changesNothing, budget);
-    return snapshotOf(result);
+    Snapshot snapshot = snapshotOf(result);
+    if (revision != 0)
+        snapshot.asOf = revision;
+    return snapshot;
 }
 
 Snapshot RemoteConfiguration::read(Budget& budget)

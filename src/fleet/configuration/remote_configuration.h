@@ -35,6 +35,7 @@ struct Snapshot {
     int64_t textRevision = 0;    // 0: the configuration does not exist
     int64_t hiddenRevision = 0;  // another one than of the text: the companion was put by hand
     int64_t metaRevision = 0;    // another one than of the text: the text was put by hand
+    int64_t asOf = 0;            // the configuration had this state at this revision of the cluster
 
     /// Returns the revision of the last write of text or companion. Removals are ignored.
     int64_t revision() const { return std::max(textRevision, hiddenRevision); }

@@ -85,6 +85,7 @@ Session::Loaded Session::load(char const* path)
         Source missing;
         missing.connection = std::move(target.connection);
         missing.origin = std::make_shared<Contents const>();
+        missing.guard.asOf = snapshot.asOf;
         record(path, std::move(missing));
         ZPropertiesIOException_6_0(path, "Txn", ENOENT).throwException(kSource, raiseForMissing);
     }
@@ -99,6 +100,8 @@ Session::Loaded Session::look(char const* path)
         Loaded loaded{nullptr, target.remote.read(budget)};
         loaded.connection = std::move(target.connection);
         isOffline_ = false;
+        int64_t& seen = sources_.at(path).seen;
+        seen = std::max(seen, loaded.snapshot.asOf);
         return loaded;
     } catch (CallError const& error) {
         isOffline_ = error.error == ETIMEDOUT;
@@ -111,7 +114,7 @@ bool Session::processHints(char const* path, Live& live)
     Source const& source = sources_.at(path);
     ClusterInterface& cluster = source.connection->rep().cluster;
     RemoteConfiguration const remote(cluster, parsePath(path).name);
-    return live.process(cluster, {remote.textKey()}, source.guard.textRevision);
+    return live.process(cluster, {remote.textKey()}, source.seen);
 }
 
 Clock::duration Session::lookInterval(char const* path) const
@@ -184,6 +187,7 @@ void Session::keepReplica(char const* path, Source const& source)
 void Session::record(char const* path, Source source)
 {
     source.used = ++uses_;
+    source.seen = std::max(source.guard.textRevision, source.guard.asOf);
     sources_.insert_or_assign(path, std::move(source));
     std::vector<Source*> kept;
     for (auto& [name, entry] : sources_)
@@ -322,7 +326,7 @@ Session::Stored Session::write(Target& target, Operation& operation, Source& sou
                 int64_t const hiddenRevision = operation.sent.hidden.empty() ? 0 : revision;
                 return finish(target, operation,
                               {std::move(operation.sent), format(source.metadata), revision,
-                               hiddenRevision, revision});
+                               hiddenRevision, revision, revision});
             }
             case WriteResult::unknown:
                 ZPropertiesIOException_6_0(path, "Txn", EINPROGRESS)

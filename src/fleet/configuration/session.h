@@ -57,8 +57,8 @@ public:
     ///         ZFleetConnection_6_0::open(); CallError.
     Loaded load(char const* path);
 
-    /// Reads the configuration at `path` again, within a short time. If it does not exist, the
-    /// revision of its text is 0.
+    /// Reads the configuration at `path`, which the session knows, within a short time. If it does
+    /// not exist, the revision of its text is 0.
     /// throws  CallError.
     Loaded look(char const* path);
 
@@ -132,6 +132,7 @@ private:
     struct Source {
         Connection connection = nullptr;  // stays open
         Snapshot guard = {};              // the state that the next store replaces
+        int64_t seen = 0;                 // no change up to this revision is unknown
         SharedContents origin = nullptr;  // the store's contents derive from it; null: not known
         std::vector<Doubt> doubts = {};   // the latest is the last
         Metadata metadata = {};           // of the last doubt
