@@ -143,8 +143,8 @@ public:
     {
         for (std::string* const buffer : {&from_, &to_})
             buffer->reserve(base_.size() + 1 + NumberedName::kMaxDigits);
-        while (cache_.contains(write(end_, from_)) != 0)
-            ++end_;
+        for (; cache_.contains(write(end_, from_)) != 0; ++end_)
+            cache_.rep().keepOldCategoryName(from_);
         cache_.rep().reserveNames(bytes() + spare);
     }
 

@@ -415,6 +415,18 @@ TEST(DialectLines, TheCommentAboveAKeyIsRemovedNotAnEqualOne)
                                          }}));
 }
 
+// Stanzas of one name have the same lines, or more lines than the one that is removed.
+TEST(DialectLines, TheStanzaWithTheNumberIsRemoved)
+{
+    auto const without = [](char const* stanza, std::string const& text) {
+        return textAfter("networkd", text, {[=](Store& store) { store.deleteStanza(stanza); }});
+    };
+    EXPECT_EQ("[a]\n#\n", without("a]2", "[a]\n#\n[a]\nk=1\n\t#\n"));
+    std::string const text = "[a]\nk=2\n# c\n[a]\njunk\nk=2\n# c\n";
+    EXPECT_EQ("[a]\nk=2\n# c\n", without("a]2", text));
+    EXPECT_EQ("# c\n[a]\njunk\nk=2\n# c\n", without("a]1", text));
+}
+
 // Only headers with subsections fold the part of a name before a subsection.
 TEST(DialectLines, HeadersWithoutSubsectionsKeepTheirCase)
 {

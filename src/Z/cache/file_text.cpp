@@ -65,6 +65,7 @@ void write(Contents const& contents, TextBuffer& text)
 void describe(Contents const& contents, bool keepsEmpty, zlines::Document& document)
 {
     document.reserve(contents.categoryCount(), contents.lineCount());
+    document.hasOldNames = true;
     bool isSkipping = false;  // the lines of a detached category
     bool isBelowBlank = false;
     bool isBelowRemoved = false;

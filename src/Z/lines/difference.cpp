@@ -176,8 +176,8 @@ bool Difference::isRenamed(uint32_t stanza) const
 // found by its old name, and no other stanza is.
 std::vector<uint32_t> Difference::findStanzas()
 {
-    if (!dialect_.joinsHeaders())
-        return matchSeparateStanzas(outline_, document_, names_ == oldNames);
+    if (!dialect_.joinsHeaders() && !(names_ == oldNames && document_.hasOldNames))
+        return matchSeparateStanzas(outline_, document_);
     std::vector<uint32_t> found(document_.stanzas.size(), kNone);
     std::vector<bool> isFound;  // of each stanza of the text, by its old name
     for (uint32_t i = 1; i < found.size(); ++i) {

@@ -85,6 +85,9 @@ struct Document {
     // The versions of a merge: a new comment that is a view of one gets its whole line.
     std::vector<std::string_view> versions;
 
+    // Whether each stanza of the text that is wanted has its name there, or its old name.
+    bool hasOldNames = false;
+
     // Whether a stanza of the text that is not wanted is renamed if a new stanza at its index has
     // the same contents.
     bool renamesStanzas = true;
@@ -168,6 +171,7 @@ struct Document {
 
     void dropOldNames()
     {
+        hasOldNames = false;
         for (Stanza& stanza : stanzas)
             stanza.oldName = {};
         for (Entry& entry : entries)

@@ -105,11 +105,8 @@ std::string commentAbove(Outline const& outline, Document const& document, size_
     return comment;
 }
 
-Signature wanted(Outline const& outline, Document const& document, size_t index, bool hasOldNames)
+Signature wanted(Outline const& outline, Document const& document, size_t index)
 {
-    auto const nameOf = [hasOldNames](std::string_view name, std::string_view oldName) {
-        return hasOldNames && !oldName.empty() ? oldName : name;
-    };
     Stanza const& stanza = document.stanzas[index];
     std::vector<std::string> lines;
     std::vector<std::string> comments;
@@ -121,8 +118,7 @@ Signature wanted(Outline const& outline, Document const& document, size_t index,
             comments.emplace_back(outline.dialect().commentText(entry.text));
             continue;
         }
-        std::string const key(
-            outline.dialect().comparableKey(nameOf(entry.text, entry.oldName), space));
+        std::string const key(outline.dialect().comparableKey(entry.text, space));
         if (entry.valueCount == 0)
             lines.push_back(key);
         for (uint32_t value = 0; value < entry.valueCount; ++value) {
@@ -130,8 +126,7 @@ Signature wanted(Outline const& outline, Document const& document, size_t index,
             (lines.back() += '\0') += document.values[entry.firstValue + value];
         }
     }
-    std::string const name(
-        outline.dialect().comparableStanza(nameOf(stanza.name, stanza.oldName), space));
+    std::string const name(outline.dialect().comparableStanza(stanza.name, space));
     return Signature(name, std::move(lines), std::move(comments),
                      commentAbove(outline, document, index));
 }
@@ -290,12 +285,11 @@ std::vector<uint32_t> match(std::vector<Signature> const& before,
 
 }  // namespace
 
-std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document,
-                                           bool hasOldNames)
+std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document)
 {
     std::vector<Signature> after;
     for (size_t i = 1; i < document.stanzas.size(); ++i)
-        after.push_back(wanted(outline, document, i, hasOldNames));
+        after.push_back(wanted(outline, document, i));
     std::vector<uint32_t> readOf{0};
     for (uint32_t const found : match(read(outline), after))
         readOf.push_back(found == kNone ? kNone : found + 1);

@@ -14,10 +14,8 @@ namespace zlines {
 /// Returns for each wanted stanza its stanza in the text, in ascending order, or kNone. Stanzas
 /// with the same header, contents and comments match; between two matches, stanzas with the same
 /// header and the most common lines do.
-/// range   `hasOldNames` is true if the text has the old names of stanzas and keys.
 /// cost    as align() for the stanzas, and O(n log n) for the lines of each.
-std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document,
-                                           bool hasOldNames);
+std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document);
 
 /// Returns the name in a header: NAME for NAME]2.
 std::string_view withoutNumber(std::string_view name);
