@@ -415,6 +415,24 @@ TEST(DialectLines, TheCommentAboveAKeyIsRemovedNotAnEqualOne)
                                          }}));
 }
 
+// The last line of the new comment equals a comment below the second line of a key.
+TEST(DialectLines, ALongerCommentIsAboveItsKeyBelowFurtherLinesOfAnotherKey)
+{
+    std::string const above = "[a]\nk=1\nk=2\n#\njunk\n";
+    EXPECT_EQ(above + "# c\n#\nm=2\n", textAfter("systemd", above + "m=2\n", {[](Store& store) {
+                                                     store.setComment("a", "m", "# c\n#");
+                                                 }}));
+}
+
+// The new comment ends with the last line of the old comment, and no key precedes the two.
+TEST(DialectLines, ALongerCommentIsAboveItsKeyBelowLinesThatAreKept)
+{
+    std::string const above = "junk\nhk= 1\n";
+    EXPECT_EQ(above + "#f\n#kk=\n#\nk=1\n",
+              textAfter("env", above + "#= a\n#\nk=1\n",
+                        {[](Store& store) { store.setComment(".", "k", "#f\n#kk=\n#"); }}));
+}
+
 // Stanzas of one name have the same lines, or more lines than the one that is removed.
 TEST(DialectLines, TheStanzaWithTheNumberIsRemoved)
 {
@@ -425,6 +443,45 @@ TEST(DialectLines, TheStanzaWithTheNumberIsRemoved)
     std::string const text = "[a]\nk=2\n# c\n[a]\njunk\nk=2\n# c\n";
     EXPECT_EQ("[a]\nk=2\n# c\n", without("a]2", text));
     EXPECT_EQ("# c\n[a]\njunk\nk=2\n# c\n", without("a]1", text));
+}
+
+// Comments with the same text are above further headers and lines of keys, and at other ends.
+TEST(DialectLines, AnEqualCommentElsewhereStays)
+{
+    struct Case {
+        char const* dialect;
+        std::string before;
+        Change change;
+        std::string after;
+    };
+    auto const setComment = [](char const* stanza, char const* key, char const* comment) {
+        return Change([=](Store& store) { store.setComment(stanza, key, comment); });
+    };
+    for (Case const& c : {
+             Case{"git", "[b]\n[a]\nk=1\n#\n[b]\n# c\n# c\n#\n", setComment("a", nullptr, "# c\n#"),
+                  "[b]\n# c\n#\n[a]\nk=1\n#\n[b]\n# c\n# c\n#\n"},
+             Case{"python", "[a]\nj=1\n[b]\nk=2\n# c\n[a]\n# c\nk=1\n",
+                  setComment("a", "k", nullptr), "[a]\nj=1\n[b]\nk=2\n# c\n[a]\nk=1\n"},
+             Case{"qt", "junk\n# c\nk=1\n", setComment(nullptr, nullptr, "# c\n#"),
+                  "# c\n#\njunk\n# c\nk=1\n"},
+             Case{"windows", "m=2\n;\nk=2\n;\nm=2\n; c\n;\n[a]\nk=2\n",
+                  setComment("a", nullptr, ";\n; c"), "m=2\n;\nk=2\n;\nm=2\n;\n; c\n[a]\nk=2\n"},
+             Case{"windows", "[b]\n;\n[b]\nk=2\n[a]\n", setComment("a", nullptr, "; f\n;"),
+                  "[b]\n;\n[b]\nk=2\n; f\n;\n[a]\n"},
+             Case{"samba", "k=1\n# c\nk=2\n\n[a]\nm=2\n", setComment("a", nullptr, "# c"),
+                  "k=1\n# c\nk=2\n\n# c\n[a]\nm=2\n"},
+         }) {
+        SCOPED_TRACE(c.before);
+        EXPECT_EQ(c.after, textAfter(c.dialect, c.before, {c.change}));
+    }
+}
+
+// No new line can follow a line that ends with a backslash. The comment above that line continues.
+TEST(DialectLines, ANewKeyAboveALineThatContinuesIsAboveItsComment)
+{
+    std::string const key = "# c\\\n# d\nk=1\\\n";
+    EXPECT_EQ("[a]\nn=1\n" + key, textAfter("samba", "[a]\n" + key,
+                                            {[](Store& store) { store.setValue("a", "n", "1"); }}));
 }
 
 // Only headers with subsections fold the part of a name before a subsection.

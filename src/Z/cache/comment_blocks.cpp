@@ -84,7 +84,11 @@ void Contents::setFileComment(std::string_view comment)
 {
     CommentSplitter const comments(comment, policy_->comments);
     reserveComments(comments, 1, 0);
-    Id const old = firstLine_;
+    Id old = firstLine_;
+    // A hidden header can be above a comment.
+    if (old != 0 && lines_[old].kind == headerLine && isTop(lines_[old].ref) &&
+        lines_[lines_[old].next].kind == commentLine)
+        old = lines_[old].next;
     lastLeading_ = 0;
     Id const last = createComments(comments, 0, 0);
     // Without a blank line the next comment would continue this comment, or the next header have

@@ -66,6 +66,7 @@ void describe(Contents const& contents, bool keepsEmpty, zlines::Document& docum
 {
     document.reserve(contents.categoryCount(), contents.lineCount());
     document.hasOldNames = true;
+    document.hasGaps = contents.policy().hasGaps;
     bool isSkipping = false;  // the lines of a detached category
     bool isBelowBlank = false;
     bool isBelowRemoved = false;

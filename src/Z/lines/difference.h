@@ -148,6 +148,7 @@ private:
     bool isRespelled(Entry const& entry, uint32_t line);
 
     // difference_values.cpp
+    bool isNextParted(uint32_t stanza) const;
     void compareLines(Reordered& stanza);
     void compareSpaces(uint32_t line, std::string_view comment);
     void renameKey(uint32_t line, Entry const& entry);

@@ -69,12 +69,9 @@ void Difference::place(Reordered const& stanza)
                 insertComments(at, at.position, at.after, otherLine, false);
             continue;
         }
-        // A comment of the text can be some lines of the new comment, without the blank line above.
-        bool const isBelowNoEntry =
-            line > 0 && (isBlank(line - 1) || lines[line - 1].kind == otherLine);
         bool const isBelowFurtherLine = !entry.isBelowGap && hasLineBetween(at.after, line);
-        if (!at.comments.empty() && (at.headerIndex != 0 || isBelowFurtherLine ||
-                                     (!entry.isParted() && (!entry.isComment || isBelowNoEntry))))
+        if (!at.comments.empty() &&
+            (at.headerIndex != 0 || isBelowFurtherLine || !entry.isParted()))
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1,
                            entry.isComment ? otherLine : valueLine,
                            isBelowFurtherLine && entry.isBelowBlank);
@@ -173,8 +170,16 @@ void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLa
     bool isPlaced =
         key != kNone && key != at.after && placeKeyAt(stanza, entry, outline_.endOf(key), key, at);
     if (!isPlaced && key != kNone && !outline_.sharesLine(key)) {
-        // The comment right above the last key stays there, and so does a new comment.
-        uint32_t const first = outline_.firstCommentAbove(outline_.sectionOf(key).first, key);
+        // The comment right above the last key stays there, and so does a new comment. A comment
+        // that continues is a line without a meaning.
+        auto const isOfComment = [&](uint32_t line) {
+            LineKind const kind = static_cast<LineKind>(outline_.lines()[line].kind);
+            return kind == commentLine ||
+                   (kind == otherLine && outline_.wholeLine(line).find('\n') != std::string::npos);
+        };
+        uint32_t first = key;
+        while (first > outline_.sectionOf(key).first && isOfComment(first - 1))
+            --first;
         Edits::Order const order = newLineOrder_;
         if (order == Edits::newLines)
             newLineOrder_ = Edits::valuesOfLineAbove;

@@ -36,12 +36,22 @@ std::string_view Difference::lineOf(Entry const& entry, size_t index) const
     return document_.lineOf(entry.firstValue + index);
 }
 
+// Returns whether the header after a wanted stanza is not right below its entries.
+bool Difference::isNextParted(uint32_t stanza) const
+{
+    uint32_t next = stanza + 1;
+    while (next < readOf_.size() && readOf_[next] == 0)
+        ++next;
+    return next >= readOf_.size() || document_.stanzas[next].isParted();
+}
+
 // Changes and removes the lines of keys and comments, and finds the lines of the entries.
 void Difference::compareLines(Reordered& stanza)
 {
     stanzaName_ = nameOf(stanza.stanza);
-    Matching found = matchLines(outline_, outline_.stanzas()[stanza.read], document_,
-                                stanza.entries, isScattered_, names_ == oldNames);
+    Matching found =
+        matchLines(outline_, outline_.stanzas()[stanza.read], document_, stanza.entries,
+                   isNextParted(stanza.stanza), isScattered_, names_ == oldNames);
     isScattered_ = isScattered_ || found.isScattered;
     for (ReadKey const& key : found.keys) {
         if (key.entry == kNone) {

@@ -85,6 +85,9 @@ struct Document {
     // The versions of a merge: a new comment that is a view of one gets its whole line.
     std::vector<std::string_view> versions;
 
+    // Whether entries are below gaps: isBelowGap has a meaning.
+    bool hasGaps = false;
+
     // Whether each stanza of the text that is wanted has its name there, or its old name.
     bool hasOldNames = false;
 

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "alignment.h"
@@ -14,23 +15,61 @@ namespace zlines {
 
 namespace {
 
-// Calls `call(line)` for each line of a stanza, in order.
+// Calls `call(line)` for each line of a key of a stanza, in order.
 template <class Call>
-void forEachLine(Outline const& outline, ReadStanza const& stanza, Call call)
+void forEachKeyLine(Outline const& outline, ReadStanza const& stanza, Call call)
 {
     for (uint32_t i = stanza.firstSection; i != kNone; i = outline.sections()[i].next)
         for (uint32_t line = outline.sections()[i].first; line < outline.sections()[i].end; ++line)
-            call(line);
+            if (outline.lines()[line].isKey())
+                call(line);
 }
+
+// Bits: the lines next to an entry. A gap is a line that is not an entry, and not blank.
+enum Neighbours : uint8_t { nothing = 0, blankAbove = 1, gapAbove = 2, partedBelow = 4 };
+constexpr uint32_t kNeighbours = 8;  // sets of these
+
+// A comment or a line of a key.
+struct ReadLine {
+    uint32_t line;
+    uint8_t neighbours;
+};
+
+// The lines of a stanza above the next entry, as the reader counts them: a gap above a blank line
+// is also above the comment that is right below that line.
+class LinesAbove {
+public:
+    void addGap() { hasGap_ = true; }
+
+    void addBlank()
+    {
+        hasBlank_ = true;
+        isBlankBelowGap_ = std::exchange(hasGap_, false);
+    }
+
+    // Returns the neighbours above the next entry.
+    uint8_t take(bool isComment)
+    {
+        bool const hasGap = hasGap_ || (isComment && isBlankBelowGap_);
+        uint8_t const found = (hasBlank_ ? blankAbove : nothing) | (hasGap ? gapAbove : nothing);
+        *this = {};
+        return found;
+    }
+
+private:
+    bool hasBlank_ = false;
+    bool hasGap_ = false;
+    bool isBlankBelowGap_ = false;
+};
 
 class Matcher {
 public:
-    Matcher(Outline& outline, Document const& document, Entries entries)
+    Matcher(Outline& outline, Document const& document, Entries entries, bool isNextParted)
         : outline_(outline),
           document_(document),
           entries_(entries),
-          hasGaps_(std::any_of(entries.begin(), entries.end(),
-                               [](Entry const& entry) { return entry.isBelowGap; }))
+          isNextParted_(isNextParted),
+          compared_(document.hasGaps ? blankAbove | gapAbove : blankAbove)
     {
         found_.lineOf.assign(entries.size(), kNone);
         found_.movedFrom.assign(entries.size(), kNone);
@@ -38,12 +77,7 @@ public:
 
     Matching match(ReadStanza const& stanza, bool isScattered, bool hasOldNames)
     {
-        findFurtherHeaders(stanza);
-        std::vector<uint32_t> lines;
-        forEachLine(outline_, stanza, [&](uint32_t line) {
-            if (isComment(line) || outline_.lines()[line].isKey())
-                lines.push_back(line);
-        });
+        std::vector<ReadLine> const lines = findLines(stanza);
         auto const isRenamed = [](Entry const& entry) { return !entry.oldName.empty(); };
         bool const isAnyRenamed =
             hasOldNames && std::any_of(entries_.begin(), entries_.end(), isRenamed);
@@ -54,7 +88,7 @@ public:
         if (isAnyRenamed)
             matchOldNames();
         matchNames();
-        bool const isOrdered = matchGaps();
+        bool const isOrdered = matchRanges();
         matchCommentsAnywhere(isScattered || found_.isScattered || !isOrdered, hasOldNames);
         for (Item const& item : read_)
             if (!item.isKey && !isMatched_[&item - read_.data()])
@@ -69,10 +103,11 @@ private:
         bool isKey;
         uint32_t at;   // the line in the text, or the wanted entry
         uint32_t key;  // of found_.keys; kNone: a comment, or not in the text
+        uint8_t neighbours = nothing;
+        uint32_t range = kNone;  // the number of its range
     };
 
-    // A range of items.
-    struct Gap {
+    struct Range {
         uint32_t first;
         uint32_t end;
 
@@ -81,43 +116,68 @@ private:
 
     bool isComment(uint32_t line) const { return outline_.lines()[line].kind == commentLine; }
 
-    // Returns whether a blank line is above a comment, perhaps with lines of no meaning and further
-    // headers of the stanza between.
-    bool isBelowBlank(uint32_t line) const
+    // Returns the comments and the lines of keys of a stanza, in order. The further headers of the
+    // stanza and the further lines of its keys are gaps.
+    std::vector<ReadLine> findLines(ReadStanza const& stanza)
     {
-        while (line > 0 && isMeaningless(line - 1))
-            --line;
-        return line > 0 && outline_.lines()[line - 1].kind == blankLine;
-    }
-
-    // Returns whether such a line is right above a comment, perhaps with a blank line between.
-    bool isBelowGap(uint32_t line) const
-    {
-        uint32_t const blanks = line > 0 && outline_.lines()[line - 1].kind == blankLine ? 1 : 0;
-        return line > blanks && isMeaningless(line - 1 - blanks);
-    }
-
-    bool isMeaningless(uint32_t line) const
-    {
-        return outline_.lines()[line].kind == otherLine ||
-               std::binary_search(furtherHeaders_.begin(), furtherHeaders_.end(), line);
-    }
-
-    void findFurtherHeaders(ReadStanza const& stanza)
-    {
+        std::vector<ReadLine> found;
+        bool const hasKeysInGaps = document_.hasGaps && hasComments(stanza);
+        std::unordered_set<std::string_view, NameHash> keys;
+        auto const isFurtherLine = [&](uint32_t line) {
+            return hasKeysInGaps &&
+                   !keys.insert(outline_.keep(outline_.keyName(line, space_), space_)).second;
+        };
+        LinesAbove above;
+        size_t last = kNone;  // the entry above
         std::vector<Section> const& sections = outline_.sections();
-        for (uint32_t i = sections[stanza.firstSection].next; i != kNone; i = sections[i].next)
-            if (sections[i].header != kNone)
-                furtherHeaders_.push_back(sections[i].header);
-        std::sort(furtherHeaders_.begin(), furtherHeaders_.end());
+        for (uint32_t i = stanza.firstSection; i != kNone; i = sections[i].next) {
+            if (i != stanza.firstSection)
+                above.addGap();
+            for (uint32_t line = sections[i].first; line < sections[i].end; ++line) {
+                Line const& read = outline_.lines()[line];
+                if (read.kind == blankLine) {
+                    above.addBlank();
+                } else if (read.isKey() && isFurtherLine(line)) {
+                    above.addGap();
+                    found.push_back({line, nothing});
+                } else if (read.isKey() || read.kind == commentLine) {
+                    uint8_t const neighbours = above.take(read.kind == commentLine) & compared_;
+                    if (last != kNone && neighbours != nothing)
+                        found[last].neighbours |= partedBelow;
+                    last = found.size();
+                    found.push_back({line, neighbours});
+                } else {
+                    above.addGap();
+                }
+            }
+        }
+        if (last != kNone && (above.take(false) != nothing || !isAboveHeader(found[last].line)))
+            found[last].neighbours |= partedBelow;
+        return found;
     }
 
-    // Returns whether a comment of the text and a wanted comment are below the same: a blank line,
-    // and a line of no meaning if the wanted contents contain the positions of such lines.
-    bool areBelowSame(uint32_t line, Entry const& entry) const
+    bool isAboveHeader(uint32_t line) const
     {
-        return isBelowBlank(line) == entry.isBelowBlank &&
-               (!hasGaps_ || isBelowGap(line) == entry.isBelowGap);
+        return line + 1 < outline_.lines().size() && outline_.lines()[line + 1].kind == headerLine;
+    }
+
+    bool hasComments(ReadStanza const& stanza) const
+    {
+        for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next)
+            for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
+                 ++line)
+                if (isComment(line))
+                    return true;
+        return false;
+    }
+
+    uint8_t neighboursOf(uint32_t entry) const
+    {
+        Entry const& wanted = entries_[entry];
+        bool const isPartedBelow =
+            entry + 1 < entries_.size() ? entries_[entry + 1].isParted() : isNextParted_;
+        return (wanted.isBelowBlank ? blankAbove : nothing) |
+               (wanted.isBelowGap ? gapAbove : nothing) | (isPartedBelow ? partedBelow : nothing);
     }
 
     bool isWithoutLine(Entry const& entry) const
@@ -125,18 +185,19 @@ private:
         return !entry.isComment && entry.valueCount == 0 && !entry.needsLine;
     }
 
-    bool isSame(uint32_t line, Entry const& entry)
+    bool isSame(ReadLine const& read, uint32_t index)
     {
-        if (isComment(line) != entry.isComment)
+        Entry const& entry = entries_[index];
+        if (isComment(read.line) != entry.isComment)
             return false;
         Dialect const& dialect = outline_.dialect();
-        return entry.isComment ? dialect.commentText(entry.text) == outline_.comment(line) &&
-                                     areBelowSame(line, entry)
+        return entry.isComment ? dialect.commentText(entry.text) == outline_.comment(read.line) &&
+                                     read.neighbours == neighboursOf(index)
                                : dialect.comparableKey(entry.text, entrySpace_) ==
-                                     outline_.keyName(line, space_);
+                                     outline_.keyName(read.line, space_);
     }
 
-    void selectAll(std::vector<uint32_t> const& lines)
+    void selectAll(std::vector<ReadLine> const& lines)
     {
         firstLine_ = 0;
         firstEntry_ = 0;
@@ -146,7 +207,7 @@ private:
 
     // Matches the lines at both ends of the stanza that are in the order of the entries, without an
     // index. It holds the keys between them, which are few after most changes.
-    void matchEnds(std::vector<uint32_t> const& lines)
+    void matchEnds(std::vector<ReadLine> const& lines)
     {
         while (firstLine_ < endLine_ && matchFirst(lines)) {
         }
@@ -161,53 +222,51 @@ private:
         selectAll(lines);
     }
 
-    bool matchFirst(std::vector<uint32_t> const& lines)
+    bool matchFirst(std::vector<ReadLine> const& lines)
     {
         uint32_t next = firstEntry_;
         while (next < endEntry_ && isWithoutLine(entries_[next]) &&
-               !isSame(lines[firstLine_], entries_[next]))
+               !isSame(lines[firstLine_], next))
             ++next;
-        if (next == endEntry_ || !isSame(lines[firstLine_], entries_[next]))
+        if (next == endEntry_ || !isSame(lines[firstLine_], next))
             return false;
-        Entry const& entry = entries_[next];
-        found_.lineOf[next] = lines[firstLine_];
+        found_.lineOf[next] = lines[firstLine_].line;
         firstEntry_ = next + 1;
-        if (entry.isComment) {
+        if (entries_[next].isComment) {
             ++firstLine_;
             return true;
         }
         ReadKey& key = found_.keys.emplace_back();
         key.entry = next;
-        while (firstLine_ < endLine_ && isSame(lines[firstLine_], entry))
-            key.lines.push_back(lines[firstLine_++]);
+        while (firstLine_ < endLine_ && isSame(lines[firstLine_], next))
+            key.lines.push_back(lines[firstLine_++].line);
         return true;
     }
 
-    bool matchLast(std::vector<uint32_t> const& lines)
+    bool matchLast(std::vector<ReadLine> const& lines)
     {
-        if (firstEntry_ == endEntry_ || !isSame(lines[endLine_ - 1], entries_[endEntry_ - 1]))
+        if (firstEntry_ == endEntry_ || !isSame(lines[endLine_ - 1], endEntry_ - 1))
             return false;
-        Entry const& entry = entries_[--endEntry_];
-        if (entry.isComment) {
-            found_.lineOf[endEntry_] = lines[--endLine_];
+        if (entries_[--endEntry_].isComment) {
+            found_.lineOf[endEntry_] = lines[--endLine_].line;
             return true;
         }
         ReadKey& key = lastKeys_.emplace_back();
         key.entry = endEntry_;
-        while (firstLine_ < endLine_ && isSame(lines[endLine_ - 1], entry))
-            key.lines.push_back(lines[--endLine_]);
+        while (firstLine_ < endLine_ && isSame(lines[endLine_ - 1], endEntry_))
+            key.lines.push_back(lines[--endLine_].line);
         std::reverse(key.lines.begin(), key.lines.end());
         found_.lineOf[endEntry_] = key.lines.front();
         return true;
     }
 
     // Returns whether a key at an end of the stanza has lines between the ends, too.
-    bool haveKeysBetween(std::vector<uint32_t> const& lines)
+    bool haveKeysBetween(std::vector<ReadLine> const& lines)
     {
         std::unordered_map<std::string_view, uint32_t, NameHash> between;
         for (size_t i = firstLine_; i < endLine_; ++i)
-            if (!isComment(lines[i]))
-                between.emplace(outline_.keep(outline_.keyName(lines[i], space_), space_), 0);
+            if (uint32_t const line = lines[i].line; !isComment(line))
+                between.emplace(outline_.keep(outline_.keyName(line, space_), space_), 0);
         auto const isBetween = [&](ReadKey const& key) {
             return between.contains(outline_.keyName(key.lines.front(), space_));
         };
@@ -216,11 +275,11 @@ private:
                 std::any_of(lastKeys_.begin(), lastKeys_.end(), isBetween));
     }
 
-    void readLines(std::span<uint32_t const> lines)
+    void readLines(std::span<ReadLine const> lines)
     {
-        for (uint32_t const line : lines) {
+        for (auto const& [line, neighbours] : lines) {
             if (isComment(line)) {
-                read_.push_back({false, line, kNone});
+                read_.push_back({false, line, kNone, neighbours});
                 continue;
             }
             std::string_view const name = outline_.keyName(line, space_);
@@ -257,7 +316,7 @@ private:
         for (uint32_t i = firstEntry_; i < endEntry_; ++i) {
             Entry const& entry = entries_[i];
             if (entry.isComment) {
-                wanted_.push_back({false, i, kNone});
+                wanted_.push_back({false, i, kNone, neighboursOf(i)});
                 continue;
             }
             if (auto const renamed = renamed_.find(i); renamed != renamed_.end()) {
@@ -281,7 +340,7 @@ private:
     }
 
     // Returns whether all keys are in one order.
-    bool matchGaps()
+    bool matchRanges()
     {
         // The matched keys of both, and their items.
         std::vector<uint32_t> keys[2];
@@ -296,76 +355,74 @@ private:
         collect(read_, 0);
         collect(wanted_, 1);
         Pairs const anchors = align(keys[0], keys[1], static_cast<uint32_t>(found_.keys.size()));
-        Gap read{0, 0};
-        Gap wanted{0, 0};
+        Range read{0, 0};
+        Range wanted{0, 0};
+        uint32_t number = 0;
+        auto const matchNext = [&] {
+            for (uint32_t i = read.first; i < read.end; ++i)
+                read_[i].range = number;
+            for (uint32_t i = wanted.first; i < wanted.end; ++i)
+                wanted_[i].range = number;
+            ++number;
+            matchRange(read, wanted);
+        };
         for (auto const& [a, b] : anchors) {
             read.end = items[0][a];
             wanted.end = items[1][b];
-            matchGap(read, wanted);
+            matchNext();
             read.first = read.end + 1;
             wanted.first = wanted.end + 1;
         }
         read.end = static_cast<uint32_t>(read_.size());
         wanted.end = static_cast<uint32_t>(wanted_.size());
-        matchGap(read, wanted);
+        matchNext();
         return anchors.size() == keys[0].size();
     }
 
-    // Finds the remaining comments anywhere in the stanza: they stay there or are moved.
+    // Finds the remaining comments anywhere in the stanza: they stay there or are moved. Comments
+    // of one range are in another order than wanted, so they are moved.
     void matchCommentsAnywhere(bool areStaying, bool hasOldNames)
     {
-        // Lists of the comments of each text.
-        std::vector<uint32_t> first;
-        std::vector<uint32_t> last;
-        std::vector<uint32_t> next(read_.size(), kNone);
-        tokens_.clear();
-        for (uint32_t i = 0; i < read_.size(); ++i) {
-            if (read_[i].isKey || isMatched_[i])
-                continue;
-            uint32_t const text = tokens_.of(readText(read_[i]));
-            if (text == first.size()) {
-                first.push_back(i);
-                last.push_back(i);
-            } else {
-                next[last[text]] = i;
-                last[text] = i;
-            }
-        }
-        for (uint32_t i = 0; i < wanted_.size() && !first.empty(); ++i) {
+        std::unordered_map<std::string_view, std::vector<uint32_t>, NameHash> left;  // last first
+        for (auto i = static_cast<uint32_t>(read_.size()); i-- > 0;)
+            if (!read_[i].isKey && !isMatched_[i])
+                left[readText(read_[i])].push_back(i);
+        for (uint32_t i = 0; i < wanted_.size() && !left.empty(); ++i) {
             if (wanted_[i].isKey || found_.lineOf[wanted_[i].at] != kNone)
                 continue;
-            uint32_t const text = tokens_.of(wantedText(wanted_[i]));
-            if (text >= first.size() || first[text] == kNone)
+            auto const found = left.find(wantedText(wanted_[i]));
+            if (found == left.end() || found->second.empty())
                 continue;
-            uint32_t const read = first[text];
-            first[text] = next[read];
-            if (areStaying && !(hasOldNames && entries_[wanted_[i].at].isMoved))
+            uint32_t const read = found->second.back();
+            found->second.pop_back();
+            if (areStaying && read_[read].range != wanted_[i].range &&
+                !(hasOldNames && entries_[wanted_[i].at].isMoved))
                 pair(read, i);
             else
                 found_.movedFrom[wanted_[i].at] = read_[read].at;
         }
     }
 
-    // Preferably, equal comments match if both or neither are below a blank line or a line of no
-    // meaning, and others match between these.
-    void matchGap(Gap read, Gap wanted)
+    // Preferably, equal comments match if their neighbours are the same, and others match between
+    // these.
+    void matchRange(Range read, Range wanted)
     {
         while (!read.isEmpty() && !wanted.isEmpty() && areEqual(read.first, wanted.first))
             pair(read.first++, wanted.first++);
         while (!read.isEmpty() && !wanted.isEmpty() && areEqual(read.end - 1, wanted.end - 1))
             pair(--read.end, --wanted.end);
         Pairs const all = commonItems(read, wanted, textsAlone);
-        Pairs const preferred = commonItemsByPlaces(read, wanted);
+        Pairs const preferred = commonItemsByNeighbours(read, wanted);
         for (auto const& [a, b] : preferred.size() < all.size() ? all : preferred)
             pair(a, b);
     }
 
-    // Returns a common subsequence of two gaps: first of comments that are below the same lines,
-    // and then of comments between these.
-    Pairs commonItemsByPlaces(Gap read, Gap wanted)
+    // Returns a common subsequence of two ranges: first of comments with the same neighbours, and
+    // then of comments between these.
+    Pairs commonItemsByNeighbours(Range read, Range wanted)
     {
         Pairs all;
-        Pairs anchors = commonItems(read, wanted, withPlaces);
+        Pairs anchors = commonItems(read, wanted, withNeighbours);
         anchors.push_back({read.end, wanted.end});
         for (auto const& [a, b] : anchors) {
             Pairs const between = commonItems({read.first, a}, {wanted.first, b}, textsAlone);
@@ -378,49 +435,34 @@ private:
         return all;
     }
 
-    // Returns a number for the lines above a comment, below 4.
-    static uint32_t placeOf(bool isBelowBlank, bool isBelowGap)
-    {
-        return (isBelowBlank ? 1 : 0) + (isBelowGap ? 2 : 0);
-    }
+    enum Equality { withNeighbours, textsAlone };
 
-    enum Equality { withPlaces, textsAlone };
-
-    // Returns the longest common subsequence of two gaps.
-    Pairs commonItems(Gap read, Gap wanted, Equality equality)
+    // Returns the longest common subsequence of two ranges.
+    Pairs commonItems(Range read, Range wanted, Equality equality)
     {
         if (read.isEmpty() || wanted.isEmpty())
             return {};
         tokens_.clear();
         joined_.clear();
         // Keys that match by name are in another order: they match nothing else.
-        auto const tokensOf = [&](std::vector<Item> const& all, Gap gap, auto textOf, auto placeOf,
+        auto const tokensOf = [&](std::vector<Item> const& all, Range range, auto textOf,
                                   std::vector<uint32_t>& items) {
             std::vector<uint32_t> tokens;
-            for (uint32_t i = gap.first; i < gap.end; ++i) {
+            for (uint32_t i = range.first; i < range.end; ++i) {
                 if (!isFree(all[i]))
                     continue;
-                bool const hasPlace = equality == withPlaces && !all[i].isKey;
-                tokens.push_back(4 * tokens_.of(textOf(all[i])) + (hasPlace ? placeOf(all[i]) : 0));
+                uint32_t const neighbours = equality == withNeighbours ? all[i].neighbours : 0;
+                tokens.push_back(kNeighbours * tokens_.of(textOf(all[i])) + neighbours);
                 items.push_back(i);
             }
             return tokens;
         };
         std::vector<uint32_t> items[2];
         auto const before = tokensOf(
-            read_, read, [&](Item const& item) { return readText(item); },
-            [&](Item const& item) {
-                return placeOf(isBelowBlank(item.at), hasGaps_ && isBelowGap(item.at));
-            },
-            items[0]);
+            read_, read, [&](Item const& item) { return readText(item); }, items[0]);
         auto const after = tokensOf(
-            wanted_, wanted, [&](Item const& item) { return wantedText(item); },
-            [&](Item const& item) {
-                Entry const& entry = entries_[item.at];
-                return placeOf(entry.isBelowBlank, entry.isBelowGap);
-            },
-            items[1]);
-        Pairs pairs = align(before, after, 4 * tokens_.count());
+            wanted_, wanted, [&](Item const& item) { return wantedText(item); }, items[1]);
+        Pairs pairs = align(before, after, kNeighbours * tokens_.count());
         for (auto& [a, b] : pairs) {
             a = items[0][a];
             b = items[1][b];
@@ -440,7 +482,7 @@ private:
         if (a.isKey != b.isKey || !isFree(a) || !isFree(b))
             return false;
         joined_.clear();
-        return (a.isKey || areBelowSame(a.at, entries_[b.at])) && readText(a) == wantedText(b);
+        return a.neighbours == b.neighbours && readText(a) == wantedText(b);
     }
 
     void pair(uint32_t read, uint32_t wanted)
@@ -481,8 +523,8 @@ private:
     Outline& outline_;
     Document const& document_;
     Entries const entries_;
-    bool const hasGaps_;                    // the entries have the places of lines of no meaning
-    std::vector<uint32_t> furtherHeaders_;  // of the stanza, ascending
+    bool const isNextParted_;
+    uint8_t const compared_;  // neighbours above
     Matching found_;
     size_t firstLine_ = 0;  // of the lines between both ends
     size_t endLine_ = 0;
@@ -503,9 +545,10 @@ private:
 }  // namespace
 
 Matching matchLines(Outline& outline, ReadStanza const& stanza, Document const& document,
-                    Entries entries, bool isScattered, bool hasOldNames)
+                    Entries entries, bool isNextParted, bool isScattered, bool hasOldNames)
 {
-    return Matcher(outline, document, entries).match(stanza, isScattered, hasOldNames);
+    return Matcher(outline, document, entries, isNextParted)
+        .match(stanza, isScattered, hasOldNames);
 }
 
 bool isSameStanza(Outline& outline, ReadStanza const& stanza, Document const& document,
@@ -527,9 +570,7 @@ bool isSameStanza(Outline& outline, ReadStanza const& stanza, Document const& do
     }
     size_t lines = 0;
     size_t common = 0;
-    forEachLine(outline, stanza, [&](uint32_t line) {
-        if (!outline.lines()[line].isKey())
-            return;
+    forEachKeyLine(outline, stanza, [&](uint32_t line) {
         ++lines;
         auto const found = wanted.find(outline.keyName(line, space));
         if (found == wanted.end())
