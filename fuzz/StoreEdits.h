@@ -41,10 +41,11 @@ public:
     /// `row` is the dialect of the table from which the switches vary.
     StoreEdits(zdialects::SwitchedDialect const& dialect, int row, std::string const& text)
         : dialect_(dialect),
+          row_(zdialects::rowAt(row)),
           rules_(dialect_model::modelSwitches(dialect.switches())),
           text_(text),
           old_(text, rules_),
-          isPossible_(!old_.refused() && text.find('\0') == text.npos && makeDialect(row))
+          isPossible_(!old_.refused() && text.find('\0') == text.npos && makeDialect())
     {
     }
 
@@ -88,10 +89,9 @@ private:
     using Lines = std::vector<std::string>;
 
     // The dialect of the switches. Some switches can be set only after others.
-    bool makeDialect(int row)
+    bool makeDialect()
     {
-        check(ZStanzaDialect_6_0::named(zdialects::rowAt(row).name, named_) == 1,
-              "the table has its names");
+        check(ZStanzaDialect_6_0::named(row_.name, named_) == 1, "the table has its names");
         auto const bytes =
             std::bit_cast<std::array<uint8_t, zdialects::kSwitchCount>>(dialect_.switches());
         bool isLeft = true;
@@ -333,20 +333,17 @@ private:
             });
             expect(valuesOf(now) == expected, *after, "a file without a stanza reads back");
         }
-        LibraryHeaders const headers(dialect_, text_);
-        if (std::any_of(headers.begins.begin(), headers.begins.end(), [&](size_t begin) {
-                return old_.lines[lineAt(begin)].begin < begin && text_[begin - 1] != '\n';
-            }))
+        LibraryLines const lines(dialect_, text_);
+        if (std::any_of(lines.headers.begin(), lines.headers.end(),
+                        [&](size_t begin) { return isInsideLine(begin); }))
             return;  // a header can go that shares its line with others
-        // A store does not know which stanza was removed if others are equal.
-        Runs const left = runsOf(*after);
-        bool isLocal = false;
-        for (dialect_model::Stanza const& stanza : old_.stanzas)
-            isLocal =
-                isLocal || ((&stanza == stanza_ || (stanza.identity == stanza_->identity &&
-                                                    list(old_, &stanza) == list(old_, stanza_))) &&
-                            isLeft(runsWithoutStanza(stanza), left));
-        expect(isLocal, *after, "the removal of a stanza changes no other line");
+        expect(isLeft(runsWithoutStanza(), runsOf(*after)), *after,
+               "the removal of a stanza changes no other line");
+    }
+
+    bool isInsideLine(size_t position) const
+    {
+        return old_.lines[lineAt(position)].begin < position && text_[position - 1] != '\n';
     }
 
     // A line that is not blank, and the blank lines above it. The last has the end of the file.
@@ -403,23 +400,22 @@ private:
     }
 
     // The lines from each header of the stanza to the next, without the comments right above it,
-    // go.
-    Runs runsWithoutStanza(dialect_model::Stanza const& stanza) const
+    // go. The library takes a comment that continues for a line of no meaning.
+    Runs runsWithoutStanza() const
     {
-        using dialect_model::LineKind;
-        LibraryHeaders const headers(dialect_, text_);
+        LibraryLines const lines(dialect_, text_);
+        std::vector<size_t> const& headers = lines.headers;
         std::vector<bool> gone(old_.lines.size());
         std::vector<bool> isStart(old_.lines.size());
-        for (size_t i = 0; i < headers.begins.size(); ++i) {
-            bool const isOfStanza = dialect_.joinsHeaders() ? headers.names[i] == stanza.identity
-                                                            : &old_.stanzas[i] == &stanza;
+        for (size_t i = 0; i < headers.size(); ++i) {
+            bool const isOfStanza = dialect_.joinsHeaders() ? lines.names[i] == stanza_->identity
+                                                            : &old_.stanzas[i] == stanza_;
             if (!isOfStanza)
                 continue;
-            size_t const first = lineAt(headers.begins[i]);
-            size_t end =
-                i + 1 < headers.begins.size() ? lineAt(headers.begins[i + 1]) : old_.lines.size();
-            if (i + 1 < headers.begins.size())
-                while (end > first && old_.lines[end - 1].kind == LineKind::comment)
+            size_t const first = lineAt(headers[i]);
+            size_t end = i + 1 < headers.size() ? lineAt(headers[i + 1]) : old_.lines.size();
+            if (i + 1 < headers.size())
+                while (end > first && lines.comments.contains(old_.lines[end - 1].begin))
                     --end;
             std::fill(gone.begin() + static_cast<ptrdiff_t>(first),
                       gone.begin() + static_cast<ptrdiff_t>(end), true);
@@ -443,22 +439,28 @@ private:
         return line;
     }
 
-    // The headers of a file, with the names of their stanzas.
-    struct LibraryHeaders {
-        LibraryHeaders(zdialects::SwitchedDialect const& dialect, std::string const& text)
+    // The headers of a file, with the names of their stanzas; the keys; and the comments.
+    struct LibraryLines {
+        LibraryLines(zdialects::SwitchedDialect const& dialect, std::string const& text)
         {
             std::vector<zlines::Line> lines;
             dialect.split(text, lines);
             std::string space;
             for (zlines::Line const& line : lines) {
+                if (line.isKey())
+                    keys.push_back(line.begin);
+                if (line.kind == zlines::commentLine)
+                    comments.insert(line.begin);
                 if (line.kind != zlines::headerLine)
                     continue;
-                begins.push_back(line.begin);
+                headers.push_back(line.begin);
                 names.emplace_back(dialect.stanzaName(text, line, space));
             }
         }
-        std::vector<size_t> begins;
-        std::vector<std::string> names;
+        std::vector<size_t> headers;
+        std::vector<std::string> names;  // of the headers
+        std::vector<size_t> keys;
+        std::set<size_t> comments;
     };
 
     // The comments of a store: of the file, of each stanza and of each key.
@@ -496,8 +498,9 @@ private:
 
     // A store and the file that it has written have the same comments, of the same keys and
     // headers. A comment right above a removed header or key can precede the comment of the next,
-    // and a comment inside a changed value or name follows the comment above it: only a load gives
-    // these comments to the line below.
+    // and a comment inside a changed value or name can be between the lines of a comment above the
+    // next line: only a load gives these comments to the line below. A line without a meaning
+    // inside a removed value stays, and parts a comment from the line below.
     void expectOwners(std::optional<Store> const& again, std::string const& after) const
     {
         Model const now(after, rules_);
@@ -506,10 +509,17 @@ private:
             std::any_of(old_.lines.begin(), old_.lines.end(), [](dialect_model::Line const& line) {
                 return line.kind == dialect_model::LineKind::commentInside;
             });
+        bool const canPart =
+            removes_ && (dialect_.switches().join & zdialects::joinIndented) != 0 &&
+            std::any_of(old_.lines.begin(), old_.lines.end(), [](dialect_model::Line const& line) {
+                return line.kind == dialect_model::LineKind::passedOver;
+            });
         for (auto const& [name, text] : commentsOf(store_, now)) {
             std::string const is = withoutMarks(found.at(name));
             std::string const wanted = text.empty() ? "" : withoutMarks(text);
-            bool const isSame = removes_ && hasInside ? is.find(wanted) != is.npos
+            if (canPart && (found.at(name).empty() || haveLinesOf(wanted, is)))
+                continue;
+            bool const isSame = removes_ && hasInside ? haveLinesOf(is, wanted)
                                 : removes_            ? is.ends_with(wanted)
                                 : hasInside           ? is.starts_with(wanted)
                                                       : is == withoutMarks(text);
@@ -519,6 +529,16 @@ private:
                         text + "> <" + found.at(name) + ">")
                            .c_str());
         }
+    }
+
+    // Returns whether a comment has the lines of another, perhaps with lines between them.
+    static bool haveLinesOf(std::string const& comment, std::string const& other)
+    {
+        Lines const wanted = dialect_model::splitLines(other);
+        size_t found = 0;
+        for (std::string const& line : dialect_model::splitLines(comment))
+            found += found < wanted.size() && line == wanted[found] ? 1 : 0;
+        return found == wanted.size();
     }
 
     void add(std::string const& name)
@@ -588,6 +608,10 @@ private:
                        ("a comment reads back: [" + name.first + "] " + name.second + " <" + text +
                         "> <" + found.at(name) + ">")
                            .c_str());
+        std::vector<size_t> const keys = LibraryLines(dialect_, text_).keys;
+        if (std::any_of(keys.begin(), keys.end(),
+                        [&](size_t begin) { return isInsideLine(begin); }))
+            return;  // a comment can be between a header and a key of one line
         expectOtherLines(now, *after, before.at(target));
     }
 
@@ -661,13 +685,15 @@ private:
     void expect(bool holds, std::string const& after, char const* expectation) const
     {
         if (!holds)
-            fprintf(stderr, "[%s] %s, %s, before:\n%s\nafter:\n%s\n", stanzaName_.c_str(),
+            fprintf(stderr, "%s, [%s] %s, %s, before:\n%s\nafter:\n%s\n",
+                    zdialects::spellDialect(row_, dialect_.switches()).c_str(), stanzaName_.c_str(),
                     key_ == nullptr ? "" : key_->name.c_str(), edit_.c_str(), text_.c_str(),
                     after.c_str());
         check(holds, expectation);
     }
 
     zdialects::SwitchedDialect const& dialect_;
+    zdialects::Row const& row_;
     dialect_model::Switches const rules_;
     std::string const text_;
     Model const old_;

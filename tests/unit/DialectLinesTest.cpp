@@ -433,7 +433,7 @@ TEST(DialectLines, ALongerCommentIsAboveItsKeyBelowLinesThatAreKept)
                         {[](Store& store) { store.setComment(".", "k", "#f\n#kk=\n#"); }}));
 }
 
-// Stanzas of one name have the same lines, or more lines than the one that is removed.
+// Other stanzas of the name have the lines of the removed stanza.
 TEST(DialectLines, TheStanzaWithTheNumberIsRemoved)
 {
     auto const without = [](char const* stanza, std::string const& text) {
