@@ -93,6 +93,18 @@ protected:
         store.store(nullptr);
     }
 
+    // The request for the first entries of the log.
+    static std::string requestForFirstPage()
+    {
+        zfleet::wire::RangeRequest form;
+        form.set_key("/zfleet/6/cfg/gateway/log/");
+        form.set_range_end("/zfleet/6/cfg/gateway/log0");
+        form.set_limit(4);
+        form.set_order(zfleet::wire::RangeRequest::DESCENDING);
+        return form.SerializeAsString();
+    }
+
+    std::string const firstPage_ = requestForFirstPage();
     ModelCluster cluster_;
     FleetFile const file_{FleetFile::textFor({cluster_.address()}) + "keep = 20\nbudget = 60\n"};
 };
@@ -305,6 +317,34 @@ TEST_F(FleetHistory, LoadAfterAnUnknownOutcomeEndsTheUndo)
     store.undo(nullptr, 0);  // of the undo
     EXPECT_EQ("3", value(store, "x"));
     EXPECT_EQ(5u, store.generation());
+}
+
+// A node that is not trustworthy can promise further entries without an end.
+TEST_F(FleetHistory, LogWithoutAnEndIsRefused)
+{
+    storeGenerations(3);
+    for (bool const isEmpty : {false, true}) {
+        unsigned pages = 0;
+        cluster_.setFault([&, isEmpty](auto const& request, auto const& execute) {
+            if (request.method != "Range")
+                return execute(request);
+            if (++pages == 100)  // without the mend, the call would not end
+                return ModelCluster::Reply{7, "refused"};
+            ModelCluster::Reply reply = execute({request.method, firstPage_, {}, {}});
+            zfleet::wire::RangeResponse form;
+            form.ParseFromString(reply.text);
+            form.set_more(true);
+            if (isEmpty)
+                form.clear_kvs();
+            reply.text = form.SerializeAsString();
+            return reply;
+        });
+        ZFleetProperties_6_0 const store(1);
+        ZArrayList_6_0 list(4, 1);
+        EXPECT_EQ(code("Range", EPROTO), failure([&] { store.log(kPath, list); }));
+        EXPECT_EQ(0u, list.size());
+        EXPECT_GE(2u, pages);
+    }
 }
 
 TEST_F(FleetHistory, DamagedEntriesAreLeftOut)

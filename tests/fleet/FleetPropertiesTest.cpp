@@ -357,6 +357,33 @@ TEST_F(FleetProperties, ExecutedStoreIsFoundInTheRevisionsWithoutALog)
     }
 }
 
+TEST_F(FleetProperties, HistoryThatDoesNotEndIsRefused)
+{
+    ZFleetProperties_6_0 store(kPath, 1);
+    store.setValue("listener", "port", "2");
+    cluster_.setFates({Fate::requestLost});
+    cluster_.setPrelude([&] {
+        cluster_.put(kText, "[listener]\nport = 1\nhost = a\n");
+        cluster_.put(kMeta, "generation 9\nid other\n");
+    });
+    // A read of an earlier revision gets the latest metadata.
+    unsigned reads = 0;
+    cluster_.setFault([&](auto const& request, auto const& execute) {
+        zfleet::wire::TxnRequest form;
+        if (request.method != "Txn" || !form.ParseFromString(request.bytes) ||
+            form.success_size() == 0 || form.success(0).range().revision() == 0)
+            return execute(request);
+        if (++reads == 100)  // without the mend, the store would not end
+            return ModelCluster::Reply{7, "refused"};
+        for (auto& operation : *form.mutable_success())
+            operation.mutable_range()->set_revision(0);
+        return execute({request.method, form.SerializeAsString(), {}, {}});
+    });
+    EXPECT_EQ(code("Txn", EINPROGRESS), failure([&] { store.store(nullptr); }));
+    EXPECT_EQ(1u, reads);
+    EXPECT_EQ(1, store.isModified());
+}
+
 TEST_F(FleetProperties, StoreWithAnUnknownOutcomeIsFoundByTheNextStore)
 {
     FleetFile const impatient(FleetFile::textFor({cluster_.address()}) +

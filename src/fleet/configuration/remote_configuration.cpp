@@ -29,6 +29,11 @@ std::string digitsOf(uint64_t generation)
     return digits;
 }
 
+[[noreturn]] void throwUnrequested(char const* method)
+{
+    throw CallError{method, EPROTO, false, "a reply without the requested keys"};
+}
+
 // Removes the last range, of one key, from the result. Returns the create revision of the key; 0 if
 // it does not exist.
 int64_t takeEntry(TransactionResult& result)
@@ -71,7 +76,7 @@ std::vector<Operation> RemoteConfiguration::readOperations(int64_t revision) con
 Snapshot RemoteConfiguration::snapshotOf(TransactionResult& result) const
 {
     if (result.ranges.size() != readCount)
-        throw CallError{"Txn", EPROTO, false, "a reply without the requested keys"};
+        throwUnrequested("Txn");
     Snapshot snapshot;
     auto const revisionOf = [](RangeResult const& range) {
         return range.entries.empty() ? 0 : range.entries[0].modRevision;
@@ -107,13 +112,18 @@ std::vector<LoggedGeneration> RemoteConfiguration::readLog(Budget& budget)
     range.isDescending = true;
     for (RangeResult page{{}, {}, true}; page.hasMore;) {
         page = cluster_.read(range, budget);
+        bool const isEndless = page.hasMore && page.entries.empty();
         for (KeyValue const& entry : page.entries) {
+            // Each entry is below the entries so far: a reply without progress could be endless.
+            if (entry.key < range.key || entry.key >= range.end)
+                throwUnrequested("Range");
+            range.end = entry.key;
             LoggedGeneration generation{{}, entry.modRevision};
             if (parseLogEntry(entry.value, generation.entry))
                 log.push_back(std::move(generation));
         }
-        if (!page.entries.empty())
-            range.end = page.entries.back().key;
+        if (isEndless)
+            throwUnrequested("Range");
     }
     return log;
 }
@@ -231,6 +241,8 @@ WriteResult RemoteConfiguration::find(std::vector<Attempt> const& attempts, std:
         // The log no longer has the generation: look for the ids in earlier revisions.
         for (int64_t last = current.metaRevision; last > base && last > 1;) {
             Snapshot const earlier = readAt(last - 1, budget);
+            if (earlier.metaRevision >= last)
+                throwUnrequested("Txn");
             last = earlier.metaRevision;
             id = earlier.metadata().id;
             if (isSought(id))
