@@ -219,6 +219,18 @@ TEST_F(FleetTool, LogShowAndUndo)
         run("log /etc/hostname"));
 }
 
+TEST_F(FleetTool, LogPrintsNoControlCharacters)
+{
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener port 2"));
+    // Another program has written this entry.
+    std::string const entry = "/zfleet/6/cfg/gateway/log/0000000000000001";
+    cluster_.put(entry,
+                 "generation 1\nid x\nbase 2\nhost h\033[2J\nuser u\r\ntime 1\nreason \a!\n"
+                 "omitted 1\n\n");
+    EXPECT_EQ("1  1970-01-01T00:00:01Z  u?@h?[2J  ?!  (contents too large for the log)\n(0)",
+              run("log etcd://test/gateway"));
+}
+
 TEST_F(FleetTool, PushReplacesTheTextAndPrintsTheDifference)
 {
     // Lines stay byte for byte.

@@ -161,7 +161,7 @@ std::string formatGeneration(ZFleetGeneration_6_0 const& entry, std::string cons
     if (format == "lines")
         return number + '\t' + time + '\t' + escapeField(host) + '\t' + escapeField(user) + '\t' +
                escapeField(reason);
-    return number + "  " + time + "  " + user + "@" + host + "  " + reason +
+    return number + "  " + time + "  " + toPrintable(user + "@" + host + "  " + reason) +
            (entry.isOmitted() != 0 ? "  (contents too large for the log)" : "");
 }
 
