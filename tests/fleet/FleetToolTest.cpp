@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -229,6 +230,25 @@ TEST_F(FleetTool, LogPrintsNoControlCharacters)
                  "omitted 1\n\n");
     EXPECT_EQ("1  1970-01-01T00:00:01Z  u?@h?[2J  ?!  (contents too large for the log)\n(0)",
               run("log etcd://test/gateway"));
+}
+
+// The configuration has rights in the cluster; a new copy of it has them for one user.
+TEST_F(FleetTool, PulledFileWithObfuscatedValuesIsReadableForItsOwnerOnly)
+{
+    std::string const secret = file_.directory().write("secret", "swordfish");
+    std::string const copy = file_.directory().at("copy.conf");
+    std::string const pull = "umask 022; " ZFLEET_TOOL " pull -q etcd://test/gateway " + copy;
+    struct stat status {};
+    EXPECT_EQ(0, system(pull.c_str()));
+    EXPECT_EQ(0, stat(copy.c_str(), &status));
+    EXPECT_EQ(0644u, status.st_mode & 0777);
+    remove(copy.c_str());
+    EXPECT_EQ("(0)", run("set etcd://test/gateway listener secret --obfuscated <" + secret));
+    EXPECT_EQ(0, system(pull.c_str()));
+    for (std::string const& path : {copy, copy + ".obf"}) {
+        EXPECT_EQ(0, stat(path.c_str(), &status));
+        EXPECT_EQ(0600u, status.st_mode & 0777) << path;
+    }
 }
 
 TEST_F(FleetTool, PushReplacesTheTextAndPrintsTheDifference)

@@ -4,6 +4,7 @@
 #include <Z/lines/unified_diff.h>
 #include <errno.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <map>
@@ -306,6 +307,9 @@ int runPull(Request const& request)
         throw UsageError{"FILE is not the path of a file"};
     Side before;
     bool isNew = false;
+    // A user who cannot read the configuration in the cluster should not read a new copy.
+    if (!theirs.contents.hidden.empty())
+        umask(S_IRWXG | S_IRWXO);
     Request change = request;
     change.create = true;
     auto const read = [&](EditedFile& file) {
