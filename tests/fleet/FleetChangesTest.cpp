@@ -233,7 +233,7 @@ TEST_F(FleetChanges, UnchangedConfigurationIsWatchedAfterACompaction)
     cluster_.put("/other", "2");
     cluster_.compact();
     ZFleetProperties_6_0 store(kPath, 1);
-    store.setValue("s", "y", "2");  // with unsaved changes, nothing is taken in
+    store.setValue("s", "y", "2");  // with unsaved changes, the store ignores hints
     for (size_t const watches : {1, 3}) {
         store.descriptor();
         EXPECT_FALSE(waitForChange(store, std::chrono::milliseconds(1500)));

@@ -58,7 +58,7 @@ void fault(Shared& shared, std::string const& what)
         std::snprintf(shared.firstFault, sizeof shared.firstFault, "%s", what.c_str());
 }
 
-// Returns whether a process ends: its locks are released a little before it is seen to be dead.
+// Returns whether a process ends. The kernel releases its locks a little before its state changes.
 bool ends(pid_t process)
 {
     std::string const path = "/proc/" + std::to_string(process) + "/stat";

@@ -88,7 +88,7 @@ struct Document {
     // Whether entries are below gaps: isBelowGap has a meaning.
     bool hasGaps = false;
 
-    // Whether each stanza of the text that is wanted has its name there, or its old name.
+    // Whether stanzas that stay have their present or old names in the text.
     bool hasOldNames = false;
 
     // Whether a stanza of the text that is not wanted is renamed if a new stanza at its index has
