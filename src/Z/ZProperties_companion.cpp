@@ -27,6 +27,8 @@ std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
 std::string ZProperties_6_0::Rep::companionPath(ZProperties_6_0 const& store)
 {
     std::string const entry = companionEntry(store);
+    if (entry.empty())
+        return store.cache_->companionFile().getChars();
     // Trimmed, as if it were read back from the text.
     std::string_view const path = zstanza::WhitespaceTable().trim(entry);
     return path.empty() ? store.cache_->companionFile().getChars() : std::string(path);
