@@ -122,7 +122,7 @@ TEST_F(ZJournaledFileFailures, FailureReportsFileAndCallAndLeavesTheOldPair)
         {"ftruncate", "conf", kLong, kShort, "conf", "ftruncate()"},
         {"futimens", "conf", kShort, otherCompanion, "conf", "futimens()"},
         {"fdatasync", "conf", kShort, kLong, "conf", "fdatasync()", 2},
-        {"fstat", "conf", kShort, kLong, "conf", "fstat()", 5},  // after the rewrite
+        {"fstat", "conf", kShort, kLong, "conf", "fstat()", 4},  // after the rewrite
         {"rename", ".conf.obf.new", kShort, kLong, "conf.obf", "rename()"},
         {"unlink", "conf.obf", kLong, kPlain, "conf.obf", "unlink()"},
         {"fstat", ".conf.obf.new", kShort, kLong, "conf.obf", "fstat()", 2},

@@ -5,7 +5,6 @@
 #include <linux/fs.h>
 #include <linux/magic.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <sys/vfs.h>
 
 #include "system_calls.h"
@@ -26,10 +25,9 @@ FileSystemTraits::FileSystemTraits(int fd)
     syncsDirectoryEntry = overwritesInPlace || system.f_type == BTRFS_SUPER_MAGIC;
 }
 
-int flushBeforeLaterSyncs(int fd, dev_t disk)
+int flushBeforeLaterSyncs(int fd, bool isOnSameDisk)
 {
-    struct stat status;
-    if (fstat(fd, &status) != 0 || status.st_dev != disk || !FileSystemTraits(fd).overwritesInPlace)
+    if (!isOnSameDisk || !FileSystemTraits(fd).overwritesInPlace)
         return syncContents(fd);
     // A later sync flushes the cache of the disk.
     return retryOnEintr([fd] {

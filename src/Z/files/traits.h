@@ -1,8 +1,6 @@
 // traits: guarantees of a file system that save waits for the disk.
 #pragma once
 
-#include <sys/types.h>
-
 namespace zfiles {
 
 struct FileSystemTraits {
@@ -13,8 +11,8 @@ struct FileSystemTraits {
 };
 
 /// Waits until the contents are at least in the cache of the disk, so that every later sync of a
-/// file on `disk` makes them durable. Returns 0 or an errno. If the file is on another disk, for
-/// example because it is mounted over a file, this waits until they are durable.
-int flushBeforeLaterSyncs(int fd, dev_t disk);
+/// file on that disk makes them durable. Returns 0 or an errno. If the later syncs are on another
+/// disk, for example because the file is mounted over a file, this waits until they are durable.
+int flushBeforeLaterSyncs(int fd, bool isOnSameDisk);
 
 }  // namespace zfiles

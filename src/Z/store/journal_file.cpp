@@ -18,6 +18,7 @@ namespace zstore {
 namespace {
 
 constexpr size_t kPieceSize = 512 << 10;  // bytes of a journal that one call writes
+constexpr size_t kMaxGathered = 4096;     // bytes of small parts that one call writes
 constexpr int kMaxOrphans = 10000;
 
 // Overwrites the checksum of a journal, and waits until every later sync of a file on `disk` makes
@@ -32,7 +33,7 @@ int overwriteChecksum(int fd, dev_t disk)
     if (end > 0)
         if (int const error = writeAllAt(fd, {kZeros, sizeof kZeros}, end))
             return error;
-    return flushBeforeLaterSyncs(fd, disk);
+    return flushBeforeLaterSyncs(fd, status.st_dev == disk);
 }
 
 // Invalidates the file `expected`, if it still has its name. It is opened through the table of open
@@ -179,6 +180,13 @@ int JournalFile::create()
 
 int JournalFile::append(std::string_view bytes)
 {
+    if (gathered_.size() + bytes.size() <= kMaxGathered) {
+        crc_ = checksum(bytes, crc_);
+        gathered_ += bytes;
+        return 0;
+    }
+    if (int const error = writeGathered())
+        return error;
     while (!bytes.empty()) {
         std::string_view const piece = bytes.substr(0, kPieceSize);
         crc_ = checksum(piece, crc_);
@@ -194,7 +202,15 @@ int JournalFile::append(std::string_view bytes)
 
 int JournalFile::finish()
 {
-    return writeAll(fd_.get(), Journal::trailer(crc_));
+    gathered_ += Journal::trailer(crc_);
+    return writeGathered();
+}
+
+int JournalFile::writeGathered()
+{
+    int const error = writeAll(fd_.get(), gathered_);
+    gathered_.clear();
+    return error;
 }
 
 // If another file has replaced ours, its writer uses the same names. So only the journal of this

@@ -73,6 +73,7 @@ public:
     // Writing: each returns 0 or an errno.
     int create();
     int descriptor() const { return fd_.get(); }
+    dev_t disk() const { return status_.st_dev; }
     int append(std::string_view bytes);
     int finish();   // writes the checksum
     int publish();  // renames it to its name
@@ -90,6 +91,7 @@ public:
 
 private:
     int removeOwn() const;
+    int writeGathered();
 
     Directory const& directory_;
     std::string const name_;
@@ -98,6 +100,7 @@ private:
     struct stat status_ = {};
     struct stat replaceable_ = {};
     uint32_t crc_ = 0;
+    std::string gathered_;  // small parts that are not written yet
     bool isPublished_ = false;
 };
 

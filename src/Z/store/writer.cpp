@@ -171,7 +171,8 @@ bool Writer::isAsWanted() const
 int Writer::syncUnchangedCompanion(bool& isNameSynced) const
 {
     int const fd = companionFile_.descriptor();
-    if (int const error = flushBeforeLaterSyncs(fd, file_.status.st_dev))
+    if (int const error =
+            flushBeforeLaterSyncs(fd, oldAccess_.status().st_dev == file_.status.st_dev))
         return error;
     isNameSynced =
         FileSystemTraits(fd).syncsDirectoryEntry || companion_->directory().sync(fd) == 0;
@@ -223,9 +224,8 @@ int Writer::writeJournalContents()
     if (int const error = access_.copyTo(fd, owned))
         return fail(FailedCall::fchmod, temporaryJournalPath_, error);
     // Data that another program wrote and did not sync must be durable before it is overwritten.
-    struct stat status;
-    dev_t const disk = fstat(fd, &status) == 0 ? status.st_dev : kNoDisk;
-    if (int const error = flushBeforeLaterSyncs(file_.fd, disk))
+    bool const isOnSameDisk = file_.status.st_dev == journal_.disk();
+    if (int const error = flushBeforeLaterSyncs(file_.fd, isOnSameDisk))
         return fail(FailedCall::fdatasync, file_.path, error);
 
     Journal journal;
