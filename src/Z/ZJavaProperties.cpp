@@ -417,7 +417,7 @@ void ZJavaProperties_6_0::Rep::Reading::reserve(std::string_view text)
         entries += !isContinued && !isLineEnd(sample[end + 1]) && !isComment(sample[end + 1]);
     }
     size_t const expected =
-        std::min(text.size() / kSample * (entries + entries / 16 + 1), text.size() / kMinLineSize);
+        std::min(text.size() * (entries + entries / 16 + 1) / kSample, text.size() / kMinLineSize);
     try {
         rep_.entries.reserveAll(static_cast<uint32_t>(std::min<size_t>(expected, UINT32_MAX)));
     } catch (ZOutOfMemoryException_6_0 const&) {
