@@ -33,7 +33,8 @@ void checkKind(Store const& store, Request const& request)
                                        "remove the key with 'zstz unset'"}};
 }
 
-void throwCountRefusal(Request const& request, std::string const& values, std::string const& remedy)
+[[noreturn]] void throwCountRefusal(Request const& request, std::string const& values,
+                                    std::string const& remedy)
 {
     throw Failure{
         exitRefused,
@@ -302,6 +303,34 @@ bool setAfterReset(EditedFile& file, Request const& request, std::vector<std::st
     return true;
 }
 
+// Returns the index of the value that the request names by its text or its number.
+size_t chosenIndex(Store const& store, Request const& request,
+                   std::vector<std::string> const& values)
+{
+    requireKey(store, request);
+    size_t const index = request.hasOldValue ? indexOf(store, values, request.oldValue, request)
+                                             : numberedIndex(store, values, request);
+    if (countsOnce(store, request.key) && index != validIndex(store, values))
+        noteValidLine(store, values, request);
+    return index;
+}
+
+// Refuses to replace all values of a key by a single one.
+[[noreturn]] void refuseSingleValue(Store const& store, Request const& request,
+                                    std::vector<std::string> const& values)
+{
+    size_t const count = countingValuesOf(store, request.stanza, request.key).size();
+    bool const replacesReset = request.value.empty() && count < values.size();
+    throwCountRefusal(request,
+                      formatCount(count, "value", "values") +
+                          (replacesReset ? " below the empty value, which resets those above" : ""),
+                      std::string("replace ") +
+                          (replacesReset ? "all lines"
+                           : count == 2  ? "both"
+                                         : "all") +
+                          ", --old or --nth to replace one, or use 'zstz add'");
+}
+
 }  // namespace
 
 void applySet(EditedFile& file, Request const& request)
@@ -319,12 +348,7 @@ void applySet(EditedFile& file, Request const& request)
     checkKind(store, request);
     std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
     if (request.hasOldValue || !request.nth.empty()) {
-        requireKey(store, request);
-        size_t const index = request.hasOldValue ? indexOf(store, values, request.oldValue, request)
-                                                 : numberedIndex(store, values, request);
-        if (countsOnce(store, request.key) && index != validIndex(store, values))
-            noteValidLine(store, values, request);
-        values[index] = request.value;
+        values[chosenIndex(store, request, values)] = request.value;
         file.willChange(request.stanza, request.key, false);
         if (values.size() > 1)
             return setValues(store, request, values);
@@ -335,17 +359,7 @@ void applySet(EditedFile& file, Request const& request)
     } else if (setAfterReset(file, request, values)) {
         return;
     } else if (values.size() > 1 && !request.all) {
-        size_t const count = countingValuesOf(store, request.stanza, request.key).size();
-        bool const replacesReset = request.value.empty() && count < values.size();
-        throwCountRefusal(
-            request,
-            formatCount(count, "value", "values") +
-                (replacesReset ? " below the empty value, which resets those above" : ""),
-            std::string("replace ") +
-                (replacesReset ? "all lines"
-                 : count == 2  ? "both"
-                               : "all") +
-                ", --old or --nth to replace one, or use 'zstz add'");
+        refuseSingleValue(store, request, values);
     }
     std::optional<NewLine> newLine;
     if (store.exists(request.stanza.c_str(), request.key.c_str()) == 0)

@@ -444,6 +444,25 @@ bool replaceContinued(SwitchedDialect const& dialect, std::string_view text, Lin
     return true;
 }
 
+// Stores the change of a value of multiple lines that keeps its unchanged lines or words. Returns
+// false if the value has a single line, or keeps none.
+bool replaceInLines(SwitchedDialect const& dialect, std::string_view text, Line const& line,
+                    ValueLines& lines, std::string_view value,
+                    ContinuedValue::Comparison comparison, Replacement& change)
+{
+    std::string_view const spelled = slice(text, line.valueBegin, line.valueEnd);
+    if (line.kind != zlines::valueLine || spelled.find('\n') == spelled.npos)
+        return false;
+    Switches const& switches = dialect.switches();
+    std::string space;
+    std::string_view const before = dialect.value(text, line, space);
+    if (switches.join & joinIndented)
+        return isPlainSafe(switches, value, {}) &&
+               replaceIndented(text, line, lines, before, value, change);
+    return replaceQuoted(switches, text, line, lines.ending(), before, value, change) ||
+           replaceContinued(dialect, text, line, before, value, comparison, change);
+}
+
 // Returns the change that removes the name of a header or key. The comments inside a name that
 // continues are above its line then.
 Replacement withoutName(SwitchedDialect const& dialect, std::string_view text, Line const& line)
@@ -614,17 +633,9 @@ std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, 
     if (form == Form::unchangedLines || form == Form::unchangedWords) {
         auto const comparison =
             form == Form::unchangedLines ? ContinuedValue::byLines : ContinuedValue::byWords;
-        if (line.kind != zlines::valueLine || spelled.find('\n') == spelled.npos)
+        if (!replaceInLines(*this, text, line, lines, value, comparison, change))
             return {};
-        std::string space;
-        std::string_view const before = this->value(text, line, space);
-        bool const isReplaced =
-            switches_.join & joinIndented
-                ? isPlainSafe(switches_, value, {}) &&
-                      replaceIndented(text, line, lines, before, value, change)
-                : replaceQuoted(switches_, text, line, lines.ending(), before, value, change) ||
-                      replaceContinued(*this, text, line, before, value, comparison, change);
-        return isReplaced ? std::optional(std::move(change)) : std::nullopt;
+        return change;
     }
     std::string const comments = lines.comments();
     std::string const below = lines.passedOver();
