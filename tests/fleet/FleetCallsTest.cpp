@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "LoopbackSocket.h"
+#include "ScriptedClock.h"
 #include "ScriptedServer.h"
 #include "transport/cluster.h"
 #include "transport/failure.h"
@@ -172,6 +173,22 @@ TEST(FleetCalls, PassingStatusThatLastsFailsAfterTheBudget)
         EXPECT_EQ(failure("Range", c.error), seen);
         EXPECT_LE(2u, server.count("Range"));
     }
+}
+
+// The longest pauses are 5, 10, 20, ... 320 ms and then 400 ms each; the shortest have half of the
+// time. So 31 to 56 pauses fill the budget. Without pauses, the last reply would arrive.
+TEST(FleetCalls, CallsThatFailAtOnceAreRepeatedAfterPauses)
+{
+    ScriptedClock const clock(ScriptedClock::stepped);
+    ScriptedServer server;
+    std::vector<Reply> replies(1000, {statusUnavailable, "not now"});
+    replies.push_back({0, rangeReply("k", "value")});
+    server.script("Range", replies);
+    Cluster cluster(settingsFor({server.address()}));
+    EXPECT_EQ(failure("Range", ETIMEDOUT), readValue(cluster, std::chrono::seconds(10)));
+    EXPECT_EQ(std::chrono::seconds(10), ScriptedClock::elapsed());
+    EXPECT_LE(31u, server.count("Range"));
+    EXPECT_GE(56u, server.count("Range"));
 }
 
 TEST(FleetCalls, MissingReplyEndsAtTheDeadlineAndIsRetried)
