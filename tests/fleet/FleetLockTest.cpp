@@ -5,9 +5,12 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -96,19 +99,31 @@ protected:
     // Expects that the lock is free, and works.
     void expectFree(Lock& lock) const
     {
-        EXPECT_EQ(kUnset, lock.getLockState());
+        ASSERT_EQ(kUnset, lock.getLockState());
+        ASSERT_EQ(0, lock.getReaderCount());
         EXPECT_EQ(0, lock.token());
         EXPECT_EQ(0, lock.remaining());
-        EXPECT_EQ(0, lock.getReaderCount());
         EXPECT_EQ(0u, entries());
         lock.setPatience(0);
         for (State const state : {kRead, kWrite}) {
-            elsewhere([&] {
+            elsewhereInTime([&] {
                 lock.lock(state);
                 lock.unlock(0);
             });
         }
         lock.setPatience(-1);
+    }
+
+    // Runs an action in another thread. Calls have no time limit here, so a call without a reply
+    // never ends, and its thread ends only with the program.
+    static void elsewhereInTime(std::function<void()> const& action)
+    {
+        std::future<void> done = std::async(std::launch::async, action);
+        if (done.wait_for(kHangs) != std::future_status::ready) {
+            ADD_FAILURE() << "the cluster does not reply to a call for the lock";
+            abort();
+        }
+        done.get();
     }
 
     template <class Call>
