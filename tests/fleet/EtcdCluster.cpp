@@ -74,12 +74,17 @@ std::vector<std::string> EtcdCluster::endpoints() const
     return all;
 }
 
+std::string EtcdCluster::members() const
+{
+    std::string all;
+    for (unsigned i = 0; i < size(); ++i)
+        all += (i == 0 ? "" : ",") + nameOf(i) + "=" + url(nodes_[i].host, nodes_[i].peerPort);
+    return all;
+}
+
 // Short timers: an election ends within a second.
 std::vector<std::string> EtcdCluster::commandFor(unsigned node) const
 {
-    std::string members;
-    for (unsigned i = 0; i < size(); ++i)
-        members += (i == 0 ? "" : ",") + nameOf(i) + "=" + url(nodes_[i].host, nodes_[i].peerPort);
     std::string client = url(nodes_[node].host, nodes_[node].clientPort);
     if (!clients_.ca.empty())
         client.insert(4, "s");
@@ -91,7 +96,7 @@ std::vector<std::string> EtcdCluster::commandFor(unsigned node) const
                                      "--advertise-client-urls=" + client,
                                      "--listen-peer-urls=" + peer,
                                      "--initial-advertise-peer-urls=" + peer,
-                                     "--initial-cluster=" + members,
+                                     "--initial-cluster=" + members(),
                                      "--initial-cluster-token=" + directory_.path(),
                                      "--heartbeat-interval=20",
                                      "--election-timeout=200"};
@@ -206,6 +211,26 @@ bool EtcdCluster::hasEnded(unsigned node)
     if (process != 0 && waitpid(process, nullptr, WNOHANG) == process)
         process = 0;
     return process == 0;
+}
+
+std::string EtcdCluster::backUp() const
+{
+    std::string const backup = directory_.at("backup.db");
+    control("snapshot save " + backup);
+    return backup;
+}
+
+void EtcdCluster::restore(std::string const& backup, bool keepsId)
+{
+    kill(0);
+    std::string const data = directory_.at(nameOf(0));
+    std::filesystem::remove_all(data);
+    control("snapshot restore " + backup + " --name=" + nameOf(0) + " --data-dir=" + data +
+            " --initial-advertise-peer-urls=" + url(nodes_[0].host, nodes_[0].peerPort) +
+            " --initial-cluster=" + members() + " --initial-cluster-token=" + directory_.path() +
+            (keepsId ? "" : "-restored"));
+    start(0);
+    waitUntilReady();
 }
 
 bool EtcdCluster::isReady(unsigned node) const

@@ -65,6 +65,13 @@ public:
     /// Returns whether a node has ended itself.
     bool hasEnded(unsigned node);
 
+    /// Saves a backup of a cluster of one node. Returns its path.
+    std::string backUp() const;
+
+    /// Replaces the data of a cluster of one node by a backup. If `keepsId` is not set, the cluster
+    /// gets another id.
+    void restore(std::string const& backup, bool keepsId);
+
     /// Waits until every running node replies.
     void waitUntilReady();
 
@@ -87,6 +94,7 @@ private:
         bool hasDisk = false;  // of its own
     };
 
+    std::string members() const;
     std::vector<std::string> commandFor(unsigned node) const;
     bool isReady(unsigned node) const;
 

@@ -83,9 +83,7 @@ void Lease::require(std::string const& key, Budget& budget)
 Lease::State Lease::grant(std::string const& key, Budget& budget)
 {
     for (;;) {
-        if (cluster_.term() == 0)
-            cluster_.read({key}, budget);
-        uint64_t const term = cluster_.term();
+        uint64_t const term = cluster_.read({key}, budget).header.term;
         LeaseResult const granted = cluster_.grantLease(cluster_.settings().leaseSeconds, budget);
         if (granted.header.term == term)
             return {granted.id, granted.sentAt, granted.seconds, term};
@@ -95,13 +93,13 @@ Lease::State Lease::grant(std::string const& key, Budget& budget)
     }
 }
 
-// Returns the lease to which the key will be moved. An earlier attempt may still be executed: a
-// repetition has the same lease.
-Lease::State Lease::successorFor(std::string const& key, Budget& budget)
+// Returns the lease of a term to which the key will be moved. An earlier attempt may still be
+// executed: a repetition has the same lease.
+Lease::State Lease::successorFor(std::string const& key, uint64_t term, Budget& budget)
 {
     {
         std::lock_guard<std::mutex> const guard(mutex_);
-        if (successor_.remaining() > 0 && successor_.term == cluster_.term())
+        if (successor_.remaining() > 0 && successor_.term == term)
             return successor_;
     }
     State const granted = grant(key, budget);
@@ -110,11 +108,11 @@ Lease::State Lease::successorFor(std::string const& key, Budget& budget)
     return granted;
 }
 
-// Moves a key of the lease to a new lease. Returns false if the key has ended, or belongs to a
-// third lease.
-bool Lease::move(KeyValue const& entry, Budget& budget)
+// Moves a key of the lease to a new lease of the present term. Returns false if the key has ended,
+// or belongs to a third lease.
+bool Lease::move(KeyValue const& entry, uint64_t term, Budget& budget)
 {
-    State const successor = successorFor(entry.key, budget);
+    State const successor = successorFor(entry.key, term, budget);
     Transaction transaction;
     transaction.conditions = {
         {entry.key, Condition::createRevision, Condition::equal, entry.createRevision},
@@ -167,7 +165,7 @@ Lease::Renewal Lease::renew(std::string const& key, Budget& budget)
         }
         if (isValid && !isOwn)
             return {false, 0};
-        if (isValid && move(read.entries[0], budget))
+        if (isValid && move(read.entries[0], read.header.term, budget))
             return {true, createdAt};
         // The key of a lease ends with the lease. A new leader may not know the lease yet.
         if (renewed.seconds == 0 && !isOwn) {

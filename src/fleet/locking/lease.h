@@ -75,8 +75,8 @@ private:
     void record(State const& state);
     void forget(int64_t id);
     State grant(std::string const& key, Budget& budget);
-    State successorFor(std::string const& key, Budget& budget);
-    bool move(KeyValue const& entry, Budget& budget);
+    State successorFor(std::string const& key, uint64_t term, Budget& budget);
+    bool move(KeyValue const& entry, uint64_t term, Budget& budget);
     bool isMoved(RangeResult const& read);
 
     ClusterInterface& cluster_;

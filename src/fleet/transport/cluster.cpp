@@ -24,10 +24,9 @@ bool isMetadata(std::string const& token)
                        [](unsigned char byte) { return byte >= ' ' && byte < 127; });
 }
 
-template <class Number>
-void raise(std::atomic<Number>& highest, Number number)
+void raise(std::atomic<int64_t>& highest, int64_t number)
 {
-    Number known = highest;
+    int64_t known = highest;
     while (known < number && !highest.compare_exchange_weak(known, number)) {
     }
 }
@@ -112,7 +111,6 @@ void Cluster::recognise(char const* method, Header const& header, int64_t earlie
         throw CallError{nameOfMethod(method), EREMCHG, isDoubtful,
                         "the cluster is in an earlier state than before"};
     raise(revision_, header.revision);
-    raise(term_, header.term);
 }
 
 void Cluster::dropToken(std::string const& token)

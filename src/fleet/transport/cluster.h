@@ -25,7 +25,6 @@ public:
     Settings const& settings() const override { return settings_; }
     uint64_t id() const override { return id_; }
     int64_t revision() const override { return revision_; }
-    uint64_t term() const override { return term_; }
     RangeResult read(Range const& range, Budget& budget) override;
     TransactionResult commit(Transaction const& transaction, Repetition repetition,
                              Budget& budget) override;
@@ -64,7 +63,6 @@ private:
     std::atomic<unsigned> current_;                   // the endpoint of the next call
     std::atomic<uint64_t> id_{0};                     // of the cluster; 0: no reply yet
     std::atomic<int64_t> revision_{0};                // the highest of all replies
-    std::atomic<uint64_t> term_{0};                   // the highest of all replies
     std::mutex mutex_;
     std::string token_;        // guarded by mutex_; empty: authenticate first
     bool hasNoUsers_ = false;  // guarded by mutex_; the cluster works without users

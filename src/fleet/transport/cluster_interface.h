@@ -28,9 +28,6 @@ public:
     virtual uint64_t id() const = 0;
     virtual int64_t revision() const = 0;
 
-    /// Returns the highest term of all replies; 0 before the first.
-    virtual uint64_t term() const = 0;
-
     /// Reads keys.
     /// throws  CallError.
     virtual RangeResult read(Range const& range, Budget& budget) = 0;
