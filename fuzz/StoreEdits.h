@@ -660,11 +660,12 @@ private:
         auto [newLines, newComments] = linesOf(now, after);
         expect(lines == newLines, after, "a comment changes no other line");
         for (std::string const& line : dialect_model::splitLines(old)) {
-            // A store has comments without the spaces at their ends.
+            // A store has comments without the spaces at their ends, so several can be equal.
             auto const found =
                 std::find_if(comments.begin(), comments.end(), [&](std::string const& comment) {
                     return withoutBlanksAtEnd(comment) ==
-                           withoutBlanksAtEnd(withoutIndentation(line));
+                               withoutBlanksAtEnd(withoutIndentation(line)) &&
+                           newComments.count(comment) < comments.count(comment);
                 });
             if (found != comments.end())
                 comments.erase(found);
