@@ -5,6 +5,7 @@
 #include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <memory>
 #include <string>
@@ -91,6 +92,14 @@ protected:
         ZFleetProperties_6_0 store(kPath, 1);
         store.setValue("s", key, value);
         store.store(nullptr);
+    }
+
+    // Waits until the store has taken in a change.
+    static void takeChange(ZFleetProperties_6_0& store)
+    {
+        pollfd wait{store.descriptor(), POLLIN, 0};
+        while (store.processChanges() == 0)
+            poll(&wait, 1, 1000);
     }
 
     // The request for the first entries of the log.
@@ -317,6 +326,35 @@ TEST_F(FleetHistory, LoadAfterAnUnknownOutcomeEndsTheUndo)
     store.undo(nullptr, 0);  // of the undo
     EXPECT_EQ("3", value(store, "x"));
     EXPECT_EQ(5u, store.generation());
+}
+
+TEST_F(FleetHistory, ChangeThatIsTakenInEndsTheUndo)
+{
+    for (bool const isExecuted : {true, false}) {
+        SCOPED_TRACE(isExecuted);
+        storeGenerationsAgain(3);
+        ZFleetProperties_6_0 store(kPath, 1);
+        undoWithoutOutcome(store, isExecuted);
+        storeElsewhere("y", "7");
+        takeChange(store);
+        EXPECT_EQ("7", value(store, "y"));
+        store.undo(nullptr, 0);  // of the other program's change
+        EXPECT_EQ(isExecuted ? "\n[s]\ny = 1\nx = 2\n" : "\n[s]\ny = 1\nx = 3\n",
+                  cluster_.get(kText));
+    }
+}
+
+// The keeper of a program may take the outcome in before the program repeats the undo.
+TEST_F(FleetHistory, OutcomeThatIsTakenInDoesNotEndTheUndo)
+{
+    storeGenerations(3);
+    ZFleetProperties_6_0 store(kPath, 1);
+    undoWithoutOutcome(store, true);
+    takeChange(store);
+    EXPECT_EQ("2", value(store, "x"));
+    store.undo(nullptr, 0);
+    EXPECT_EQ("2", value(store, "x"));
+    EXPECT_EQ(4u, store.generation());
 }
 
 // A node that is not trustworthy can promise further entries without an end.

@@ -132,8 +132,22 @@ void Session::accept(char const* path, Loaded loaded, std::optional<Contents> or
     revision_ = source.guard.textRevision;
     generation_ = source.guard.metadata().generation;
     source.isOffline = loaded.isOffline;
+    auto const undo = undos_.find(path);
+    if (undo != undos_.end() && undo->second.isFollowedBy(source.guard))
+        undos_.erase(undo);
     keepReplica(path, source);
     record(path, std::move(source));
+}
+
+// Returns whether another program has changed the configuration after the undo: `present` is
+// neither the state that the undo replaces nor its result.
+bool Session::Undo::isFollowedBy(Snapshot const& present) const
+{
+    bool const isResult = std::any_of(
+        source.doubts.begin(), source.doubts.end(),
+        [&, id = present.metadata().id](auto const& doubt) { return doubt.attempt.id == id; });
+    bool const isByHand = present.revision() != present.metaRevision;
+    return !source.guard.hasVersionOf(present) && (!isResult || isByHand);
 }
 
 // Returns the replica for a load that has failed with `error`. Rethrows it without a replica.

@@ -103,7 +103,8 @@ public:
 
     /// Undoes the change that a generation made, 0 is the latest: merges it back into the present
     /// contents, and writes the result. After an unknown outcome, a call for the same generation or
-    /// for 0 continues the undo, until the session loads or stores the configuration.
+    /// for 0 continues the undo, until the session loads or stores the configuration, or accepts a
+    /// change by another program.
     /// throws  as contentsOf() and store().
     Contents undo(char const* path, uint64_t generation, ZSCFData_6_0 const& prototype);
 
@@ -146,6 +147,8 @@ private:
         uint64_t generation;
         SharedContents before;  // the contents before the generation
         Source source;          // its origin: the contents of the generation
+
+        bool isFollowedBy(Snapshot const& present) const;
     };
 
     // A store that is being made.
