@@ -1,17 +1,23 @@
 // The log of a configuration: its generations, and undoing their changes.
+#include <Sanitizers.h>
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZFleetProperties.h>
 #include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <poll.h>
+#include <stdio.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "FleetFile.h"
 #include "ModelCluster.h"
+#include "configuration/metadata.h"
 
 namespace {
 
@@ -100,6 +106,19 @@ protected:
         pollfd wait{store.descriptor(), POLLIN, 0};
         while (store.processChanges() == 0)
             poll(&wait, 1, 1000);
+    }
+
+    // Adds generations with large contents to the log, as another host does.
+    void logLargeGenerations(unsigned count)
+    {
+        zfleet::LogEntry entry;
+        entry.text.assign(size_t{1} << 20, 'x');
+        for (unsigned i = 1; i <= count; ++i) {
+            entry.metadata.generation = i;
+            char key[64];
+            snprintf(key, sizeof key, "/zfleet/6/cfg/gateway/log/%016x", i);
+            cluster_.put(key, format(entry, entry.text.size()));
+        }
     }
 
     // The request for the first entries of the log.
@@ -355,6 +374,36 @@ TEST_F(FleetHistory, OutcomeThatIsTakenInDoesNotEndTheUndo)
     store.undo(nullptr, 0);
     EXPECT_EQ("2", value(store, "x"));
     EXPECT_EQ(4u, store.generation());
+}
+
+TEST_F(FleetHistory, LogNeedsTheMemoryOfAFewGenerations)
+{
+    if (kHasSanitizer)
+        GTEST_SKIP() << "the allocator of a sanitizer has no mallinfo2()";
+    logLargeGenerations(60);
+    std::vector<size_t> inUse;
+    cluster_.setFault([&](auto const& request, auto const& execute) {
+        struct mallinfo2 const info = mallinfo2();
+        inUse.push_back(info.uordblks + info.hblkhd);
+        return execute(request);
+    });
+    ZFleetProperties_6_0 const store(1);
+    ZArrayList_6_0 list(4, 1);
+    store.log(kPath, list);
+    EXPECT_EQ(60u, list.size());
+    EXPECT_EQ(15u, inUse.size());  // calls
+    EXPECT_GE(inUse.front() + (size_t{4} << 20), *std::max_element(inUse.begin(), inUse.end()));
+}
+
+TEST_F(FleetHistory, LogHasAtMostAHundredGenerations)
+{
+    logLargeGenerations(110);
+    ZFleetProperties_6_0 const store(1);
+    ZArrayList_6_0 list(4, 1);
+    store.log(kPath, list);
+    ASSERT_EQ(100u, list.size());
+    EXPECT_EQ(110u, static_cast<ZFleetGeneration_6_0 const*>(list.get(0))->generation());
+    EXPECT_EQ(11u, static_cast<ZFleetGeneration_6_0 const*>(list.get(99))->generation());
 }
 
 // A node that is not trustworthy can promise further entries without an end.

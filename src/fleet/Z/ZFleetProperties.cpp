@@ -450,11 +450,11 @@ void ZFleetProperties_6_0::log(char const* path, ZArrayList_6_0& out) const
     Hold const hold(*this);
     char const* const chosen = Rep::chooseFleetPath(*this, path);
     zfleet::translateFailures(kSource, chosen, [&] {
-        for (zfleet::LoggedGeneration const& logged : rep_->session.log(chosen)) {
-            zfleet::Metadata const& metadata = logged.entry.metadata;
+        for (zfleet::LogEntry const& entry : rep_->session.log(chosen)) {
+            zfleet::Metadata const& metadata = entry.metadata;
             append(out, new ZFleetGeneration_6_0(metadata.generation, metadata.time,
                                                  metadata.host.c_str(), metadata.user.c_str(),
-                                                 metadata.reason.c_str(), logged.entry.isOmitted));
+                                                 metadata.reason.c_str(), entry.isOmitted));
         }
     });
 }

@@ -145,7 +145,7 @@ public:
     void conflicts(ZArrayList_6_0& out) const;
 
     /// Appends the generations in the log of the configuration at `path`, as ZFleetGeneration_6_0,
-    /// the latest first. Contents that were put by hand are not in the log.
+    /// the latest first, at most 100. Contents that were put by hand are not in the log.
     /// range   as load(), but not a local file.
     /// owns    `out` must own its elements; it takes over new objects.
     /// throws  as load(), but a missing configuration has an empty log;

@@ -105,25 +105,26 @@ Snapshot RemoteConfiguration::read(Budget& budget)
     return readAt(0, budget);
 }
 
-std::vector<LoggedGeneration> RemoteConfiguration::readLog(Budget& budget)
+std::vector<LogEntry> RemoteConfiguration::readLog(Budget& budget)
 {
-    std::vector<LoggedGeneration> log;
+    std::vector<LogEntry> log;
     Range range{directory_ + "log/", endOfPrefix(directory_ + "log/"), kPageSize};
     range.isDescending = true;
-    for (RangeResult page{{}, {}, true}; page.hasMore;) {
-        page = cluster_.read(range, budget);
-        bool const isEndless = page.hasMore && page.entries.empty();
+    bool hasMore = true;
+    for (size_t count = 0; hasMore && count < kMaxKeptGenerations;) {
+        RangeResult const page = cluster_.read(range, budget);
+        hasMore = page.hasMore;
+        if (hasMore && page.entries.empty())
+            throwUnrequested("Range");
         for (KeyValue const& entry : page.entries) {
             // Each entry is below the entries so far: a reply without progress could be endless.
             if (entry.key < range.key || entry.key >= range.end)
                 throwUnrequested("Range");
             range.end = entry.key;
-            LoggedGeneration generation{{}, entry.modRevision};
-            if (parseLogEntry(entry.value, generation.entry))
-                log.push_back(std::move(generation));
+            LogEntry generation;
+            if (++count <= kMaxKeptGenerations && parseLogEntry(entry.value, generation))
+                log.push_back({std::move(generation.metadata), {}, {}, generation.isOmitted});
         }
-        if (isEndless)
-            throwUnrequested("Range");
     }
     return log;
 }

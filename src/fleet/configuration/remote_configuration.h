@@ -88,9 +88,11 @@ public:
     /// throws  CallError.
     Snapshot read(Budget& budget);
 
-    /// Reads the log, the latest generation first. Entries that are damaged are left out.
+    /// Reads the latest kMaxKeptGenerations entries of the log, without their contents, the latest
+    /// first. Entries that are damaged are left out.
     /// throws  CallError.
-    std::vector<LoggedGeneration> readLog(Budget& budget);
+    /// cost    the memory of a few entries at a time.
+    std::vector<LogEntry> readLog(Budget& budget);
 
     /// Reads a generation of the log; none if the log does not have it.
     /// throws  CallError.

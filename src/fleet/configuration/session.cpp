@@ -374,7 +374,7 @@ Session::Stored Session::write(Target& target, Operation& operation, Source& sou
     throw CallError{"Txn", EAGAIN, false, "other programs store all the time"};
 }
 
-std::vector<LoggedGeneration> Session::log(char const* path)
+std::vector<LogEntry> Session::log(char const* path)
 {
     Target target(path);
     return target.remote.readLog(target.budget);

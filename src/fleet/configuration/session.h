@@ -92,9 +92,10 @@ public:
     /// Without this call, the next store merges them again.
     void acceptMerge(char const* path);
 
-    /// Returns the log of the configuration at `path`, the latest generation first.
+    /// Returns the log of the configuration at `path`, without contents, the latest generation
+    /// first.
     /// throws  as load().
-    std::vector<LoggedGeneration> log(char const* path);
+    std::vector<LogEntry> log(char const* path);
 
     /// Returns the contents that a generation of the configuration had.
     /// throws  ZPropertiesIOException_6_0 with "log" and ENOENT if the log does not have them; as

@@ -21,7 +21,6 @@ enum RaiseSite { raiseForMissingKey = 1, raiseForValue, raiseForCertificate };
 
 constexpr unsigned kMaxMilliseconds = 3600'000;
 constexpr unsigned kMaxSeconds = 86'400;
-constexpr unsigned kMaxKept = 100;  // a store removes the oldest ones in its transaction
 
 class Reader {
 public:
@@ -199,7 +198,8 @@ Settings readSettings(std::string const& fleet)
         static_cast<unsigned>(
             std::chrono::duration_cast<std::chrono::seconds>(settings.lookInterval).count())));
     settings.leaseSeconds = reader.number("lease", 1, kMaxSeconds, settings.leaseSeconds);
-    settings.keptGenerations = reader.number("keep", 1, kMaxKept, settings.keptGenerations);
+    settings.keptGenerations =
+        reader.number("keep", 1, kMaxKeptGenerations, settings.keptGenerations);
     return settings;
 }
 

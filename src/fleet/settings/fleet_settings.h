@@ -12,6 +12,10 @@
 
 namespace zfleet {
 
+/// The most generations that the log of a configuration keeps. A store removes the oldest ones in
+/// its transaction.
+inline constexpr unsigned kMaxKeptGenerations = 100;
+
 struct Settings {
     std::string fleet;
     std::vector<std::string> endpoints;  // "host:port"
