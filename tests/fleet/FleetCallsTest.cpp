@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -250,6 +251,39 @@ TEST(FleetCalls, ReplyAboveTheLimitFails)
     Cluster cluster(settingsFor({server.address()}));
     EXPECT_EQ(failure("Range", EFBIG), readValue(cluster));
     EXPECT_EQ(1u, server.count("Range"));
+}
+
+// The limit is for the expanded reply, which a node that is not trustworthy can make huge.
+TEST(FleetCalls, CompressedReplyIsNotExpanded)
+{
+    auto const peak = [] {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss;  // KiB
+    };
+    ScriptedServer server;
+    server.script("Range", {{0, std::string(1 << 20, 'x'), Reply::compressed}});
+    Settings settings = settingsFor({server.address()});
+    settings.callTimeout = std::chrono::seconds(60);  // for the compression
+    Cluster cluster(settings);
+    long const before = peak();
+    EXPECT_EQ(failure("Range", EPROTO), readValue(cluster));
+    EXPECT_GE(before + (64 << 10), peak());
+}
+
+TEST(FleetCalls, CompressedReplyOfATransactionIsDoubtful)
+{
+    ScriptedServer server;
+    server.script("Txn", {{0, transactionReply(true), Reply::compressed}});
+    Cluster cluster(settingsFor({server.address()}));
+    Budget budget(std::chrono::seconds(60));
+    try {
+        cluster.commit(putOf("k"), Repetition::isHarmless, budget);
+        FAIL() << "nothing was thrown";
+    } catch (CallError const& error) {
+        EXPECT_EQ(EPROTO, error.error);
+        EXPECT_TRUE(error.isDoubtful);
+    }
 }
 
 TEST(FleetCalls, UnguardedTransactionIsNotRepeatedAfterADoubtfulStatus)

@@ -25,10 +25,11 @@ std::string bytesOf(grpc::ByteBuffer const& buffer)
     return bytes;
 }
 
-grpc::ByteBuffer bufferOf(std::string const& bytes)
+// The copies share their memory.
+grpc::ByteBuffer bufferOf(std::string const& bytes, size_t copies = 1)
 {
-    grpc::Slice const slice(bytes);
-    return {&slice, 1};
+    std::vector<grpc::Slice> const slices(copies, grpc::Slice(bytes));
+    return {slices.data(), slices.size()};
 }
 
 }  // namespace
@@ -67,7 +68,8 @@ struct ScriptedServer::Service : grpc::CallbackGenericService {
 
 class ScriptedServer::Service::Call : public grpc::ServerGenericBidiReactor {
 public:
-    Call(Service& service, grpc::GenericCallbackServerContext& context) : service_(service)
+    Call(Service& service, grpc::GenericCallbackServerContext& context)
+        : service_(service), context_(context)
     {
         std::string const& method = context.method();
         request_.method = method.substr(method.rfind('/') + 1);
@@ -186,7 +188,12 @@ private:
             sendNext();
             return;
         }
-        out_ = bufferOf(reply_.text);
+        if (reply_.manner == Reply::compressed) {
+            context_.set_compression_algorithm(GRPC_COMPRESS_GZIP);
+            out_ = bufferOf(reply_.text, kExpansion);
+        } else {
+            out_ = bufferOf(reply_.text);
+        }
         StartWrite(&out_);
     }
 
@@ -202,6 +209,7 @@ private:
     }
 
     Service& service_;
+    grpc::GenericCallbackServerContext& context_;
     Request request_;
     Reply reply_;
     bool isRepeated_ = false;

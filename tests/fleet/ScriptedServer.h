@@ -17,7 +17,9 @@ class ScriptedServer {
 public:
     // A reply to a call: a message, or a status with another code than 0.
     struct Reply {
-        enum Manner { once, twice, late, never, withoutMessage, stream };
+        // `compressed`: the bytes kExpansion times, compressed, whether the client accepts that or
+        // not.
+        enum Manner { once, twice, late, never, withoutMessage, stream, compressed };
 
         int code = 0;
         std::string text = {};  // the message of the status, or the bytes of the reply
@@ -68,6 +70,8 @@ public:
 
     /// Returns the number of requests of a method so far.
     size_t count(std::string const& method) const;
+
+    static constexpr size_t kExpansion = 128;
 
     /// The time that a late reply waits.
     static constexpr std::chrono::milliseconds kLate{60};

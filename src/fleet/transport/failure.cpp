@@ -34,6 +34,8 @@ constexpr Row kRows[] = {
     {statusFailedPrecondition, nullptr, {EINVAL, Handling::final, false}},
     {statusAborted, nullptr, {EAGAIN, Handling::retry, true}},
     {statusOutOfRange, nullptr, {ESTALE, Handling::final, false}},
+    // This side refuses compressed replies: the request has been executed.
+    {statusUnimplemented, "ompression algorithm", {EPROTO, Handling::otherEndpoint, true}},
     {statusUnimplemented, nullptr, {EPROTO, Handling::otherEndpoint, false}},
     {statusInternal, nullptr, {EIO, Handling::retry, true}},
     {statusUnavailable, "andshake failed", {EPROTO, Handling::otherEndpoint, false}},
