@@ -3,6 +3,7 @@
 #include <Z/ZFleetConnection.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -77,6 +78,37 @@ TEST(FleetConnection, EachFaultOfTheFileNamesItsKey)
         EXPECT_EQ(c.error, openError(std::string("[test]\n") + c.lines));
     }
     EXPECT_EQ("missing endpoint", openError("[other]\nendpoint = host:2379\n"));
+}
+
+// The group may read a key of root: services share it so.
+TEST(FleetConnection, PrivateKeyThatOthersCanReadIsRefused)
+{
+    struct Case {
+        bool isOfRoot;
+        mode_t mode;
+        char const* error;
+    };
+    Case const cases[] = {
+        {false, 0600, "none"},      {false, 0400, "none"},      {false, 0640, "fstat() 1"},
+        {false, 0620, "fstat() 1"}, {false, 0604, "fstat() 1"}, {true, 0600, "none"},
+        {true, 0640, "none"},       {true, 0440, "none"},       {true, 0660, "fstat() 1"},
+        {true, 0644, "fstat() 1"},
+    };
+    TestDirectory const directory;
+    std::string const key = directory.write("host.key", "key");
+    bool const isRoot = geteuid() == 0;
+    for (Case const& c : cases) {
+        if (c.isOfRoot && !isRoot)
+            continue;
+        SCOPED_TRACE(testing::Message() << c.isOfRoot << " " << std::oct << c.mode);
+        if (isRoot) {
+            ASSERT_EQ(0, chown(key.c_str(), c.isOfRoot ? 0 : 65534, getegid()));
+        }
+        ASSERT_EQ(0, chmod(key.c_str(), c.mode));
+        EXPECT_EQ(c.error, openError("[test]\nendpoint = host:2379\nca = /etc/hostname\n"
+                                     "certificate = /etc/hostname\nkey = " +
+                                     key + "\n"));
+    }
 }
 
 TEST(FleetConnection, MissingFileOfTheFleetsIsReported)

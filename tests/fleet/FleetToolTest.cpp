@@ -166,6 +166,20 @@ TEST_F(FleetTool, FailuresNameTheirRemedy)
         run("set etcd://test/gateway listener port 2"));
 }
 
+TEST_F(FleetTool, PrivateKeyThatOthersCanReadIsRefused)
+{
+    TestDirectory const directory;
+    std::string const key = directory.write("host.key", "key");
+    ASSERT_EQ(0, chmod(key.c_str(), 0644));
+    FleetFile const file(
+        "[test]\nendpoint = 127.0.0.1:1\nca = /etc/hostname\n"
+        "certificate = /etc/hostname\nkey = " +
+        key + "\n");
+    EXPECT_EQ("zfleet: " + key + ": other users have access to this private key; run 'chmod 600 " +
+                  key + "'\n(4)",
+              run("get etcd://test/gateway s k"));
+}
+
 TEST_F(FleetTool, SetIsRepeatedIfAnotherProgramIsFaster)
 {
     cluster_.setPrelude([&] { cluster_.put(kText, "[listener]\nport = 4\n[new]\nk = v\n"); });

@@ -290,6 +290,11 @@ int runFleetStatus(Request const& request)
 Failure describeFleetError(ZPropertiesIOException_6_0 const& exception, Request const& request)
 {
     std::string const path = toStdString(exception.propFile());
+    bool const isOfKey = toStdString(exception.api()) == "fstat()" && exception.excerrno() == EPERM;
+    if (isOfKey)
+        return {exitNoAccess,
+                path,
+                {"other users have access to this private key", "run 'chmod 600 " + path + "'"}};
     if (ZFleetProperties_6_0::isFleetPath(path.c_str()) == 0)
         return describe(std::current_exception(), request.file);
     if (toStdString(exception.api()) == "log")

@@ -33,8 +33,9 @@ public:
     ///         ZPropertiesMissingPropertyException_6_0 (file, fleet, key) if it lacks a key;
     ///         ZPropertiesInvalidValueException_6_0 if a value is invalid;
     ///         ZPropertiesIOException_6_0 (file, "read()", errno) for an unreadable certificate,
-    ///         and ("etcd://fleet", "dlopen(…)", ELIBACC) if gRPC or its part of this library is
-    ///         missing.
+    ///         (file, "fstat()", EPERM) for a private key to which other users have access, but the
+    ///         group may read a key of root; and ("etcd://fleet", "dlopen(…)", ELIBACC) if gRPC or
+    ///         its part of this library is missing.
     /// threads any.
     static ZFleetConnection_6_0* open(char const* fleet);
 

@@ -8,6 +8,7 @@
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <memory>
@@ -17,7 +18,7 @@ namespace zfleet {
 namespace {
 
 constexpr char kSource[] = "src/fleet/settings/fleet_settings";
-enum RaiseSite { raiseForMissingKey = 1, raiseForValue, raiseForCertificate };
+enum RaiseSite { raiseForMissingKey = 1, raiseForValue, raiseForCertificate, raiseForSecret };
 
 constexpr unsigned kMaxMilliseconds = 3600'000;
 constexpr unsigned kMaxSeconds = 86'400;
@@ -74,8 +75,20 @@ public:
         return file_.isObfuscated(fleet_.c_str(), key) != 0;
     }
 
+    // Requires that nobody but the owner has access to a private key. The group may read a key of
+    // root.
+    static void requirePrivate(std::string const& path, FILE* file)
+    {
+        struct stat status {};
+        int const rc = fstat(fileno(file), &status);
+        mode_t const refused = status.st_uid == 0 ? S_IWGRP | S_IXGRP | S_IRWXO : S_IRWXG | S_IRWXO;
+        if (rc != 0 || (status.st_mode & refused) != 0)
+            ZPropertiesIOException_6_0(path.c_str(), "fstat()", rc != 0 ? errno : EPERM)
+                .throwException(kSource, raiseForSecret);
+    }
+
     // Returns the contents of the file that a key names; empty without the key.
-    std::string contents(char const* key) const
+    std::string contents(char const* key, bool isSecret = false) const
     {
         std::string const path = text(key);
         if (path.empty())
@@ -84,6 +97,8 @@ public:
         std::string bytes;
         int error = errno;
         if (file != nullptr) {
+            if (isSecret)
+                requirePrivate(path, file.get());
             char chunk[4096];
             size_t length;
             while ((length = fread(chunk, 1, sizeof chunk, file.get())) > 0)
@@ -125,7 +140,7 @@ Certificates readCertificates(Reader const& reader)
         reader.requiredText("certificate");
         reader.requiredText("key");
     }
-    return {reader.contents("ca"), reader.contents("certificate"), reader.contents("key")};
+    return {reader.contents("ca"), reader.contents("certificate"), reader.contents("key", true)};
 }
 
 void readUser(Reader const& reader, Settings& settings)

@@ -39,7 +39,8 @@ std::string settingsPath();
 ///         stanza, "endpoint" or "ca" is missing, or one of "certificate" and "key", or of "user"
 ///         and "password"; ZPropertiesInvalidValueException_6_0 for an invalid value, a password
 ///         that is not obfuscated, or "plain" with certificates or a user;
-///         ZPropertiesIOException_6_0 with "read()" for a certificate that cannot be read.
+///         ZPropertiesIOException_6_0 with "read()" for a certificate that cannot be read, and
+///         with "fstat()" and EPERM for a private key to which other users have access.
 Settings readSettings(std::string const& fleet);
 
 /// Returns whether `address` has the form "host:port", "[IPv6 address]:port" included.
