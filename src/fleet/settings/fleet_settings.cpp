@@ -75,8 +75,7 @@ public:
         return file_.isObfuscated(fleet_.c_str(), key) != 0;
     }
 
-    // Requires that nobody but the owner has access to a private key. The group may read a key of
-    // root.
+    // Requires that only the owner has access to a private key. The group may read a key of root.
     static void requirePrivate(std::string const& path, FILE* file)
     {
         struct stat status {};
