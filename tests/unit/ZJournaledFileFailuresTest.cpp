@@ -126,10 +126,10 @@ TEST_F(ZJournaledFileFailures, FailureReportsFileAndCallAndLeavesTheOldPair)
         {"rename", ".conf.obf.new", kShort, kLong, "conf.obf", "rename()"},
         {"unlink", "conf.obf", kLong, kPlain, "conf.obf", "unlink()"},
         {"fstat", ".conf.obf.new", kShort, kLong, "conf.obf", "fstat()", 2},
-        {"lstat", "conf", kShort, kLong, "conf", "fstat()", 3},    // of the locked file
-        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 4},  // before the journal
-        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 5},  // before the companion
-        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 6},  // at the end
+        {"lstat", "conf", kShort, kLong, "conf", "fstat()", 2},    // of the locked file
+        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 3},  // before the journal
+        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 4},  // before the companion
+        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 5},  // at the end
         {"fsync", "directory", {"", ""}, {"one\n", ""}, ".conf.zjn", "fsync()"},
     };
     for (Case const& c : cases) {

@@ -101,7 +101,7 @@ int Directory::adopt(int fd, std::string&& path)
         return errno;
     fd_.reset(fd);
     path_ = std::move(path);
-    return fstat(fd, &status_) != 0 ? errno : 0;
+    return 0;
 }
 
 std::string Directory::pathOf(std::string const& name) const
@@ -123,6 +123,22 @@ int Directory::check(std::string const& name, struct stat const& file) const
     if (error == ENOENT || (error == 0 && !isSameFile(named, file)))
         return ESTALE;
     return error;
+}
+
+int Directory::compare(Directory const& other, bool& isSame) const
+{
+    struct stat ours;
+    struct stat theirs;
+    if (fstat(descriptor(), &ours) != 0 || fstat(other.descriptor(), &theirs) != 0)
+        return errno;
+    isSame = isSameFile(ours, theirs);
+    return 0;
+}
+
+bool Directory::isSticky() const
+{
+    struct stat status;
+    return fstat(descriptor(), &status) == 0 && (status.st_mode & S_ISVTX) != 0;
 }
 
 int Directory::rename(std::string const& from, std::string const& to) const

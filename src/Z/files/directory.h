@@ -31,12 +31,12 @@ public:
     int openFollowingLinks(std::string const& path);
 
     int descriptor() const { return fd_.get(); }
-    struct stat const& status() const { return status_; }
     std::string pathOf(std::string const& name) const;
 
     // Each returns 0 or an errno.
     int stat(std::string const& name, struct stat& status) const;
     int check(std::string const& name, struct stat const& file) const;  // ESTALE: another file
+    int compare(Directory const& other, bool& isSame) const;
     bool isAt(std::string const& name, struct stat const& file) const
     {
         return check(name, file) == 0;
@@ -45,6 +45,9 @@ public:
     int exchange(std::string const& a, std::string const& b) const;
     int renameWithoutReplacing(std::string const& from, std::string const& to) const;
     int remove(std::string const& name) const;  // a missing file is no failure
+
+    /// Returns whether only owners can remove files of the directory; false if that is unknown.
+    bool isSticky() const;
 
     /// Opens a file and returns a descriptor of at least 3; -1 with errno if that fails. Use it
     /// only for files that this process has not locked: closing the descriptor would drop the
@@ -60,7 +63,6 @@ private:
 
     ScopedFd fd_;
     std::string path_;
-    struct stat status_ = {};
 };
 
 }  // namespace zfiles

@@ -56,17 +56,21 @@ CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
                   name_ == namePart(main.path) + kCompanionSuffix);
         return;
     }
+    bool isMain = false;
     directoryError_ = elsewhere_.openFollowingLinks(directory);
+    if (directoryError_ == 0)
+        directoryError_ = elsewhere_.compare(main.directory, isMain);
     if (directoryError_ != 0)
         return;
-    if (isSameFile(elsewhere_.status(), main.directory.status())) {
+    if (isMain) {
         directory_ = &main.directory;
         isOwn_ = name_ == main.name + kCompanionSuffix;
     }
     if (!isOwn_ && name_ == namePart(main.path) + kCompanionSuffix) {
         Directory given;  // differs if the given path is a link
-        int const error = given.openFollowingLinks(directoryPart(main.path));
-        isOwn_ = error == 0 && isSameFile(elsewhere_.status(), given.status());
+        int error = given.openFollowingLinks(directoryPart(main.path));
+        if (error == 0)
+            error = elsewhere_.compare(given, isOwn_);
         if (isTransient(error))
             directoryError_ = error;
     }

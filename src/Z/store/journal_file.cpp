@@ -60,8 +60,7 @@ int invalidateAt(Directory const& directory, std::string const& name, struct sta
 // directory still allows new files.
 bool isProtected(Directory const& directory, struct stat const& file, int error)
 {
-    return (error == EPERM || error == EACCES) && (directory.status().st_mode & S_ISVTX) != 0 &&
-           file.st_uid != geteuid();
+    return (error == EPERM || error == EACCES) && directory.isSticky() && file.st_uid != geteuid();
 }
 
 // Removes a temporary file of a crashed writer. Returns EEXIST if it cannot be removed.

@@ -123,6 +123,7 @@ bool MainFile::locateWithoutLinks()
         directory.stat(name, named) != 0 || S_ISLNK(named.st_mode))
         return false;
     real = path;
+    isRegular = S_ISREG(named.st_mode);
     return true;
 }
 
@@ -178,9 +179,11 @@ int MainFile::openByName()
 {
     constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
     int const at = directory.descriptor();
+    // Without O_NONBLOCK, openAt() would check again that the file is regular.
+    int const flags = O_NOFOLLOW | (isRegular && attempts == 1 ? O_NONBLOCK : 0);
     if (!forStore)
-        return file.openAt(at, name.c_str(), O_RDONLY | O_NOFOLLOW, 0);
-    int error = file.openAt(at, name.c_str(), O_RDWR | O_NOFOLLOW, 0);
+        return file.openAt(at, name.c_str(), O_RDONLY | flags, 0);
+    int error = file.openAt(at, name.c_str(), O_RDWR | flags, 0);
     if (error != ENOENT)
         return error;
     error = file.openAt(at, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, kMode);

@@ -81,6 +81,7 @@ private:
     }
 
     bool forStore = false;
+    bool isRegular = false;  // a regular file had the name when the path was resolved
     int attempts = 0;
 };
 
