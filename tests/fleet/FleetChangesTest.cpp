@@ -1,7 +1,6 @@
 // Changes by other programs that a store takes in.
 #include <Z/ZException.h>
 #include <Z/ZFleetProperties.h>
-#include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -13,6 +12,7 @@
 
 #include "FleetFile.h"
 #include "ModelCluster.h"
+#include "StoreChecks.h"
 
 namespace {
 
@@ -20,18 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kPath[] = "etcd://test/gateway";
 constexpr char kText[] = "/zfleet/6/cfg/gateway/text";
-
-class NoticeRecorder final : public ZObserverInterface_6_0 {
-public:
-    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
-    {
-        auto const& notice = dynamic_cast<ZPropertyChanged_6_0 const&>(parm);
-        seen += std::to_string(notice.style()) + std::to_string(notice.type()) +
-                notice.category().getChars() + "/" + notice.key().getChars() + " ";
-    }
-
-    std::string seen;
-};
+constexpr char kHidden[] = "/zfleet/6/cfg/gateway/hidden";
 
 class FleetChanges : public testing::Test {
 protected:
@@ -43,13 +32,6 @@ protected:
         file_ = std::make_unique<FleetFile>(
             FleetFile::textFor({cluster_.address()}) +
             "budget = 2\ncall = 500\nlook = " + std::to_string(seconds) + "\n");
-    }
-
-    static std::string value(ZFleetProperties_6_0 const& store, char const* key)
-    {
-        ZLCString_6_0 text;
-        store.getValue("s", key, text, 0, "(none)");
-        return text.getChars();
     }
 
     // Returns whether the store takes something in before the time is over.
@@ -260,17 +242,11 @@ TEST_F(FleetChanges, LooksFindChangesWithoutAHint)
 
 TEST_F(FleetChanges, LooksFindACompanionPutByHand)
 {
-    constexpr char kHidden[] = "/zfleet/6/cfg/gateway/hidden";
     setUpLooks(1);
     ZFleetProperties_6_0 store(kPath, 1);
     store.setValue("s", "password", "before", 1);
     store.store(nullptr);
-    {
-        ZFleetProperties_6_0 other(kPath, 1);
-        other.setValue("s", "password", "by hand", 1);
-        other.store("etcd://test/other");
-    }
-    cluster_.copy("/zfleet/6/cfg/other/hidden", kHidden);
+    putCompanionByHand(cluster_, "s");
     NoticeRecorder recorder;
     store.addObserver(&recorder);
     EXPECT_TRUE(waitForChange(store));

@@ -4,7 +4,6 @@
 #include <Z/ZException.h>
 #include <Z/ZFleetProperties.h>
 #include <Z/ZFleetReadWriteLock.h>
-#include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -23,6 +22,7 @@
 #include "FleetFile.h"
 #include "ModelCluster.h"
 #include "ScriptedClock.h"
+#include "StoreChecks.h"
 #include "transport/failure.h"
 
 using namespace zfleet;
@@ -35,13 +35,6 @@ constexpr char kPath[] = "etcd://test/gateway";
 constexpr char kText[] = "/zfleet/6/cfg/gateway/text";
 constexpr char kQueue[] = "/zfleet/6/lock/orders/q/";
 constexpr char kSequence[] = "/zfleet/6/lock/orders/seq";
-
-std::string valueOf(ZFleetProperties_6_0 const& store, char const* key)
-{
-    ZLCString_6_0 text;
-    store.getValue("s", key, text, 0, "(none)");
-    return text.getChars();
-}
 
 // A cluster with a configuration, a program's store of it, and its lock.
 struct Program {
@@ -91,14 +84,14 @@ struct Operation {
 
 Operation const kOperations[] = {
     {"load", nothing, [](Program& p) { p.store.load(kPath); },
-     [](Program& p) { return valueOf(p.store, "x"); }, "(none)", "1", 0},
+     [](Program& p) { return value(p.store, "x"); }, "(none)", "1", 0},
     {"reload",
      [](Program& p) {
          p.store.load(kPath);
          p.cluster.put(kText, "[s]\nx = 2\n");
      },
      [](Program& p) { p.store.reload(nullptr); },
-     [](Program& p) { return valueOf(p.store, "x") + valueOf(p.store, "y"); }, "11", "2(none)", 0},
+     [](Program& p) { return value(p.store, "x") + value(p.store, "y"); }, "11", "2(none)", 0},
     {"store",
      [](Program& p) {
          p.store.load(kPath);
@@ -122,12 +115,12 @@ Operation const kOperations[] = {
      "# top\n[s]\nx = 1\ny = 7\n", "# top\n[s]\nx = 2\ny = 7\n", 0},
     {"undo", [](Program& p) { p.storeTwice(); }, [](Program& p) { p.store.undo(nullptr, 0); },
      [](Program& p) {
-         return p.text() + valueOf(p.store, "x") + ", " + std::to_string(p.store.generation());
+         return p.text() + value(p.store, "x") + ", " + std::to_string(p.store.generation());
      },
      "# top\n[s]\nx = 3\ny = 1\n3, 2", "# top\n[s]\nx = 2\ny = 1\n2, 3", 0},
     {"loadGeneration", [](Program& p) { p.storeTwice(); },
      [](Program& p) { p.store.loadGeneration(nullptr, 1); },
-     [](Program& p) { return valueOf(p.store, "x"); }, "3", "2", 0},
+     [](Program& p) { return value(p.store, "x"); }, "3", "2", 0},
     {"lock", nothing, [](Program& p) { p.lock.writeLock(); },
      [](Program& p) { return p.queue() + (p.lock.token() != 0 ? " held" : " free"); },
      "0 entries, (missing) free", "1 entries, (missing) held", 33},
@@ -415,7 +408,7 @@ TEST_F(FleetFailures, WatchThatEndsWithAnyStatusMissesNoChange)
             program.cluster.endWatches(code, "x");
             program.cluster.put(kText, "[s]\nx = " + std::to_string(++changes) + "\n");
             auto const begin = std::chrono::steady_clock::now();
-            while (valueOf(program.store, "x") != std::to_string(changes)) {
+            while (value(program.store, "x") != std::to_string(changes)) {
                 ASSERT_GT(30, secondsSince(begin));
                 pollfd wait{program.store.descriptor(), POLLIN, 0};
                 poll(&wait, 1, 1000);
@@ -454,7 +447,7 @@ TEST_F(FleetFailures, DamagedRepliesAreTakenOrRefused)
         }
         ++outcomes[outcome];
         program.cluster.setFault(nullptr);
-        valueOf(program.store, "x");
+        value(program.store, "x");
         if (program.lock.token() != 0)
             freeLock(program.lock);
     }

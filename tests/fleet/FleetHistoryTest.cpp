@@ -3,7 +3,6 @@
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZFleetProperties.h>
-#include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -17,6 +16,7 @@
 
 #include "FleetFile.h"
 #include "ModelCluster.h"
+#include "StoreChecks.h"
 #include "configuration/metadata.h"
 
 namespace {
@@ -44,29 +44,6 @@ protected:
         cluster_.put(kText, "");
         cluster_.put(kMeta, "");
         storeGenerations(count);
-    }
-
-    static std::string value(ZFleetProperties_6_0 const& store, char const* key)
-    {
-        ZLCString_6_0 text;
-        store.getValue("s", key, text, 0, "(none)");
-        return text.getChars();
-    }
-
-    template <class Call>
-    static std::string failure(Call call)
-    {
-        try {
-            call();
-            return "none";
-        } catch (ZPropertiesIOException_6_0 const& e) {
-            return std::string(e.api().getChars()) + " errno " + std::to_string(e.excerrno());
-        }
-    }
-
-    static std::string code(char const* call, int error)
-    {
-        return std::string(call) + " errno " + std::to_string(error);
     }
 
     // Makes the outcome of the next write unknown to the program.
@@ -242,16 +219,14 @@ TEST_F(FleetHistory, UndoKeepsTheCompanionThatWasPutByHand)
     for (bool const isRemoved : {false, true}) {
         SCOPED_TRACE(isRemoved);
         {
-            ZFleetProperties_6_0 store(1);
-            store.setValue("s", "password", "by hand", 1);
-            store.store("etcd://test/other");
-            store.setValue("s", "password", "before", 1);
-            store.store(kPath);
+            ZFleetProperties_6_0 before(1);
+            before.setValue("s", "password", "before", 1);
+            before.store(kPath);
         }
         if (isRemoved)
             cluster_.put(kHidden, "");
         else
-            cluster_.copy("/zfleet/6/cfg/other/hidden", kHidden);
+            putCompanionByHand(cluster_, "s");
         ZFleetProperties_6_0 store(kPath, 1);
         store.setValue("s", "x", "1");
         store.store(nullptr);

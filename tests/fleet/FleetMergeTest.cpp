@@ -2,7 +2,6 @@
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZFleetProperties.h>
-#include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -13,6 +12,7 @@
 #include "CampaignSize.h"
 #include "FleetFile.h"
 #include "ModelCluster.h"
+#include "StoreChecks.h"
 #include "configuration/merge.h"
 #include "configuration/parsing.h"
 
@@ -250,13 +250,6 @@ class FleetMergeOfStores : public testing::Test {
 protected:
     FleetMergeOfStores() { cluster_.put(kText, "# top\n[s]\nx = 1\ny = 1\n"); }
 
-    static std::string value(ZFleetProperties_6_0 const& store, char const* key)
-    {
-        ZLCString_6_0 text;
-        store.getValue("s", key, text, 0, "(none)");
-        return text.getChars();
-    }
-
     static std::string conflictsOf(ZFleetProperties_6_0 const& store)
     {
         ZArrayList_6_0 list(4, 1);
@@ -271,18 +264,6 @@ protected:
 
     ModelCluster cluster_;
     FleetFile const file_{FleetFile::textFor({cluster_.address()}) + "budget = 60\n"};
-};
-
-class NoticeRecorder final : public ZObserverInterface_6_0 {
-public:
-    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
-    {
-        auto const& notice = dynamic_cast<ZPropertyChanged_6_0 const&>(parm);
-        seen += std::to_string(notice.style()) + std::to_string(notice.type()) +
-                notice.category().getChars() + "/" + notice.key().getChars() + " ";
-    }
-
-    std::string seen;
 };
 
 }  // namespace

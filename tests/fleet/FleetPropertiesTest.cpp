@@ -1,7 +1,6 @@
 // ZFleetProperties with a model of a cluster.
 #include <Z/ZException.h>
 #include <Z/ZFleetProperties.h>
-#include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +8,7 @@
 
 #include "FleetFile.h"
 #include "ModelCluster.h"
+#include "StoreChecks.h"
 #include "configuration/metadata.h"
 #include "configuration/path.h"
 
@@ -27,31 +27,6 @@ protected:
     FleetProperties() { putText("# top\n[listener]\nport = 1\n"); }
 
     void putText(std::string const& text) { cluster_.put(kText, text); }
-
-    static std::string value(ZFleetProperties_6_0 const& store, char const* stanza, char const* key)
-    {
-        ZLCString_6_0 text;
-        store.getValue(stanza, key, text, 0, "(none)");
-        return text.getChars();
-    }
-
-    // Returns "CALL errno ERRNO" of the exception of `call`; "none" without one.
-    template <class Call>
-    static std::string failure(Call call)
-    {
-        try {
-            call();
-            return "none";
-        } catch (ZPropertiesIOException_6_0 const& e) {
-            EXPECT_EQ(0, std::string(e.propFile().getChars()).rfind("etcd://", 0));
-            return std::string(e.api().getChars()) + " errno " + std::to_string(e.excerrno());
-        }
-    }
-
-    static std::string code(char const* call, int error)
-    {
-        return std::string(call) + " errno " + std::to_string(error);
-    }
 
     zfleet::Metadata metadata() const { return zfleet::parseMetadata(cluster_.get(kMeta)); }
 
@@ -241,20 +216,15 @@ TEST_F(FleetProperties, TextPutByHandIsNotOverwritten)
 
 TEST_F(FleetProperties, CompanionPutByHandIsNotOverwritten)
 {
-    constexpr char kOtherHidden[] = "/zfleet/6/cfg/other/hidden";
     ZFleetProperties_6_0 store(kPath, 1);
     store.setValue("listener", "password", "before", 1);
     store.store(nullptr);
-    {
-        ZFleetProperties_6_0 other(kPath, 1);
-        other.setValue("listener", "password", "by hand", 1);
-        other.store("etcd://test/other");
-    }
-    cluster_.copy(kOtherHidden, kHidden);
+    putCompanionByHand(cluster_, "listener");
+    std::string const hidden = cluster_.get(kHidden);
     store.setValue("listener", "port", "2");
     store.store(nullptr);
     EXPECT_EQ("by hand", value(store, "listener", "password"));
-    EXPECT_EQ(cluster_.get(kOtherHidden), cluster_.get(kHidden));
+    EXPECT_EQ(hidden, cluster_.get(kHidden));
     EXPECT_EQ("# top\n[listener]\nport = 2\n", cluster_.get(kText));
     cluster_.put(kHidden, "");
     store.setValue("listener", "password", "mine", 1);

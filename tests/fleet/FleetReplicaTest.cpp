@@ -1,7 +1,6 @@
 // Replicas of configurations, and starts without the cluster.
 #include <Z/ZException.h>
 #include <Z/ZFleetProperties.h>
-#include <Z/ZLCString.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -11,6 +10,7 @@
 
 #include "FleetFile.h"
 #include "ModelCluster.h"
+#include "StoreChecks.h"
 
 namespace {
 
@@ -45,13 +45,6 @@ protected:
 
     std::string replica() const { return directory_.at("test/gateway.conf"); }
 
-    static std::string value(ZFleetProperties_6_0 const& store, char const* key)
-    {
-        ZLCString_6_0 text;
-        store.getValue("s", key, text, 0, "(none)");
-        return text.getChars();
-    }
-
     static std::string valueIn(std::string const& path, char const* key)
     {
         return value(ZFleetProperties_6_0(path.c_str(), 1), key);
@@ -72,22 +65,6 @@ protected:
         struct stat state {};
         stat(path.c_str(), &state);
         return state.st_mode & 0777;
-    }
-
-    template <class Call>
-    static std::string failure(Call call)
-    {
-        try {
-            call();
-            return "none";
-        } catch (ZPropertiesIOException_6_0 const& e) {
-            return std::string(e.api().getChars()) + " errno " + std::to_string(e.excerrno());
-        }
-    }
-
-    static std::string code(char const* call, int error)
-    {
-        return std::string(call) + " errno " + std::to_string(error);
     }
 
     TestDirectory const directory_;
@@ -230,16 +207,13 @@ TEST_F(FleetReplica, EarlierStateDoesNotReplaceTheReplica)
 
 TEST_F(FleetReplica, CompanionPutByHandReplacesTheCompanionOfTheReplica)
 {
-    constexpr char kHidden[] = "/zfleet/6/cfg/gateway/hidden";
     ZFleetProperties_6_0 store(kPath, 1);
-    store.setValue("s", "password", "by hand", 1);
-    store.store("etcd://test/other");
     store.setValue("s", "password", "before", 1);
-    store.store(kPath);
-    cluster_->copy("/zfleet/6/cfg/other/hidden", kHidden);
+    store.store(nullptr);
+    putCompanionByHand(*cluster_, "s");
     store.load(kPath);
     EXPECT_EQ("by hand", valueIn(replica(), "password"));
-    cluster_->put(kHidden, "");
+    cluster_->put("/zfleet/6/cfg/gateway/hidden", "");
     store.load(kPath);
     EXPECT_EQ("(none)", valueIn(replica(), "password"));
 }
