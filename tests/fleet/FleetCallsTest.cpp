@@ -1,14 +1,20 @@
 // The calls to a cluster, with a server that replies as each test has scripted.
+#include <Sanitizers.h>
+#include <TestDirectory.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <thread>
 
 #include "LoopbackSocket.h"
@@ -58,6 +64,29 @@ std::string failure(char const* call, int error)
 Transaction putOf(char const* key)
 {
     return {{}, {Put{key, "v"}}, {}};
+}
+
+// Runs a test of this program, which calls a server, as another process with a trace of gRPC.
+// Returns the trace. If `program` sets the user id, the process has more rights than its user.
+std::string traceOf(std::string const& program, TestDirectory const& directory, uid_t user)
+{
+    std::string const trace = directory.write("trace", "");
+    pid_t const child = fork();
+    if (child == 0) {
+        setenv("GRPC_VERBOSITY", "DEBUG", 1);
+        setenv("GRPC_TRACE", "all", 1);
+        bool const isReady = dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), 1) == 1 &&
+                             dup2(open(trace.c_str(), O_WRONLY | O_CLOEXEC), 2) == 2 &&
+                             setresuid(user, user, user) == 0;
+        if (isReady)
+            execl(program.c_str(), "program", "--gtest_filter=FleetCalls.ReadReturnsTheEntry",
+                  nullptr);
+        _exit(127);
+    }
+    int status = -1;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    return directory.read("trace");
 }
 
 }  // namespace
@@ -493,6 +522,22 @@ TEST(FleetCalls, ProxyOfTheEnvironmentIsIgnored)
     EXPECT_EQ("value", readValue(cluster, std::chrono::seconds(20)));
     for (char const* const name : {"http_proxy", "https_proxy", "grpc_proxy"})
         unsetenv(name);
+}
+
+// The trace has tokens and passwords, which the user of such a program must not see.
+TEST(FleetCalls, ProgramWithMoreRightsThanItsUserHasNoTrace)
+{
+    TestDirectory const directory;
+    struct statvfs system {};
+    ASSERT_EQ(0, statvfs(directory.path().c_str(), &system));
+    if (geteuid() != 0 || (system.f_flag & ST_NOSUID) != 0 || kHasSanitizer)
+        GTEST_SKIP() << "the program of another user cannot be started";
+    chmod(directory.path().c_str(), 0755);
+    std::string const program = directory.at("program");
+    std::filesystem::copy_file("/proc/self/exe", program);
+    EXPECT_NE("", traceOf(program, directory, 0));
+    chmod(program.c_str(), 04755);
+    EXPECT_EQ("", traceOf(program, directory, 65534));
 }
 
 TEST(FleetCalls, ChildOfForkIsRefused)

@@ -1,8 +1,10 @@
 // Connections with TLS: certificates that each side accepts and refuses.
+#include <TestDirectory.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -142,6 +144,19 @@ TEST_F(FleetTls, NodeOfAnotherAuthorityIsRefused)
     ScriptedServer server({node_.certificate, node_.key, ""});
     EXPECT_EQ(code(EPROTO), readFrom(server, {other_.pem(), "", ""}));
     EXPECT_EQ(0u, server.requests().size());
+}
+
+TEST_F(FleetTls, AuthorityOfTheEnvironmentIsIgnored)
+{
+    TestDirectory const directory;
+    std::string const path = directory.write("ca.pem", authority_.pem());
+    for (char const* const name : {"GRPC_DEFAULT_SSL_ROOTS_FILE_PATH", "SSL_CERT_FILE"})
+        setenv(name, path.c_str(), 1);
+    ScriptedServer server({node_.certificate, node_.key, ""});
+    EXPECT_EQ(code(EPROTO), readFrom(server, {other_.pem(), "", ""}));
+    EXPECT_EQ(0u, server.requests().size());
+    for (char const* const name : {"GRPC_DEFAULT_SSL_ROOTS_FILE_PATH", "SSL_CERT_FILE"})
+        unsetenv(name);
 }
 
 TEST_F(FleetTls, ExpiredCertificateOfANodeIsRefused)
