@@ -404,13 +404,20 @@ private:
             return refuse(line, at + 1, "invalid key");
         if ((rules.separators & tight) &&
             (chars.substr(at, separator - at).find_first_of(" \t") != kNowhere ||
-             (separator + 1 < piece.chars.size() && isBlank(piece.chars[separator + 1]))))
+             startsApart(piece.chars, separator + 1)))
             return passOver(line, at + 1, "space next to the separator");
         Value value;
         value.keyBegin = piece.offset(at);
         value.keyEnd = piece.offset(keyEnd);
         readValue(piece, line, separator + 1, value);
         addValue(piece.chars.substr(at, keyEnd - at), line, std::move(value));
+    }
+
+    // True if spaces are between `at` and the value. Only an empty value can have them before it.
+    bool startsApart(std::string_view chars, std::size_t at) const
+    {
+        std::size_t const value = chars.find_first_not_of(" \t", at);
+        return value != kNowhere && value > at && !isMark(chars[value], rules.trailing);
     }
 
     void readNoName(std::size_t line, std::size_t at)

@@ -456,8 +456,8 @@ inline constexpr Switches kSysctl = {
 
 // Shells define it. A backslash before a newline is dropped with it, except between single quotes;
 // outside quotes a backslash before any other character is dropped. "A = x", "A= x", "export A"
-// and "=x" are no assignments: passed over. Values that are quoted in part, and quotes that never
-// close, are treated as in php.
+// and "=x" are no assignments: passed over. "A= " is one, and so is "A= # c". Values that are
+// quoted in part, and quotes that never close, are treated as in php.
 inline constexpr Switches kEnv = {
     .marks = hash,
     .trailing = hash,

@@ -172,7 +172,9 @@ private:
         std::size_t begin = value.valueBegin;
         while (begin > value.keyEnd && isBlank(text_[begin - 1]))
             --begin;
-        value.valueBegin = value.valueEnd = std::min(begin + 1, value.valueBegin);
+        if (!(rules.separators & tight))
+            begin = std::min(begin + 1, value.valueBegin);
+        value.valueBegin = value.valueEnd = begin;
     }
 
     void readQuotedWhole(std::size_t line, std::size_t at, Value& value)
@@ -208,7 +210,7 @@ private:
                     return false;
                 }
                 out += '\n';
-            } else if (text_[at] != '\\' || quote == '\'') {
+            } else if (text_[at] != '\\' || quote == '\'' || closesLine(line, at + 1)) {
                 out += text_[at++];
             } else if (at + 1 < lines[line].end) {
                 at = unescape(upTo(lines[line].end), at, Escaped::doubleQuoted, out);
@@ -218,6 +220,12 @@ private:
         }
         ++at;
         return true;
+    }
+
+    // A quote that is the last character of a line closes in php, also after a backslash.
+    bool closesLine(std::size_t line, std::size_t at) const
+    {
+        return rules.escapes == Escapes::php && at + 1 == lines[line].end && text_[at] == '"';
     }
 
     // Reads from `at` up to a comment or the end of the line. A value with quotes in it is as

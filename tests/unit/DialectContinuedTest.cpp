@@ -102,8 +102,11 @@ TEST(DialectContinued, AChangedLineKeepsTheOthers)
         {"env, both kinds of breaks", "env", "k=\"a \\\n b\nc\n  d\"\n", "a", "x",
          "k=\"x \\\n b\nc\n  d\"\n"},
         {"env without quotes", "env", "k=a/\\\nb/\\\nc\nl=1\n", "b", "x", "k=a/\\\nx/\\\nc\nl=1\n"},
-        {"php", "php", "[s]\nk = \"a\n  b\n  c\" ; c\n", "b", "x\"",
-         "[s]\nk = \"a\n  x\\\"\n  c\" ; c\n"},
+        {"php", "php", "[s]\nk = \"a\n  b\n  c\" ; c\n", "b", "x\"y",
+         "[s]\nk = \"a\n  x\\\"y\n  c\" ; c\n"},
+        // PHP closes a double quote at the end of a line.
+        {"php, a quote at the end", "php", "[s]\nk = \"a\n  b\n  c\" ; c\n", "b", "x\"",
+         "[s]\nk = 'a\n  x\"\n  c' ; c\n"},
         {"python", "python", "[s]\nk = a\n  b\n\tc \n", "b", "x", "[s]\nk = a\n  x\n\tc \n"},
     });
 }

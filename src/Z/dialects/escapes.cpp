@@ -137,6 +137,13 @@ bool isNumbered(Switches const& switches, std::string_view value)
            isUtf8(value);
 }
 
+bool isBeforeClosingQuote(Escapes escapes, std::string_view chars, size_t at)
+{
+    if (escapes != Escapes::php || chars.substr(at + 1, 1) != "\"")
+        return false;
+    return at + 2 == chars.size() || chars[at + 2] == '\n' || chars[at + 2] == '\r';
+}
+
 Escape readEscape(Escapes escapes, std::string_view chars, size_t at)
 {
     Escape const unknown{Escape::unknown, 0, std::min(at + 2, chars.size())};

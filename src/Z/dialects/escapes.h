@@ -79,6 +79,10 @@ struct Escape {
 /// Reads the sequence at `at`, the index of a backslash.
 Escape readEscape(Escapes escapes, std::string_view chars, size_t at);
 
+/// Returns whether the backslash at `at`, in double quotes, is before a closing quote. In PHP, a
+/// quote at the end of its line closes.
+bool isBeforeClosingQuote(Escapes escapes, std::string_view chars, size_t at);
+
 /// Appends the meaning of the sequence at `at`; returns the index after it.
 /// range   an unknown sequence is kept if `unknownEscape` is refused: readers report it.
 size_t appendUnescaped(Switches const& switches, std::string_view chars, size_t at, bool isQuoted,

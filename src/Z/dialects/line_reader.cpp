@@ -410,9 +410,12 @@ void LineReader::readSeparated(Key key, size_t separator)
     }
     if (switches_.separators & separatorTight) {
         auto const isBlank = [this](char c) { return characters_.isBlank(c); };
-        if (std::any_of(chars.begin() + static_cast<std::ptrdiff_t>(key.begin),
-                        chars.begin() + static_cast<std::ptrdiff_t>(separator), isBlank) ||
-            (separator + 1 < chars.size() && isBlank(chars[separator + 1]))) {
+        size_t const value = characters_.afterBlanks(chars, separator + 1);
+        bool const isApart = value > separator + 1 && value < chars.size() &&
+                             !characters_.isTrailingMark(chars[value]);
+        if (isApart ||
+            std::any_of(chars.begin() + static_cast<std::ptrdiff_t>(key.begin),
+                        chars.begin() + static_cast<std::ptrdiff_t>(separator), isBlank)) {
             passOver(Fault::blankAtSeparator, key.begin);
             return appendOther(key.begin);
         }

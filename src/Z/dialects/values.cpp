@@ -183,7 +183,8 @@ bool ValueScanner::skipQuoted(size_t& at)
                 refuse(Fault::openQuote, start, line);
                 return false;
             }
-        } else if (text_[at] != '\\' || quote == '\'') {
+        } else if (text_[at] != '\\' || quote == '\'' ||
+                   isBeforeClosingQuote(switches_.escapes, text_, at)) {
             ++at;
         } else if (at + 1 < line_.end) {
             at += 2;
@@ -232,7 +233,9 @@ void ValueScanner::keepSpaceBeforeComment(size_t keyEnd)
     size_t begin = extent_.begin;
     while (begin > keyEnd && characters_.isBlank(text_[begin - 1]))
         --begin;
-    extent_.begin = extent_.end = std::min(begin + 1, extent_.begin);
+    if (!(switches_.separators & separatorTight))
+        begin = std::min(begin + 1, extent_.begin);
+    extent_.begin = extent_.end = begin;
 }
 
 // --- the meaning of a value
@@ -404,7 +407,8 @@ bool ValueDecoder::decodeQuoted(std::string_view spelled, size_t& at, std::strin
         }
         if (c == '\r' && next.starts_with('\n')) {
             ++at;
-        } else if (c != '\\' || quote == '\'') {
+        } else if (c != '\\' || quote == '\'' ||
+                   isBeforeClosingQuote(switches_.escapes, spelled, at)) {
             out += c;
             ++at;
         } else if (next.starts_with('\n') || next == "\r\n") {
