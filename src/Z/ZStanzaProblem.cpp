@@ -74,7 +74,8 @@ ZObject_6_0* ZStanzaProblem_6_0::clone() const
 
 uint32_t ZStanzaProblem_6_0::messageNumber() const
 {
-    if (kind_ != error || cause_ >= unknownStanza)
+    bool const refusesLoad = cause_ < unknownStanza || cause_ == loneReturn;
+    if (kind_ != error || !refusesLoad)
         return 0;
     return cause_ == unreadableCompanion ? zreporting::accessFailed : zreporting::invalidData;
 }

@@ -467,6 +467,33 @@ class DialectsTest(tool.ToolTest):
                          [[(p["kind"], p["line"]) for p in o["problems"]] for o in objects])
         self.assertEqual(INVALID_DATA, self.run_in_directory("check", "php.ini", "--format=json").returncode)
 
+    def test_a_carriage_return_that_ends_a_line_is_reported_with_its_place(self):
+        reason = ("a carriage return is not followed by a newline; end each line with a newline, and "
+                  "remove other carriage returns")
+        rows = (("ini", b"[a]\rk=1\rl=2\r", f'1:4: "[a]?k=1?l=2?": {reason}'),
+                ("systemd", b"[a]\nk=1\rx\n", f'2:4: "k=1?x": {reason}'))
+        for dialect, text, expected in rows:
+            given = {"f": text, "g": b"[a]\nk=1\n"}
+            self.write_files(given)
+            run = self.run_in_directory("lint", "f", "--dialect", dialect)
+            self.assertEqual((INVALID_DATA, f"f:{expected}\n"), (run.returncode, run.stdout.decode()))
+            for arguments in (["check", "f"], ["get", "f", "a", "k"], ["list", "f"], ["set", "f", "a", "k", "2"],
+                              ["set", "f", "a", "k", "2", "--dry-run"], ["add", "f", "a", "m", "2"],
+                              ["unset", "f", "a", "k"], ["rename", "f", "a", "b"], ["comment", "f", "x"],
+                              ["edit", "f"], ["fmt", "f"], ["diff", "g", "f"], ["merge", "g", "f", "g"],
+                              ["check", "-"], ["set", "-", "a", "k", "2"]):
+                with self.subTest(arguments, dialect=dialect):
+                    run = self.run_in_directory(*arguments, "--dialect", dialect,
+                                                given=text if "-" in arguments else b"set a k 2\n")
+                    where = "standard input" if "-" in arguments else "f"
+                    self.assertEqual((INVALID_DATA, "", f"zstz: {where}:{expected}\n"),
+                                     (run.returncode, run.stdout.decode(), run.stderr.decode()))
+                    self.assertEqual(given, self.read_files())
+            run = self.run_in_directory("check", "f", "--format", "json", "--dialect", dialect)
+            self.assertEqual((INVALID_DATA, b""), (run.returncode, run.stderr))
+            found = json.loads(run.stdout)
+            self.assertEqual((None, 1), (found["keys"], len(found["problems"])))
+
     def test_dialects_of_files_that_do_not_exist(self):
         for name in ("a.service", "a.dnssd", "d/a.service.d/x.conf"):
             self.expect(DONE, "systemd: by the name of the file\n", "dialects", name, cwd=self.directory.name)

@@ -50,7 +50,15 @@ TEST(ZStanzaProblem, HasTheMessageNumberOfTheExceptionOfALoad)
                           {Problem::error, Problem::splitLine, 44},
                           {Problem::note, Problem::splitLine, 0},
                           {Problem::note, Problem::droppedLine, 0},
-                          {Problem::error, Problem::omitted, 44}};
+                          {Problem::error, Problem::omitted, 44},
+                          {Problem::error, Problem::noHeadOrKey, 44},
+                          {Problem::error, Problem::unknownStanza, 0},
+                          {Problem::error, Problem::missingRequired, 0},
+                          {Problem::error, Problem::refusedLine, 0},
+                          {Problem::error, Problem::refusedRepetition, 0},
+                          {Problem::error, Problem::loneReturn, 44},
+                          {Problem::note, Problem::loneReturn, 0},
+                          {Problem::note, Problem::looksContinued, 0}};
     for (Case const& c : cases)
         EXPECT_EQ(c.number, Problem(1, 1, c.kind, c.cause, "", "", "").messageNumber()) << c.cause;
 }
