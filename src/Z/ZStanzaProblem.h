@@ -20,8 +20,9 @@ public:
     enum Kind : int {
         error = 1,  // load() refuses the file, or the programs that use the format do
         note = 2,   // load() accepts the line; a store would change or drop it, even with the
-                    // attribute keepComments, but not with keepLines. In other dialects, load()
-                    // keeps the line and does not read it
+                    // attribute keepComments, but not with keepLines; or other programs read it
+                    // as several lines. In other dialects, load() keeps the line and does not
+                    // read it
     };
 
     /// The fault of a line or of the file. The numbers are stable; a later version may add some.
@@ -72,7 +73,8 @@ public:
 
         // In files of other dialects.
         loneReturn = 36,      // error: a carriage return without a newline after it
-                              // (zDialectReturns)
+                              // (zDialectReturns). In a stanza file, note: the line does not end
+                              // there; at the first such line, for all of them
         repeatedHeader = 37,  // note: a header that is repeated; programs may read only the first
                               // or the last of the stanzas (zDialectJoinedHeads)
 

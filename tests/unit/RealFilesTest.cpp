@@ -147,14 +147,26 @@ std::vector<fs::path> configurationFiles()
     return found;
 }
 
-ZStanzaProblem_6_0 const* firstError(ZArrayList_6_0 const& problems)
+template <class Predicate>
+ZStanzaProblem_6_0 const* findProblem(ZArrayList_6_0 const& problems, Predicate predicate)
 {
     for (unsigned i = 0; i < problems.size(); ++i) {
         auto const* const problem = static_cast<ZStanzaProblem_6_0 const*>(problems.get(i));
-        if (problem->kind() == ZStanzaProblem_6_0::error)
+        if (predicate(*problem))
             return problem;
     }
     return nullptr;
+}
+
+bool isError(ZStanzaProblem_6_0 const& problem)
+{
+    return problem.kind() == ZStanzaProblem_6_0::error;
+}
+
+// Returns whether a store changes the line. It keeps carriage returns that do not end a line.
+bool isChange(ZStanzaProblem_6_0 const& problem)
+{
+    return problem.cause() != ZStanzaProblem_6_0::loneReturn;
 }
 
 bool hasLongLine(std::string const& bytes)
@@ -186,7 +198,7 @@ TEST(RealFiles, AreRefusedAtTheLineOfTheModelOrSurviveUnchanged)
         std::ofstream(copy, std::ios::binary) << bytes;
         ZArrayList_6_0 problems(4, 1);
         ZStanzaFileProperties_6_0::findProblems(copy.c_str(), problems);
-        ZStanzaProblem_6_0 const* const error = firstError(problems);
+        ZStanzaProblem_6_0 const* const error = findProblem(problems, isError);
         try {
             ZStanzaFileProperties_6_0 store(copy.c_str(), 1);
             ASSERT_EQ(0, model.badLine) << "accepted, the model refuses " << model.badText;
@@ -194,7 +206,7 @@ TEST(RealFiles, AreRefusedAtTheLineOfTheModelOrSurviveUnchanged)
             store.store(copy.c_str());
             ASSERT_EQ(model.text(), bytesOf(copy));
             ASSERT_EQ(nullptr, error) << error->text().getChars();
-            ASSERT_EQ(bytes == bytesOf(copy), problems.size() == 0);
+            ASSERT_EQ(bytes == bytesOf(copy), findProblem(problems, isChange) == nullptr);
             clean += problems.size() == 0 ? 1 : 0;
             ZStanzaFileProperties_6_0 again(copy.c_str(), 1);
             expectSame(model, again);

@@ -90,6 +90,7 @@ std::string_view Inspector::beginLine(std::string_view line, zstanza::LineSplitt
         ++line_;
         counted_ = offset_;
         countedColumn_ = 1;
+        findReturn();
     } else {
         for (; counted_ < offset_; ++countedColumn_)
             counted_ += zlines::characterLength(text_.substr(counted_));
@@ -136,6 +137,8 @@ void Inspector::finish()
         complaints_.add({spacing_.first, spacing, false, {}, spacing_.count});
     if (lineEndings_.count != 0)
         complaints_.add({lineEndings_.first, lineEnding, false, {}, lineEndings_.count});
+    if (returns_.count != 0)
+        complaints_.add({returns_.first, loneReturn, false, {}, returns_.count});
 }
 
 // Returns the offset of a byte of the current part, as the parser sees it.
@@ -191,6 +194,13 @@ void Inspector::countLine(Lines& lines, size_t offset)
 {
     if (lines.count++ == 0)
         lines.first = placeAt(offset);
+}
+
+// Counts a line with a carriage return inside. Other programs may end the line there.
+void Inspector::findReturn()
+{
+    if (size_t const at = trimmed_.find('\r'); at != trimmed_.npos)
+        countLine(returns_, static_cast<size_t>(trimmed_.data() + at - text_.data()));
 }
 
 // Compares the line with the line that a store writes.

@@ -2,7 +2,8 @@
 // at an invalid line, and keeps names only.
 //
 // Errors are the lines that a load refuses. Notes are the lines that a load accepts and a store
-// with comments would change: without an error and without a note, a store writes the same bytes.
+// with comments would change, and lines that other programs read as several: without an error and
+// without a note, a store writes the same bytes.
 #pragma once
 
 #include <stdint.h>
@@ -87,6 +88,7 @@ private:
     void noteContinuation(Place place, size_t indent, Key const& key);
     void leaveKey();
     void countLine(Lines& lines, size_t offset);
+    void findReturn();
     template <class Write>
     void compare(Write write);
     zcache::Id findStanza(std::string_view name) const;
@@ -137,6 +139,7 @@ private:
     std::string companionDetail_;
     Lines spacing_;
     Lines lineEndings_;
+    Lines returns_;  // lines with a carriage return inside
 };
 
 }  // namespace zproblems
