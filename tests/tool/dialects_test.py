@@ -438,6 +438,33 @@ class DialectsTest(tool.ToolTest):
             row("git", GIT, ["set", "core", "logs", "x", "--format", "json"],
                 b'set: unknown option "--format"', USAGE)])
 
+    def test_a_wrong_number_of_a_stanza_is_refused_with_the_right_one(self):
+        four = b"".join(b"[Peer]\nK=%d\n" % i for i in range(1, 5))
+        mixed = b"[A]\n" + PEERS + b"[B]\n"
+        wrong = 'f: invalid stanza name "%s": '
+        fifth = 'the file has 4 stanzas [Peer], so the next stanza has the number 5; use "Peer]5"'
+        second = 'the file has 1 stanza [Peer], so the next stanza has the number 2; use "Peer]2"'
+        first = "the file has no stanza [New], so the first stanza has no number; use New"
+        place = ("the number is the position among the stanzas with this name; use the number of its "
+                 "position, or move its lines with an editor")
+        for text, arguments, message in (
+                (four, ["set", "Peer]9", "K", "5"], fifth), (four, ["set", "Peer]0", "K", "5"], fifth),
+                (four, ["set", "[Peer]9", "K", "5"], fifth), (four, ["add", "Peer]6", "K", "5"], fifth),
+                (b"[Peer]\nK=1\n", ["set", "Peer]3", "K", "2"], second),
+                (four, ["set", "New]2", "K", "1"], first), (b"", ["set", "New]1", "K", "1"], first),
+                (mixed, ["rename", "A", "New]2"], first), (mixed, ["rename", "A", "Peer]3"], place),
+                (mixed, ["rename", "A", "Peer]9"], place), (mixed, ["rename", "B", "Peer]9"], place),
+                (mixed, ["rename", "Peer]1", "Peer]3"], place), (mixed, ["rename", "Peer]1", "Peer]9"], place)):
+            name = (arguments[2] if arguments[0] == "rename" else arguments[1]).lstrip("[")
+            self.expect_rows([row("networkd", text, arguments, (wrong % name + message + "\n").encode(),
+                                  INVALID_VALUE)])
+        self.expect_rows([
+            row("networkd", four, ["set", "Peer]5", "K", "5"], b"", DONE, four + b"\n[Peer]\nK=5\n"),
+            row("networkd", mixed, ["rename", "A", "Peer]1"], b"", DONE, mixed.replace(b"A", b"Peer")),
+            row("networkd", mixed, ["rename", "B", "Peer]3"], b"", DONE, mixed.replace(b"B", b"Peer")),
+            row("networkd", mixed, ["rename", "B", "Peer]1"], b"stanza [Peer]1 exists", REFUSED),
+            row("systemd", UNIT, ["set", "a]b[]2", "k", "v"], b"", DONE, UNIT + b"\n[a]b[]2]\nk=v\n")])
+
     def test_check_reports_every_error(self):
         self.write_files({"f": b"x\n[a]\ny\n", "php.ini": b"[a]\nk = \"x\nj = 1\n",
                           "smb.conf": b"[a]\nword\nk=1\nk=2\n"})

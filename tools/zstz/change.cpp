@@ -10,6 +10,7 @@
 #include "commented_lines.h"
 #include "edited_file.h"
 #include "failures.h"
+#include "key_lines.h"
 #include "secret_input.h"
 #include "spelling.h"
 #include "stanza_file.h"
@@ -462,13 +463,18 @@ void applyRename(EditedFile& file, Request const& request)
         return;
     if (isSameName(store, request))
         return respellName(file, request);
-    if (isStanza ? store.exists(name) != 0 : store.exists(stanza, name) != 0)
+    bool const isTaken =
+        isStanza ? store.exists(name) != 0 && !canRenameStanza(store, request.stanza, name)
+                 : store.exists(stanza, name) != 0;
+    if (isTaken)
         throw Failure{exitRefused,
                       request.file,
-                      {isStanza ? "stanza [" + request.newName + "] exists"
+                      {isStanza ? "stanza " + formatHeading(store.dialect(), name) + " exists"
                                 : nameKey(request.newName, request.stanza) + " exists",
                        "choose another name, or remove it with 'zstz unset'"}};
     checkTopStanza(store, request, isStanza ? request.newName : request.stanza);
+    if (isStanza)
+        checkRenamedNumber(store, request);
     if (!store.isStanzaFile())
         checkSpelling(store, request, isStanza ? request.newName : request.stanza,
                       isStanza ? "key" : request.newName, nullptr);

@@ -1,10 +1,13 @@
 #include "stanza_file.h"
 
 #include <Z/ZArrayList.h>
+#include <Z/ZDialectData.h>
 #include <Z/ZException.h>
 #include <Z/ZPropertiesImpl_p.h>
+#include <Z/ZStanzaDialect_p.h>
 #include <Z/cache/map_order.h>
 #include <Z/dialects/counting.h>
+#include <Z/lines/separate_stanzas.h>
 #include <Z/stanza/limits.h>
 #include <Z/stanza/reserved_entry.h>
 #include <Z/stanza/whitespace.h>
@@ -274,19 +277,81 @@ void requireKey(Store const& store, Request const& request)
                            " " + shellWord(request.stanza) + "' to list them"}};
 }
 
+namespace {
+
+std::string withNumber(std::string const& name, size_t number)
+{
+    return name + ']' + std::to_string(number);
+}
+
+// Returns the number of stanzas with a name, in a dialect that does not join them.
+size_t countStanzas(Store const& store, std::string const& name)
+{
+    size_t count = store.contents().contains(name.c_str()) != 0 ? 1 : 0;
+    while (count > 0 && store.contents().contains(withNumber(name, count + 1).c_str()) != 0)
+        ++count;
+    return count;
+}
+
+bool hasNumberedStanzas(Store const& store)
+{
+    return zdialects::switchesOf(store.dialect()).repeatedHead == zdialects::RepeatedHead::separate;
+}
+
+}  // namespace
+
 void requireUnambiguous(Store const& store, Request const& request)
 {
     std::string const& stanza = request.stanza;
     if (stanza.empty() || store.isAmbiguous(stanza.c_str()) == 0)
         return;
-    size_t count = 2;
-    while (store.contents().contains((stanza + ']' + std::to_string(count + 1)).c_str()) != 0)
-        ++count;
+    size_t const count = countStanzas(store, stanza);
     throw Failure{exitRefused,
                   request.file,
                   {std::to_string(count) + " stanzas have the name [" + stanza + "]",
-                   "use " + shellWord(stanza + "]1") + (count == 2 ? " or " : " to ") +
-                       shellWord(stanza + ']' + std::to_string(count))}};
+                   "use " + shellWord(withNumber(stanza, 1)) + (count == 2 ? " or " : " to ") +
+                       shellWord(withNumber(stanza, count))}};
+}
+
+void checkNewNumber(Store const& store, std::string const& path, std::string const& stanza)
+{
+    std::string const name(zlines::withoutNumber(stanza));
+    ZSCFData_6_0 const& cache = store.contents();
+    if (name == stanza || !hasNumberedStanzas(store) || cache.validCategory(stanza.c_str()) != 0)
+        return;
+    size_t const count = countStanzas(store, name);
+    std::string const next = count == 0 ? name : withNumber(name, count + 1);
+    if (cache.validCategory(next.c_str()) == 0)
+        return;  // the name is invalid without the number, too
+    std::string const why =
+        count == 0 ? "the file has no stanza [" + name + "], so the first stanza has no number"
+                   : "the file has " + formatCount(count, "stanza", "stanzas") + " [" + name +
+                         "], so the next stanza has the number " + std::to_string(count + 1);
+    throw Failure{exitInvalidValue,
+                  path,
+                  {"invalid stanza name " + quote(stanza) + ": " + why, "use " + shellWord(next)}};
+}
+
+bool canRenameStanza(Store const& store, std::string const& stanza, std::string const& newName)
+{
+    if (store.isStanzaFile())
+        return store.contents().contains(newName.c_str()) == 0;
+    auto const& cache = static_cast<ZDialectData_6_0 const&>(store.contents());
+    return cache.validNewName(stanza.c_str(), newName.c_str()) != 0;
+}
+
+void checkRenamedNumber(Store const& store, Request const& request)
+{
+    std::string const name(zlines::withoutNumber(request.newName));
+    if (name == request.newName || !hasNumberedStanzas(store) ||
+        store.contents().contains(name.c_str()) == 0 ||
+        canRenameStanza(store, request.stanza, request.newName))
+        return;
+    throw Failure{exitInvalidValue,
+                  request.file,
+                  {"invalid stanza name " + quote(request.newName) +
+                       ": the number is the position among the stanzas with this name",
+                   "use the number of its position, or move its lines with an editor"}};
 }
 
 void checkReserved(std::string const& path, std::string const& stanza)
@@ -382,10 +447,12 @@ void checkSpelling(Store const& store, Request const& request, std::string const
         throw Failure{exitInvalidValue,
                       request.file,
                       {"invalid stanza name " + quote(stanza), bracketsRemedy(meant)}};
-    if (isNew)
+    if (isNew) {
+        checkNewNumber(store, request.file, stanza);
         requireValid(
             request, "stanza name " + quote(stanza), stanza, dialect,
             [&](std::string const& name) { return cache.validCategory(name.c_str()) != 0; });
+    }
     // Several stanzas of the file can have the name of the sample.
     char const* const sample = hasHeaders ? "a" : ".";
     if (!key.empty() && cache.contains(stanza.c_str(), key.c_str()) == 0)

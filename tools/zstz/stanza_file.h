@@ -115,6 +115,20 @@ void requireUnambiguous(Store const& store, Request const& request);
 /// throws  Failure.
 void checkReserved(std::string const& path, std::string const& stanza);
 
+/// Refuses the name of a new stanza because of its number, if stanzas with one name are separate:
+/// the number must be the next.
+/// throws  Failure.
+void checkNewNumber(Store const& store, std::string const& path, std::string const& stanza);
+
+/// Returns whether no other stanza prevents a new name. Where stanzas with one name are separate,
+/// a number in the name must be the position of the stanza among them.
+bool canRenameStanza(Store const& store, std::string const& stanza, std::string const& newName);
+
+/// Refuses the new name of a stanza because of its number, which must be the position of the stanza
+/// among those with the name.
+/// throws  Failure.
+void checkRenamedNumber(Store const& store, Request const& request);
+
 /// Refuses names, or a value, that the dialect of a store cannot spell.
 /// range   `key` is empty for the name of a stanza only; `value` is null for names only.
 /// throws  Failure.
