@@ -438,6 +438,37 @@ class DialectsTest(tool.ToolTest):
             row("git", GIT, ["set", "core", "logs", "x", "--format", "json"],
                 b'set: unknown option "--format"', USAGE)])
 
+    def test_a_refusal_names_the_position_or_the_code_of_a_character(self):
+        lines = b": the dialect %s keeps no whitespace at the start or end of a line in it; remove the whitespace"
+        newline = b": the dialect %s keeps no newline at the end of it; remove the newline"
+        end = b": the dialect %s cannot spell the %s at the end of it; use another end"
+        start = b": the dialect %s cannot spell the %s at the start of it; use another start"
+        cannot = b": the dialect %s cannot spell the %s in it; use a string without it"
+        space = '"\u00a0" (U+00A0)'.encode()
+        unit = b"[s]\nk=1\n"
+        self.expect_rows([
+            row(dialect, unit, ["set", "s", "k", value], message % tuple(
+                x for x in (dialect.encode(), character) if x), INVALID_VALUE)
+            for dialect, value, message, character in (
+                ("python", "a\n  b", lines, b""), ("python", "a\n\tb", lines, b""),
+                ("python", "a \nb", lines, b""), ("python", "a\nb\n c\nd", lines, b""),
+                ("python", "a\n", newline, b""), ("python", "a\nb\n\n", newline, b""),
+                ("python", "a\n  b\n", newline, b""), ("systemd", "a\n", cannot, b"newline"),
+                ("systemd", "a\n  b", cannot, b"newline"), ("python", "a\n# b", cannot, b'"#"'),
+                ("systemd", "a\\", end, b'"\\"'), ("samba", "a\\b\\", end, b'"\\"'),
+                ("python", "a\u00a0", end, space), ("python", "a\u00a0\u00a0", end, space),
+                ("python", "\u00a0a", start, space), ("python-inline", "a\u00a0b\u00a0", end, space),
+                ("editorconfig", "a\u2028b", cannot, b'"?" (U+2028)'),
+                ("editorconfig", "a\u00a0", end, space),
+                ("systemd", "a\udce4b", cannot, b"byte E4"), ("systemd", "a\udca0", cannot, b"byte A0"),
+                ("python", "a\v", end, b"control character"))])
+        self.expect_rows([
+            row("git", GIT, ["set", "core", "k\u00e4", "v"], cannot % (b"git", '"ä" (U+00E4)'.encode()),
+                INVALID_VALUE),
+            # Few of the different characters are tried.
+            row("git", GIT, ["set", "core", "".join(map(chr, range(0x4e00, 0x9f00))), "v"],
+                b"the dialect git cannot spell it; use another string", INVALID_VALUE)])
+
     def test_a_wrong_number_of_a_stanza_is_refused_with_the_right_one(self):
         four = b"".join(b"[Peer]\nK=%d\n" % i for i in range(1, 5))
         mixed = b"[A]\n" + PEERS + b"[B]\n"

@@ -11,7 +11,6 @@
 #include <Z/stanza/limits.h>
 #include <Z/stanza/reserved_entry.h>
 #include <Z/stanza/whitespace.h>
-#include <ctype.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -23,6 +22,7 @@
 #include "key_lines.h"
 #include "problems.h"
 #include "raw_file.h"
+#include "spelling_fault.h"
 
 namespace {
 
@@ -365,55 +365,12 @@ void checkReserved(std::string const& path, std::string const& stanza)
 
 namespace {
 
-using IsValid = std::function<bool(std::string const&)>;
-
-std::string nameCharacter(char c)
-{
-    return c == '\n'                                            ? "newline"
-           : c == '\r'                                          ? "carriage return"
-           : c == '\t'                                          ? "tab"
-           : c == ' '                                           ? "space"
-           : static_cast<unsigned char>(c) < ' ' || c == '\x7F' ? "control character"
-                                                                : '"' + std::string(1, c) + '"';
-}
-
-// Returns why a dialect cannot spell a string, found by changes that make it valid.
-Problem describeFault(std::string const& text, std::string const& dialect, IsValid const& isValid)
-{
-    constexpr size_t kShortLength = 1000;
-    constexpr char kWhitespace[] = " \t";
-    size_t const begin = std::min(text.find_first_not_of(kWhitespace), text.size());
-    std::string const trimmed = text.substr(begin, text.find_last_not_of(kWhitespace) + 1 - begin);
-    if (trimmed.size() < text.size() && isValid(trimmed))
-        return {"the dialect " + dialect + " keeps no whitespace at the start or end of it",
-                "remove the whitespace"};
-    if (text.size() > kShortLength && isValid(text.substr(0, kShortLength)))
-        return {"its line would be too long for the dialect " + dialect, "shorten it"};
-    // A mark may be invalid only after a space or a newline: it is the better description then.
-    auto const isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
-    std::string candidates = text;
-    std::stable_partition(candidates.begin(), candidates.end(),
-                          [&](char c) { return !isSpace(c); });
-    std::string tried;
-    for (char const c : candidates) {
-        if (isalnum(static_cast<unsigned char>(c)) != 0 || tried.find(c) != tried.npos)
-            continue;
-        tried += c;
-        std::string changed = text;
-        std::replace(changed.begin(), changed.end(), c, 'a');
-        if (isValid(changed))
-            return {"the dialect " + dialect + " cannot spell the " + nameCharacter(c) + " in it",
-                    "use a string without it"};
-    }
-    return {"the dialect " + dialect + " cannot spell it", "use another string"};
-}
-
 void requireValid(Request const& request, std::string const& name, std::string const& text,
                   std::string const& dialect, IsValid const& isValid)
 {
     if (isValid(text))
         return;
-    Problem problem = describeFault(text, dialect, isValid);
+    Problem problem = describeSpellingFault(text, dialect, isValid);
     problem.text.insert(0, "invalid " + name + ": ");
     throw Failure{exitInvalidValue, request.file, problem};
 }
