@@ -1,6 +1,7 @@
 // Merging files by stanza and key: lists of values, whole files, conflicts, and random files.
 #include <Z/dialects/switched_dialect.h>
 #include <Z/dialects/table.h>
+#include <Z/lines/difference.h>
 #include <Z/lines/outline.h>
 #include <Z/lines/text_merge.h>
 #include <Z/lines/value_merge.h>
@@ -68,9 +69,11 @@ std::string mergedUnits(std::string const& base, std::string const& ours, std::s
 
 using Contents = std::map<std::string, std::map<std::string, Strings>>;
 
-Contents contentsOf(std::string const& text)
+Contents contentsOf(std::string const& text,
+                    zlines::Dialect const& dialect = zstanza::stanzaDialect())
 {
-    zlines::Outline outline(text, zstanza::stanzaDialect());
+    zlines::Outline outline(text, dialect);
+    EXPECT_TRUE(outline.isValid()) << text;
     Contents contents;
     std::string stanza;
     std::string space;
@@ -565,6 +568,98 @@ TEST(TextMerge, AKeyWithAndWithoutAValueConflictsOnlyIfBothVersionsChangeIt)
             EXPECT_EQ(ours, zlines::mergeTexts(base, ours, ours, *dialect).text);
         }
     }
+}
+
+TEST(TextMerge, ABackslashAtTheEndOfOneVersionJoinsNoLineOfTheOther)
+{
+    struct Row {
+        char const* dialect;
+        Strings lastLines;
+    };
+    Row const rows[] = {
+        {"git", {"n=x\\", "n=x # c\\", "# c\\"}},
+        {"systemd", {"n=x\\", "n=\"x\\", "# c\\", "[b]\\"}},
+        {"networkd", {"n=x\\", "n=\"x\\", "# c\\", "[b]\\"}},
+        {"samba", {"n=x\\", "n=\"x\\", "# c\\", "[b]\\"}},
+        {"qt", {"n=x\\", "# c\\", "[b]\\"}},
+    };
+    std::string const base = "[a]\nn=1\nm=1\n";
+    auto const expectBoth = [&](zlines::Dialect const& dialect, std::string const& theirs,
+                                std::string const& lastLine) {
+        auto const expectMerged = [&](std::string const& ours, Contents const& expected) {
+            for (auto const& [one, other] : {std::pair(ours, theirs), {theirs, ours}}) {
+                std::string const merged = zlines::mergeTexts(base, one, other, dialect).text;
+                EXPECT_EQ(expected, contentsOf(merged, dialect)) << merged;
+                if (lastLine[0] == '#') {
+                    EXPECT_NE(merged.npos, merged.find(lastLine)) << merged;
+                }
+            }
+        };
+        Contents expected = contentsOf(theirs, dialect);
+        expected["a"]["m"] = {"2"};
+        expectMerged("[a]\nn=1\nm=2\n", expected);
+        expected["z"]["q"] = {"1"};
+        expectMerged("[a]\nn=1\nm=2\n\n[z]\nq=1\n", expected);
+        expected = contentsOf(theirs, dialect);
+        expected["a"]["z"] = {"3"};
+        expectMerged("[a]\nn=1\nm=1\nz=3\n", expected);
+    };
+    for (Row const& row : rows) {
+        auto const dialect = zdialects::dialectWith(zdialects::findRow(row.dialect)->switches);
+        for (std::string const& lastLine : row.lastLines)
+            for (char const* const ending : {"", "\n"}) {
+                SCOPED_TRACE(row.dialect + (": " + lastLine) + ending);
+                std::string const theirs = "[a]\nm=1\n" + lastLine + ending;
+                // Without a line ending, Samba has the backslash in the value.
+                if (row.dialect == std::string("samba") && lastLine[0] == 'n' && *ending == 0)
+                    EXPECT_THROW(zlines::mergeTexts(base, "[a]\nn=1\nm=2\n", theirs, *dialect),
+                                 zlines::Refusal);
+                else
+                    expectBoth(*dialect, theirs, lastLine);
+            }
+    }
+}
+
+TEST(TextMerge, LinesWithAndWithoutAValueGetANewSpellingIfACopyWouldNotReadBack)
+{
+    Case const cases[] = {
+        {"a backslash at the end", "[a]\nn=1\nm=1\n", "[a]\nn=1\nm=2\n", "[a]\nm=1\nn\nn=x\\\n",
+         "[a]\nn\nn=x\nm=2\n"},
+        {"a backslash without a line ending", "[a]\nn=1\nm=1\n", "[a]\nn=1\nm=2\n",
+         "[a]\nm=1\nn\nn=x\\", "[a]\nn\nn=x\nm=2\n"},
+        {"above another key that is copied", "[a]\nn=1\nm=1\nk=1\n", "[a]\nn=1\nm=1\nk=2\n",
+         "[a]\nk=1\nm\nm=2\nn\nn= x\\\n", "[a]\nn\nn=x\nm\nm=2\nk=2\n"},
+        {"in the line of a header", "[a] n=1\nm=1\n", "[a] n=1\nm=2\n", "[a]\nm=1\nn\nn=x\\\n",
+         "[a] n\n\tn = x\nm=2\n"},
+        {"at the end of this version", "[a]\nn\nm=1\nn=x\\\n", "[a]\nn\nm=2\nn=x\\\n",
+         "[a]\nn\nm=1\nn\nn=x\\\n", "[a]\nn\nn\nn=x\nm=2\n"},
+        {"in the style of the text", "[a]\n  n = 1\n  m = 1\n", "[a]\n  n = 1\n  m = 2\n",
+         "[a]\nm=1\nn\nn=\"x;\"\\\n", "[a]\n  n\n  n = \"x;\"\n  m = 2\n"},
+        {"a comment after the value", "[a]\nn=1\nm=1\n", "[a]\nn=1\nm=2\n",
+         "[a]\nm=1\nn\n  n = x # c\\\n", "[a]\nn\n  n = x # c\\\nm=2\n"},
+    };
+    auto const git = zdialects::dialectWith(zdialects::findRow("git")->switches);
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        MergedText const merged = zlines::mergeTexts(c.base, c.ours, c.theirs, *git);
+        EXPECT_EQ(0u, merged.conflicts);
+        EXPECT_EQ(c.merged, merged.text);
+        EXPECT_EQ(contentsOf(c.merged, *git),
+                  contentsOf(zlines::mergeTexts(c.base, c.theirs, c.ours, *git).text, *git));
+    }
+    // The marks of a conflict of another key are below the new lines.
+    EXPECT_EQ(
+        "[a]\nn\nn=x\nm=1\n<<<<<<< ours\nk=2\n=======\nk=3\n>>>>>>> " + std::string("theirs\n"),
+        zlines::mergeTexts("[a]\nn=1\nm=1\nk=1\n", "[a]\nn=1\nm=1\nk=2\n",
+                           "[a]\nm=1\nk=3\nn\nn=x\\\n", *git)
+            .text);
+    // A copy of an indented line would continue the value above.
+    zdialects::Switches switches = zdialects::findRow("python")->switches;
+    switches.keyAlone = zdialects::KeyAlone::option;
+    EXPECT_EQ("[a]\nm=2\nn\nn=2\n",
+              zlines::mergeTexts("[a]\nn=1\nm=1\n", "[a]\nm=2\nn=1\n", "[a]\n  n\n  n=2\nm=1\n",
+                                 *zdialects::dialectWith(switches))
+                  .text);
 }
 
 TEST(TextMerge, DetectsAChangeOfBytesThatAreNotRead)

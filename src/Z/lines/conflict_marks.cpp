@@ -33,7 +33,8 @@ public:
                 markStanzaOfTheirs(name);
             else
                 for (MergedKey const& key : stanza.keys)
-                    markKey(name, key);
+                    if (!key.values.empty())
+                        markValues(name, std::string(key.name), key.values);
         return compose();
     }
 
@@ -47,8 +48,7 @@ private:
         uint32_t position;
         Place place;
         std::string lines;
-        uint32_t until = 0;          // the end of the bytes that it replaces; 0: none
-        bool isBelowHeader = false;  // it starts in the line of a header
+        uint32_t until = 0;  // the end of the bytes that it replaces; 0: none
     };
 
     Outline const& outline() const { return merged_.outline(); }
@@ -86,9 +86,7 @@ private:
                             std::string_view ending, std::string& out)
     {
         for (uint32_t const line : lines)
-            appendBytes(slice(side.outline().text(), side.outline().lines()[line].begin,
-                              side.outline().endOf(line)),
-                        ending, out);
+            side.appendLines(side.rangeOfLine(line), ending, out);
     }
 
     // Returns the lines of a side that have the values or, without values, the key. All values: the
@@ -144,10 +142,8 @@ private:
         uint32_t const header = found == nullptr ? kNone : found->header;
         std::string const ending(outline().lineEndingAfter(header == kNone ? kNone : header));
         std::string lines = oursMark_ + ending + kMiddle + ending;
-        for (uint32_t const section : theirs->sections) {
-            auto const [first, last] = theirs_.rangeOf(section);
-            appendBytes(slice(theirs_.outline().text(), first, last), ending, lines);
-        }
+        for (uint32_t const section : theirs->sections)
+            theirs_.appendLines(theirs_.rangeOf(section), ending, lines);
         lines += theirsMark_ + ending;
         replace(header, header, std::move(lines));
     }
@@ -159,48 +155,6 @@ private:
         insertions_.push_back({first == kNone ? size : outline().lines()[first].begin, start,
                                std::move(block), last == kNone ? size : outline().endOf(last)});
         ++blocks_;
-    }
-
-    // Appends lines with the line ending of the result.
-    static void appendBytes(std::string_view bytes, std::string_view ending, std::string& out)
-    {
-        while (!bytes.empty()) {
-            size_t const length = std::min(bytes.find('\n'), bytes.size());
-            std::string_view line = bytes.substr(0, length);
-            if (line.ends_with('\r'))
-                line.remove_suffix(1);
-            appendLine(out, line, ending);
-            bytes.remove_prefix(std::min(length + 1, bytes.size()));
-        }
-    }
-
-    void markKey(std::string const& stanza, MergedKey const& key)
-    {
-        if (key.takesAll)
-            copyLines(stanza, key);
-        else if (!key.values.empty())
-            markValues(stanza, std::string(key.name), key.values);
-    }
-
-    // Puts all lines of `theirs` in the place of the first line of a key, without marks.
-    void copyLines(std::string const& stanza, MergedKey const& key)
-    {
-        SideKey const found = merged_.find(stanza, key.name);
-        std::vector<uint32_t> const lines = found ? found.lines() : std::vector<uint32_t>();
-        uint32_t const first = lines.empty() ? kNone : lines.front();
-        std::string block;
-        appendLines(theirs_, key.side.lines(), outline().lineEndingAfter(first), block);
-        uint32_t const last = lines.empty() ? kNone : lines.back();
-        bool const isOpen =
-            last != kNone && outline().endOf(last) == text_.size() && !text_.ends_with('\n');
-        if (isOpen && lines.size() == 1)
-            block.resize(withoutLineEnding(block).size());
-        replace(first, first, std::move(block));
-        insertions_.back().isBelowHeader = first != kNone && outline().sharesLine(first);
-        --blocks_;
-        for (size_t i = 1; i < lines.size(); ++i)
-            insertions_.push_back(
-                {outline().lines()[lines[i]].begin, start, "", outline().endOf(lines[i])});
     }
 
     void markValues(std::string const& stanza, std::string const& name,
@@ -280,8 +234,7 @@ private:
             if (insertion.position > done)
                 out += slice(text_, done, insertion.position);
             done = std::max({done, insertion.position, insertion.until});
-            if (!out.empty() && out.back() != '\n' && !insertion.lines.empty() &&
-                !insertion.isBelowHeader)
+            if (!out.empty() && out.back() != '\n' && !insertion.lines.empty())
                 out +=
                     outline().lineEndingAfter(static_cast<uint32_t>(outline().lines().size() - 1));
             out += insertion.lines;

@@ -1,5 +1,4 @@
-// conflict_marks: the lines of both sides of each conflict, between marks, and keys whose lines are
-// all copied from the other side.
+// conflict_marks: the lines of both sides of each conflict, between marks.
 #pragma once
 
 #include <stddef.h>
@@ -14,9 +13,8 @@
 
 namespace zlines {
 
-/// Returns `text` with the conflicts of `contents` marked, and with the lines of keys that take all
-/// lines of `theirs`. A block has the lines of each side as they are in its text, but the line
-/// endings of `text`. Stores the number of blocks.
+/// Returns `text` with the conflicts of `contents` marked. A block has the lines of each side as
+/// they are in its text, but the line endings of `text`. Stores the number of blocks.
 /// range   `text` has the merged contents; a conflict has the lines of `ours` or, without such
 ///         lines, of `theirs`. `names` has the names of its stanzas, as MergeSide takes them.
 std::string markConflicts(std::string_view text, Dialect const& dialect,

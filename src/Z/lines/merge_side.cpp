@@ -274,6 +274,20 @@ std::pair<uint32_t, uint32_t> MergeSide::rangeOf(uint32_t section) const
     return {lines[first].begin, outline_.endOf(last)};
 }
 
+void MergeSide::appendLines(std::pair<uint32_t, uint32_t> range, std::string_view ending,
+                            std::string& out) const
+{
+    std::string_view bytes = slice(outline_.text(), range.first, range.second);
+    while (!bytes.empty()) {
+        size_t const length = std::min(bytes.find('\n'), bytes.size());
+        std::string_view line = bytes.substr(0, length);
+        if (line.ends_with('\r'))
+            line.remove_suffix(1);
+        (out += line) += ending;
+        bytes.remove_prefix(std::min(length + 1, bytes.size()));
+    }
+}
+
 SideStanza const* MergeSide::find(std::string_view stanza) const
 {
     auto const found = stanzas_.find(stanza);

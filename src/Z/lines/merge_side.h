@@ -159,6 +159,17 @@ public:
     /// Returns the comments above lines without a meaning.
     std::vector<SideComment> commentsOfOtherLines() const;
 
+    /// Appends the lines between two positions of the text, each with another line ending; the last
+    /// gets it even if it has none.
+    void appendLines(std::pair<uint32_t, uint32_t> range, std::string_view ending,
+                     std::string& out) const;
+
+    /// Returns the positions of a line: its begin and its end, after its line ending.
+    std::pair<uint32_t, uint32_t> rangeOfLine(uint32_t line) const
+    {
+        return {outline_.lines()[line].begin, outline_.endOf(line)};
+    }
+
     /// Returns whether a blank line is right above a line of the text.
     bool isBelowBlank(uint32_t line) const;
 

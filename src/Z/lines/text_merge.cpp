@@ -12,6 +12,7 @@
 #include "alignment.h"
 #include "comment_merge.h"
 #include "conflict_marks.h"
+#include "copied_keys.h"
 #include "difference.h"
 #include "document.h"
 #include "merge_side.h"
@@ -911,7 +912,7 @@ MergedText mergeAt(Attempt const& attempt, std::string_view base, std::string_vi
     if (ours == base && haveSameStanza(*our, *their, fixed))
         return {std::string(theirs), 0};
     auto contents = std::make_unique<MergedContents const>(*before, *our, *their, fixed);
-    bool const hasMarks = contents->hasConflicts() || contents->hasCopiedKeys();
+    bool const isComplete = !contents->hasConflicts() && !contents->hasCopiedKeys();
     // A side needs more memory than its text, so it is released as soon as possible.
     Assembly(*before, *our, *their, *contents, attempt.place).assemble();
     before.reset();
@@ -919,7 +920,7 @@ MergedText mergeAt(Attempt const& attempt, std::string_view base, std::string_vi
     document.renamesStanzas = attempt.renamesStanzas;
     std::vector<std::string> const names =
         Writer(*our, *their, *contents, document).write(our->entries());
-    if (!hasMarks) {
+    if (isComplete) {
         contents.reset();
         their.reset();
         our.reset();
@@ -927,7 +928,11 @@ MergedText mergeAt(Attempt const& attempt, std::string_view base, std::string_vi
     MergedText merged = {};
     if (!rewriteByLines(ours, dialect, document, merged.text))
         merged.text = ours;
-    if (hasMarks)
+    if (isComplete)
+        return merged;
+    if (contents->hasCopiedKeys())
+        merged.text = copyKeys(merged.text, dialect, names, *contents, *their);
+    if (contents->hasConflicts())
         merged.text =
             markConflicts(merged.text, dialect, names, *contents, *our, *their, merged.conflicts);
     return merged;
