@@ -79,7 +79,11 @@ public:
                               // or the last of the stanzas (zDialectJoinedHeads)
 
         // In a stanza file.
-        looksContinued = 38  // note: a key that is indented below another key
+        looksContinued = 38,  // note: a key that is indented below another key
+
+        // In files of other dialects.
+        continuedComment = 39  // note: a line that belongs to the comment above it, whose last
+                               // character is a backslash; programs may read it as a header or key
     };
 
     /// Creates a record.

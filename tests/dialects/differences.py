@@ -100,6 +100,8 @@ ROWS = [
      lambda c: re.search(r"[\v\f]", c.data) is not None),
     ("testparm", "a byte order mark belongs to the first line there",
      lambda c: c.data.startswith("\xef\xbb\xbf")),
+    ("testparm", "comments do not continue after a backslash there",
+     lambda c: re.search(r"^[ \t]*[#;].*\\\r?\n", c.data, re.M) is not None),
     ("testparm", "a header without a name is refused there",
      lambda c: c.refused == "there" and re.search(r"^\s*\[\]", c.data, re.M) is not None),
     ("testparm", "spaces in the name of a stanza are compared as one space, or not at all, there",

@@ -154,6 +154,11 @@ TEST_F(DialectProblems, HaveAPlaceACauseAndARemedy)
          "one of them\n"
          "5:1 note 27 [A] maxlog: another line with key \"maxlog\" counts, and this one is "
          "ignored; remove one of them\n"},
+        {"samba", "[a]\n# on D:\\\n[b]\n  ; x \\\ny=1 \\\nz=1\n# end \\",
+         "3:1 note 39 [a] : \"[b]\": the comment above continues here, but programs may read this "
+         "line; remove the backslash above, or the line\n"
+         "5:1 note 39 [a] : \"y=1 \\\": the comment above continues here, but programs may read "
+         "this line; remove the backslash above, or the line\n"},
         {"windows", "[A]\nk=1\n[a]\nK=2\n",
          "3:1 note 37 [A] : \"[a]\": programs may read only the first of the stanzas with this "
          "name; join it with the earlier one\n"

@@ -87,6 +87,8 @@ constexpr Row kRows[] = {
      "join it with the earlier one", true},
     {quotedInPart, "programs that read this format drop the quotes within the value", nullptr,
      "write quotes around the whole value", true},
+    {continuedComment, "the comment above continues here, but programs may read this line", nullptr,
+     "remove the backslash above, or the line", true},
     {repeatedHeader, "programs may read only the ^ of the stanzas with this name", nullptr,
      "join it with the earlier one", true},
 };

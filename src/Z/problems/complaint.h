@@ -47,7 +47,8 @@ enum Cause : int {
     quotedInPart = 35,
     loneReturn = 36,
     repeatedHeader = 37,
-    looksContinued = 38
+    looksContinued = 38,
+    continuedComment = 39
 };
 
 // Line and column, counted from 1.

@@ -88,6 +88,8 @@ void DialectInspector::inspect()
         findSyntaxFaults();
     if (dialect_.switches().quoting == zdialects::Quoting::whole)
         findPartialQuotes();
+    if (dialect_.switches().commentsJoin)
+        findContinuedComments();
 }
 
 // Returns a string that lives as long as the inspector: `view`, or a copy if it is in `space`.
@@ -362,6 +364,23 @@ void DialectInspector::findPartialQuotes()
             continue;
         passHeaders(i);
         addAt(lines_[i].valueBegin, quotedInPart, false, "");
+    }
+}
+
+// Records the second line of each comment that continues.
+void DialectInspector::findContinuedComments()
+{
+    startAtTop();
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        if (lines_[i].kind != zlines::otherLine)
+            continue;
+        size_t const next = zdialects::physicalLineAt(text_, lines_[i].begin).next;
+        size_t const end = i + 1 < lines_.size() ? lines_[i + 1].begin : text_.size();
+        size_t const first = dialect_.characters().afterBlanks(text_, lines_[i].begin);
+        if (next >= end || first >= end || !dialect_.characters().isMark(text_[first]))
+            continue;
+        passHeaders(i);
+        addAt(next, continuedComment, false, "");
     }
 }
 

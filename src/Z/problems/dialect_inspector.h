@@ -42,6 +42,7 @@ private:
     void findInvalidBytes();
     void findSyntaxFaults();
     void findPartialQuotes();
+    void findContinuedComments();
     void addRepetition(zlines::Line const& line, Repetition repetition);
     void addAt(size_t at, Cause cause, bool isError, char const* reason);
     void startAtTop();
