@@ -56,7 +56,8 @@ typedef struct ZPROPValue {
     char const* key;
     int flag;      // 1: a missing key gives 0 or an empty value; any other: an error
     void* result;  // receives the result: int* (boolean), unsigned int* (integer), char**
-                   // (string: null if empty), char*** (list: ends with a null pointer)
+                   // (string: null if empty), char*** (list: ends with a null pointer; in a
+                   // dialect it has every value, also above a reset)
 } ZPROPValue;
 
 /// Opens `file`, reads it and stores a handle in `*handle`. The path "etcd://FLEET/NAME" names a
