@@ -107,7 +107,7 @@ protected:
 
     ModelCluster cluster_;
     FleetFile const file_{FleetFile::textFor({cluster_.address()}) +
-                          "budget = 2\ncall = 300\nlease = 1\n"};
+                          "budget = 5\ncall = 2000\nlease = 4\n"};
 };
 
 }  // namespace
@@ -215,7 +215,7 @@ TEST_F(FleetToolLock, LostLockEndsTheCommand)
 TEST_F(FleetToolLock, LossThatTheReleaseFindsIsReported)
 {
     FleetFile const slower(FleetFile::textFor({cluster_.address()}) +
-                           "budget = 2\ncall = 300\nlease = 600\n");
+                           "budget = 5\ncall = 2000\nlease = 600\n");
     Tool command("--write" + std::string(kLock) + "-- sh -c 'echo held; cat'");
     EXPECT_EQ("held\n", command.line());
     cluster_.endLeases();
