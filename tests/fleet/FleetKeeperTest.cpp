@@ -18,6 +18,7 @@
 #include "FleetFile.h"
 #include "ModelCluster.h"
 #include "NotedMessages.h"
+#include "ScriptedClock.h"
 #include "Threads.h"
 #include "transport/requests.h"
 
@@ -61,6 +62,8 @@ protected:
         waitUntil([&] { return renewals() >= before + number; });
     }
 
+    // Calls fail on purpose only, even on a slow machine.
+    ScriptedClock const clock_{ScriptedClock::real};
     ModelCluster cluster_;
     FleetFile const file_{FleetFile::textFor({cluster_.address()}) +
                           "budget = 10\ncall = 300\nlease = 1\n"};
@@ -71,6 +74,7 @@ protected:
 
 TEST_F(FleetKeeper, HeldLocksAreRenewed)
 {
+    FleetFile const longer(FleetFile::textFor({cluster_.address()}) + "budget = 10\nlease = 6\n");
     Lock first("etcd://test/first");
     Lock second("etcd://test/second");
     Keeper keeper;
@@ -80,8 +84,8 @@ TEST_F(FleetKeeper, HeldLocksAreRenewed)
     keeper.start();
     first.writeLock();  // acquired after the start
     second.readLock();
-    auto const end = std::chrono::steady_clock::now() + milliseconds(2500);
-    int64_t lowest = 1000;
+    auto const end = std::chrono::steady_clock::now() + milliseconds(15000);
+    int64_t lowest = 6000;
     while (std::chrono::steady_clock::now() < end) {
         lowest = std::min({lowest, first.remaining(), second.remaining()});
         std::this_thread::sleep_for(milliseconds(5));

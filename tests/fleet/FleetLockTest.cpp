@@ -32,6 +32,7 @@ using Lock = ZFleetReadWriteLock_6_0;
 using Fate = ModelCluster::Fate;
 
 using namespace zfleet_lock;
+using std::chrono::seconds;
 
 constexpr char kPath[] = "etcd://test/orders";
 constexpr char kQueue[] = "/zfleet/6/lock/orders/q/";
@@ -726,35 +727,35 @@ TEST_F(FleetLock, RemainingTimeIsNineTenthsOfTheLease)
 
 TEST_F(FleetLock, RenewalExtendsTheTime)
 {
-    setUpFile("lease = 2\n");
     Lock lock(kPath);
     lock.writeLock();
-    waitUntil([&] { return lock.remaining() < 1000; });
+    ScriptedClock::suspend(seconds(20));
+    EXPECT_GE(kCertain - 20000, lock.remaining());
     EXPECT_EQ(1, lock.keepAlive());
-    EXPECT_LT(1000, lock.remaining());
-    waitUntil([&] { return lock.remaining() == 0; });
+    EXPECT_LT(20000, lock.remaining());
+    ScriptedClock::suspend(seconds(27));
+    EXPECT_EQ(0, lock.remaining());
     EXPECT_EQ(0, lock.isLost());
     EXPECT_EQ(1, lock.keepAlive());  // the cluster still has the lease, so nothing was lost
-    EXPECT_LT(0, lock.remaining());
+    EXPECT_LT(20000, lock.remaining());
     lock.unlock();
     EXPECT_EQ("1", sequence());
 }
 
 TEST_F(FleetLock, OldLeaseIsRenewedBeforeTheNextAcquisition)
 {
-    setUpFile("lease = 2\n");
     Lock lock(kPath);
     lock.writeLock();
     lock.unlock();
-    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    ScriptedClock::suspend(seconds(10));  // a third of the lease
     lock.writeLock();
     EXPECT_EQ(1u, count("LeaseKeepAlive"));
-    EXPECT_LT(1000, lock.remaining());
+    EXPECT_LT(20000, lock.remaining());
     lock.unlock();
-    std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+    ScriptedClock::suspend(seconds(27));
     lock.writeLock();
     EXPECT_EQ(2u, count("LeaseGrant"));
-    EXPECT_LT(1000, lock.remaining());
+    EXPECT_LT(20000, lock.remaining());
     lock.unlock();
 }
 
@@ -851,12 +852,11 @@ TEST_F(FleetLock, EntryThatWasMovedInDoubtIsFound)
 
 TEST_F(FleetLock, LeaseOfAnEarlierTermIsReplacedBeforeALock)
 {
-    setUpFile("lease = 1\n");
     Lock lock(kPath);
     lock.writeLock();
     lock.unlock();
     cluster_.elect();
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));  // a third of the lease
+    ScriptedClock::suspend(seconds(10));  // a third of the lease
     lock.writeLock();
     cluster_.endEarlierLeases();
     EXPECT_EQ(1, lock.keepAlive());
@@ -1019,7 +1019,7 @@ TEST_F(FleetLock, EntryThatSomeoneRemovedIsALoss)
 
 TEST_F(FleetLock, LockIsLostIfItCannotBeRenewedInTime)
 {
-    setUpFile("lease = 1\nbudget = 1\ncall = 100\n");
+    setUpSteppedFile("budget = 1\ncall = 100\n");
     Lock lock(kPath);
     Observer observer;
     lock.addObserver(&observer);
@@ -1028,7 +1028,8 @@ TEST_F(FleetLock, LockIsLostIfItCannotBeRenewedInTime)
     EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ETIMEDOUT, kSource, raiseInKeepAlive,
                                                    [&] { lock.keepAlive(); }));
     EXPECT_EQ(0, lock.isLost());
-    waitUntil([&] { return lock.remaining() == 0; });
+    ScriptedClock::suspend(seconds(27));
+    EXPECT_EQ(0, lock.remaining());
     EXPECT_EQ("", observer.seen);
     EXPECT_EQ(0, lock.keepAlive());
     EXPECT_EQ(1, lock.isLost());

@@ -12,6 +12,8 @@ using std::chrono::nanoseconds;
 extern "C" {
 gpr_timespec __real_gpr_time_from_millis(int64_t time, gpr_clock_type clock);
 gpr_timespec __wrap_gpr_time_from_millis(int64_t time, gpr_clock_type clock);
+int __real_clock_gettime(clockid_t clock, timespec* time);
+int __wrap_clock_gettime(clockid_t clock, timespec* time);
 int __real_clock_nanosleep(clockid_t clock, int flags, timespec const* time, timespec* left);
 int __wrap_clock_nanosleep(clockid_t clock, int flags, timespec const* time, timespec* left);
 // std::chrono::steady_clock::now()
@@ -27,6 +29,7 @@ std::atomic<bool> canTimeOut{false};
 std::atomic<int64_t> longestCall{0};  // milliseconds
 std::atomic<int64_t> start{0};        // nanoseconds
 std::atomic<int64_t> steps{0};        // nanoseconds
+std::atomic<int64_t> suspension{0};   // seconds
 
 }  // namespace
 
@@ -49,6 +52,15 @@ int __wrap_clock_nanosleep(clockid_t clock, int flags, timespec const* time, tim
         return __real_clock_nanosleep(clock, flags, time, left);
     steps += int64_t{time->tv_sec} * 1'000'000'000 + time->tv_nsec;
     return 0;
+}
+
+// The library counts the time of leases.
+int __wrap_clock_gettime(clockid_t clock, timespec* time)
+{
+    int const rc = __real_clock_gettime(clock, time);
+    if (clock == CLOCK_BOOTTIME)
+        time->tv_sec += suspension;
+    return rc;
 }
 
 int64_t __wrap__ZNSt6chrono3_V212steady_clock3nowEv()
@@ -85,4 +97,9 @@ milliseconds ScriptedClock::takeLongestCall()
 milliseconds ScriptedClock::elapsed()
 {
     return std::chrono::duration_cast<milliseconds>(nanoseconds(steps));
+}
+
+void ScriptedClock::suspend(std::chrono::seconds time)
+{
+    suspension += time.count();
 }

@@ -27,4 +27,8 @@ public:
 
     /// Returns the time that has passed in steps since the clock was created.
     static std::chrono::milliseconds elapsed();
+
+    /// Advances only the clock of leases, as a suspension of the machine does. The advance lasts
+    /// longer than the object.
+    static void suspend(std::chrono::seconds time);
 };
