@@ -44,6 +44,11 @@ NAMES = rows(
      b'invalid stanza name "[a]"; leave out the brackets: a\n', INVALID_VALUE),
     (["get", "f", "[c]", "k"], b"no stanza [[c]]; run 'zstz stanzas f'", NOT_FOUND),
     (["get", "f", "[", "k"], b"no stanza [[]; run 'zstz stanzas f'", NOT_FOUND),
+    (["set", "f", "a", "k", "1", "2"], b'set: unexpected argument "2"; put a value of several words in '
+     b"quotes, or run 'zstz set --help'\n", USAGE),
+    (["comment", "f", "a", "k", "1", "2"], b'"2"; put a comment of several words in quotes, or run ',
+     USAGE),
+    (["get", "f", "a", "k", "1"], b"unexpected argument \"1\"; run 'zstz get --help'\n", USAGE),
     (["rename", "f", "a", "k", "b", "k"],
      b'rename: unexpected argument "k"; to move a key, use unset and set in a script of zstz edit, or',
      USAGE),

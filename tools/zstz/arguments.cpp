@@ -117,6 +117,7 @@ private:
     Option const* findOption(std::string_view name, char shortName) const;
     [[noreturn]] void throwUnknownOption(std::string const& name) const;
     bool takesArgument() const;
+    char const* wordsRemedy() const;
     void parseOption(std::string const& word, std::vector<std::string> const& words, size_t& at);
     void parseShortOptions(std::string const& word);
     void setFlag(Option const& option);
@@ -188,10 +189,14 @@ void Parser::throwUnknownOption(std::string const& name) const
 {
     NearestName nearest(name);
     forEachAllowedOption([&](Option const& option) { nearest.compare(option.name); });
-    throw UsageError{"unknown option " + quote(name), !nearest.found().empty()
-                                                          ? "use " + nearest.found()
-                                                      : takesArgument() ? kDashesRemedy
-                                                                        : ""};
+    UsageError error = {"unknown option " + quote(name)};
+    if (!nearest.found().empty())
+        error.remedy = "use " + nearest.found();
+    else if (takesArgument())
+        error.remedy = kDashesRemedy;
+    else if (hasFixedFile_)  // a line of a script has few options, but values of several words
+        error.remedy = wordsRemedy();
+    throw error;
 }
 
 // Returns whether the verb takes another argument after arguments_.
@@ -200,6 +205,16 @@ bool Parser::takesArgument() const
     UsageLine const usage(chooseUsage(), hasFixedFile_);
     return usage.places.size() > arguments_.size() ||
            (!usage.places.empty() && usage.places.back().isRepeated);
+}
+
+// Returns the remedy for a word after the last argument; empty if that is a name.
+char const* Parser::wordsRemedy() const
+{
+    UsageLine const usage(chooseUsage(), hasFixedFile_);
+    std::string const last = usage.places.empty() ? "" : nameOf(*usage.places.back().argument);
+    return last == "VALUE"  ? "put a value of several words in quotes"
+           : last == "TEXT" ? "put a comment of several words in quotes"
+                            : "";
 }
 
 void Parser::parseOption(std::string const& word, std::vector<std::string> const& words, size_t& at)
@@ -295,7 +310,7 @@ void Parser::assignArguments()
     bool const isMove = verb_.name == std::string_view("rename");
     if (next < arguments_.size())
         throw UsageError{"unexpected argument " + quote(arguments_[next]),
-                         isMove ? kMoveRemedy : ""};
+                         isMove ? kMoveRemedy : wordsRemedy()};
 }
 
 // An empty file, stanza or key name is a mistake, often an unset shell variable.
