@@ -85,16 +85,16 @@ protected:
             poll(&wait, 1, 1000);
     }
 
-    // Adds generations with large contents to the log, as another host does.
-    void logLargeGenerations(unsigned count)
+    // Adds generations with contents of this size to the log, as another host does.
+    void logGenerations(unsigned count, size_t size)
     {
         zfleet::LogEntry entry;
-        entry.text.assign(size_t{1} << 20, 'x');
+        entry.text.assign(size, 'x');
         for (unsigned i = 1; i <= count; ++i) {
             entry.metadata.generation = i;
             char key[64];
             snprintf(key, sizeof key, "/zfleet/6/cfg/gateway/log/%016x", i);
-            cluster_.put(key, format(entry, entry.text.size()));
+            cluster_.put(key, format(entry, size_t{1} << 20));
         }
     }
 
@@ -355,7 +355,7 @@ TEST_F(FleetHistory, LogNeedsTheMemoryOfAFewGenerations)
 {
     if (kHasSanitizer)
         GTEST_SKIP() << "the allocator of a sanitizer has no mallinfo2()";
-    logLargeGenerations(60);
+    logGenerations(24, size_t{1} << 20);
     std::vector<size_t> inUse;
     cluster_.setFault([&](auto const& request, auto const& execute) {
         struct mallinfo2 const info = mallinfo2();
@@ -365,14 +365,14 @@ TEST_F(FleetHistory, LogNeedsTheMemoryOfAFewGenerations)
     ZFleetProperties_6_0 const store(1);
     ZArrayList_6_0 list(4, 1);
     store.log(kPath, list);
-    EXPECT_EQ(60u, list.size());
-    EXPECT_EQ(15u, inUse.size());  // calls
+    EXPECT_EQ(24u, list.size());
+    EXPECT_EQ(6u, inUse.size());  // calls
     EXPECT_GE(inUse.front() + (size_t{4} << 20), *std::max_element(inUse.begin(), inUse.end()));
 }
 
 TEST_F(FleetHistory, LogHasAtMostAHundredGenerations)
 {
-    logLargeGenerations(110);
+    logGenerations(110, 10);
     ZFleetProperties_6_0 const store(1);
     ZArrayList_6_0 list(4, 1);
     store.log(kPath, list);
