@@ -117,6 +117,51 @@ TEST(ZPropertiesImplReads, InvalidLinesAreRefused)
     }
 }
 
+// Returns a stanza with 5,000 keys. A reader prefetches the index slots of more than 4,096 keys.
+std::string largeStanza()
+{
+    std::string text = "[many]\n";
+    for (int i = 0; i < 5000; ++i)
+        text += "key" + std::to_string(i) + " = " + std::to_string(i) + "\n";
+    return text;
+}
+
+TEST(ZPropertiesImplReads, LargeTextIsReadAsASmallOne)
+{
+    std::string const many = largeStanza();
+    for (char const* text : {"[a]\nk=1\nl=2\nk=3\n", "\n# c\n\n[a]\n# d\n  # e\nk = v\n\n[b]\n",
+                             "[a]\n[b]\nk = v\nk =\n\n\n# end\n", "[a]\nkey17 = other\nk = v"}) {
+        SCOPED_TRACE(text);
+        auto const data = parsed(many + text);
+        EXPECT_EQ(many + textOf(*parsed(text)), textOf(*data));
+        EXPECT_EQ((Strings{"17"}), values(*data, "many", "key17"));
+        EXPECT_EQ(values(*parsed(text), "a", "k"), values(*data, "a", "k"));
+    }
+}
+
+TEST(ZPropertiesImplReads, InvalidLinesOfALargeTextAreRefused)
+{
+    std::string const many = largeStanza();
+    struct Case {
+        char const* text;
+        int line;  // after the large stanza
+        char const* data;
+    };
+    Case const cases[] = {{"[a]\nword\n", 2, "word"},
+                          {"[a]\nk = v\n[a] again\nword\n", 3, "[a] again"},
+                          {"[b]\n[many]\nkey1 = v\n", 2, "[many]"},
+                          {"# c\n\n[open\n", 3, "[open"}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text);
+        auto const data = parsed("# c\n[z]\nk = v\n");
+        std::string const before = stateOf(*data);
+        Refusal const refused = refusal(*data, many + c.text);
+        EXPECT_EQ(5001 + c.line, refused.line);
+        EXPECT_EQ(c.data, refused.text);
+        EXPECT_EQ(before, stateOf(*data));
+    }
+}
+
 TEST(ZPropertiesImplReads, CommentsAndBlankLinesAreKeptOnRequest)
 {
     char const* const text = "# file\n\n[a]\n  # about k  \nk = v\n\n";

@@ -39,31 +39,6 @@ Id Contents::reviveCategory(Id id, std::string_view name, uint32_t hash, Storage
     return id;
 }
 
-// Creates a detached key. Its name is in the arena. Requires reserveKeys().
-Id Contents::createKey(Id category, std::string_view name, uint32_t hash)
-{
-    Id const id = keys_.allocate();
-    Key& key = keys_[id];
-    key.name = arena_.idOf(name.data());
-    key.nameLength = Arena::encodeLength(name);
-    key.category = category & kMaxRecords;
-    keyIndex_.add(hash, id);
-    return id;
-}
-
-// Appends a key to the list of its category.
-void Contents::linkKey(Id id)
-{
-    Key& key = keys_[id];
-    Category& category = categories_[key.category];
-    key.isLive = 1;
-    key.previous = category.lastKey;
-    key.next = 0;
-    (category.lastKey == 0 ? category.firstKey : keys_[category.lastKey].next) = id;
-    category.lastKey = id;
-    ++category.keyCount;
-}
-
 // Revives the key, or creates it if `id` is 0. Requires reserveFor() if the name is outside the
 // arena.
 Id Contents::reviveKey(Id id, Id category, std::string_view name, uint32_t hash, Storage storage)

@@ -9,7 +9,7 @@
 // operations on lines find it, and adding it again revives it.
 //
 // Every operation first reserves memory, which may throw, then modifies, which cannot fail.
-// The member functions are defined in files of their own, one per concern: lookup, categories,
+// Most member functions are defined in files of their own, one per concern: lookup, categories,
 // renaming, values, value_lists, secrets, lines, sections, key_lines, comments and detached_lines.
 #pragma once
 
@@ -431,6 +431,45 @@ private:
     bool listsRemoved_ = false;
     bool insertsAtTemplates_ = false;
 };
+
+// The next three functions are inline, because a load calls them for each key.
+
+// Creates a detached key. Its name is in the arena. Requires reserveKeys().
+inline Id Contents::createKey(Id category, std::string_view name, uint32_t hash)
+{
+    Id const id = keys_.allocate();
+    Key& key = keys_[id];
+    key.name = arena_.idOf(name.data());
+    key.nameLength = Arena::encodeLength(name);
+    key.category = category & kMaxRecords;
+    keyIndex_.add(hash, id);
+    return id;
+}
+
+// Appends a key to the list of its category.
+inline void Contents::linkKey(Id id)
+{
+    Key& key = keys_[id];
+    Category& category = categories_[key.category];
+    key.isLive = 1;
+    key.previous = category.lastKey;
+    key.next = 0;
+    (category.lastKey == 0 ? category.firstKey : keys_[category.lastKey].next) = id;
+    category.lastKey = id;
+    ++category.keyCount;
+}
+
+// Appends a string of the arena to the values of a kind.
+inline void Contents::appendValue(Id key, std::string_view text, Kind kind)
+{
+    StringId const string = arena_.idOf(text.data());
+    if (kind == plain && !keys_[key].hasExtra && keys_[key].value == 0) {
+        keys_[key].value = string;
+        keys_[key].valueLength = Arena::encodeLength(text);
+        return;
+    }
+    chainValue(extraOf(key), {string, static_cast<uint32_t>(text.size()), 0}, kind);
+}
 
 template <class Predicate>
 bool Contents::findValue(Id id, Kind kind, Predicate isWanted) const

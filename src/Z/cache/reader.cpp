@@ -36,6 +36,7 @@ void Reader::adopt(Arena::Block& block, size_t bytes)
 
 void Reader::reserve(zstanza::LineCounts const& lines)
 {
+    isQueueing_ = contents_.keys_.count() + lines.keys > kSmallCount;
     try {
         contents_.reserveCategories(lines.headers);
         contents_.reserveKeys(lines.keys);
@@ -50,7 +51,12 @@ void Reader::insertFirst()
     QueuedLine const line = queue_[first_];
     first_ = (first_ + 1) % kQueueSize;
     --count_;
-    isBelowGap_ = isBelowGap_ || line.isBelowGap;
+    insert(line, line.isBelowGap);
+}
+
+void Reader::insert(QueuedLine const& line, bool isBelowGap)
+{
+    isBelowGap_ = isBelowGap_ || isBelowGap;
     if (duplicate_.lineNumber != 0)
         return;
     switch (line.kind) {

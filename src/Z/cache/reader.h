@@ -1,7 +1,8 @@
 // reader: appends the contents of a file, and rolls back unless finish() was called.
 //
-// Lines wait in a short queue until the prefetched index slots arrive.
+// Lines of a large file wait in a short queue until the prefetched index slots arrive.
 // Loading 100,000 keys takes 6.0 ms in one stanza; without queue and prefetch it takes 11.0 ms.
+// The index of a small file is in the cache of the processor.
 #pragma once
 
 #include <string_view>
@@ -84,6 +85,7 @@ private:
         bool isBelowGap = false;
     };
     static constexpr unsigned kQueueSize = 16;
+    static constexpr size_t kSmallCount = 4096;  // keys whose index needs no prefetch
 
     // The ends of the pools before reading.
     struct PoolSizes {
@@ -97,6 +99,10 @@ private:
 
     void push(QueuedLine const& line)
     {
+        if (!isQueueing_) {
+            insert(line, std::exchange(isGapQueued_, false));
+            return;
+        }
         if (count_ == kQueueSize)
             insertFirst();
         QueuedLine& queued = queue_[(first_ + count_++) % kQueueSize];
@@ -104,6 +110,7 @@ private:
         queued.isBelowGap = std::exchange(isGapQueued_, false);
     }
     void insertFirst();
+    void insert(QueuedLine const& line, bool isBelowGap);
     void insertHeader(QueuedLine const& line);
     void insertKey(QueuedLine const& line);
     void insertComment(QueuedLine const& line);
@@ -129,6 +136,7 @@ private:
     Id joinedEnd_ = 0;        // the last line of a section that a repeated header continues, or 0
     std::unordered_map<Id, Id> joinedEnds_;  // the same, by category
     zstanza::DuplicateHeader duplicate_ = {{}, 0, 0};
+    bool isQueueing_ = false;
     bool isGapQueued_ = false;
     bool isBelowGap_ = false;  // the line that is added next
     bool isAdopted_ = false;

@@ -25,18 +25,6 @@ void Contents::reserveFor(std::string_view category, std::string_view key, std::
     arena_.reserve(category.size() + key.size() + value.size() + 3);
 }
 
-// Appends a string of the arena to the values of a kind.
-void Contents::appendValue(Id key, std::string_view text, Kind kind)
-{
-    StringId const string = arena_.idOf(text.data());
-    if (kind == plain && !keys_[key].hasExtra && keys_[key].value == 0) {
-        keys_[key].value = string;
-        keys_[key].valueLength = Arena::encodeLength(text);
-        return;
-    }
-    chainValue(extraOf(key), {string, static_cast<uint32_t>(text.size()), 0}, kind);
-}
-
 // Appends a value to the chain of a kind.
 void Contents::chainValue(KeyExtra& extra, Value const& value, Kind kind)
 {
