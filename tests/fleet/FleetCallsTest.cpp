@@ -367,10 +367,14 @@ TEST(FleetCalls, RequestsHaveThePublicFieldNumbers)
     server.script("Txn", {{0, transactionReply(true)}});
     Cluster cluster(settingsFor({server.address()}));
     Budget budget(std::chrono::seconds(60));
+    Range newest{"h"};
+    newest.limit = 1;
+    newest.isNewestFirst = true;
+    newest.maxCreateRevision = 5;
     Transaction const transaction{{{"a", Condition::modRevision, Condition::equal, 0},
                                    {"b", Condition::createRevision, Condition::greater, 3}},
                                   {Put{"c", "d", 9}, Remove{"e", "f"}},
-                                  {Range{"g"}}};
+                                  {Range{"g"}, newest}};
     cluster.commit(transaction, Repetition::isHarmless, budget);
     // Each field is a byte (number * 8 + type), then its length or value.
     std::string const expected(
@@ -385,8 +389,10 @@ TEST(FleetCalls, RequestsHaveThePublicFieldNumbers)
         "e\x12\x01"
         "f"
         "\x1a\x05\x0a\x03\x0a\x01"
-        "g",
-        9 + 11 + 12 + 10 + 7);
+        "g"
+        "\x1a\x0d\x0a\x0b\x0a\x01"
+        "h\x18\x01\x28\x02\x30\x02\x68\x05",
+        9 + 11 + 12 + 10 + 7 + 15);
     EXPECT_EQ(expected, server.requests()[0].bytes);
 }
 

@@ -4,12 +4,14 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
 
 #include "EtcdCluster.h"
 #include "FleetFile.h"
+#include "LockStates.h"
 
 namespace {
 
@@ -76,6 +78,33 @@ TEST_F(FleetExclusion, LeaseThatIsNotRenewedFreesTheLock)
     EXPECT_EQ(1, holder.isLost());
     EXPECT_THROW(holder.unlock(), ZWriteResourceException_6_0);
     holder.unlock(0);
+}
+
+TEST_F(FleetExclusion, WaitLastsAfterTheEntryBeforeHasGivenUp)
+{
+    FleetFile const longer(FleetFile::textFor(nodes_->endpoints()) + "budget = 60\nlease = 60\n");
+    constexpr char kPath[] = "etcd://test/impatient";
+    for (bool const isReader : {false, true}) {
+        Lock holder(kPath);
+        Lock impatient(kPath);
+        Lock next(kPath);
+        holder.writeLock();
+        impatient.setPatience(500);
+        std::thread giving(
+            [&] { EXPECT_THROW(impatient.writeLock(), ZLockResourceException_6_0); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        std::atomic<bool> isFree{false};
+        std::thread waiting([&] {
+            next.lock(isReader ? kRead : kWrite);
+            EXPECT_TRUE(isFree);
+            next.unlock(0);
+        });
+        giving.join();
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        isFree = true;
+        holder.unlock(0);
+        waiting.join();
+    }
 }
 
 TEST_F(FleetExclusion, HeldLockSurvivesTheDeathOfEachNode)

@@ -9,6 +9,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <functional>
 #include <future>
 #include <memory>
@@ -43,6 +45,12 @@ constexpr int64_t kCertain = 27000;
 
 // The entry of another program, which is before or after all entries of this one by its time.
 constexpr char kOther[] = "/zfleet/6/lock/orders/q/00000000000000ff";
+
+// Returns the key of an entry of another program.
+std::string otherEntry(int number)
+{
+    return std::string(kQueue) + "00000000000000" + std::to_string(number);
+}
 
 class Observer final : public ZObserverInterface_6_0 {
 public:
@@ -131,6 +139,38 @@ protected:
     static testing::AssertionResult isRefused(int error, Call call)
     {
         return raises<ZLockResourceException_6_0>(33, error, kSource, raiseInLock, call);
+    }
+
+    // Waits until a program watches the queue.
+    void waitForWatch() const
+    {
+        waitUntil([&] { return cluster_.server().streams() == 1; });
+    }
+
+    // Counts the reads of the queue without a write, and their entries.
+    struct Reads {
+        std::atomic<size_t> count{0};
+        std::atomic<int> mostEntries{0};  // of one read
+    };
+
+    std::shared_ptr<Reads> countReads()
+    {
+        auto const reads = std::make_shared<Reads>();
+        cluster_.setFault([reads](auto const& request, auto const& execute) {
+            ModelCluster::Reply const reply = execute(request);
+            zfleet::wire::TxnRequest form;
+            zfleet::wire::TxnResponse response;
+            if (request.method != "Txn" || !form.ParseFromString(request.bytes) ||
+                form.compare_size() != 0 || !response.ParseFromString(reply.text))
+                return reply;
+            int entries = 0;
+            for (auto const& answer : response.responses())
+                entries += answer.range().kvs_size();
+            reads->mostEntries = std::max(reads->mostEntries.load(), entries);
+            ++reads->count;
+            return reply;
+        });
+        return reads;
     }
 
     int64_t laterRevision_ = 0;
@@ -330,7 +370,7 @@ TEST_F(FleetLock, WaitsUntilAnotherProgramLeaves)
         EXPECT_EQ("(missing)", cluster_.get(kOther));
         lock.unlock();
     });
-    waitUntil([&] { return cluster_.server().streams() == 1; });
+    waitForWatch();
     cluster_.put(kOther, "");
     thread.join();
     expectFree(lock);
@@ -344,11 +384,77 @@ TEST_F(FleetLock, LooksWithoutANotice)
         lock.writeLock();
         lock.unlock();
     });
-    waitUntil([&] { return cluster_.server().streams() == 1; });
+    waitForWatch();
     cluster_.silenceWatches();
     cluster_.put(kOther, "");
     thread.join();
     expectFree(lock);
+}
+
+// A program that waits in a long queue reads its own entry and the entry before, after a change of
+// these two, and every 5 s.
+TEST_F(FleetLock, WaitingWriterReadsOnlyTheEntryBeforeItsOwn)
+{
+    for (int i = 10; i < 30; ++i)
+        cluster_.put(otherEntry(i), "w elsewhere 1");
+    Lock lock(kPath);
+    std::shared_ptr<Reads> const reads = countReads();
+    auto const start = std::chrono::steady_clock::now();
+    std::thread thread([&] {
+        lock.writeLock();
+        EXPECT_EQ(1u, entries());
+        lock.unlock();
+    });
+    waitForWatch();
+    for (int i = 10; i < 29; ++i) {
+        cluster_.put(otherEntry(i), "");
+        cluster_.put(otherEntry(i + 20), "r elsewhere 1");
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    for (int i = 10; i < 29; ++i)
+        cluster_.put(otherEntry(i + 20), "");
+    cluster_.put(otherEntry(29), "");
+    thread.join();
+    auto const passed = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(1 + static_cast<size_t>(passed / seconds(5)), reads->count);
+    EXPECT_GE(2, reads->mostEntries);
+}
+
+// Three entries of other programs are before the entry. The last of them that excludes the entry
+// ends first, without having had the lock.
+TEST_F(FleetLock, EntryThatGivesUpLeavesTheWaitToEarlierOnes)
+{
+    struct Case {
+        State wanted;
+        std::string queue;
+        std::vector<int> ends;
+        size_t left;  // entries after the acquisition
+    };
+    for (Case const& c : {Case{kWrite, "wrw", {12, 11, 10}, 1},
+                          Case{kWrite, "rrr", {12, 11, 10}, 1}, Case{kRead, "wrw", {12, 10}, 2},
+                          Case{kRead, "www", {12, 11, 10}, 1}, Case{kRead, "rrw", {12}, 3}}) {
+        SCOPED_TRACE(std::to_string(c.wanted) + c.queue);
+        for (int i = 0; i < 3; ++i)
+            cluster_.put(otherEntry(10 + i), c.queue.substr(i, 1) + " elsewhere 1");
+        Lock lock(kPath);
+        std::shared_ptr<Reads> const reads = countReads();
+        std::thread thread([&] {
+            lock.lock(c.wanted);
+            EXPECT_EQ(c.left, entries());
+            lock.unlock(0);
+        });
+        waitForWatch();
+        for (int const number : c.ends) {
+            size_t const before = reads->count;
+            cluster_.put(otherEntry(number), "");
+            waitUntil([&] { return reads->count > before; });
+        }
+        thread.join();
+        cluster_.setFault(nullptr);
+        for (int i = 0; i < 3; ++i)
+            cluster_.put(otherEntry(10 + i), "");
+        waitUntil([&] { return cluster_.server().streams() == 0; });
+    }
 }
 
 TEST_F(FleetLock, PatienceEnds)
@@ -374,7 +480,7 @@ TEST_F(FleetLock, EntryThatEndedWhileWaitingIsAddedAgain)
         EXPECT_EQ(1u, entries());
         lock.unlock();
     });
-    waitUntil([&] { return cluster_.server().streams() == 1; });
+    waitForWatch();
     std::string const entry = cluster_.keys(kQueue).back();
     cluster_.endLeases();
     waitUntil([&] { return entries() == 2 && cluster_.keys(kQueue).back() != entry; });
@@ -392,7 +498,7 @@ TEST_F(FleetLock, WaitContinuesWhileTheClusterIsSilent)
         lock.writeLock();
         lock.unlock();
     });
-    waitUntil([&] { return cluster_.server().streams() == 1; });
+    waitForWatch();
     cluster_.refuse(14);
     cluster_.put(kOther, "");  // the notice leads to reads that fail
     std::this_thread::sleep_for(std::chrono::milliseconds(3500));
@@ -422,7 +528,7 @@ TEST_F(FleetLock, LostRightEndsTheWait)
     cluster_.put(kOther, "w elsewhere 1");
     Lock lock(kPath);
     std::thread thread([&] { EXPECT_TRUE(isRefused(EACCES, [&] { lock.writeLock(); })); });
-    waitUntil([&] { return cluster_.server().streams() == 1; });
+    waitForWatch();
     cluster_.refuse(7);
     cluster_.put(kOther, "w elsewhere 2");
     thread.join();
@@ -443,7 +549,7 @@ TEST_F(FleetLock, SignalHandlerEndsTheWaitUnlessItRestartsCalls)
     cluster_.put(kOther, "w elsewhere 1");
     Lock lock(kPath);
     std::thread thread([&] { EXPECT_TRUE(isRefused(EINTR, [&] { lock.writeLock(); })); });
-    waitUntil([&] { return cluster_.server().streams() == 1; });
+    waitForWatch();
     ASSERT_EQ(0, pthread_kill(thread.native_handle(), SIGUSR2));
     waitUntil([] { return handled == 1; });
     EXPECT_EQ(2u, entries());
@@ -463,7 +569,7 @@ TEST_F(FleetLock, CancelledThreadLeavesTheQueue)
     cluster_.put(kOther, "w elsewhere 1");
     Lock lock(kPath);
     CancellableThread thread([&] { lock.writeLock(); });
-    waitUntil([&] { return cluster_.server().streams() == 1; });
+    waitForWatch();
     thread.cancel();
     EXPECT_TRUE(thread.endsCancelled());
     EXPECT_EQ(1u, entries());

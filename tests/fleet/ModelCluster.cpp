@@ -295,9 +295,15 @@ bool ModelCluster::fillRange(wire::RangeRequest const& request, wire::RangeRespo
         bool const isInRange = request.range_end().empty()
                                    ? key == request.key()
                                    : key >= request.key() && key < request.range_end();
-        if (isInRange && find(key, revision) != nullptr)
+        Version const* const version = isInRange ? find(key, revision) : nullptr;
+        int64_t const limit = request.max_create_revision();
+        if (version != nullptr && (limit == 0 || version->created <= limit))
             found.push_back(key);
     }
+    if (request.target() == wire::RangeRequest::CREATE)
+        std::sort(found.begin(), found.end(), [&](auto const& one, auto const& other) {
+            return find(one, revision)->created < find(other, revision)->created;
+        });
     if (request.order() == wire::RangeRequest::DESCENDING)
         std::reverse(found.begin(), found.end());
     response.set_count(static_cast<int64_t>(found.size()));

@@ -106,15 +106,17 @@ bool FleetLock::waitForTurn(LockMode mode, LockQueue::View& view, Clock::time_po
     std::unique_ptr<InterruptibleWait> wait;
     std::unique_ptr<Live> live;
     Clock::duration const third = leaseTime() / 3;
-    while (!view.isFirst) {
+    while (view.blocker.ticket != 0) {
         if (Clock::now() >= deadline)
             throw CallError{"lock", ETIMEDOUT, false, "other programs hold the lock"};
-        if (wait == nullptr) {
+        if (wait == nullptr)
             wait = std::make_unique<InterruptibleWait>(cancelState);
+        if (live == nullptr) {
             live = std::make_unique<Live>();
             live->recordLook(kLookInterval, true);
         }
-        bool const shouldLook = live->process(cluster_, queue_.keys(), view.revision);
+        bool const shouldLook =
+            live->process(cluster_, queue_.keysFor(key_, view.blocker), view.revision);
         if (!shouldLook)
             wait->wait(live->descriptor(), std::min(deadline, Clock::now() + third));
         try {
@@ -123,10 +125,12 @@ bool FleetLock::waitForTurn(LockMode mode, LockQueue::View& view, Clock::time_po
                 return false;
             if (!shouldLook)
                 continue;
-            LockQueue::View latest = queue_.look(key_, mode, budget);
+            LockQueue::View latest = queue_.look(key_, mode, view.blocker, budget);
             live->recordLook(kLookInterval, true);
             if (latest.ticket != view.ticket)
                 return false;
+            if (latest.blocker.key != view.blocker.key)
+                live = nullptr;  // the next watch reports another entry
             view = std::move(latest);
         } catch (CallError const& error) {
             if (!maySucceedLater(error))

@@ -15,8 +15,8 @@ namespace zfleet {
 
 namespace {
 
-// The index of each result of readOperations().
-enum Read { readQueue, readSequence, readCount };
+// The index of each result of readOperations(), and of look().
+enum Read { readQueue, readSequence, readCount, readOwn = readCount, lookCount };
 
 // An entry is "MODE HOST PROCESS".
 std::string entryFor(LockMode mode)
@@ -49,21 +49,27 @@ std::string valueOf(RangeResult const& range)
     return range.entries.empty() ? std::string() : range.entries[0].value;
 }
 
-LockQueue::View viewOf(TransactionResult const& result, std::string const& own, LockMode mode)
+int64_t ticketOf(RangeResult const& range, std::string const& key)
 {
-    requireReplies(result, readCount);
+    for (KeyValue const& entry : range.entries)
+        if (entry.key == key)
+            return entry.createRevision;
+    return 0;
+}
+
+LockQueue::View viewOf(TransactionResult const& result, int64_t ticket, LockMode mode)
+{
     LockQueue::View view;
+    view.ticket = ticket;
     view.revision = result.header.revision;
     view.wasDoubtful = result.wasDoubtful;
     view.sequence = valueOf(result.ranges[readSequence]);
-    std::vector<KeyValue> const& entries = result.ranges[readQueue].entries;
-    for (KeyValue const& entry : entries)
-        if (entry.key == own)
-            view.ticket = entry.createRevision;
-    view.isFirst = std::none_of(entries.begin(), entries.end(), [&](KeyValue const& entry) {
-        return entry.createRevision < view.ticket &&
-               (mode == LockMode::write || parseEntry(entry).mode == LockMode::write);
-    });
+    for (KeyValue const& entry : result.ranges[readQueue].entries) {
+        bool const isBetween =
+            entry.createRevision > view.blocker.ticket && entry.createRevision < ticket;
+        if (isBetween && (mode == LockMode::write || parseEntry(entry).mode == LockMode::write))
+            view.blocker = {entry.createRevision, entry.key};
+    }
     return view;
 }
 
@@ -81,15 +87,20 @@ std::string LockQueue::keyOf(int64_t lease) const
     return directory_ + "q/" + digits;
 }
 
-WatchedKeys LockQueue::keys() const
+Range LockQueue::entries() const
 {
     return {directory_ + "q/", endOfPrefix(directory_ + "q/")};
 }
 
+WatchedKeys LockQueue::keysFor(std::string const& key, Blocker const& blocker) const
+{
+    Range const all = entries();
+    return {all.key, all.end, {key, blocker.key}};
+}
+
 std::vector<Operation> LockQueue::readOperations() const
 {
-    WatchedKeys const all = keys();
-    return {Range{all.key, all.end}, Range{directory_ + "seq"}};
+    return {entries(), Range{directory_ + "seq"}};
 }
 
 LockQueue::View LockQueue::add(int64_t lease, LockMode mode, Budget& budget)
@@ -101,17 +112,28 @@ LockQueue::View LockQueue::add(int64_t lease, LockMode mode, Budget& budget)
     transaction.failure = readOperations();
     transaction.success.insert(transaction.success.end(), transaction.failure.begin(),
                                transaction.failure.end());
-    View const view =
-        viewOf(cluster_.commit(transaction, Repetition::isHarmless, budget), key, mode);
-    if (view.ticket == 0)
+    TransactionResult const result = cluster_.commit(transaction, Repetition::isHarmless, budget);
+    requireReplies(result, readCount);
+    int64_t const ticket = ticketOf(result.ranges[readQueue], key);
+    if (ticket == 0)
         throw CallError{"Txn", EIO, true, "a reply without the entry of the lock"};
-    return view;
+    return viewOf(result, ticket, mode);
 }
 
-LockQueue::View LockQueue::look(std::string const& key, LockMode mode, Budget& budget)
+// The blocker itself, if it exists, is the newest entry up to its ticket. Any entry excludes a
+// writer, but a reader searches for the last writer.
+LockQueue::View LockQueue::look(std::string const& key, LockMode mode, Blocker const& blocker,
+                                Budget& budget)
 {
-    return viewOf(cluster_.commit({{}, readOperations(), {}}, Repetition::changesNothing, budget),
-                  key, mode);
+    Range before = entries();
+    before.maxCreateRevision = blocker.ticket;
+    before.isNewestFirst = true;
+    before.limit = mode == LockMode::write ? 1 : 0;
+    TransactionResult const result =
+        cluster_.commit({{}, {before, Range{directory_ + "seq"}, Range{key}}, {}},
+                        Repetition::changesNothing, budget);
+    requireReplies(result, lookCount);
+    return viewOf(result, ticketOf(result.ranges[readOwn], key), mode);
 }
 
 LockQueue::Removal LockQueue::remove(std::string const& key, int64_t ticket,

@@ -36,7 +36,9 @@ struct Range {
     int64_t limit = 0;     // keys; 0: all
     int64_t revision = 0;  // 0: the latest
     bool isKeysOnly = false;
-    bool isDescending = false;  // by key
+    bool isDescending = false;      // by key
+    bool isNewestFirst = false;     // by create revision
+    int64_t maxCreateRevision = 0;  // of the keys; 0: any
 };
 
 struct RangeResult {

@@ -57,8 +57,9 @@ struct Watch::State {
 // The reactions run on threads of gRPC. The object deletes itself after the last one.
 class Watch::Stream : public grpc::ClientBidiReactor<wire::WatchRequest, wire::WatchResponse> {
 public:
-    Stream(State& state, std::shared_ptr<grpc::Channel> const& channel, wire::WatchRequest request)
-        : state_(state), request_(std::move(request))
+    Stream(State& state, std::shared_ptr<grpc::Channel> const& channel, wire::WatchRequest request,
+           std::vector<std::string> reported)
+        : state_(state), request_(std::move(request)), reported_(std::move(reported))
     {
         grpc::TemplatedGenericStub<wire::WatchRequest, wire::WatchResponse> stub(channel);
         stub.PrepareBidiStreamingCall(&state_.context, kWatchMethod, {}, this);
@@ -73,7 +74,8 @@ public:
             return;
         int64_t revision = 0;
         for (wire::WatchEvent const& event : response_.events())
-            revision = std::max(revision, event.kv().mod_revision());
+            if (isReported(event.kv().key()))
+                revision = std::max(revision, event.kv().mod_revision());
         bool const isCanceled = response_.canceled();
         state_.record([&](News& news) {
             news.isStarted = news.isStarted || !isCanceled;
@@ -100,6 +102,12 @@ public:
     }
 
 private:
+    bool isReported(std::string const& key) const
+    {
+        return reported_.empty() ||
+               std::find(reported_.begin(), reported_.end(), key) != reported_.end();
+    }
+
     static void end(News& news, CallStatus const& status)
     {
         if (news.isOver)
@@ -110,6 +118,7 @@ private:
 
     State& state_;
     wire::WatchRequest const request_;
+    std::vector<std::string> const reported_;
     wire::WatchResponse response_;
 };
 
@@ -129,7 +138,7 @@ Watch::Watch(Endpoint& endpoint, WatchedKeys const& keys, int64_t revision, std:
     request.mutable_create()->set_key(keys.key);
     request.mutable_create()->set_range_end(keys.end);
     request.mutable_create()->set_start_revision(revision);
-    new Stream(*state_, endpoint.channel(), std::move(request));
+    new Stream(*state_, endpoint.channel(), std::move(request), keys.reported);
 }
 
 Watch::~Watch()

@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "transport/endpoint.h"
 
@@ -11,7 +12,8 @@ namespace zfleet {
 
 struct WatchedKeys {
     std::string key;
-    std::string end = {};  // the first key past the range; empty: only `key`
+    std::string end = {};                    // the first key past the range; empty: only `key`
+    std::vector<std::string> reported = {};  // keys whose changes are reported; empty: all
 };
 
 class WatchInterface {

@@ -66,8 +66,11 @@ wire::RangeRequest toWire(Range const& range)
     form.set_limit(range.limit);
     form.set_revision(range.revision);
     form.set_keys_only(range.isKeysOnly);
-    if (range.isDescending)
+    form.set_max_create_revision(range.maxCreateRevision);
+    if (range.isDescending || range.isNewestFirst)
         form.set_order(wire::RangeRequest::DESCENDING);
+    if (range.isNewestFirst)
+        form.set_target(wire::RangeRequest::CREATE);
     return form;
 }
 
