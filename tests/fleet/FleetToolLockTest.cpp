@@ -34,6 +34,9 @@ public:
             dup2(input[0], STDIN_FILENO);
             dup2(ends[1], STDOUT_FILENO);
             dup2(ends[1], STDERR_FILENO);
+            // A shell starts a program in the background with some of them ignored.
+            for (int const number : {SIGHUP, SIGINT, SIGTERM})
+                signal(number, SIG_DFL);
             std::string const command = "exec " ZFLEET_TOOL " lock " + arguments;
             execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
             _exit(127);
