@@ -177,7 +177,8 @@ class Stanza(MutableMapping[str, str]):
             self._store.add_value(self._name, key, value)
 
     def remove(self, key: str, value: str) -> None:
-        """Removes the first value of all() that equals `value`. The key is removed with its only value.
+        """Removes the first value of all() that equals `value`. The key is removed with its only value,
+        unless the file has a line of the key without a value, too: that line stays.
 
         Raises NotFound.
         """

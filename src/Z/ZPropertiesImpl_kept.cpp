@@ -10,6 +10,7 @@
 #include "cache/file_text.h"
 #include "dialects/switched_dialect.h"
 #include "lines/difference.h"
+#include "lines/mixed_keys.h"
 #include "lines/spelled_value.h"
 #include "memory/out_of_memory.h"
 #include "stanza/stanza_dialect.h"
@@ -65,6 +66,31 @@ void ZPCategoryBasedCache_6_0::KeptLines::keepOldName(Cache const& cache, char c
             cache.rep_->keepOldKeyName(category, key);
         else
             cache.rep_->keepOldCategoryName(category);
+    });
+}
+
+bool ZPCategoryBasedCache_6_0::KeptLines::hasLineAlone(Cache const& cache, char const* category,
+                                                       char const* key)
+{
+    SharedText const& kept = textOf(cache);
+    if (kept == nullptr || !keepsLines(cache) || cache.direct() == nullptr)
+        return false;
+    return zmemory::translateBadAlloc(zstanza::kSource, zstanza::raiseInAllocate, [&] {
+        Rep const& rep = cache.rep();
+        if (rep.searched.lock() != kept) {
+            rep.mixedKeys = std::make_shared<zlines::MixedKeys const>(kept->text, kept->dialect);
+            rep.searched = kept;
+        }
+        if (rep.mixedKeys->isEmpty())
+            return false;
+        std::string_view const oldCategory = rep.oldCategoryName(rep.liveCategory(category));
+        std::string_view const oldKey = rep.oldKeyName(rep.liveKey(category, key));
+        std::string categorySpace;
+        std::string keySpace;
+        return rep.mixedKeys->contains(
+            kept->dialect.comparableStanza(oldCategory.empty() ? category : oldCategory,
+                                           categorySpace),
+            kept->dialect.comparableKey(oldKey.empty() ? key : oldKey, keySpace));
     });
 }
 

@@ -21,8 +21,9 @@
 #include "stanza/text_buffer.h"
 
 namespace zlines {
+class MixedKeys;
 class SpelledText;
-}
+}  // namespace zlines
 namespace zstanza {
 
 /// Reads `file` to its end into `block`, which has capacity for one more byte then. Returns the
@@ -54,6 +55,8 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zca
     std::shared_ptr<zdialects::SwitchedDialect const> dialect;  // null: stanza files
     zlines::SharedText kept;                               // the text as read or stored; null: none
     mutable std::shared_ptr<zlines::SpelledText> spelled;  // the text of these contents, or null
+    mutable std::shared_ptr<zlines::MixedKeys const> mixedKeys;  // of the text `searched`
+    mutable std::weak_ptr<zlines::KeptText const> searched;
     mutable zlines::SharedText* sink = nullptr;  // receives the text that is written, if not null
     zcache::CategoryWalk walk;                   // of the caller who received all names last
     unsigned long listsReceived = 0;  // calls of get() that the cache has counted as changes
@@ -107,6 +110,11 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
 
     /// Keeps the name of a category, or of a key that is not null, which is in the text as read.
     static void keepOldName(Cache const& cache, char const* category, char const* key);
+
+    /// Returns whether the text as read has a line of the key without a value, next to lines with
+    /// values: that line stays if the last value is removed.
+    /// cost    O(bytes of the file) in the first call after a read or store.
+    static bool hasLineAlone(Cache const& cache, char const* category, char const* key);
 
     static std::string textBeforeReading(Cache const& cache);
 

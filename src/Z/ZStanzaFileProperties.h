@@ -186,7 +186,8 @@ public:
     void setValues(char const* stanza, char const* key, char const* const* values, unsigned count);
 
     /// Removes the first value of `key` that equals `value`. The key is removed with its only
-    /// value.
+    /// value, unless the file also has a line of the key without a value and the attribute
+    /// keepLines is set: that line stays.
     /// throws  ZInvalidParameterException_6_0 if a string is null, or a name is empty;
     ///         ZPropertiesMissingPropertyException_6_0 if the key does not have the value.
     void removeValue(char const* stanza, char const* key, char const* value);

@@ -7,12 +7,13 @@
 #include "ZArrayList.h"
 #include "ZDialectData.h"
 #include "ZException.h"
-#include "ZPropertiesImpl.h"
+#include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "ZStanzaFileProperties.h"
 #include "ZStanzaFileProperties_p.h"
 
 using namespace zproperties;
+using KeptLines = ZPCategoryBasedCache_6_0::KeptLines;
 
 namespace {
 
@@ -79,7 +80,8 @@ void ZStanzaFileProperties_6_0::removeValue(char const* stanza, char const* key,
         ++index;
     if (index == list.size())
         throwMissing(*this, stanza, key);
-    if (list.size() == 1) {
+    if (list.size() == 1 &&
+        !KeptLines::hasLineAlone(static_cast<ZSCFData_6_0&>(cache()), stanza, key)) {
         deleteKey(stanza, key);
         return;
     }

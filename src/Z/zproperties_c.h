@@ -424,7 +424,9 @@ int zstzPropSetStringValues_6_0(ZPROP_handle* handle, char const* stanza, char c
 int zstzPropAddStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* value);
 
-/// Removes the first value of a key that equals `value`. The key is removed with its only value.
+/// Removes the first value of a key that equals `value`. The key is removed with its only value,
+/// unless the file also has a line of the key without a value, and a store keeps the lines of the
+/// file: that line stays.
 /// codes   55 for a bad handle or a null argument; 54 if the key does not have the value; 52 if it
 ///         fails.
 int zstzPropRemoveValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,

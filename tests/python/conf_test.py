@@ -298,6 +298,16 @@ class Changing(PackageTest):
             conf["listener"].remove("log", "yes")
             self.assertNotIn("log", conf["listener"])
 
+    def test_removing_the_only_value_leaves_a_line_without_a_value(self) -> None:
+        for dialect, text in (("git", "[a]\nk=1\nk\n"), ("mysql", "[a]\nk\nk=1\n"), ("stanza", "[a]\nk=1\nk =\n")):
+            with self.subTest(dialect):
+                conf = zf.loads(text, dialect=dialect)
+                conf["a"].remove("k", "1")
+                self.assertEqual([], conf["a"].all("k"))
+                self.assertEqual(text.replace("k=1\n", ""), conf.text())
+                del conf["a"]["k"]
+                self.assertEqual("[a]\n", conf.text())
+
     def test_names_and_values_that_no_line_can_hold_are_refused(self) -> None:
         conf = zf.open(self.file)
         stanza = conf["listener"]

@@ -51,6 +51,50 @@ TEST(DialectLines, ARefusedChangeIsRefusedTogetherWithAnAddition)
               textAfter("mysql", "[a]\nk=1 #c\nk=2\n", {setNone("a", "k"), set("a", "y", "1")}));
 }
 
+// The values of a key do not include its lines without a value.
+TEST(DialectLines, ARemovedLastValueLeavesTheLineWithoutAValue)
+{
+    auto const remove = [](char const* key, char const* value) -> Change {
+        return [=](Store& store) { store.removeValue("a", key, value); };
+    };
+    auto const renameKey = [](Store& store) { store.renameKey("a", "k", "n"); };
+    auto const renameStanza = [](Store& store) { store.renameStanza("b", "a"); };
+    auto const deleteKey = [](Store& store) { store.deleteKey("a", "k"); };
+    auto const read = [](std::string const& text) -> Change {
+        return [=](Store& store) { store.loadText(text.data(), text.size()); };
+    };
+    struct Case {
+        char const* name;
+        char const* text;
+        std::vector<Change> changes;
+        char const* expected;
+    };
+    Case const cases[] = {
+        {"below the value", "[a]\nk=1\nk\n", {remove("k", "1")}, "[a]\nk\n"},
+        {"above the value", "[a]\nk\nj=1\nk=1\n", {remove("k", "1")}, "[a]\nk\nj=1\n"},
+        {"two values", "[a]\nk=1\nk\nk=2\n", {remove("k", "1"), remove("k", "2")}, "[a]\nk\n"},
+        {"another spelling", "[A]\nK=1\nk\n", {remove("K", "1")}, "[A]\nk\n"},
+        {"a renamed key", "[a]\nk=1\nk\n", {renameKey, remove("n", "1")}, "[a]\nn\n"},
+        {"a renamed stanza", "[b]\nk=1\nk\n", {renameStanza, remove("k", "1")}, "[a]\nk\n"},
+        {"another key", "[a]\nk=1\nj\n", {remove("k", "1")}, "[a]\nj\n"},
+        {"another stanza", "[a]\nk=1\n[b]\nk\nk=2\n", {remove("k", "1")}, "[a]\n[b]\nk\nk=2\n"},
+        {"the key", "[a]\nk=1\nk\nj=1\n", {deleteKey}, "[a]\nj=1\n"},
+        {"another text",
+         "[a]\nk=1\nj=1\n",
+         {remove("j", "1"), read("[a]\nk=1\nk\n"), remove("k", "1")},
+         "[a]\nk\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.expected, textAfter("git", c.text, c.changes));
+    }
+    Store store(1, dialectNamed("mysql"));
+    store.loadText("[a]\nk=1\nk\n", 10);
+    store.removeValue("a", "k", "1");
+    EXPECT_EQ(1, store.exists("a", "k"));
+    EXPECT_EQ(0, store.numValues("a", "k"));
+}
+
 // Nothing is above the mark, also if no line is below it.
 TEST(DialectLines, AByteOrderMarkAloneStaysAtTheStart)
 {
