@@ -25,7 +25,7 @@ using zproblems::Inspector;
 
 namespace {
 
-static_assert(int{ZStanzaProblem_6_0::continuedComment} == zproblems::continuedComment);
+static_assert(int{ZStanzaProblem_6_0::mixedLines} == zproblems::mixedLines);
 
 // Returns the reason why a companion cannot be read, to follow its path.
 std::string describe(zfiles::IoError const& failure)

@@ -82,8 +82,9 @@ public:
         looksContinued = 38,  // note: a key that is indented below another key
 
         // In files of other dialects.
-        continuedComment = 39  // note: a line that belongs to the comment above it, whose last
-                               // character is a backslash; programs may read it as a header or key
+        continuedComment = 39,  // note: a line that belongs to the comment above it, whose last
+                                // character is a backslash; programs may read it as a header or key
+        mixedLines = 40         // note: the key has lines with and without a value
     };
 
     /// Creates a record.

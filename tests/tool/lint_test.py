@@ -15,6 +15,8 @@ SPACING = 'write "key = value" and "[stanza]" without indentation'
 DROPPED = ("has no value here but values elsewhere, and --normalise drops this line; remove it, or "
            "give it a value")
 GIT, MYSQL, INI = (f"; reads as {name}; say --dialect {name}" for name in ("git", "mysql", "ini"))
+MIXED = ("has lines with and without a value, and programs that expect one value use the last; write a "
+         "value in each, or remove the others")
 LONG = "the line exceeds 8190 bytes and would be split; shorten it or use a line per value"
 ZERO = "the line has a zero byte and is ignored after it; remove the zero byte"
 
@@ -92,6 +94,11 @@ ROWS = {
         {"php.ini": b"k = 5 # no\n"}, ["--dialect", "php", "php.ini"],
         'php.ini:1:9: "k = 5 # no": programs that read this format refuse the file: a word such as '
         '"no" is neither the whole value nor in quotes; correct the line\n', INVALID_DATA),
+    "a key that has lines with and without a value": (
+        {"a": b"[a]\nk=1\nj\nj\n k\n[b]\nk\n[A]\nK = 2\nK\n"}, ["--dialect", "git", "a"],
+        f'a:5:2: note: key "k" {MIXED}\na:10:1: note: key "K" {MIXED}\n', DONE),
+    "a key that has a line without a value first": (
+        {"a": b"[a]\nk\nk=1\n"}, ["--dialect", "mysql", "a"], f'a:3:1: note: key "k" {MIXED}\n', DONE),
     "options": ({"a": b"x\n"}, ["--format", "plain", "--", "a"], f'a:1:1: "x": {NO_SIGN}\n',
                 INVALID_DATA),
 }

@@ -91,6 +91,9 @@ constexpr Row kRows[] = {
      "remove the backslash above, or the line", true},
     {repeatedHeader, "programs may read only the ^ of the stanzas with this name", nullptr,
      "join it with the earlier one", true},
+    {mixedLines,
+     "key @ has lines with and without a value, and programs that expect one value use the last",
+     nullptr, "write a value in each, or remove the others", true},
 };
 
 Row const& rowOf(Cause cause, bool isForeign)

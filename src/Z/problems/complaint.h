@@ -48,7 +48,8 @@ enum Cause : int {
     loneReturn = 36,
     repeatedHeader = 37,
     looksContinued = 38,
-    continuedComment = 39
+    continuedComment = 39,
+    mixedLines = 40
 };
 
 // Line and column, counted from 1.

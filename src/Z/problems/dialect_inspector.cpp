@@ -178,8 +178,9 @@ void DialectInspector::found(Finding const& finding)
     complaints_.add(complaint);
 }
 
-// Returns for each line whether another line of its key is valid instead, or whether it is
-// refused because it repeats a header or a key. Stores for each header the first header of its
+// Returns for each line whether another line of its key is valid instead, whether it is refused
+// because it repeats a header or a key, or whether only one of it and the first line of its key has
+// a value. Stores for each header the first header of its
 // stanza in `firstOf`.
 std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
     std::vector<uint32_t>& firstOf) const
@@ -250,7 +251,8 @@ std::vector<DialectInspector::Repetition> DialectInspector::markRepetitions(
                 if (!isReset(lines_[at]))
                     repetitions[at] = Repetition::shadowed;
         } else if (rule == RepeatedKey::values) {
-            continue;  // each line counts
+            if (line.kind != lines_[keys[known - 1].line].kind)
+                repetitions[i] = Repetition::mixed;
         } else if (rule == RepeatedKey::first) {
             repetitions[i] = Repetition::shadowed;
         } else {
@@ -264,7 +266,10 @@ void DialectInspector::addRepetition(Line const& line, Repetition repetition)
 {
     bool const isRefused = repetition == Repetition::refused;
     bool const isHeader = repetition == Repetition::repeatedHeader;
-    Cause const cause = isRefused ? refusedRepetition : isHeader ? repeatedHeader : shadowed;
+    Cause const cause = isRefused                         ? refusedRepetition
+                        : isHeader                        ? repeatedHeader
+                        : repetition == Repetition::mixed ? mixedLines
+                                                          : shadowed;
     size_t const at =
         line.isKey() ? line.nameBegin() : dialect_.characters().afterBlanks(text_, line.begin);
     Complaint complaint{placeAt(at), cause, isRefused, {}};
@@ -284,12 +289,14 @@ void DialectInspector::addRepetition(Line const& line, Repetition repetition)
 }
 
 // Records the lines of a key that are ignored because of another line of the key, the lines that
-// are refused because they repeat a header or a key, and headers of which programs may read one.
+// are refused because they repeat a header or a key, headers of which programs may read one, and
+// lines without a value of a key with values.
 void DialectInspector::findRepetitions()
 {
     if (dialect_.switches().repeatedKey == zdialects::RepeatedKey::values &&
         dialect_.switches().joinedHeads == zdialects::JoinedHeads::all && !dialect_.hasResets() &&
-        !refuses(zdialects::refusalRepeatedHeads) && !refuses(zdialects::refusalRepeatedKeys))
+        !refuses(zdialects::refusalRepeatedHeads) && !refuses(zdialects::refusalRepeatedKeys) &&
+        dialect_.switches().keyAlone != zdialects::KeyAlone::option)
         return;
     std::vector<uint32_t> firstOf;
     std::vector<Repetition> const repetitions = markRepetitions(firstOf);

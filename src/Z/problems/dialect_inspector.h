@@ -34,7 +34,7 @@ public:
     std::vector<Complaint> const& complaints() { return complaints_.finish(); }
 
 private:
-    enum class Repetition : uint8_t { none, shadowed, refused, repeatedHeader };
+    enum class Repetition : uint8_t { none, shadowed, refused, repeatedHeader, mixed };
 
     void found(zdialects::Finding const& finding) override;
     void findRepetitions();
