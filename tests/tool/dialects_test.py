@@ -239,6 +239,36 @@ CHANGE += [
     row("windows", b"[s]\nk=2\nk=2\n", ["set", "s", "k", "9", "--old", "2"], b"", DONE, b"[s]\nk=9\nk=2\n"),
 ]
 
+# A key that has lines with and without a value. A line without one is an option that is set.
+MIXED = b"[a]\nk=no\nk\nl=1\n"
+MIXED_ABOVE = b"[a]\nk\nk=no\nl=1\n"
+BOTH_KINDS = b"f: key \"k\" in [a] has lines with a value (2) and without one (3); remove all of them with 'zstz unset --all' first"
+READ += [
+    row(dialect, text, ["get", "a", "k", *options], printed)
+    for dialect in ("git", "mysql") for text, options, printed in (
+        (MIXED, [], b"\n"), (MIXED, ["--line"], b"3\n"), (MIXED, ["--as", "boolean"], b"yes\n"),
+        (MIXED, ["--all"], b"no\n"), (MIXED, ["--raw"], b"no\n\n"),
+        (MIXED_ABOVE, [], b"no\n"), (MIXED_ABOVE, ["--line"], b"3\n"),
+        (MIXED_ABOVE, ["--as", "boolean"], b"no\n"))
+] + [
+    row("git", MIXED, ["get", "a", "k", "--as", "number"], b"has no value, so it is not a number", INVALID_VALUE),
+]
+CHANGE += [
+    row(dialect, MIXED, [arguments[0], "a", "k", *arguments[1:]], BOTH_KINDS, REFUSED)
+    for dialect in ("git", "mysql") for arguments in (
+        ["set", "yes"], ["set", "no"], ["set", "yes", "--all"], ["set", "yes", "--nth", "1"], ["set", "--bare"],
+        ["set", "yes", "--raw"], ["add", "yes"], ["add", "yes", "--first"], ["unset"], ["unset", "no"])
+] + [
+    row("git", MIXED, ["unset", "A", "K"], b"has lines with a value (2) and without one (3)", REFUSED),
+    row("git", MIXED, ["unset", "a", "k", "--all"], b"", DONE, b"[a]\nl=1\n"),
+    row("git", MIXED, ["unset", "a", "--stanza"], b"", DONE, b""),
+    row("git", MIXED, ["set", "a", "l", "2"], b"", DONE, MIXED.replace(b"l=1", b"l=2")),
+    row("git", MIXED, ["rename", "a", "k", "n"], b"", DONE, MIXED.replace(b"k", b"n")),
+    row("git", MIXED, ["comment", "a", "k", "--off"], b"", DONE, MIXED.replace(b"k", b"# k")),
+    row("stanza", b"[a]\nk = 1\nk =\n", ["unset", "a", "k", "1"], b"", DONE, b"[a]\nk =\n"),
+    row("stanza", b"[a]\nk = 1\nk =\n", ["set", "a", "k", "2"], b"", DONE, b"[a]\nk = 2\nk =\n"),
+]
+
 # A key that is a comment of several lines, and the file with a new line of the key.
 CHANGE += [
     row(dialect, before, [verb, stanza, "k", "v"], b"", DONE, after)
@@ -604,7 +634,10 @@ class DialectsTest(tool.ToolTest):
         self.expect_rows([
             ("edit", {".gitconfig": GIT}, ["edit", ".gitconfig"], b"", DONE,
              {".gitconfig": GIT.replace(b"= x", b"= 1").replace(b'"a b"', b'"a;b"')},
-             b"set remote.Origin url 1 --old x\nset core path 'a;b'\n")])
+             b"set remote.Origin url 1 --old x\nset core path 'a;b'\n"),
+            ("a key with lines of both kinds is removed and added again", {".gitconfig": MIXED},
+             ["edit", ".gitconfig"], b"", DONE, {".gitconfig": b"[a]\nl=1\nk=2\n"},
+             b"unset a k --all\nset a k 2\n")])
 
     def test_set_notes_lines_that_are_not_valid(self):
         for dialect, after, word in (("windows", b"[a]\r\nk=3\r\nK=2\r\n", b"first"),

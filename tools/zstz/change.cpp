@@ -262,6 +262,26 @@ void requireKeysAlone(Store const& store, Request const& request)
              "leave out --bare and pass a value, which may be ''"}};
 }
 
+// Refuses a key with lines of both kinds: a change of its values would leave or remove lines
+// without a value, which the request does not mean.
+void requireUniformLines(EditedFile& file, Request const& request)
+{
+    if (!file.hasMixedLines(request.stanza, request.key))
+        return;
+    zlines::SharedText const kept = keptText(file.store());
+    zlines::Outline outline(kept->text, kept->dialect);
+    std::string numbers[2];
+    for (KeyLine const& line : findKeyLines(outline, request.stanza, request.key)) {
+        std::string& list = numbers[line.line.kind == zlines::valueLine ? 0 : 1];
+        list += (list.empty() ? "" : ", ") + std::to_string(line.number);
+    }
+    throw Failure{exitRefused,
+                  request.file,
+                  {nameKey(request.key, request.stanza) + " has lines with a value (" + numbers[0] +
+                       ") and without one (" + numbers[1] + ")",
+                   "remove all of them with 'zstz unset --all' first"}};
+}
+
 }  // namespace
 
 void prepareValue(Request& request)
@@ -338,6 +358,7 @@ void applySet(EditedFile& file, Request const& request)
 {
     Store& store = file.store();
     requireUnambiguous(store, request);
+    requireUniformLines(file, request);
     if (request.bare)
         requireKeysAlone(store, request);
     if (request.bare && request.only != "new" && isAlone(store, request))
@@ -378,6 +399,7 @@ void applyAdd(EditedFile& file, Request const& request)
         return applyRaw(file, request, applyAdd);
     Store& store = file.store();
     requireUnambiguous(store, request);
+    requireUniformLines(file, request);
     checkNewValue(store, request);
     checkKind(store, request);
     if (countsOnce(store, request.key) &&
@@ -428,6 +450,8 @@ void applyUnset(EditedFile& file, Request const& request)
         return;
     }
     requireKey(store, request);
+    if (request.hasValue || !request.all)
+        requireUniformLines(file, request);
     if (request.hasValue)
         return unsetValue(file, request);
     size_t const count = valuesOf(store, request.stanza, request.key).size();
@@ -436,6 +460,9 @@ void applyUnset(EditedFile& file, Request const& request)
                           count == 2 ? "remove both" : "remove all");
     file.willChange(request.stanza, request.key, request.all);
     store.deleteKey(request.stanza.c_str(), request.key.c_str());
+    // A store would leave the lines without a value if a later change of a script adds the key.
+    if (file.hasMixedLines(request.stanza, request.key))
+        file.setText(file.text());
 }
 
 void prepareRename(Request& request)

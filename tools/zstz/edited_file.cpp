@@ -125,6 +125,17 @@ bool EditedFile::mayHaveSeveralMarks(std::string const& key)
     return markedKeys_->contains(identity) || markedKeys_->contains("");
 }
 
+bool EditedFile::hasMixedLines(std::string const& stanza, std::string const& key)
+{
+    zlines::SharedText const kept = keptText(store_);
+    if (kept == nullptr || store_.switches().keyAlone != zdialects::KeyAlone::option)
+        return false;
+    if (!mixedKeys_)
+        mixedKeys_.emplace(kept->text, kept->dialect);
+    zdialects::LineRules const rules(kept->dialect);
+    return mixedKeys_->contains(rules.stanzaIdentity(stanza), rules.keyIdentity(key));
+}
+
 // Returns the obfuscated values, as a companion file has them.
 std::string EditedFile::secrets() const
 {
@@ -148,6 +159,7 @@ void EditedFile::setText(std::string const& text)
         cache.be_read_obfuscated(secrets);
     isText_ = true;
     markedKeys_.reset();
+    mixedKeys_.reset();
 }
 
 bool EditedFile::isChanged() const

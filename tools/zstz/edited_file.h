@@ -1,6 +1,8 @@
 // edited_file: a file that is loaded to be changed and stored, and the run of a verb on it.
 #pragma once
 
+#include <Z/lines/mixed_keys.h>
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -38,6 +40,11 @@ public:
     /// turnOff() writes them.
     /// cost    O(n) in the first call, and in the first call after setText().
     bool mayHaveSeveralMarks(std::string const& key);
+
+    /// Returns whether the values of a key do not have all its lines: lines without a value are
+    /// options in the dialect, and the key has lines with a value, too.
+    /// cost    O(n) in the first call, and in the first call after setText().
+    bool hasMixedLines(std::string const& stanza, std::string const& key);
 
     /// Replaces the text. The obfuscated values stay.
     /// throws  ZPropertiesInvalidDataException_6_0; the file cannot be stored then.
@@ -78,6 +85,7 @@ private:
     std::vector<Change> changes_;
     bool isText_ = false;                                        // setText() was called
     std::optional<std::unordered_set<std::string>> markedKeys_;  // of mayHaveSeveralMarks()
+    std::optional<zlines::MixedKeys> mixedKeys_;                 // of hasMixedLines()
 };
 
 /// Makes a change and stores the file. Waits for a busy file. Returns the exit code.

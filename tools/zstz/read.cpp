@@ -118,6 +118,20 @@ std::vector<std::string> describeLines(Store const& store, Request const& reques
     return described;
 }
 
+// Returns whether the value of the key that counts is a line without a value, below or above lines
+// with values.
+bool isLastAlone(Store const& store, Request const& request)
+{
+    zlines::SharedText const text = keptText(store);
+    if (text == nullptr || store.switches().keyAlone != KeyAlone::option)
+        return false;
+    zlines::Outline outline(text->text, text->dialect);
+    std::vector<KeyLine> const lines = findKeyLines(outline, request.stanza, request.key);
+    bool const isFirst = store.switches().repeatedKey == RepeatedKey::first;
+    return !lines.empty() &&
+           (isFirst ? lines.front() : lines.back()).line.kind == zlines::keyOnlyLine;
+}
+
 // Returns the values to print.
 std::vector<std::string> chooseValues(Store const& store, Request const& request)
 {
@@ -128,9 +142,11 @@ std::vector<std::string> chooseValues(Store const& store, Request const& request
                    ? lines
                    : std::vector<std::string>{isFirst ? lines.front() : lines.back()};
     }
-    std::vector<std::string> const values = countingValuesOf(store, request.stanza, request.key);
+    std::vector<std::string> values = countingValuesOf(store, request.stanza, request.key);
     if (request.all)
         return values;
+    if (isLastAlone(store, request))
+        values.clear();
     std::string const value = convertCounting(store, request, values);
     bool const hasValue = !values.empty() || request.as != "text" || request.format == "plain";
     return hasValue ? std::vector<std::string>{value} : std::vector<std::string>();
