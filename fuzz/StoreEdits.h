@@ -656,9 +656,11 @@ private:
 
     void expectOtherLines(Model const& now, std::string const& after, std::string const& old) const
     {
-        auto [lines, comments] = linesOf(old_, text_);
-        auto [newLines, newComments] = linesOf(now, after);
+        auto const [lines, oldComments] = linesOf(old_, text_);
+        auto const [newLines, foundComments] = linesOf(now, after);
         expect(lines == newLines, after, "a comment changes no other line");
+        std::multiset<std::string> comments = oldComments;
+        std::multiset<std::string> const& newComments = foundComments;
         for (std::string const& line : dialect_model::splitLines(old)) {
             // A store has comments without the spaces at their ends, so several can be equal.
             auto const found =
