@@ -537,7 +537,7 @@ TEST(FleetCalls, ProgramWithMoreRightsThanItsUserHasNoTrace)
     struct statvfs system {};
     ASSERT_EQ(0, statvfs(directory.path().c_str(), &system));
     if (geteuid() != 0 || (system.f_flag & ST_NOSUID) != 0 || kHasSanitizer)
-        GTEST_SKIP() << "the program of another user cannot be started";
+        GTEST_SKIP() << "needs root, a file system with set-user-ID programs, and no sanitizer";
     chmod(directory.path().c_str(), 0755);
     std::string const program = directory.at("program");
     std::filesystem::copy_file("/proc/self/exe", program);

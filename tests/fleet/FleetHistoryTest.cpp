@@ -77,7 +77,7 @@ protected:
         store.store(nullptr);
     }
 
-    // Waits until the store has taken in a change.
+    // Waits until the store has accepted a change.
     static void takeChange(ZFleetProperties_6_0& store)
     {
         pollfd wait{store.descriptor(), POLLIN, 0};
@@ -338,7 +338,7 @@ TEST_F(FleetHistory, ChangeThatIsTakenInEndsTheUndo)
     }
 }
 
-// The keeper of a program may take the outcome in before the program repeats the undo.
+// The keeper of a program may accept the outcome before the program repeats the undo.
 TEST_F(FleetHistory, OutcomeThatIsTakenInDoesNotEndTheUndo)
 {
     storeGenerations(3);

@@ -165,7 +165,7 @@ public:
     /// the contents of this store; observers get notices as by reload(). After ETIMEDOUT and
     /// EINPROGRESS the change may have been undone. A repetition with the same number or with 0
     /// finds out, and undoes the same change, once. So it does until load(), reload() or store() of
-    /// the configuration, or until processChanges() takes in a change by another program; then 0 is
+    /// the configuration, or until processChanges() accepts a change by another program; then 0 is
     /// the latest generation again.
     /// throws  as loadGeneration() and store(); ZPropertiesIOException_6_0 with "undo()" and EBUSY
     ///         if the store has unsaved changes; "log" with ENOENT also if the state before the
